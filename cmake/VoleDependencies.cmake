@@ -1,0 +1,20 @@
+# Outside libraries: expat parses the list file. GoogleTest is built from source with our flags, because a
+# prebuilt one has another std::string layout than the 32-bit build.
+
+if(DEFINED VOLE_EXPAT_ROOT)
+  # A static library, so that a 32-bit host needs no 32-bit expat of its own at run time.
+  find_path(VOLE_EXPAT_INCLUDE expat.h PATHS "${VOLE_EXPAT_ROOT}/usr/include" NO_DEFAULT_PATH)
+  find_path(VOLE_EXPAT_CONFIG_INCLUDE expat_config.h
+    PATHS "${VOLE_EXPAT_ROOT}/usr/include/i386-linux-gnu" "${VOLE_EXPAT_ROOT}/usr/include" NO_DEFAULT_PATH)
+  find_library(VOLE_EXPAT_LIBRARY libexpat.a PATHS "${VOLE_EXPAT_ROOT}/usr/lib/i386-linux-gnu" NO_DEFAULT_PATH)
+  if(NOT VOLE_EXPAT_INCLUDE OR NOT VOLE_EXPAT_LIBRARY)
+    message(FATAL_ERROR "No 32-bit expat below ${VOLE_EXPAT_ROOT}; run scripts/fetch-i386-expat first.")
+  endif()
+  add_library(vole_expat STATIC IMPORTED)
+  set_target_properties(vole_expat PROPERTIES
+    IMPORTED_LOCATION "${VOLE_EXPAT_LIBRARY}"
+    INTERFACE_INCLUDE_DIRECTORIES "${VOLE_EXPAT_INCLUDE}")
+else()
+  find_package(EXPAT REQUIRED)
+  add_library(vole_expat ALIAS EXPAT::EXPAT)
+endif()

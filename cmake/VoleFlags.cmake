@@ -1,0 +1,20 @@
+# Flags shared by every target, and the stricter set that only our own code is held to.
+
+find_package(Threads REQUIRED)
+
+# 64-bit file offsets everywhere: without them a 32-bit fstat fails on file systems with large inode numbers.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+
+if(VOLE_SANITIZE)
+  add_compile_options(-O1 -g -fno-omit-frame-pointer -fsanitize=${VOLE_SANITIZE} -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${VOLE_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+  add_compile_options(-fstack-protector-strong)
+  add_compile_definitions(_FORTIFY_SOURCE=2)
+endif()
+
+add_library(vole_flags INTERFACE)
+target_compile_options(vole_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror=format-security
+  $<$<BOOL:${VOLE_WARNINGS_AS_ERRORS}>:-Werror>)
+target_link_libraries(vole_flags INTERFACE Threads::Threads)

@@ -1,0 +1,130 @@
+// voleeng.h: the Vole Engine's public interface.
+//
+// The engine is one process-wide object behind plain C symbols. A host loads a pattern directory with init(), asks
+// with scanFile() file by file whether a file carries known malware, swaps signatures with reload() while scans go
+// on, and releases everything with freeResource().
+//
+// Strings. Texts come back through references to std::string objects that the host owns, so host and library must
+// agree on the layout of std::string: the legacy layout (_GLIBCXX_USE_CXX11_ABI=0) in the 32-bit x86 build, and the
+// layout the library was configured with (the platform's default) elsewhere. The checks below refuse to compile a
+// host that would not agree, because such a host links without a complaint and then corrupts memory. Both sides must
+// use the same shared libstdc++.
+//
+// Threads. scanFile(), IsFalseAlarm(), IsSpyware(), checkSpam(), checkSusVirus(), getVersion(), setDebugger() and
+// setDumpPath() may be called from any thread at any time. init(), reload() and freeResource() serialise themselves
+// and may run while scans do. The engine creates no threads, throws nothing and never closes or keeps what the host
+// passed in.
+//
+// Null arguments never crash: each function says what a null means. An out-parameter keeps its contents unless the
+// function's comment says that it is set.
+#ifndef VOLEENG_H
+#define VOLEENG_H
+
+#include <string>
+
+#if defined(__i386__)
+#if !defined(_GLIBCXX_USE_CXX11_ABI) || _GLIBCXX_USE_CXX11_ABI != 0
+#error "32-bit hosts of the Vole Engine are compiled with -D_GLIBCXX_USE_CXX11_ABI=0"
+#endif
+#else
+#ifndef VOLEENG_CXX11_ABI
+#define VOLEENG_CXX11_ABI 1  // What this copy of the library was configured with.
+#endif
+#if defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI != VOLEENG_CXX11_ABI
+#error "the Vole Engine was built with another std::string layout (_GLIBCXX_USE_CXX11_ABI) than this host"
+#endif
+#endif
+
+#define VOLEENG_API __attribute__((visibility("default")))
+
+extern "C" {
+
+// Where diagnostics go, and where extracted archive members are dumped. 12 bytes in the 32-bit build; the field
+// order is part of the binary interface.
+struct VoleDebugger {
+    // 0: only unconditional lines. 1 and above: errors too. 3 and above: debug lines too, with source positions.
+    int level;
+    // Receives each finished line, NUL-terminated, at most 4095 bytes of message, no newline added. Null: nothing is
+    // printed. Called on the thread that caused the line, from any number of threads at once. It must not call init(),
+    // reload(), freeResource() or checkSusVirus(): the line may come from inside one of them, which would deadlock.
+    void (*print)(const char* line);
+    // Directory below which extracted archive members are dumped for diagnosis; empty: nothing is dumped.
+    std::string dumpPath;
+};
+
+// Results of init(), reload() and scanFile(). Codes between -500 and -472 that are not named here are reserved.
+// The texts are those that the functions leave in their message argument.
+enum VoleResult {
+    VOLE_CLEAN = 0,                  // success; of scanFile(): nothing found
+    VOLE_FOUND = 1,                  // of scanFile(): a signature matched
+    VOLE_ALREADY_LOADED = -500,      // "pattern for VoleEngine has been loaded."
+    VOLE_INVALID_DIRECTORY = -498,   // "<dir> isn't a valid pattern dir path."
+    VOLE_OUT_OF_MEMORY = -496,       // "fail to allocate memory."
+    VOLE_INVALID_PATTERN = -494,     // "fail to load pattern file: <path>, maybe this pattern file format is not valid."
+    VOLE_CANNOT_OPEN = -493,         // "fail to open file: <path>"
+    VOLE_NO_OPTION_FILE = -490,      // (no text) voleeng.ini cannot be opened; only logged by init()
+    VOLE_INVALID_OPTION = -489,      // (no text) voleeng.ini holds an illegal value; only logged by init()
+    VOLE_INVALID_LIST = -488,        // "fail to load pa list from <dir>"
+    VOLE_SCAN_FAILED = -483,         // (no text) the scan failed in a way that has no code of its own
+    VOLE_NO_ENTRY = -482,            // (no text) the scan could not set up its work list
+    VOLE_CANNOT_READ = -481,         // (no text) the file could not be read
+    VOLE_PLUGIN_FAILED = -479,       // a text that names the step: the heuristic plug-in is missing or unusable
+    VOLE_PLUGIN_PRESENT = -476,      // (no text) a plug-in instance exists already
+    VOLE_NOT_LOADED = -473,          // (no text) reload() before a successful init()
+    VOLE_STANDBY_BUSY = -472,        // "No idle container."
+};
+
+// Loads the pattern directory `dir`: "voleeng.ini", every ".hdb" and ".chk" file, "pattern_assistant.xml" and the
+// heuristic plug-in "libheueng.so". A missing part is not fatal: the result is 0 as soon as the signatures, the lists
+// or the plug-in loaded, and scanning starts when the signatures or the lists did. `message` holds the text of the
+// last step that failed, if any did. When a set is already loaded, nothing changes and the result is -500.
+// A null `dir` counts as an invalid directory.
+VOLEENG_API int init(const char* dir, std::string& message);
+
+// Loads `dir` into the idle slot and switches to it when both the signatures and the lists loaded; otherwise the
+// active set stays. Scans that run keep the set they started on. The options file and the plug-in are not read again.
+// -472 when the idle slot is still held by a scan: call again later.
+VOLEENG_API int reload(const char* dir, std::string& message);
+
+// Releases both signature sets. Always 0. Scans that are under way finish on the set they hold, which goes with the
+// last of them; later ones find nothing loaded. The plug-in instance and the debugger settings stay.
+VOLEENG_API int freeResource();
+
+// Scans the regular file `path`. 1: `virusName` is set to the name of the signature that matched. 0: clean, or nothing
+// is loaded. Negative: one of the codes above, with its text in `message`. Links are followed; folders, FIFOs,
+// devices and files above 2^31 - 1 bytes give -493. A null `path` gives -493.
+VOLEENG_API int scanFile(const char* path, std::string& virusName, std::string& message);
+
+// 1 when `name` is on the false-alarm list, ignoring ASCII letter case; else 0. Null: 0.
+VOLEENG_API int IsFalseAlarm(const char* name);
+
+// 1 when an entry of the spyware list is a prefix of `name`, ignoring ASCII letter case; else 0. Null: 0.
+VOLEENG_API int IsSpyware(const char* name);
+
+// 1 when the subject and the attachment's file name are those of a known mass-mailing worm: `virusName` is set to its
+// name. Else 0. `reserved` is not read. Needs no init(). A null attachment name: 0.
+VOLEENG_API int checkSpam(const char* subject, const char* attachmentName, unsigned int reserved,
+                          std::string& virusName);
+
+// Asks the heuristic plug-in about `target`, which it understands; `extra` is passed through and may be null. Returns
+// the plug-in's verdict. Without a plug-in: 0, and *extra becomes 0. Calls are made one at a time.
+VOLEENG_API int checkSusVirus(int target, int* extra);
+
+// The engine's name and version. Static storage: never to be freed.
+VOLEENG_API const char* getVersion();
+
+// Takes over `level` and `print` of the record; reads nothing else of it. Null: nothing changes.
+VOLEENG_API void setDebugger(VoleDebugger* record);
+
+// Sets the dump directory to a copy of `path`. Null counts as empty.
+VOLEENG_API void setDumpPath(const char* path);
+
+// State that older hosts look at. Read-only for hosts.
+extern VOLEENG_API VoleDebugger voleeng_debugger;  // The settings in force.
+extern VOLEENG_API void* heu_instance;             // The plug-in's instance; null until one is made.
+extern VOLEENG_API const char* vole_ini_fname;     // "voleeng.ini"
+extern VOLEENG_API const char* LogFileName;        // Source unit of the latest diagnostic, and its line number.
+extern VOLEENG_API int LogLineNo;                  // Shared by all threads: only a hint.
+}
+
+#endif  // VOLEENG_H
