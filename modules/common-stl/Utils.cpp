@@ -1,0 +1,245 @@
+#include "Utils.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "Ascii.h"
+#include "Raise.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr ThrowUnit kUnit{"Utils"};
+
+constexpr std::size_t kFormatBufferSize = 4096;  // The terminating NUL included.
+constexpr std::string_view kWhiteSpace = "\n\r\t ";
+
+std::string_view viewOf(const char* text) { return text ? std::string_view(text) : std::string_view(); }
+
+bool sameIgnoringCase(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return ascii::toLower(x) == ascii::toLower(y); });
+}
+
+void trimEnds(std::string& text, std::string_view chars) {
+    text.erase(text.find_last_not_of(chars) + 1);  // npos + 1 is 0: nothing else was there.
+    text.erase(0, std::min(text.find_first_not_of(chars), text.size()));
+}
+
+void replaceOnce(std::string& text, std::string_view from, std::string_view to) {
+    std::string result;
+    std::size_t done = 0;
+    for (std::size_t at; (at = text.find(from, done)) != std::string::npos; done = at + from.size()) {
+        result.append(text, done, at - done).append(to);
+    }
+    text = result.append(text, done);
+}
+
+// A set of separators for one or many characters; one is by far the most common and left to memchr().
+class Separators {
+public:
+    explicit Separators(std::string_view characters) : _characters(characters) {}
+
+    // The first position from `from` on that holds a separator, or does not; the length of the line when none.
+    std::size_t next(std::string_view line, std::size_t from) const {
+        const std::size_t at =
+            _characters.size() == 1 ? line.find(_characters.front(), from) : line.find_first_of(_characters, from);
+        return std::min(at, line.size());
+    }
+    std::size_t nextOther(std::string_view line, std::size_t from) const {
+        while (from < line.size() && contains(line[from])) ++from;
+        return from;
+    }
+
+private:
+    bool contains(char c) const {
+        return _characters.size() == 1 ? c == _characters.front() : _characters.find(c) != std::string_view::npos;
+    }
+
+    std::string_view _characters;
+};
+
+unsigned int digitOrRaise(char c, int base) {
+    switch (base) {
+        case 8:
+            if (c < '0' || c > '7') kUnit.raise<Exception>("invalid oct number");
+            break;
+        case 16:
+            if (!ascii::isXDigit(c)) kUnit.raise<Exception>("invalid hex number");
+            if (!ascii::isDigit(c)) return static_cast<unsigned int>(c - 'A');
+            break;
+        default:
+            if (!ascii::isDigit(c)) kUnit.raise<Exception>("invalid dec number");
+    }
+    return static_cast<unsigned int>(c - '0');
+}
+
+std::tm localNow() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    return local;
+}
+
+}  // namespace
+
+bool StringHelper::equals(const char* a, const char* b) { return a && b ? std::strcmp(a, b) == 0 : a == b; }
+
+bool StringHelper::equalsIgnoreCase(const char* a, const char* b) { return a && b ? sameIgnoringCase(a, b) : a == b; }
+
+bool StringHelper::startsWith(const char* text, const char* prefix) {
+    return text && prefix && std::string_view(text).starts_with(prefix);
+}
+
+bool StringHelper::startsWithIgnoreCase(const char* text, const char* prefix) {
+    if (!text || !prefix) return false;
+    return sameIgnoringCase(std::string_view(text).substr(0, std::strlen(prefix)), prefix);
+}
+
+bool StringHelper::endsWith(const char* text, const char* suffix) {
+    return text && suffix && std::string_view(text).ends_with(suffix);
+}
+
+bool StringHelper::endsWithIgnoreCase(const char* text, const char* suffix) {
+    if (!text || !suffix) return false;
+    const std::string_view whole(text), end(suffix);
+    return end.size() <= whole.size() && sameIgnoringCase(whole.substr(whole.size() - end.size()), end);
+}
+
+void StringHelper::trim(std::string& text, const char* chars) { trimEnds(text, viewOf(chars)); }
+
+std::string StringHelper::ntoa(int value) { return std::to_string(value); }
+
+std::string StringHelper::ltoa(long value) { return std::to_string(value); }
+
+bool StringHelper::atob(const char* text) { return text && sameIgnoringCase(text, "true"); }
+
+const char* StringHelper::btoa(bool value) { return value ? "true" : "false"; }
+
+void StringHelper::replaceChar(std::string& text, char from, char to) {
+    std::replace(text.begin(), text.end(), from, to);
+}
+
+void StringHelper::replace(std::string& text, const char* from, const char* to) {
+    if (!from || !*from || !to) return;
+    const std::string_view what(from), by(to);
+    if (by.find(what) != std::string_view::npos) return replaceOnce(text, what, by);
+
+    // A text that does not grow ends by itself: it gets shorter, or steadily earlier or later in the dictionary.
+    const bool growing = by.size() > what.size();
+    std::size_t at = 0;
+    for (std::size_t count = 0; !growing || count < kMaxGrowingReplacements; ++count) {
+        at = text.find(what, at);
+        if (at == std::string::npos) return;
+        text.replace(at, what.size(), by);
+        at -= std::min(at, what.size() - 1);  // Nothing before this can have become an occurrence.
+    }
+}
+
+void StringHelper::toupper(std::string& text) {
+    std::transform(text.begin(), text.end(), text.begin(), ascii::toUpper);
+}
+
+void StringHelper::tolower(std::string& text) {
+    std::transform(text.begin(), text.end(), text.begin(), ascii::toLower);
+}
+
+std::optional<std::string_view> Utils::field(std::string_view line, int index, std::string_view separators) {
+    if (index < 0) return std::nullopt;
+    const Separators set(separators);
+    std::size_t start = 0;
+    for (; index > 0; --index) {
+        start = set.nextOther(line, set.next(line, start));
+        if (start == line.size()) return std::nullopt;
+    }
+    const std::size_t end = set.next(line, start);
+    if (end == start) return std::nullopt;
+    return line.substr(start, end - start);
+}
+
+char* Utils::strToK(const char* line, int index, const char* separators) {
+    const auto found = field(viewOf(line), index, viewOf(separators));
+    if (!found) return nullptr;
+    char* copy = new char[found->size() + 1];
+    copy[found->copy(copy, found->size())] = '\0';
+    return copy;
+}
+
+int Utils::parseInt(const char* text, int length, int base) {
+    if (!text) return 0;
+    const unsigned int radix = base == 8 || base == 16 ? static_cast<unsigned int>(base) : 10;
+    unsigned int value = 0;  // Wraps; a signed one must not.
+    for (int i = 0; i < length; ++i) {
+        if (text[i] == '\0' || text[i] == ' ') continue;
+        value = value * radix + digitOrRaise(text[i], base);
+        if (i + 1 < length && !ascii::isXDigit(text[i + 1])) break;
+    }
+    return static_cast<int>(value);
+}
+
+bool Utils::isdigits(const char* text, const char* allowed) {
+    const std::string_view bytes = viewOf(text), others = viewOf(allowed);
+    return !bytes.empty() && std::all_of(bytes.begin(), bytes.end(), [others](char c) {
+        return ascii::isDigit(c) || others.find(c) != std::string_view::npos;
+    });
+}
+
+bool Utils::compareBytes(const void* a, const void* b, std::size_t count) {
+    return count == 0 || std::memcmp(a, b, count) == 0;
+}
+
+bool Utils::memstr(const void* buffer, std::size_t length, const void* pattern, std::size_t patternLength) {
+    if (patternLength > length) return false;
+    return patternLength == 0 || ::memmem(buffer, length, pattern, patternLength) != nullptr;
+}
+
+char Utils::CHAR_TO_HEX(int value) { return "0123456789ABCDEF"[value & 0xF]; }
+
+char Utils::HEX_TO_CHAR(char high, char low) {
+    const auto digit = [](char c) { return std::max(ascii::hexValue(c), 0); };
+    return static_cast<char>(digit(high) << 4 | digit(low));
+}
+
+std::string Utils::formatString(const char* format, ...) {
+    char text[kFormatBufferSize];
+    std::va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return length < 0 ? std::string() : std::string(text);
+}
+
+std::string Utils::getLocalDate() {
+    char text[32];
+    const std::tm now = localNow();
+    return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d", &now));
+}
+
+std::string Utils::getLocalTime() {
+    char text[32];
+    const std::tm now = localNow();
+    return std::string(text, std::strftime(text, sizeof text, "%H:%M:%S", &now));
+}
+
+void Utils::stringTokenizer(const char* text, std::vector<std::string>& list, const char* separators,
+                            TokenCallback callback, void* argument) {
+    list.clear();
+    const std::string_view line = viewOf(text);
+    const Separators set(viewOf(separators));
+    for (std::size_t start = set.nextOther(line, 0); start < line.size();) {
+        const std::size_t end = set.next(line, start);
+        const std::string token(line.substr(start, end - start));
+        if (callback && argument) callback(token, argument);
+        list.push_back(token);
+        start = set.nextOther(line, end);
+    }
+}
+
+void Utils::trimString(std::string& text, const char* chars) {
+    trimEnds(text, chars ? std::string_view(chars) : kWhiteSpace);
+}
+
+}  // namespace ZOV_SPACE

@@ -1,0 +1,200 @@
+#include "Mutex.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "FileLock.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constinit Mutex staticMutex;
+
+void onThreads(int count, const std::function<void(int)>& work) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) threads.emplace_back(work, i);
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST(Mutex, monitorHoldsItForTheScope) {
+    {
+        const Monitor guard(staticMutex);
+        std::thread([] { EXPECT_EQ(staticMutex.trylock(), EBUSY); }).join();
+    }
+    EXPECT_EQ(staticMutex.trylock(), 0);
+    EXPECT_EQ(staticMutex.unlock(), 0);
+}
+
+TEST(Condition, timedWaitCountsWholeCalendarSeconds) {
+    Mutex mutex;
+    Condition condition(mutex);
+    const Monitor guard(mutex);
+    const std::time_t before = std::time(nullptr);
+    EXPECT_EQ(condition.wait(1), ETIMEDOUT);
+    timespec after{};  // time() may lag a few milliseconds behind this clock.
+    ASSERT_EQ(::clock_gettime(CLOCK_REALTIME, &after), 0);
+    EXPECT_GE(after.tv_sec, before + 1);
+    EXPECT_LE(after.tv_sec, before + 3);
+    EXPECT_EQ(condition.wait(INT_MIN), ETIMEDOUT) << "a deadline long ago";
+}
+
+TEST(Condition, notificationEndsTheLongestWait) {
+    Mutex mutex;
+    Condition condition(mutex);
+    bool ready = false;
+    std::thread notifier([&] {
+        condition.lock();
+        ready = true;
+        condition.notifyAll();
+        condition.unlock();
+    });
+    {
+        const Monitor guard(mutex);
+        while (!ready) EXPECT_EQ(condition.wait(INT_MAX), 0);
+    }
+    notifier.join();
+}
+
+TEST(RWLock, tellsWhoMayEnter) {
+    RWLock lock;
+    EXPECT_EQ(lock.rdlock(), 0);
+    EXPECT_EQ(lock.tryrdlock(), 0);
+    EXPECT_EQ(lock.trywrlock(), -1);
+    lock.unlock();
+    EXPECT_EQ(lock.trywrlock(), -1) << "one reader is left";
+    lock.unlock();
+    EXPECT_EQ(lock.trywrlock(), 0);
+    EXPECT_EQ(lock.tryrdlock(), -1);
+    EXPECT_EQ(lock.trywrlock(), -1);
+    lock.unlock();
+    EXPECT_EQ(lock.tryrdlock(), 0);
+    lock.unlock();
+}
+
+TEST(RWLock, waitingWriterDoesNotHoldReadersBack) {
+    RWLock lock;
+    lock.rdlock();
+    std::thread writer([&] { const WriteGuard guard(lock); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(lock.tryrdlock(), 0);
+    lock.unlock();
+    lock.unlock();
+    writer.join();
+}
+
+// The counters are plain: a reader beside a writer, or two writers, shows as an odd value, a wrong sum or a report of
+// the thread sanitizer; a lost wake-up as a test that never ends.
+TEST(RWLock, keepsWritersAloneAndWakesEveryone) {
+    constexpr int kThreads = 6, kRounds = 4000;
+    RWLock lock;
+    int value = 0, writes = 0;
+    onThreads(kThreads, [&](int id) {
+        for (int round = 0; round < kRounds; ++round) {
+            if ((round + id) % 3 == 0) {
+                const WriteGuard guard(lock);
+                ++value;
+                if (round % 16 == 0) std::this_thread::yield();
+                ++value;
+                ++writes;
+            } else {
+                const ReadGuard guard(lock);
+                ASSERT_EQ(value % 2, 0);
+                if (round % 16 == 0) std::this_thread::yield();
+                ASSERT_EQ(value, 2 * writes);
+            }
+        }
+    });
+    EXPECT_EQ(value, 2 * kThreads * kRounds / 3);
+    EXPECT_EQ(lock.trywrlock(), 0) << "free afterwards, whoever waited";
+    lock.unlock();
+}
+
+TEST(Semaphore, countsDownAndBlocksAtZero) {
+    Semaphore semaphore(1);
+    EXPECT_EQ(semaphore.trywait(), 0);
+    EXPECT_EQ(semaphore.trywait(), -1);
+    std::thread poster([&] { EXPECT_EQ(semaphore.post(), 0); });
+    EXPECT_EQ(semaphore.wait(), 0);
+    poster.join();
+    EXPECT_EQ(semaphore.trywait(), -1);
+    EXPECT_EQ(Semaphore(INT_MAX).post(), -1);
+}
+
+TEST(Sequence, handsOutAndReserves) {
+    Sequence sequence(5);
+    EXPECT_EQ(sequence.getNext(), 5);
+    EXPECT_EQ(sequence.getNext(), 6);
+    EXPECT_EQ(sequence.getNext(10), 7);
+    EXPECT_EQ(sequence.getNext(), 17);
+}
+
+TEST(Sequence, zeroComesTwiceAfterAWrap) {
+    Sequence single(INT_MAX);
+    for (int expected : {INT_MAX, 0, 0, 1}) EXPECT_EQ(single.getNext(), expected);
+    Sequence block(INT_MAX);
+    for (int expected : {INT_MAX, 0, 4, 8}) EXPECT_EQ(block.getNext(4), expected);
+}
+
+TEST(MutexDeathTest, countsThatCannotBeStopTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(Semaphore(0), "Mutex:234: .*Semaphore.*`count >= 1' failed");
+    EXPECT_DEATH(Sequence(-1), "Mutex:274: .*Sequence.*`initVal >= 0' failed");
+    EXPECT_DEATH(Sequence(0).getNext(0), "Mutex:289: .*getNext.*`size > 0' failed");
+}
+
+// What another process gets when it asks for the lock without waiting.
+bool heldForOthers(const std::string& path) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        struct flock record {};
+        record.l_type = F_WRLCK;
+        const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+        ::_exit(fd >= 0 && ::fcntl(fd, F_SETLK, &record) != 0 ? 1 : 0);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+}
+
+TEST(FileLock, excludesOtherProcesses) {
+    char directory[] = "/tmp/voleXXXXXX";
+    ASSERT_NE(::mkdtemp(directory), nullptr);
+    const std::string path = std::string(directory) + "/lock";
+    FileLock lock(path.c_str(), true);
+    ASSERT_TRUE(lock.isValid());
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0666u) << "shared, whatever the umask";
+
+    EXPECT_FALSE(heldForOthers(path));
+    EXPECT_EQ(lock.lock(), 0);
+    EXPECT_TRUE(heldForOthers(path));
+    EXPECT_EQ(lock.unlock(), 0);
+    EXPECT_FALSE(heldForOthers(path));
+    EXPECT_EQ(lock.lock(), 0);
+    EXPECT_EQ(lock.unlink(), 0);
+    EXPECT_EQ(lock.close(), 0);
+    for (int result : {lock.close(), lock.lock(), lock.unlock(), lock.unlink()}) EXPECT_EQ(result, -1);
+
+    lock.setPath((path + std::string(300, 'x')).c_str(), false);
+    EXPECT_TRUE(lock.isValid()) << "cut to a name that the file system takes";
+    EXPECT_EQ(lock.unlink(), 0);
+    lock.setPath("", false);
+    EXPECT_FALSE(lock.isValid());
+    EXPECT_EQ(::rmdir(directory), 0);
+}
+
+}  // namespace
+}  // namespace ZOV_SPACE
