@@ -1,0 +1,81 @@
+// MemBufferBase: a buffer in a list of memory blocks, so that inserting and cutting touch one block and renumber the
+// later ones instead of moving the whole content.
+//
+// Blocks ascend by start and follow each other without a gap; only the last one may hold fewer bytes than its
+// capacity. Blocks come from calloc: capacity that was never written costs no memory.
+// Threads: any; a reader/writer lock guards the content, except where an operation says otherwise.
+#ifndef COMMON_STL_IO_MEMBUFFERBASE_H
+#define COMMON_STL_IO_MEMBUFFERBASE_H
+
+#include <span>
+#include <vector>
+
+#include "Mutex.h"
+#include "io/BufferBase.h"
+#include "io/MallocBytes.h"
+
+namespace ZOV_SPACE {
+
+class MemBufferBase : public BufferBase {
+public:
+    MemBufferBase();
+    // Starts with room for `n` bytes (negative counts as 0). Not valid when that cannot be allocated.
+    explicit MemBufferBase(long n);
+    ~MemBufferBase() override;
+
+    int read(long pos) override;
+    int read(long pos, char* buf, int n) override;
+    int write(long pos, char c) override;
+    int write(long pos, const char* buf, int n) override;
+    int insert(long pos, char c) override;
+    int insert(long pos, const char* buf, int n) override;
+    int cut(long pos) override;
+    int cut(long pos, int n) override;
+    int append(char c) override;
+    int append(const char* buf, int n) override;
+    int truncate(long len) override;
+    std::span<const char> view(long pos) override;
+
+    // Filling the end in place, without an intermediate copy. appendSpace() gives `n` writable bytes that lie
+    // contiguously behind the content (empty when `n` is below 1); commitAppend() makes the first `n` of them content
+    // ("Index out of bound" when they were not given). Any other change of the buffer in between invalidates the
+    // space. No lock is taken: only for a caller who owns the buffer alone.
+    std::span<char> appendSpace(long n);
+    void commitAppend(long n);
+
+private:
+    struct Buffer {
+        // `n` zero bytes; at least kMinBlock unless `exact`. IOException with the system text when there is no memory.
+        Buffer(long firstPosition, long n, bool exact);
+
+        int room() const { return capacity - used; }
+        long end() const { return start + capacity; }
+        void cut(int offset, int n);  // REQUIRES: offset + n <= used. Leaves capacity == used.
+        void shrinkToUsed();
+        void zeroAppend(int n);                                // REQUIRES: n <= room().
+        void overwrite(int offset, const char* bytes, int n);  // REQUIRES: offset <= used, offset + n <= capacity.
+
+        long start;    // Position of the block's first byte in the buffer.
+        int capacity;  // Bytes allocated.
+        int used;      // Bytes of content.
+        MallocBytes data;
+        int touched;  // Bytes from here on are still the zeros they were allocated as.
+    };
+
+    static constexpr int kMinBlock = 4096;
+
+    int _findBlock(long pos) const;
+    void _addBlock(std::size_t index, long start, long n, bool exact);
+    void _ensureCapacity(long n);
+    void _pad(long n);
+    void _write(long pos, const char* buf, int n);
+    void _insertInside(long pos, const char* buf, int n);
+    int _cut(long pos, int n);
+
+    std::vector<Buffer> _buffers;
+    RWLock _lock;
+};
+
+}  // namespace ZOV_SPACE
+
+#endif  // COMMON_STL_IO_MEMBUFFERBASE_H
