@@ -150,8 +150,10 @@ public:
     static void xcheck(const void* pointer, std::size_t length, const void* base, std::size_t baseLength);
 
     // Reads until n bytes are in or the end is met; the number of bytes read, -1 on an error. Interrupted reads are
-    // taken up again. The buffer form lets the buffer's exceptions through.
+    // taken up again. readnAt() neither uses nor moves the descriptor's position. The buffer form lets the buffer's
+    // exceptions through.
     static int readn(int fd, char* buf, int n);
+    static int readnAt(int fd, char* buf, int n, std::int64_t position);
     static int readn(ZOV_SPACE::IOBuffer* buffer, char* buf, int n);
 
     // PE headers. The descriptor forms neither use nor move the descriptor's position, and need one that can seek; the
