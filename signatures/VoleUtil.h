@@ -173,8 +173,8 @@ public:
     static char* readOneLine(char* buf, int size, ZOV_SPACE::IOBuffer* buffer);
 
     // A new buffer with the first `size` bytes of the descriptor, or fewer when it ends sooner; null when it cannot be
-    // read. Above SmartBufferBase::_barrier the buffer reads from the descriptor, which must then stay open as long.
-    // Does not move the descriptor's position.
+    // read, or when there is no memory. Above SmartBufferBase::_barrier the file is not copied: the buffer reads from a
+    // duplicate of the descriptor when asked to. Neither uses nor moves the descriptor's position.
     static std::unique_ptr<ZOV_SPACE::SmartBufferBase> getSmartBufferBase(int fd, unsigned int size);
 
     // Writes the buffer to a file below the host's dump directory, under its cleaned name; nothing when no directory

@@ -1,6 +1,7 @@
 // Reading of PE headers. Nothing in them is trusted: positions are 64 bits wide, and every read goes through a source
 // that refuses what lies outside of the file.
 #include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <new>
 

@@ -1,0 +1,213 @@
+// Reading of descriptors and buffers: whole files, lines, exact numbers of bytes.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <optional>
+#include <span>
+
+#include "Exception.h"
+#include "VoleUtil.h"
+#include "io/IOBuffer.h"
+#include "io/SmartBufferBase.h"
+#include "util/Diag.h"
+
+using ZOV_SPACE::IOBuffer;
+using ZOV_SPACE::SmartBufferBase;
+
+namespace {
+
+constexpr diag::Unit kDiag{"VoleUtil"};
+
+constexpr unsigned kLargestFile = 0x7FFFFFFF;  // Bytes.
+constexpr unsigned kTailBlock = 1024;  // A file that grows is noticed when it has more in its last block of this size.
+
+// Calls `readSome(to, wanted)`, which answers as read() does, until n bytes are in, the end is met or it fails.
+template <class ReadSome>
+int readAll(char* buf, int n, ReadSome readSome) {
+    int total = 0;
+    while (total < n) {
+        const ssize_t count = readSome(buf + total, static_cast<std::size_t>(n - total), total);
+        if (count == 0) break;
+        if (count > 0) {
+            total += static_cast<int>(count);
+        } else if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return total;
+}
+
+// Reads the file's start into `space`, and what its last block holds beyond that into nowhere. The number of bytes read
+// exceeds the space when the file has grown; -1 on an error.
+std::int64_t readStart(int fd, std::span<char> space) {
+    char beyond[kTailBlock];
+    const std::size_t beyondSize = (kTailBlock - space.size() % kTailBlock) % kTailBlock;
+    std::size_t total = 0;
+    while (total < space.size()) {
+        const iovec pieces[] = {{space.data() + total, space.size() - total}, {beyond, beyondSize}};
+        const ssize_t count = ::preadv(fd, pieces, std::size(pieces), static_cast<off_t>(total));
+        if (count == 0) break;
+        if (count > 0) {
+            total += static_cast<std::size_t>(count);
+        } else if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return static_cast<std::int64_t>(total);
+}
+
+void reportGrowth() { kDiag.at().dbg("Odd! read more than size!"); }
+
+// Fills the buffer with up to `size` bytes; false when the file cannot be read or the buffer cannot take them.
+bool fillInPlace(SmartBufferBase& buffer, int fd, long size, std::span<char> space) {
+    const std::int64_t count = readStart(fd, space);
+    if (count < 0) return false;
+    if (count > size) reportGrowth();
+    buffer.commitAppend(static_cast<long>(std::min<std::int64_t>(count, size)));
+    return true;
+}
+
+// The same for storage that gives no access to its memory.
+bool fillByCopy(SmartBufferBase& buffer, int fd, long size) {
+    char block[8 * kTailBlock];
+    for (long position = 0; position < size;) {
+        const long left = size - position;
+        const auto wanted = static_cast<int>(std::min<long>(left, sizeof block));
+        const auto blocks = static_cast<int>(VoleUtil::alignUp(static_cast<std::uint32_t>(wanted), kTailBlock));
+        int count = VoleUtil::readnAt(fd, block, blocks, position);
+        if (count < 0) return false;
+        if (count == 0) break;
+        if (count > left) {
+            reportGrowth();
+            count = wanted;
+        }
+        if (buffer.append(block, count) != count) {
+            kDiag.at().err("Fail to write to bufferbase.");
+            return false;
+        }
+        position += count;
+    }
+    return true;
+}
+
+// How many of the `size` bytes the file has, which exceed the barrier; nothing when it cannot be read.
+std::optional<long> probeSize(int fd, unsigned size) {
+    char tail[kTailBlock];
+    const unsigned tailPosition = VoleUtil::alignDown(size - 1, kTailBlock);
+    const int tailSize = static_cast<int>(size - tailPosition);
+    const int count = VoleUtil::readnAt(fd, tail, sizeof tail, tailPosition);
+    if (count < 0) return std::nullopt;
+    if (count > tailSize) reportGrowth();
+    if (count >= tailSize) return static_cast<long>(size);
+
+    struct stat status;
+    if (::fstat(fd, &status) != 0) return std::nullopt;
+    return static_cast<long>(std::min<std::int64_t>(status.st_size, size));
+}
+
+// A valid buffer, or null behind a message.
+template <class Make>
+std::unique_ptr<SmartBufferBase> makeBuffer(Make make) {
+    std::unique_ptr<SmartBufferBase> buffer;
+    try {
+        buffer = make();
+    } catch (const ZOV_SPACE::Exception&) {
+        buffer.reset();
+    } catch (const std::exception&) {
+        buffer.reset();
+    }
+    if (buffer && buffer->isValid()) return buffer;
+    kDiag.at().err("Fail to get SmartBufferBase from a File Descriptor.");
+    return nullptr;
+}
+
+std::unique_ptr<SmartBufferBase> viewFile(int fd, unsigned size) {
+    const std::optional<long> actualSize = probeSize(fd, size);
+    if (!actualSize) return nullptr;
+    return makeBuffer([&] { return SmartBufferBase::viewOf(fd, *actualSize); });
+}
+
+std::unique_ptr<SmartBufferBase> copyFile(int fd, long size) {
+    auto buffer = makeBuffer([&] { return std::make_unique<SmartBufferBase>(size); });
+    if (!buffer || size == 0) return buffer;
+    const std::span<char> space = buffer->appendSpace(size);
+    const bool filled = space.empty() ? fillByCopy(*buffer, fd, size) : fillInPlace(*buffer, fd, size, space);
+    return filled ? std::move(buffer) : nullptr;
+}
+
+const char* findLineEnd(std::span<const char> bytes) {
+    const void* end = std::memchr(bytes.data(), '\n', bytes.size());
+    return static_cast<const char*>(end ? end : std::memchr(bytes.data(), '\r', bytes.size()));
+}
+
+// Up to `room` bytes at the cursor, in place when they lie contiguously, else read into `buf`.
+std::span<const char> nextChunk(IOBuffer& buffer, char* buf, int room) {
+    const auto wanted = static_cast<std::size_t>(room);
+    const std::span<const char> inPlace = buffer.view();
+    if (inPlace.size() >= wanted) return inPlace.first(wanted);
+    if (!inPlace.empty() && static_cast<long>(inPlace.size()) == buffer.getSize() - buffer.tell()) return inPlace;
+    const int count = buffer.read(buf, room);
+    return {buf, static_cast<std::size_t>(std::max(count, 0))};
+}
+
+}  // namespace
+
+int VoleUtil::readn(int fd, char* buf, int n) {
+    return readAll(buf, n, [fd](char* to, std::size_t wanted, int) { return ::read(fd, to, wanted); });
+}
+
+int VoleUtil::readnAt(int fd, char* buf, int n, std::int64_t position) {
+    return readAll(buf, n, [fd, position](char* to, std::size_t wanted, int done) {
+        return ::pread(fd, to, wanted, static_cast<off_t>(position + done));
+    });
+}
+
+int VoleUtil::readn(IOBuffer* buffer, char* buf, int n) {
+    if (!buffer) return -1;
+    int total = 0;
+    while (total < n) {
+        const int count = buffer->read(buf + total, n - total);
+        if (count < 1) break;
+        total += count;
+    }
+    return total;
+}
+
+char* VoleUtil::readOneLine(char* buf, int size, IOBuffer* buffer) {
+    if (!buf || !buffer || size <= 1) return nullptr;
+    try {
+        const long start = buffer->tell();
+        const std::span<const char> chunk = nextChunk(*buffer, buf, size - 1);
+        if (chunk.empty()) return nullptr;
+
+        const char* end = findLineEnd(chunk);
+        const std::size_t length = end ? static_cast<std::size_t>(end - chunk.data()) : chunk.size();
+        if (chunk.data() != buf) std::memcpy(buf, chunk.data(), length);
+        buf[length] = '\0';
+        buffer->seek(SEEK_SET, start + static_cast<long>(length) + (end ? 1 : 0));
+        return buf;
+    } catch (const ZOV_SPACE::Exception&) {
+    } catch (const std::exception&) {
+    }
+    kDiag.at().err("Catch exception in VoleUtil::readOneLine()");
+    buffer->seek(SEEK_SET, 0);
+    return nullptr;
+}
+
+std::unique_ptr<SmartBufferBase> VoleUtil::getSmartBufferBase(int fd, unsigned int size) {
+    if (size > kLargestFile) return nullptr;
+    try {
+        const auto signedSize = static_cast<long>(size);
+        return signedSize > SmartBufferBase::_barrier ? viewFile(fd, size) : copyFile(fd, signedSize);
+    } catch (const ZOV_SPACE::Exception&) {
+    } catch (const std::exception&) {
+    }
+    return nullptr;  // Memory ran out, or a temporary file's disk did.
+}

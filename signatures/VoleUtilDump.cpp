@@ -1,0 +1,145 @@
+// Dumping of buffers below the host's dump directory. Names come out of archives, and others may write to the directory
+// too: below it nothing is reached by a path, only from descriptor to descriptor, without following links.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <vector>
+
+#include "Exception.h"
+#include "VoleUtil.h"
+#include "io/BufferBase.h"
+#include "io/OwnFd.h"
+#include "util/Diag.h"
+#include "utils/Crc.h"
+
+using ZOV_SPACE::BufferBase;
+using ZOV_SPACE::OwnFd;
+
+namespace {
+
+constexpr diag::Unit kDiag{"VoleUtil"};
+
+constexpr std::size_t kLongestComponent = 200;  // Bytes.
+constexpr mode_t kFolderMode = 0700;
+constexpr mode_t kFileMode = 0600;
+constexpr int kDumpBlock = 64 * 1024;  // Bytes per write.
+
+// A long component keeps its start, and the checksum of all of it, so that two long names rarely meet in one file.
+std::string shortened(const std::string& component) {
+    if (component.size() <= kLongestComponent) return component;
+    ZOV_SPACE::Iso3309Crc crc;
+    char mark[10];  // "~" and 8 digits
+    std::snprintf(mark, sizeof mark, "~%08x", crc.add(component.data(), static_cast<unsigned>(component.size())));
+    return component.substr(0, kLongestComponent - (sizeof mark - 1)) + mark;
+}
+
+// The components of a path, without those that lead nowhere or upwards.
+std::vector<std::string> componentsOf(const std::string& path) {
+    std::vector<std::string> components;
+    for (std::size_t start = 0; start < path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string component = path.substr(start, end - start);
+        if (!component.empty() && component != "." && component != "..") components.push_back(shortened(component));
+        start = end + 1;
+    }
+    return components;
+}
+
+// Opens the dump directory, which may be a link and is made, with its parents, when there is none.
+OwnFd openDumpDirectory(const std::string& path) {
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+    OwnFd directory(::open(path.c_str(), kFlags));
+    if (directory || errno != ENOENT) return directory;
+    for (std::size_t end = 0; end < path.size();) {
+        end = std::min(path.find('/', end + 1), path.size());
+        ::mkdir(path.substr(0, end).c_str(), kFolderMode);  // Whether it worked shows at the end.
+    }
+    return OwnFd(::open(path.c_str(), kFlags));
+}
+
+OwnFd enterFolder(const OwnFd& parent, const std::string& name) {
+    ::mkdirat(parent.get(), name.c_str(), kFolderMode);  // Whether it worked, or there was one, shows next.
+    return OwnFd(::openat(parent.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+OwnFd createFile(const OwnFd& folder, const std::string& name) {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    OwnFd file(::openat(folder.get(), name.c_str(), kFlags, kFileMode));
+    struct stat status;
+    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return OwnFd();
+    return file;
+}
+
+bool writeAll(int fd, const char* bytes, int n) {
+    while (n > 0) {
+        const ssize_t count = ::write(fd, bytes, static_cast<std::size_t>(n));
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 1) return false;
+        bytes += count;
+        n -= static_cast<int>(count);
+    }
+    return true;
+}
+
+// A dump is an aid only: what cannot be read or written is left out without a message.
+void writeContent(int fd, BufferBase& buffer) {
+    const auto block = std::make_unique<char[]>(kDumpBlock);
+    int count = 0;
+    for (long position = 0; (count = buffer.read(position, block.get(), kDumpBlock)) > 0; position += count) {
+        if (!writeAll(fd, block.get(), count)) return;
+    }
+}
+
+std::string joined(const std::string& directory, const std::vector<std::string>& components, std::size_t count) {
+    std::string path = directory;
+    if (!path.ends_with('/')) path += '/';
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i > 0) path += '/';
+        path += components[i];
+    }
+    return path;
+}
+
+void dump(BufferBase& buffer, const std::string& directory, const std::string& name) {
+    const std::vector<std::string> components = componentsOf(name);
+    const std::size_t folders = components.empty() ? 0 : components.size() - 1;
+
+    OwnFd folder = openDumpDirectory(directory);
+    for (std::size_t i = 0; i < folders && folder; ++i) folder = enterFolder(folder, components[i]);
+    if (!folder) {
+        kDiag.at().dbg("[dump bufferbase]: mkdir [%s] fail.", joined(directory, components, folders).c_str());
+    }
+
+    const std::string path = joined(directory, components, components.size());
+    const OwnFd file = folder && !components.empty() ? createFile(folder, components.back()) : OwnFd();
+    if (!file) {
+        kDiag.at().dbg("Can not dump virtual file to : [%s]", path.c_str());
+        return;
+    }
+    kDiag.at().dbg("[dump bufferbase]: %s", path.c_str());
+    writeContent(file.get(), buffer);
+}
+
+}  // namespace
+
+void VoleUtil::dumpBufferBase(BufferBase* buffer, const std::string& name) {
+    try {
+        const std::string directory = diag::dumpPath();
+        if (directory.empty()) return;
+        kDiag.at().dbg("Dump BufferBase >> [%s] @ [%s]", name.c_str(), directory.c_str());
+        const std::string text = name.c_str();  // A name ends at its first NUL.
+        if (buffer && !text.empty()) dump(*buffer, directory, text);
+    } catch (const ZOV_SPACE::Exception&) {
+    } catch (const std::exception&) {
+    }
+}
+
+void VoleUtil::DepuratePathname(std::string& path) {
+    const auto end = std::unique(path.begin(), path.end(), [](char a, char b) { return a == '/' && b == '/'; });
+    path.erase(end, path.end());
+}
