@@ -13,8 +13,8 @@ namespace {
 
 // The DOS header, at position 0.
 constexpr int kDosHeaderSize = 64;
-constexpr int kNewHeaderField = 0x3C;      // e_lfanew: position of the NT headers.
-constexpr std::uint16_t kMagic = 0x5A4D;   // "MZ"
+constexpr int kNewHeaderField = 0x3C;             // e_lfanew: position of the NT headers.
+constexpr std::uint16_t kMagic = 0x5A4D;          // "MZ"
 constexpr std::uint16_t kMagicReversed = 0x4D5A;  // "ZM"
 
 // The NT headers: signature, file header, and as much of the optional header as every PE file has.

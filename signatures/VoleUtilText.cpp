@@ -13,8 +13,8 @@ namespace {
 constexpr diag::Unit kDiag{"VoleUtil"};
 
 constexpr char kBlanks[] = " \r\n\t";
-constexpr std::size_t kBytesSampled = 25;   // By hasInterChars() and hasPrintChars().
-constexpr unsigned kHexDigitsCounted = 8;   // By hexstr2i(): what 32 bits hold.
+constexpr std::size_t kBytesSampled = 25;  // By hasInterChars() and hasPrintChars().
+constexpr unsigned kHexDigitsCounted = 8;  // By hexstr2i(): what 32 bits hold.
 constexpr unsigned kBitsPerHexDigit = 4;
 
 bool isIn(const char* set, char c) { return c != '\0' && std::strchr(set, c); }

@@ -63,9 +63,11 @@ TEST(VoleUtilText, hexFields) {
         int byteValue, shortValue;  // -1: refused
     };
     const Case cases[] = {
-        {"no digits", "", -1, -1},           {"one digit", "a", 0xA, 0xA},       {"both cases", "aF", 0xAF, 0xAF},
-        {"too long for a byte", "123", -1, 0x123}, {"four digits", "FFFF", -1, 0xFFFF}, {"too long", "12345", -1, -1},
-        {"not hex", "1g", -1, -1},           {"blank", " 1", -1, -1},            {"high byte", "\xB1", -1, -1},
+        {"no digits", "", -1, -1},           {"one digit", "a", 0xA, 0xA},
+        {"both cases", "aF", 0xAF, 0xAF},    {"too long for a byte", "123", -1, 0x123},
+        {"four digits", "FFFF", -1, 0xFFFF}, {"too long", "12345", -1, -1},
+        {"not hex", "1g", -1, -1},           {"blank", " 1", -1, -1},
+        {"high byte", "\xB1", -1, -1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.why);
@@ -84,10 +86,21 @@ TEST(VoleUtilText, hexstr2i) {
         const char* text;
         int value;
     };
-    const Case cases[] = {{"1Fh", 31},  {"Fh", 0},   {"0x", 0},        {"0X1f", 31},          {"1f", 31},
-                          {"h", 0},     {"", 0},     {"0x1Fh", 0},     {"12g4", 0},           {"0FFFFFFFFH", -1},
-                          {"x1", 0},    {"-1", 0},   {"80000000", static_cast<int>(0x80000000u)},
-                          {"9912345678", 0x12345678}, {"g0012345678", 0}};
+    const Case cases[] = {{"1Fh", 31},
+                          {"Fh", 0},
+                          {"0x", 0},
+                          {"0X1f", 31},
+                          {"1f", 31},
+                          {"h", 0},
+                          {"", 0},
+                          {"0x1Fh", 0},
+                          {"12g4", 0},
+                          {"0FFFFFFFFH", -1},
+                          {"x1", 0},
+                          {"-1", 0},
+                          {"80000000", static_cast<int>(0x80000000u)},
+                          {"9912345678", 0x12345678},
+                          {"g0012345678", 0}};
     for (const Case& c : cases) EXPECT_EQ(VoleUtil::hexstr2i(c.text), c.value) << c.text;
     EXPECT_EQ(VoleUtil::hexstr2i(nullptr), 0);
 }
@@ -234,8 +247,10 @@ TEST(VoleUtilText, chompAndStrip) {
         int size, result;
         const char* left;
     };
-    const Case cases[] = {{"exact size", "ab \t", 5, 2, "ab"},       {"size cuts the text", "ab cd", 4, 2, "ab"},
-                          {"size too large", "ab ", 5, 3, "ab "},    {"only space", " \v\f", 4, 0, ""},
+    const Case cases[] = {{"exact size", "ab \t", 5, 2, "ab"},
+                          {"size cuts the text", "ab cd", 4, 2, "ab"},
+                          {"size too large", "ab ", 5, 3, "ab "},
+                          {"only space", " \v\f", 4, 0, ""},
                           {"size of the empty text", "abc", 1, 0, ""}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.why);
@@ -267,8 +282,8 @@ TEST(VoleUtilText, strtokbuf) {
         int index;
         const char* field;  // null: none
     };
-    const Case cases[] = {{"a,,b", 0, "a"},   {"a,,b", 1, "b"},    {"a,,b", 2, nullptr}, {",a", 0, nullptr},
-                          {",;a", 1, "a"},    {"a,", 1, nullptr},  {"", 0, nullptr},     {"ab;cd", 1, "cd"},
+    const Case cases[] = {{"a,,b", 0, "a"},   {"a,,b", 1, "b"},       {"a,,b", 2, nullptr}, {",a", 0, nullptr},
+                          {",;a", 1, "a"},    {"a,", 1, nullptr},     {"", 0, nullptr},     {"ab;cd", 1, "cd"},
                           {"a", -1, nullptr}, {"a", 1 << 30, nullptr}};
     for (const Case& c : cases) {
         char target[8] = "unset";

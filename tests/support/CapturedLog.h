@@ -40,8 +40,8 @@ public:
     // Lines that end with `text`: that is what a line says behind its position.
     std::size_t count(std::string_view text) {
         const std::vector<std::string> all = lines();
-        return static_cast<std::size_t>(std::count_if(
-            all.begin(), all.end(), [text](std::string_view line) { return line.ends_with(text); }));
+        return static_cast<std::size_t>(
+            std::count_if(all.begin(), all.end(), [text](std::string_view line) { return line.ends_with(text); }));
     }
 
 private:

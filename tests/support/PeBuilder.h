@@ -34,12 +34,13 @@ struct PeBuilder {
 
     std::string build() const {
         const std::size_t table = std::size_t{newHeader} + 24 + optionalHeaderSize;
-        std::string image(std::max(paddedTo, std::max<std::size_t>(newHeader + 248, table + 40 * sections.size())), '\0');
+        std::string image(std::max(paddedTo, std::max<std::size_t>(newHeader + 248, table + 40 * sections.size())),
+                          '\0');
         image.replace(0, 2, magic);
         put32(image, 0x3C, newHeader);
         image.replace(newHeader, 4, signature);
-        put16(image, newHeader + 6, claimedSections < 0 ? static_cast<unsigned>(sections.size())
-                                                        : static_cast<unsigned>(claimedSections));
+        put16(image, newHeader + 6,
+              claimedSections < 0 ? static_cast<unsigned>(sections.size()) : static_cast<unsigned>(claimedSections));
         put16(image, newHeader + 20, optionalHeaderSize);
         put32(image, newHeader + 40, entryPoint);
         for (std::size_t i = 0; i < sections.size(); ++i) {
