@@ -1,0 +1,44 @@
+// EngineSession: the engine, loaded with one pattern directory for as long as this object lives.
+//   Owns:    the engine's signature sets, and the process's debugger settings: there is one session at a time.
+//   Throws:  LoadError when scanning with this directory would mean nothing.
+//   Threads: construction and destruction on one thread; scan() from any number.
+#ifndef VOLE_TOOL_ENGINE_SESSION_H
+#define VOLE_TOOL_ENGINE_SESSION_H
+
+#include <stdexcept>
+#include <string>
+
+struct LoadError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct EngineOptions {
+    std::string patternDir;
+    std::string dumpDir;       // where extracted archive members are dumped; empty: nowhere
+    bool diagnostics = false;  // the engine's diagnostic lines go to standard error
+};
+
+enum class Verdict { clean, found, failed };
+
+struct ScanResult {
+    Verdict verdict;
+    std::string text;  // found: the signature's name; failed: the reason, never empty
+};
+
+class EngineSession {
+public:
+    explicit EngineSession(const EngineOptions& options);
+    ~EngineSession();
+    EngineSession(const EngineSession&) = delete;
+    EngineSession& operator=(const EngineSession&) = delete;
+
+    ScanResult scan(const std::string& path) const;
+
+    // Signature lines accepted while loading; -1 when the engine did not tell.
+    int signatureCount() const { return _signatureCount; }
+
+private:
+    int _signatureCount = -1;
+};
+
+#endif  // VOLE_TOOL_ENGINE_SESSION_H

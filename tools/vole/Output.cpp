@@ -1,0 +1,45 @@
+#include "Output.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <system_error>
+
+namespace {
+
+constexpr std::size_t kBlockBytes = 64 * 1024;
+
+// 0, or the error number of the write that failed.
+int writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written > 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written == 0) {
+            return EIO;
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+Output::Output(int fd) : _fd(fd), _isTerminal(::isatty(fd) == 1) {}
+
+void Output::writeLine(std::string_view line) {
+    if (failed()) return;
+    _pending += line;
+    _pending += '\n';
+    if (_isTerminal || _pending.size() >= kBlockBytes) flush();
+}
+
+bool Output::flush() {
+    if (!failed()) _errorNumber = writeAll(_fd, _pending);
+    _pending.clear();
+    return !failed();
+}
+
+std::string Output::errorText() const { return std::generic_category().message(_errorNumber); }

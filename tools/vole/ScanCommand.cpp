@@ -1,0 +1,134 @@
+#include "ScanCommand.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "Escape.h"
+#include "FileWalker.h"
+#include "Output.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Tally {
+    unsigned long long scanned = 0;
+    unsigned long long infected = 0;
+    unsigned long long errors = 0;
+};
+
+void complain(std::string_view text) {
+    std::string line = "vole: ";
+    appendEscaped(line, text);
+    line += '\n';
+    std::fputs(line.c_str(), stderr);
+}
+
+class Scan {
+public:
+    Scan(const EngineSession& engine, bool onlyFindings, Output& output)
+        : _engine(engine), _onlyFindings(onlyFindings), _output(output) {}
+
+    // Ends early when the report cannot be written any more.
+    void scanTree(const std::string& root) {
+        FileWalker walker(root);
+        while (!_output.failed() && walker.next()) {
+            if (walker.error().empty()) {
+                scanOne(walker.path());
+            } else {
+                ++_tally.errors;
+                report(walker.path(), walker.error(), "");
+            }
+        }
+    }
+
+    const Tally& tally() const { return _tally; }
+
+private:
+    void scanOne(const std::string& path) {
+        const ScanResult result = _engine.scan(path);
+        switch (result.verdict) {
+            case Verdict::clean:
+                ++_tally.scanned;
+                if (!_onlyFindings) report(path, "", "OK");
+                break;
+            case Verdict::found:
+                ++_tally.scanned;
+                ++_tally.infected;
+                report(path, result.text, " FOUND");
+                break;
+            case Verdict::failed:
+                ++_tally.errors;
+                report(path, result.text, "");
+        }
+    }
+
+    void report(std::string_view path, std::string_view text, std::string_view word) {
+        _line.clear();
+        appendEscaped(_line, path);
+        _line += ": ";
+        appendEscaped(_line, text);
+        _line += word;
+        _output.writeLine(_line);
+    }
+
+    const EngineSession& _engine;
+    bool _onlyFindings;
+    Output& _output;
+    Tally _tally;
+    std::string _line;
+};
+
+void writeSummary(Output& output, int signatureCount, const Tally& tally, Clock::duration elapsed) {
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.2f s", std::chrono::duration<double>(elapsed).count());
+    output.writeLine("");
+    if (signatureCount >= 0) output.writeLine("Signatures: " + std::to_string(signatureCount));
+    output.writeLine("Scanned:    " + std::to_string(tally.scanned));
+    output.writeLine("Infected:   " + std::to_string(tally.infected));
+    output.writeLine("Errors:     " + std::to_string(tally.errors));
+    output.writeLine(std::string("Elapsed:    ") + seconds);
+}
+
+ExitCode exitCodeOf(const Tally& tally, bool outputFailed) {
+    if (tally.infected != 0) return kExitFound;
+    return tally.errors != 0 || outputFailed ? kExitErrors : kExitClean;
+}
+
+ExitCode scanPaths(const ScanOptions& options, const EngineOptions& engineOptions) {
+    const Clock::time_point start = Clock::now();
+    const EngineSession engine(engineOptions);
+    Output output(STDOUT_FILENO);
+    Scan scan(engine, options.onlyFindings, output);
+    for (const std::string& path : options.paths) scan.scanTree(path);
+    if (!options.noSummary) writeSummary(output, engine.signatureCount(), scan.tally(), Clock::now() - start);
+    if (!output.flush()) complain("cannot write the report: " + output.errorText());
+    return exitCodeOf(scan.tally(), output.failed());
+}
+
+}  // namespace
+
+std::string defaultPatternDir() {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::path programDir = fs::read_symlink("/proc/self/exe", error).parent_path();
+    const fs::path beside = programDir / "patterns" / "starter";
+    if (fs::is_directory(beside, error)) return beside.string();
+    return (programDir / ".." / ".." / "patterns" / "starter").lexically_normal().string();
+}
+
+ExitCode runScan(const ScanOptions& options) {
+    EngineOptions engineOptions = options.engine;
+    if (engineOptions.patternDir.empty()) engineOptions.patternDir = defaultPatternDir();
+    try {
+        return scanPaths(options, engineOptions);
+    } catch (const LoadError& error) {
+        complain(error.what());
+        return kExitErrors;
+    }
+}

@@ -1,0 +1,27 @@
+// ScanCommand: "vole scan", from the parsed options to the exit code.
+#ifndef VOLE_TOOL_SCAN_COMMAND_H
+#define VOLE_TOOL_SCAN_COMMAND_H
+
+#include <string>
+#include <vector>
+
+#include "EngineSession.h"
+
+// What the process returns. A finding outweighs errors: errors show only when nothing was found.
+enum ExitCode { kExitClean = 0, kExitFound = 1, kExitErrors = 2 };
+
+struct ScanOptions {
+    EngineOptions engine;  // an empty pattern directory stands for defaultPatternDir()
+    std::vector<std::string> paths;
+    bool onlyFindings = false;  // findings and errors are listed, clean files are not
+    bool noSummary = false;
+};
+
+// The starter patterns that belong to this program: beside it, or in the source tree whose build folder it lies in.
+std::string defaultPatternDir();
+
+// Scans all paths and reports on standard output; what keeps the scan from starting or reporting goes to standard
+// error.
+ExitCode runScan(const ScanOptions& options);
+
+#endif  // VOLE_TOOL_SCAN_COMMAND_H
