@@ -1,0 +1,48 @@
+#include "Escape.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct EscapeCase {
+    const char* why;
+    const char* text;
+    const char* escaped;
+};
+
+constexpr EscapeCase kCases[] = {
+    {"ordinary names stay readable", "a b-c.txt: OK", "a b-c.txt: OK"},
+    {"UTF-8 of every length stays", "\u00e9\u20ac\U0001f600", "\u00e9\u20ac\U0001f600"},
+    {"a line end would forge a result line", "a\nb: OK", "a\\nb: OK"},
+    {"a carriage return would overwrite the line", "a\rb\t", "a\\rb\\t"},
+    {"terminal sequences begin with ESC", "\x1b[31m", "\\x1b[31m"},
+    {"DEL and NUL-adjacent controls", "\x01\x7f", "\\x01\\x7f"},
+    {"the escape character itself, or escapes could be forged", "a\\nb", "a\\\\nb"},
+    {"C1 controls in UTF-8 steer terminals as well", "\xc2\x9b\x33m\xc2\xa0", "\\xc2\\x9b3m\xc2\xa0"},
+    {"a raw C1 byte is not UTF-8", "\x9b\x31m", "\\x9b1m"},
+    {"direction overrides disguise extensions", "a\u202egpj.exe", "a\\xe2\\x80\\xaegpj.exe"},
+    {"isolates and separators", "\u2066\u2069\u2028", "\\xe2\\x81\\xa6\\xe2\\x81\\xa9\\xe2\\x80\\xa8"},
+    {"their neighbours are harmless", "\u2027\u202f\u2065\u206a", "\u2027\u202f\u2065\u206a"},
+    {"a truncated character at the end", "ab\xe2\x82", "ab\\xe2\\x82"},
+    {"an interrupted character swallows nothing", "\xe2\x82\n", "\\xe2\\x82\\n"},
+    {"an overlong line feed", "\xc0\x8a", "\\xc0\\x8a"},
+    {"a surrogate", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
+    {"beyond the last code point", "\xf4\x90\x80\x80\xff", "\\xf4\\x90\\x80\\x80\\xff"},
+};
+
+TEST(Escape, leavesNothingThatSteersATerminal) {
+    for (const EscapeCase& c : kCases) {
+        SCOPED_TRACE(c.why);
+        std::string line = ">";
+        appendEscaped(line, c.text);
+        EXPECT_EQ(line, std::string(">") + c.escaped);
+    }
+}
+
+TEST(Escape, handlesEmbeddedNul) {
+    std::string line;
+    appendEscaped(line, std::string_view("a\0b", 3));
+    EXPECT_EQ(line, "a\\x00b");
+}
+
+}  // namespace
