@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "ByteOrder.h"
 
@@ -167,9 +168,13 @@ public:
     // File position of a relative virtual address as 32 bits, or 0xFFFFFFFF.
     static std::uint32_t getRawAddr(std::uint32_t rva, const _SECTION* sections, std::uint16_t count);
 
-    // Reads the next line, at most size - 1 bytes, without its end; returns buf, null when nothing is left or reading
-    // failed. A line ends at the first LF within the bytes that fit; if there is none, at the first CR; else where buf
-    // is full. "\r\n" therefore leaves the CR in the text. The cursor is left behind the line's end.
+    // Takes the first line off `text`, without its end. A line ends at the first LF within `room` bytes; if there is
+    // none, at the first CR; else after `room` bytes. "\r\n" therefore leaves the CR in the line. The result stops
+    // short of a NUL, as the text of a C string does; what is behind the NUL is taken off with the line.
+    static std::string_view takeLine(std::string_view& text, std::size_t room);
+
+    // Reads the next line, at most size - 1 bytes, as takeLine() does; returns buf, null when nothing is left or
+    // reading failed. The cursor is left behind the line's end.
     static char* readOneLine(char* buf, int size, ZOV_SPACE::IOBuffer* buffer);
 
     // A new buffer with the first `size` bytes of the descriptor, or fewer when it ends sooner; null when it cannot be

@@ -142,11 +142,6 @@ std::unique_ptr<SmartBufferBase> copyFile(int fd, long size) {
     return filled ? std::move(buffer) : nullptr;
 }
 
-const char* findLineEnd(std::span<const char> bytes) {
-    const void* end = std::memchr(bytes.data(), '\n', bytes.size());
-    return static_cast<const char*>(end ? end : std::memchr(bytes.data(), '\r', bytes.size()));
-}
-
 // Up to `room` bytes at the cursor, in place when they lie contiguously, else read into `buf`.
 std::span<const char> nextChunk(IOBuffer& buffer, char* buf, int room) {
     const auto wanted = static_cast<std::size_t>(room);
@@ -180,6 +175,16 @@ int VoleUtil::readn(IOBuffer* buffer, char* buf, int n) {
     return total;
 }
 
+std::string_view VoleUtil::takeLine(std::string_view& text, std::size_t room) {
+    std::string_view line = text.substr(0, room);
+    const auto find = [&](char c) { return static_cast<const char*>(std::memchr(line.data(), c, line.size())); };
+    const char* end = find('\n');
+    if (!end) end = find('\r');
+    if (end) line = line.substr(0, static_cast<std::size_t>(end - line.data()));
+    text.remove_prefix(line.size() + (end ? 1 : 0));
+    return line.substr(0, line.find('\0'));
+}
+
 char* VoleUtil::readOneLine(char* buf, int size, IOBuffer* buffer) {
     if (!buf || !buffer || size <= 1) return nullptr;
     try {
@@ -187,11 +192,12 @@ char* VoleUtil::readOneLine(char* buf, int size, IOBuffer* buffer) {
         const std::span<const char> chunk = nextChunk(*buffer, buf, size - 1);
         if (chunk.empty()) return nullptr;
 
-        const char* end = findLineEnd(chunk);
-        const std::size_t length = end ? static_cast<std::size_t>(end - chunk.data()) : chunk.size();
-        if (chunk.data() != buf) std::memcpy(buf, chunk.data(), length);
-        buf[length] = '\0';
-        buffer->seek(SEEK_SET, start + static_cast<long>(length) + (end ? 1 : 0));
+        std::string_view rest(chunk.data(), chunk.size());
+        const std::string_view line = takeLine(rest, rest.size());
+        const std::size_t taken = chunk.size() - rest.size();
+        std::memmove(buf, line.data(), line.size());
+        buf[line.size()] = '\0';
+        buffer->seek(SEEK_SET, start + static_cast<long>(taken));
         return buf;
     } catch (const ZOV_SPACE::Exception&) {
     } catch (const std::exception&) {

@@ -5,8 +5,8 @@
 #include <climits>
 #include <cstring>
 #include <memory>
-#include <regex>
 
+#include "Ascii.h"
 #include "Exception.h"
 
 namespace ZOV_SPACE {
@@ -221,8 +221,12 @@ TEST(Utils, turnsEveryByteIntoHexAndBack) {
 TEST(Utils, formats) {
     EXPECT_EQ(Utils::formatString("%s:%d", "a", 7), "a:7");
     EXPECT_EQ(Utils::formatString("%5000d", 1).size(), 4095u);
-    EXPECT_TRUE(std::regex_match(Utils::getLocalDate(), std::regex("\\d{4}-\\d\\d-\\d\\d")));
-    EXPECT_TRUE(std::regex_match(Utils::getLocalTime(), std::regex("\\d\\d:\\d\\d:\\d\\d")));
+    const auto shape = [](std::string text) {
+        for (char& c : text) c = ascii::isDigit(c) ? '9' : c;
+        return text;
+    };
+    EXPECT_EQ(shape(Utils::getLocalDate()), "9999-99-99");
+    EXPECT_EQ(shape(Utils::getLocalTime()), "99:99:99");
 }
 
 TEST(Utils, splitsIntoTokens) {

@@ -1,0 +1,16 @@
+// Normalize.h: the form of a text that signatures are also matched against: its non-blank lines, trimmed, in lower
+// case, each with a line feed at its end.
+#ifndef ENGINE_NORMALIZE_H
+#define ENGINE_NORMALIZE_H
+
+#include <memory>
+
+#include "io/IOBuffer.h"
+#include "io/SmartBufferBase.h"
+
+// The normalised text of a stream; null when it is longer than 65536 bytes, does not begin like plain text (only its
+// first 64 bytes are looked at) or cannot be read. Moves the cursor. Throws what reading throws.
+// A line of more than 1023 bytes counts as several. A NUL ends its line's text.
+std::unique_ptr<ZOV_SPACE::SmartBufferBase> normalize(ZOV_SPACE::IOBuffer* input);
+
+#endif  // ENGINE_NORMALIZE_H

@@ -1,0 +1,78 @@
+#include "ResultText.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "voleeng.h"
+
+namespace {
+
+enum class Arg {
+    none,   // The text is `before` alone.
+    shown,  // The argument stands behind `before`, "[NULL]" for a null.
+    bare,   // The same, but nothing for a null.
+};
+
+struct ResultText {
+    int code;
+    const char* before;
+    Arg arg = Arg::none;
+    const char* after = "";
+};
+
+constexpr int kFirstCode = -500;
+constexpr int kLastCode = -472;
+
+// Texts without a caller are kept: hosts receive the same message for the same number. Also kept as it is: -486, unlike
+// its siblings, ends without a full stop.
+constexpr ResultText kResultTexts[] = {
+    {VOLE_ALREADY_LOADED, "pattern for VoleEngine has been loaded."},
+    {-499, "pattern for VoleEngine has not been loaded."},
+    {VOLE_INVALID_DIRECTORY, "", Arg::bare, " isn't a valid pattern dir path."},
+    {-497, "pattern is in busy now, fail to free it."},
+    {VOLE_OUT_OF_MEMORY, "fail to allocate memory."},
+    {-495, "pattern is empty."},
+    {VOLE_INVALID_PATTERN, "fail to load pattern file: ", Arg::shown, ", maybe this pattern file format is not valid."},
+    {VOLE_CANNOT_OPEN, "fail to open file: ", Arg::shown},
+    {-492, ""},
+    {-491, ""},
+    {VOLE_NO_OPTION_FILE, ""},
+    {VOLE_INVALID_OPTION, ""},
+    {VOLE_INVALID_LIST, "fail to load pa list from ", Arg::shown},
+    {-487, "PA list has been loaded."},
+    {-486, "PA list has not been loaded"},
+    {-485, "PA list is in busy now, fail to free it."},
+    {-484, ""},
+    {VOLE_SCAN_FAILED, ""},
+    {VOLE_NO_ENTRY, ""},
+    {VOLE_CANNOT_READ, ""},
+    {-480, ""},
+    {VOLE_PLUGIN_FAILED, ""},
+    {-478, "heu-eng for VoleEngine has been loaded."},
+    {-477, ""},
+    {VOLE_PLUGIN_PRESENT, ""},
+    {-475, ""},
+    {-474, ""},
+    {VOLE_NOT_LOADED, ""},
+    {VOLE_STANDBY_BUSY, "No idle container."},
+};
+
+constexpr bool inCodeOrder() {
+    for (int i = 0; i < static_cast<int>(std::size(kResultTexts)); ++i) {
+        if (kResultTexts[i].code != kFirstCode + i) return false;
+    }
+    return std::size(kResultTexts) == kLastCode - kFirstCode + 1;
+}
+static_assert(inCodeOrder(), "a code's text is found by its place in the table");
+
+}  // namespace
+
+void resultMessage(int code, const char* arg, std::string& message) {
+    message.clear();
+    if (code < kFirstCode || code > kLastCode) return;
+    const ResultText& text = kResultTexts[code - kFirstCode];
+    message = text.before;
+    if (text.arg == Arg::none) return;
+    if (arg || text.arg == Arg::shown) message += arg ? arg : "[NULL]";
+    message += text.after;
+}

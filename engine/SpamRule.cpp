@@ -1,0 +1,56 @@
+#include "SpamRule.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "Ascii.h"
+#include "Utils.h"
+#include "util/Diag.h"
+
+namespace {
+
+using ZOV_SPACE::StringHelper;
+
+constexpr diag::Unit kDiag{"pattern_assistant"};
+
+constexpr const char* kSubjects[] = {nullptr};  // Up to the null; an empty list means any subject.
+constexpr const char* kPrefixes[] = {"bugfix-", "removal-", "patch-", "hotfix-"};
+constexpr const char* kSuffix = ".rar";
+constexpr const char* kVirusName = "W32.Email.W.Zhelatin.dj";
+constexpr std::size_t kDigits = 5;
+constexpr std::size_t kTailLength = 9;  // The digits and the suffix.
+
+bool subjectQualifies(const char* subject) {
+    if (!kSubjects[0]) return true;
+    for (const char* const* listed = kSubjects; *listed; ++listed) {
+        if (StringHelper::equalsIgnoreCase(subject, *listed)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+bool matchSpam(const char* subject, const char* attachmentName, std::string& virusName) {
+    if (!subjectQualifies(subject ? subject : "")) {
+        kDiag.at(871).dbg("checkSpam, Subject [%s] is not spam.", subject ? subject : "");
+        return false;
+    }
+    if (!attachmentName) return false;
+    const std::string_view name(attachmentName);
+    if (name.size() <= kTailLength) {
+        kDiag.at(899).dbg("checkSpam, length of attachment must more than 9.");
+        return false;
+    }
+    const std::size_t stem = name.size() - kTailLength;
+    const std::string_view digits = name.substr(stem, kDigits);
+    if (!std::all_of(digits.begin(), digits.end(), ZOV_SPACE::ascii::isDigit) ||
+        !StringHelper::equalsIgnoreCase(attachmentName + stem + kDigits, kSuffix)) {
+        kDiag.at(895).dbg("checkSpam, attachment must contain 5 digtal number and '.rar' suffix.");
+        return false;
+    }
+    const bool matched = std::any_of(std::begin(kPrefixes), std::end(kPrefixes), [&](std::string_view prefix) {
+        return prefix.size() == stem && StringHelper::startsWithIgnoreCase(attachmentName, prefix.data());
+    });
+    if (matched) virusName = kVirusName;
+    return matched;
+}

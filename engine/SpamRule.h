@@ -1,0 +1,12 @@
+// SpamRule.h: recognises the mails of one mass-mailing worm by subject and attachment name.
+#ifndef ENGINE_SPAMRULE_H
+#define ENGINE_SPAMRULE_H
+
+#include <string>
+
+// True, and the name set, for an attachment called "bugfix-", "removal-", "patch-" or "hotfix-", five digits and
+// ".rar", in any ASCII letter case. The list of subjects is empty, so every subject qualifies. Null subjects count as
+// empty; a null attachment name does not match.
+bool matchSpam(const char* subject, const char* attachmentName, std::string& virusName);
+
+#endif  // ENGINE_SPAMRULE_H

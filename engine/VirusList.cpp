@@ -1,0 +1,88 @@
+#include "VirusList.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "PatternLoader.h"
+#include "Raise.h"
+#include "Utils.h"
+#include "VoleUtil.h"
+#include "io/InputStream.h"
+#include "io/RegularFile.h"
+#include "util/Diag.h"
+#include "util/XMLTree.h"
+#include "voleeng.h"
+
+namespace {
+
+using ZOV_SPACE::Exception;
+using ZOV_SPACE::StringHelper;
+
+constexpr diag::Unit kDiag{"pattern_assistant"};
+
+constexpr const char* kListFile = "pattern_assistant.xml";
+constexpr const char* kNameAttribute = "name";
+constexpr int kNoList = -487;
+
+// Passes the name of each child of the node at `path` to `add`. A missing node has none.
+template <class Add>
+void forEachName(const ZOV_SPACE::XMLTree& tree, const char* path, Add add) {
+    const ZOV_SPACE::XMLNode* const node = tree.getNode(path, -1);
+    if (!node) return;
+    for (int i = 0; i < node->getChildLength(); ++i) {
+        const ZOV_SPACE::XMLNode* const child = node->getChild(i);
+        const std::string* const name = child ? child->getAttribute(kNameAttribute) : nullptr;
+        if (name) add(*name);
+    }
+}
+
+void readListFile(ZOV_SPACE::XMLParser& parser, const std::string& path, VirusList& list) {
+    const ZOV_SPACE::OwnFd file = ZOV_SPACE::openRegularFile(path.c_str());
+    if (!file) ZOV_SPACE::raise<ZOV_SPACE::IOException>(path + ": " + ZOV_SPACE::systemErrorText());
+    ZOV_SPACE::FileInputStream stream(file.get());
+    parser.load(stream);
+    forEachName(parser.getTree(), "/FalseAlarm", [&](const std::string& name) { list.addFalseAlarm(name); });
+    forEachName(parser.getTree(), "/Spyware", [&](const std::string& name) { list.addSpyware(name); });
+}
+
+}  // namespace
+
+void VirusList::addSpyware(const std::string& name) {
+    spywareList.emplace_back(name.c_str(), name.c_str() + name.size() + 1);
+}
+
+bool VirusList::isFalseAlarm(const char* name) const {
+    return name && std::any_of(faList.begin(), faList.end(), [name](const std::string& entry) {
+               return StringHelper::equalsIgnoreCase(entry.c_str(), name);
+           });
+}
+
+bool VirusList::isSpyware(const char* name) {
+    if (!name) return false;
+    const std::size_t length = std::strlen(name);
+    return std::any_of(spywareList.begin(), spywareList.end(), [=](std::vector<char>& entry) {
+        const std::size_t prefix = entry.size() - 1;
+        return prefix <= length && VoleUtil::strncmp_nocase(entry.data(), name, prefix) == 0;
+    });
+}
+
+int loadVirusList(VirusList* list, const std::string& directory) {
+    if (!list) return kNoList;
+    const auto parser = ZOV_SPACE::XMLParser::createDefaultXMLParser();
+    if (!parser) {
+        kDiag.at(358).err("Fail to create XMLParser.");
+        return VOLE_OUT_OF_MEMORY;
+    }
+    try {
+        readListFile(*parser, pathIn(directory, kListFile), *list);
+    } catch (Exception& e) {
+        kDiag.at(423).err("%s", e.toString());
+    }
+    if (list->empty()) {
+        kDiag.at(428).err("Fail to load false-alarm and spyware.");
+        return VOLE_INVALID_LIST;
+    }
+    kDiag.at().dbg("faList.size[%d], spywareList.size[%d]\n", static_cast<int>(list->falseAlarmCount()),
+                   static_cast<int>(list->spywareCount()));
+    return 0;
+}

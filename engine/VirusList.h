@@ -1,0 +1,35 @@
+// VirusList: the false-alarm and spyware names of one pattern set. Filled by one thread, then queried by any number.
+#ifndef ENGINE_VIRUSLIST_H
+#define ENGINE_VIRUSLIST_H
+
+#include <string>
+#include <vector>
+
+class VirusList {
+public:
+    // Whether `name` equals an entry, ignoring ASCII letter case. A null never does.
+    bool isFalseAlarm(const char* name) const;
+
+    // Whether an entry is a prefix of `name`, ignoring ASCII letter case.
+    // Kept as is: an entry that matches in another letter case takes that of `name` over; hosts see its effect on the
+    // entry. Its characters are read and written atomically, because other threads query the same list.
+    bool isSpyware(const char* name);
+
+    void addFalseAlarm(const std::string& name) { faList.push_back(name); }
+    void addSpyware(const std::string& name);
+
+    std::size_t falseAlarmCount() const { return faList.size(); }
+    std::size_t spywareCount() const { return spywareList.size(); }
+    bool empty() const { return faList.empty() && spywareList.empty(); }
+
+private:
+    // Texts with their NUL. Not strings: a string may share its characters with a copy.
+    std::vector<std::vector<char>> spywareList;
+    std::vector<std::string> faList;
+};
+
+// Fills a list from "pattern_assistant.xml" in a pattern directory. 0, VOLE_INVALID_LIST when it is empty afterwards,
+// -487 when `list` is null, VOLE_OUT_OF_MEMORY when there is no XML parser.
+int loadVirusList(VirusList* list, const std::string& directory);
+
+#endif  // ENGINE_VIRUSLIST_H

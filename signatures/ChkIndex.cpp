@@ -1,0 +1,94 @@
+#include "ChkIndex.h"
+
+#include <algorithm>
+#include <tuple>
+
+#include "ByteOrder.h"
+
+namespace {
+
+struct Entry {
+    std::uint8_t offsetType;
+    std::uint8_t offsetParameter;
+    std::int16_t slot;
+    std::uint32_t checkString;
+    std::uint32_t record;
+
+    auto plane() const { return std::tie(offsetType, offsetParameter); }
+    auto key() const { return std::tie(offsetType, offsetParameter, slot, checkString, record); }
+};
+
+// One of 64 bits; the product's highest six depend on all bits of the check string.
+std::uint64_t filterBit(std::uint32_t checkString) { return std::uint64_t{1} << ((checkString * 0x9E3779B1U) >> 26); }
+
+// Records whose position cannot resolve are left out: from either end of a file, only forward into it.
+std::vector<Entry> sortedEntries(const std::vector<CheckSumPattern>& records) {
+    std::vector<Entry> entries;
+    entries.reserve(records.size());
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const CheckSumPattern& record = records[i];
+        if (record.offsetType <= kFromEnd && record.offset1 < 0) continue;
+        const auto slot = static_cast<std::int16_t>(record.offsetType == kFromEnd ? -record.offset1 : record.offset1);
+        // Elsewhere the parameter means nothing, and records that differ in it alone share a base.
+        const std::uint8_t parameter = record.offsetType == kFromSection ? record.offsetParameter : 0;
+        entries.push_back({record.offsetType, parameter, slot, record.checkString, static_cast<std::uint32_t>(i)});
+    }
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.key() < b.key(); });
+    return entries;
+}
+
+}  // namespace
+
+ChkIndex::ChkIndex(const std::vector<CheckSumPattern>& records) : _recordCount(records.size()) {
+    const std::vector<Entry> entries = sortedEntries(records);
+    const Entry* previous = nullptr;
+    for (const Entry& entry : entries) {
+        const bool newPlane = !previous || entry.plane() != previous->plane();
+        if (newPlane) {
+            Plane& plane = _planes.emplace_back();
+            plane._offsetType = entry.offsetType;
+            plane._offsetParameter = entry.offsetParameter;
+        }
+        Plane& plane = _planes.back();
+        if (newPlane || entry.slot != previous->slot) {
+            plane._slots.push_back(entry.slot);
+            plane._filters.push_back(0);
+            plane._firstEntries.push_back(static_cast<std::uint32_t>(plane._records.size()));
+        }
+        plane._filters.back() |= filterBit(entry.checkString);
+        plane._checkStrings.push_back(entry.checkString);
+        plane._records.push_back(entry.record);
+        previous = &entry;
+    }
+    for (Plane& plane : _planes) plane._firstEntries.push_back(static_cast<std::uint32_t>(plane._records.size()));
+}
+
+ChkIndex::Plane::Range ChkIndex::Plane::groupsWithin(std::int64_t base, std::int64_t size) const {
+    const std::int64_t lowest = -base;
+    const std::int64_t beyond = size - static_cast<std::int64_t>(kCheckStringSize) + 1 - base;
+    const auto first = std::partition_point(_slots.begin(), _slots.end(), [=](auto slot) { return slot < lowest; });
+    const auto last = std::partition_point(first, _slots.end(), [=](auto slot) { return slot < beyond; });
+    return {static_cast<std::size_t>(first - _slots.begin()), static_cast<std::size_t>(last - _slots.begin())};
+}
+
+std::size_t ChkIndex::Plane::windowLength(Range range) const {
+    return static_cast<std::size_t>(_slots[range.last - 1] - _slots[range.first]) + kCheckStringSize;
+}
+
+void ChkIndex::Plane::collect(Range range, std::span<const char> window, std::vector<std::uint32_t>& candidates) const {
+    const int start = _slots[range.first];
+    for (std::size_t group = range.first; group < range.last; ++group) {
+        const std::uint32_t bytes = ZOV_SPACE::loadU32(window.data() + (_slots[group] - start));
+        if (_filters[group] & filterBit(bytes)) collectGroup(group, bytes, candidates);
+    }
+}
+
+void ChkIndex::Plane::collectGroup(std::size_t group, std::uint32_t bytes,
+                                   std::vector<std::uint32_t>& candidates) const {
+    const auto begin = _checkStrings.begin() + _firstEntries[group];
+    const auto end = _checkStrings.begin() + _firstEntries[group + 1];
+    const auto [first, last] = std::equal_range(begin, end, bytes);
+    for (auto entry = first; entry != last; ++entry) {
+        candidates.push_back(_records[static_cast<std::size_t>(entry - _checkStrings.begin())]);
+    }
+}

@@ -1,0 +1,56 @@
+#include <unistd.h>
+
+#include "Raise.h"
+#include "VoleScanner.h"
+
+using ZOV_SPACE::Exception;
+using ZOV_SPACE::IOBuffer;
+
+namespace {
+
+// Streams that are not in memory are read in pieces of this size; on the heap, because host threads may have little
+// stack.
+constexpr int kPieceSize = 64 * 1024;
+
+}  // namespace
+
+template <class Read>
+void Md5Scanner::feed(Read read) {
+    const auto piece = std::make_unique_for_overwrite<char[]>(kPieceSize);
+    for (;;) {
+        const int got = read(piece.get(), kPieceSize);
+        if (got < 0) ZOV_SPACE::raise<Exception>("fail to read file");
+        _md5.MD5Update(piece.get(), static_cast<std::size_t>(got));
+        if (got < kPieceSize) return;
+    }
+}
+
+bool Md5Scanner::lookUp(std::string& virusName) {
+    unsigned char digest[Md5::kDigestSize];
+    _md5.MD5Final(digest);
+    const BmPattern* const found = virusFoundMD5(digest);
+    if (found) virusName = found->name;
+    return found != nullptr;
+}
+
+bool Md5Scanner::scan(IOBuffer* buf, unsigned int size, std::string& virusName) {
+    if (!buf || size == 0 || !verifyFileSize(size)) return false;
+    _md5.MD5Init();
+    buf->seek(SEEK_SET, 0);
+    for (auto bytes = buf->view(); !bytes.empty(); bytes = buf->view()) {
+        _md5.MD5Update(bytes.data(), bytes.size());
+        buf->seek(SEEK_CUR, static_cast<long>(bytes.size()));
+    }
+    if (buf->tell() < buf->getSize()) {
+        feed([buf](char* piece, int length) { return VoleUtil::readn(buf, piece, length); });
+    }
+    return lookUp(virusName);
+}
+
+bool Md5Scanner::scan(int fd, unsigned int size, std::string& virusName) {
+    if (fd == -1 || size == 0 || !verifyFileSize(size)) return false;
+    _md5.MD5Init();
+    if (::lseek(fd, 0, SEEK_SET) < 0) ZOV_SPACE::raise<Exception>("fail to read file");
+    feed([fd](char* piece, int length) { return VoleUtil::readn(fd, piece, length); });
+    return lookUp(virusName);
+}

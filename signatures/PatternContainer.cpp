@@ -1,0 +1,64 @@
+#include "PatternContainer.h"
+
+#include <algorithm>
+#include <climits>
+
+#include "ByteOrder.h"
+#include "PatternLineReader.h"
+#include "VoleUtil.h"
+#include "io/RegularFile.h"
+
+namespace {
+
+// Adds the file's data lines to the list and counts those that it accepts.
+// `onCount` takes the number of a "#count:" header; one counts only before the first data line.
+template <class List, class OnCount>
+void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount) {
+    bool headerOpen = true;
+    PatternLine line;
+    while (lines.next(line)) {
+        if (line.kind == PatternLine::Kind::data) {
+            headerOpen = false;
+            // A malformed line is dropped without a message; the load goes on.
+            if (!list.append(line.text)) ++accepted;
+        } else if (line.kind == PatternLine::Kind::count && headerOpen) {
+            onCount(line.count);
+        }
+    }
+}
+
+// Makes searchable what was loaded, also when reading ends early.
+template <class List, class OnCount>
+void load(PatternLineReader& lines, List& list, int& accepted, OnCount onCount) {
+    try {
+        appendLines(lines, list, accepted, onCount);
+    } catch (...) {
+        list.index();
+        throw;
+    }
+    list.index();
+}
+
+}  // namespace
+
+int PatternContainer::loadPattern(const std::string& path) {
+    const bool isMd5 = VoleUtil::endsWith(path.c_str(), kMd5FileSuffix);
+    if (!isMd5 && !VoleUtil::endsWith(path.c_str(), kCheckSumFileSuffix)) return 0;
+    ZOV_SPACE::OwnFd file = ZOV_SPACE::openRegularFile(path.c_str());
+    if (!file) return kCannotOpen;
+    PatternLineReader lines(std::move(file));
+    if (isMd5) {
+        _md5List.beginFile();
+        load(lines, _md5List, _loadedCount, [&](int count) {
+            const auto plausible = std::min<std::uint64_t>(lines.bytesLeft() / BmList::kMinLineLength + 1, INT_MAX);
+            _md5List.allocate(count, static_cast<std::size_t>(plausible));
+        });
+    } else {
+        load(lines, _checkSumList, _loadedCount, [](int) {});
+    }
+    return 0;
+}
+
+int PatternContainer::scomp(const void* a, const void* b) {
+    return static_cast<int>(ZOV_SPACE::loadU32(a) - ZOV_SPACE::loadU32(b));
+}

@@ -1,0 +1,41 @@
+// PatternContainer: one loaded set of signatures. Filled by one thread, file by file, then shared read-only.
+#ifndef SIGNATURES_PATTERNCONTAINER_H
+#define SIGNATURES_PATTERNCONTAINER_H
+
+#include <string>
+
+#include "BmList.h"
+#include "CheckSumList.h"
+
+// How pattern file names end; other files are none.
+constexpr const char* kMd5FileSuffix = ".hdb";
+constexpr const char* kCheckSumFileSuffix = ".chk";
+
+class PatternContainer {
+public:
+    static constexpr int kCannotOpen = -494;
+
+    // Loads one file: MD5 records from a name that ends with ".hdb", checksum records from ".chk" (both
+    // case-sensitive), nothing from any other name. Malformed lines are passed over. 0, or kCannotOpen with nothing
+    // changed. Throws Exception when the file cannot be read to its end; the lines before that stay.
+    int loadPattern(const std::string& path);
+
+    // Called by the owner after loading; there is nothing left to do.
+    void prepare() {}
+
+    // Data lines that were accepted, over all files.
+    int loadedCount() const { return _loadedCount; }
+
+    const BmList& md5List() const { return _md5List; }
+    const CheckSumList& checkSumList() const { return _checkSumList; }
+
+    // The difference of two unsigned 32-bit values, as qsort-like functions want it; 0 when they are equal.
+    static int scomp(const void* a, const void* b);
+
+private:
+    int _loadedCount = 0;
+    BmList _md5List;
+    CheckSumList _checkSumList;
+};
+
+#endif  // SIGNATURES_PATTERNCONTAINER_H

@@ -1,0 +1,53 @@
+// PatternLineReader: the lines of a pattern file and what kind each is; shared by the loader and by tools that check
+// pattern files. Reads in large blocks; one thread.
+//
+// A line is at most 1023 bytes with its newline; a longer one comes in pieces of 1023 bytes, each a line of its own.
+// Bytes behind a NUL do not exist. A rest without a newline at the end of the file is dropped.
+#ifndef SIGNATURES_PATTERNLINEREADER_H
+#define SIGNATURES_PATTERNLINEREADER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "io/OwnFd.h"
+
+struct PatternLine {
+    enum class Kind {
+        data,
+        comment,
+        count,  // "#count:" at the very start of the line, with its number in `count`
+    };
+
+    Kind kind;
+    std::string_view text;  // Without its line end; valid until the next line is read.
+    int count;              // 0 unless kind is count. Saturates at the limits of int.
+    std::uint64_t number;   // From 1, in lines as read.
+};
+
+class PatternLineReader {
+public:
+    static constexpr std::size_t kMaxLine = 1023;  // Bytes of one line, its newline included.
+
+    explicit PatternLineReader(ZOV_SPACE::OwnFd file);
+
+    // Gets the next line; false at the end of the file. Throws IOException when reading fails.
+    bool next(PatternLine& line);
+
+    // Bytes of the file behind the line last returned, as far as its size is known.
+    std::uint64_t bytesLeft() const;
+
+private:
+    bool refill();
+
+    ZOV_SPACE::OwnFd _file;
+    std::unique_ptr<char[]> _buffer;
+    std::size_t _begin = 0;  // The unread bytes in _buffer.
+    std::size_t _end = 0;
+    std::uint64_t _size;      // Of the file.
+    std::uint64_t _read = 0;  // Bytes of it that have been read so far.
+    std::uint64_t _lineNumber = 0;
+};
+
+#endif  // SIGNATURES_PATTERNLINEREADER_H
