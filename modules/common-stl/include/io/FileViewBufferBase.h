@@ -47,7 +47,6 @@ public:
 private:
     int _read(long pos, char* buf, int n);
     FileBufferBase& _ownCopy();
-    bool _copyPiece(FileBufferBase& copy, char* piece, long pos);
 
     OwnFd _source;
     std::unique_ptr<FileBufferBase> _copy;

@@ -23,6 +23,8 @@ public:
     // of more than one block may have replaced the first of its bytes.
     void write(int fd, long pos, const char* buf, int n, long contentEnd);
     void flush(int fd);
+    // Bytes from contentEnd on are no longer content.
+    void truncate(long contentEnd);
     // Forgets the block. REQUIRES: flushed, or its unwritten bytes are no longer content.
     void drop();
 

@@ -62,6 +62,8 @@ public:
 
 private:
     void _ensureSize() const;
+    template <class Operation>
+    auto _checkedTwice(Operation operation) const;
 
     long _limit;
     mutable bool _exceeded = false;

@@ -7,6 +7,7 @@
 #ifndef COMMON_STL_IO_MEMBUFFERBASE_H
 #define COMMON_STL_IO_MEMBUFFERBASE_H
 
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -49,7 +50,7 @@ private:
         Buffer(long firstPosition, long n, bool exact);
 
         int room() const { return capacity - used; }
-        long end() const { return start + capacity; }
+        std::int64_t end() const { return std::int64_t{start} + capacity; }
         void cut(int offset, int n);  // REQUIRES: offset + n <= used. Leaves capacity == used.
         void shrinkToUsed();
         void zeroAppend(int n);                                // REQUIRES: n <= room().
@@ -65,7 +66,8 @@ private:
     static constexpr int kMinBlock = 4096;
 
     int _findBlock(long pos) const;
-    void _addBlock(std::size_t index, long start, long n, bool exact);
+    void _addBlock(std::size_t index, Buffer&& block);
+    void _startBlock(long n);
     void _ensureCapacity(long n);
     void _pad(long n);
     void _write(long pos, const char* buf, int n);

@@ -39,6 +39,9 @@ public:
     void closeWriting();  // Final. Releases every waiting reader.
 
 private:
+    template <class Operation>
+    int _notifying(Operation operation);
+
     bool _closed = false;
     std::unique_ptr<PipeProducerOutputStream> _producer;
     Mutex _mutex;

@@ -1,0 +1,107 @@
+#include "io/FileWindow.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "BufferSupport.h"
+
+namespace ZOV_SPACE {
+
+long preadAll(int fd, char* buf, long n, long pos) {
+    long done = 0;
+    while (done < n) {
+        const ssize_t count = ::pread(fd, buf + done, static_cast<std::size_t>(n - done), off_t{pos} + done);
+        if (count == 0) break;
+        if (count > 0) {
+            done += static_cast<long>(count);
+        } else if (errno != EINTR) {
+            kBufferUnit.raise<IOException>(systemErrorText());
+        }
+    }
+    return done;
+}
+
+void pwriteAll(int fd, const char* buf, long n, long pos) {
+    for (long done = 0; done < n;) {
+        const ssize_t count = ::pwrite(fd, buf + done, static_cast<std::size_t>(n - done), off_t{pos} + done);
+        if (count >= 0) {
+            done += static_cast<long>(count);
+        } else if (errno != EINTR) {
+            kBufferUnit.raise<IOException>(systemErrorText());
+        }
+    }
+}
+
+int FileWindow::read(int fd, long pos, char* buf, int n, long contentEnd) {
+    int done = 0;
+    while (done < n) {
+        if (!holds(pos + done)) {
+            if (n - done >= kBytes) {
+                flush(fd);
+                return done + static_cast<int>(preadAll(fd, buf + done, n - done, pos + done));
+            }
+            select(fd, pos + done, contentEnd);
+            if (!holds(pos + done)) break;
+        }
+        const int offset = static_cast<int>(pos + done - _start);
+        const int piece = std::min(n - done, _filled - offset);
+        std::memcpy(buf + done, _bytes.get() + offset, static_cast<std::size_t>(piece));
+        done += piece;
+    }
+    return done;
+}
+
+void FileWindow::write(int fd, long pos, const char* buf, int n, long contentEnd) {
+    if (n < 1) return;
+    const int offset = static_cast<int>(pos % kBytes);
+    if (n > kBytes - offset) {
+        flush(fd);
+        drop();
+        pwriteAll(fd, buf, n, pos);
+        return;
+    }
+    select(fd, pos, contentEnd);
+    if (offset > _filled) kBufferUnit.raise<IOException>(systemErrorText(EIO));  // Somebody shortened the file.
+    std::memcpy(_bytes.get() + offset, buf, static_cast<std::size_t>(n));
+    _filled = std::max(_filled, offset + n);
+    _dirtyBegin = _dirtyEnd > 0 ? std::min(_dirtyBegin, offset) : offset;
+    _dirtyEnd = std::max(_dirtyEnd, offset + n);
+}
+
+void FileWindow::flush(int fd) {
+    if (_dirtyEnd == 0) return;
+    pwriteAll(fd, _bytes.get() + _dirtyBegin, _dirtyEnd - _dirtyBegin, _start + _dirtyBegin);
+    _dirtyBegin = _dirtyEnd = 0;
+}
+
+void FileWindow::truncate(long contentEnd) {
+    const int kept = static_cast<int>(std::clamp<long>(contentEnd - _start, 0, kBytes));
+    _filled = std::min(_filled, kept);
+    _dirtyEnd = std::min(_dirtyEnd, kept);
+    if (_dirtyBegin >= _dirtyEnd) _dirtyBegin = _dirtyEnd = 0;
+}
+
+void FileWindow::drop() {
+    _selected = false;
+    _filled = _dirtyBegin = _dirtyEnd = 0;
+}
+
+// Makes the window the block that `pos` lies in.
+void FileWindow::select(int fd, long pos, long contentEnd) {
+    const long start = pos - pos % kBytes;
+    if (_selected && _start == start) return;
+    flush(fd);
+    drop();
+    if (!_bytes) _bytes.reset(new (std::nothrow) char[kBytes]);
+    if (!_bytes) kBufferUnit.raise<IOException>(systemErrorText(ENOMEM));
+    const long wanted = std::clamp<long>(contentEnd - start, 0, kBytes);
+    _filled = static_cast<int>(preadAll(fd, _bytes.get(), wanted, start));
+    _start = start;
+    _selected = true;
+}
+
+}  // namespace ZOV_SPACE
