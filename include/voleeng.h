@@ -55,30 +55,30 @@ struct VoleDebugger {
 // Results of init(), reload() and scanFile(). Codes between -500 and -472 that are not named here are reserved.
 // The texts are those that the functions leave in their message argument.
 enum VoleResult {
-    VOLE_CLEAN = 0,                  // success; of scanFile(): nothing found
-    VOLE_FOUND = 1,                  // of scanFile(): a signature matched
-    VOLE_ALREADY_LOADED = -500,      // "pattern for VoleEngine has been loaded."
-    VOLE_INVALID_DIRECTORY = -498,   // "<dir> isn't a valid pattern dir path."
-    VOLE_OUT_OF_MEMORY = -496,       // "fail to allocate memory."
-    VOLE_INVALID_PATTERN = -494,     // "fail to load pattern file: <dir>, maybe this pattern file format is not valid."
-    VOLE_CANNOT_OPEN = -493,         // "fail to open file: <path>"
-    VOLE_NO_OPTION_FILE = -490,      // (no text) voleeng.ini cannot be opened; only logged by init()
-    VOLE_INVALID_OPTION = -489,      // (no text) voleeng.ini holds an illegal value; only logged by init()
-    VOLE_INVALID_LIST = -488,        // "fail to load pa list from <dir>"
-    VOLE_SCAN_FAILED = -483,         // (no text) the scan failed in a way that has no code of its own
-    VOLE_NO_ENTRY = -482,            // (no text) the scan could not set up its work list
-    VOLE_CANNOT_READ = -481,         // (no text) the file could not be read
-    VOLE_PLUGIN_FAILED = -479,       // (no text) the heuristic plug-in is missing or unusable
-    VOLE_PLUGIN_PRESENT = -476,      // (no text) a plug-in instance exists already
-    VOLE_NOT_LOADED = -473,          // (no text) reload() before a successful init()
-    VOLE_STANDBY_BUSY = -472,        // "No idle container."
+    VOLE_CLEAN = 0,                 // success; of scanFile(): nothing found
+    VOLE_FOUND = 1,                 // of scanFile(): a signature matched
+    VOLE_ALREADY_LOADED = -500,     // "pattern for VoleEngine has been loaded."
+    VOLE_INVALID_DIRECTORY = -498,  // "<dir> isn't a valid pattern dir path."
+    VOLE_OUT_OF_MEMORY = -496,      // "fail to allocate memory."
+    VOLE_INVALID_PATTERN = -494,    // "fail to load pattern file: <dir>, maybe this pattern file format is not valid."
+    VOLE_CANNOT_OPEN = -493,        // "fail to open file: <path>"
+    VOLE_NO_OPTION_FILE = -490,     // (no text) voleeng.ini cannot be opened; only logged by init()
+    VOLE_INVALID_OPTION = -489,     // (no text) voleeng.ini holds an illegal value; only logged by init()
+    VOLE_INVALID_LIST = -488,       // "fail to load pa list from <dir>"
+    VOLE_SCAN_FAILED = -483,        // (no text) the scan failed in a way that has no code of its own
+    VOLE_NO_ENTRY = -482,           // (no text) the scan could not set up its work list
+    VOLE_CANNOT_READ = -481,        // (no text) the file could not be read
+    VOLE_PLUGIN_FAILED = -479,      // (no text) the heuristic plug-in is missing or unusable
+    VOLE_PLUGIN_PRESENT = -476,     // (no text) a plug-in instance exists already
+    VOLE_NOT_LOADED = -473,         // (no text) reload() before a successful init()
+    VOLE_STANDBY_BUSY = -472,       // "No idle container."
 };
 
 // Loads the pattern directory `dir`: "voleeng.ini", every ".hdb" and ".chk" file, "pattern_assistant.xml" and the
 // heuristic plug-in "libheueng.so". A missing part is not fatal: the result is 0 as soon as the signatures, the lists
 // or the plug-in loaded, and scanning starts when the signatures or the lists did. `message` holds the text of the
-// last step that failed, if any did; a plug-in that failed leaves it empty. When a set is already loaded, nothing changes and the result is -500.
-// A null `dir` counts as an invalid directory.
+// last step that failed, if any did; a plug-in that failed leaves it empty. When a set is already loaded, nothing
+// changes and the result is -500. A null `dir` counts as an invalid directory.
 VOLEENG_API int init(const char* dir, std::string& message);
 
 // Loads `dir` into the idle slot and switches to it when both the signatures and the lists loaded; otherwise the

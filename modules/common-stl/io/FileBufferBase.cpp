@@ -156,7 +156,10 @@ int FileBufferBase::insert(long pos, const char* buf, int n) {
     _window.flush(_file.get());
     _window.drop();
     // Taking the room first keeps the content whole when the disk is full: the move overwrites as it goes.
-    if (const int error = ::posix_fallocate(_file.get(), _size, n); error != 0) raiseErrno(error);
+    int error;
+    do error = ::posix_fallocate(_file.get(), _size, n);
+    while (error == EINTR);
+    if (error != 0) raiseErrno(error);
     _fileMove(pos + n, pos);
     pwriteAll(_file.get(), buf, n, pos);
     _size += n;

@@ -19,10 +19,9 @@ constexpr int kCopyBytes = 262144;
 
 FileViewBufferBase::FileViewBufferBase(int fd, long size) {
     _type = kTypeFile;
-    const bool representable = size >= 0 && size <= kMaxSize;
-    if (representable) _source.reset(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    if (size >= 0 && size <= kMaxSize) _source.reset(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
     _valid = static_cast<bool>(_source);
-    _size = representable ? size : 0;
+    if (_valid) _size = size;
 }
 
 FileViewBufferBase::~FileViewBufferBase() = default;

@@ -61,7 +61,10 @@ void FileWindow::write(int fd, long pos, const char* buf, int n, long contentEnd
     if (n > kBytes - offset) {
         flush(fd);
         drop();
-        pwriteAll(fd, buf, n, pos);
+        // What makes the file longer first: on a full disk that fails, and nothing is overwritten yet.
+        const int inside = static_cast<int>(std::clamp<long>(contentEnd - pos, 0, n));
+        pwriteAll(fd, buf + inside, n - inside, pos + inside);
+        pwriteAll(fd, buf, inside, pos);
         return;
     }
     select(fd, pos, contentEnd);

@@ -19,8 +19,7 @@ public:
     // Copies the bytes [pos, pos + n) and returns their number: fewer than `n` when the file itself ends early.
     // REQUIRES: 0 <= pos, n >= 0, pos + n <= contentEnd.
     int read(int fd, long pos, char* buf, int n, long contentEnd);
-    // REQUIRES: 0 <= pos <= contentEnd, n >= 0. When it throws, nothing before contentEnd changed, except that a write
-    // of more than one block may have replaced the first of its bytes.
+    // REQUIRES: 0 <= pos <= contentEnd, n >= 0. When the file cannot grow, nothing before contentEnd changes.
     void write(int fd, long pos, const char* buf, int n, long contentEnd);
     void flush(int fd);
     // Bytes from contentEnd on are no longer content.
