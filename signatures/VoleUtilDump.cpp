@@ -13,6 +13,7 @@
 #include "Exception.h"
 #include "VoleUtil.h"
 #include "io/BufferBase.h"
+#include "io/File.h"
 #include "io/OwnFd.h"
 #include "util/Diag.h"
 #include "utils/Crc.h"
@@ -55,10 +56,7 @@ OwnFd openDumpDirectory(const std::string& path) {
     constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
     OwnFd directory(::open(path.c_str(), kFlags));
     if (directory || errno != ENOENT) return directory;
-    for (std::size_t end = 0; end < path.size();) {
-        end = std::min(path.find('/', end + 1), path.size());
-        ::mkdir(path.substr(0, end).c_str(), kFolderMode);  // Whether it worked shows at the end.
-    }
+    ZOV_SPACE::File(path).mkdirs();  // Whether it worked shows next.
     return OwnFd(::open(path.c_str(), kFlags));
 }
 

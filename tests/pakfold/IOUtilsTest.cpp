@@ -96,6 +96,15 @@ TEST(IOUtils, lookingAheadLeavesTheStreamWhereItWas) {
     EXPECT_EQ(in.stream.read(), '1');
 }
 
+TEST(IOUtils, lookingAheadMarksFarEnough) {
+    TrickleStream source(std::string(20, 'x') + "\x01\x02\x03\x84" + std::string(20, 'y'), 3);
+    BufferedInputStream in(&source, 4);  // Keeps what the mark's limit asks for, and little more.
+    EXPECT_EQ(IOUtils::getUInt(in, 20), 0x84030201u);
+    EXPECT_EQ(IOUtils::getUShort(in, 20), 0x0201);
+    EXPECT_EQ(IOUtils::getUChar(in, 23), 0x84);
+    EXPECT_EQ(IOUtils::skip(in), 44);
+}
+
 TEST(IOUtils, lookingBeyondTheEndThrowsAndLeavesTheStreamWhereItWas) {
     MarkableStream in("01234");
     ASSERT_EQ(in.stream.read(), '0');

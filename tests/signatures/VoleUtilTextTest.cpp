@@ -3,6 +3,7 @@
 #include <clocale>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Exception.h"
@@ -206,6 +207,17 @@ TEST(VoleUtilText, strncmpNocaseTakesOverTheCaseOfTheSecondText) {
         EXPECT_STREQ(a.data(), c.aAfterwards);
     }
     EXPECT_EQ(VoleUtil::strncmp_nocase(nullptr, "a", 1), -1);
+}
+
+TEST(VoleUtilText, strncmpNocaseMayShareItsFirstText) {
+    char shared[] = "adware.shared";
+    const auto ask = [&shared](const char* spelling) {
+        for (int i = 0; i < 2000; ++i) ASSERT_EQ(VoleUtil::strncmp_nocase(shared, spelling, 13), 0);
+    };
+    std::thread other(ask, "ADWARE.Shared");
+    ask("aDwArE.sHaReD");
+    other.join();
+    EXPECT_EQ(VoleUtil::strcmp_nocase(shared, "adware.shared"), 0);
 }
 
 TEST(VoleUtilText, trimming) {
