@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "VoleUtil.h"
 
@@ -32,9 +33,8 @@ int ConfigUtil::QueryListValue(std::FILE* file, const char* key, char* value, in
     while (std::fgets(line, sizeof line, file)) {
         const char* const found = valueOf(line, key);
         if (!found) continue;
-        const std::size_t length = std::min(std::strlen(found), room);
-        std::memcpy(value, found, length);
-        std::memset(value + length, 0, room + 1 - length);
+        const std::string_view text = std::string_view(found).substr(0, room);
+        std::fill(std::copy(text.begin(), text.end(), value), value + room + 1, '\0');
         return 0;
     }
     return -1;

@@ -62,13 +62,10 @@ bool openLibrary(const std::string& path, Library& library, std::string& message
         return false;
     }
     void (*destroyInstance)(void*) = nullptr;  // Required, but never called.
-    if (!resolve(handle, kLoadOption, library.loadOption, message) ||
-        !resolve(handle, kCreateInstance, library.createInstance, message) ||
-        !resolve(handle, kCheckSusVirus, library.check, message) ||
-        !resolve(handle, kDestroyInstance, destroyInstance, message)) {
-        return false;
-    }
-    return true;
+    return resolve(handle, kLoadOption, library.loadOption, message) &&
+           resolve(handle, kCreateInstance, library.createInstance, message) &&
+           resolve(handle, kCheckSusVirus, library.check, message) &&
+           resolve(handle, kDestroyInstance, destroyInstance, message);
 }
 
 bool configure(const Library& library, const std::string& path, std::string& message) {

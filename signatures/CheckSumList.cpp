@@ -163,9 +163,9 @@ void CheckSumList::index() {
     }
 }
 
-const std::vector<CheckSumPattern>& CheckSumList::records(TARGET_TYPE target) const {
-    static const std::vector<CheckSumPattern> kNone;
-    return target < kTargetCount ? _records[target] : kNone;
+std::span<const CheckSumPattern> CheckSumList::records(TARGET_TYPE target) const {
+    if (target >= kTargetCount) return {};
+    return _records[target];
 }
 
 const ChkIndex* CheckSumList::indexOf(TARGET_TYPE target) const {

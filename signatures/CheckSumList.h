@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,7 +41,7 @@ public:
     void index();
 
     // The records of a target, oldest first; empty for a target of kTargetCount and above.
-    const std::vector<CheckSumPattern>& records(TARGET_TYPE target) const;
+    std::span<const CheckSumPattern> records(TARGET_TYPE target) const;
     // The same records arranged for searching; null when index() has not run since the latest was added.
     const ChkIndex* indexOf(TARGET_TYPE target) const;
 

@@ -60,7 +60,10 @@ ChkIndex::ChkIndex(const std::vector<CheckSumPattern>& records) : _recordCount(r
         plane._records.push_back(entry.record);
         previous = &entry;
     }
-    for (Plane& plane : _planes) plane._firstEntries.push_back(static_cast<std::uint32_t>(plane._records.size()));
+    for (Plane& plane : _planes) {
+        plane._firstEntries.push_back(static_cast<std::uint32_t>(plane._records.size()));
+        plane._slotFilter = SlotFilter(plane._slots, plane._firstEntries, plane._checkStrings);
+    }
 }
 
 ChkIndex::Plane::Range ChkIndex::Plane::groupsWithin(std::int64_t base, std::int64_t size) const {
@@ -77,17 +80,23 @@ std::size_t ChkIndex::Plane::windowLength(Range range) const {
 
 void ChkIndex::Plane::collect(Range range, std::span<const char> window, std::vector<std::uint32_t>& candidates) const {
     const int start = _slots[range.first];
-    for (std::size_t group = range.first; group < range.last; ++group) {
-        const std::uint32_t bytes = ZOV_SPACE::loadU32(window.data() + (_slots[group] - start));
-        if (_filters[group] & filterBit(bytes)) collectGroup(group, bytes, candidates);
+    const auto bytesOf = [&](std::size_t group) { return window.data() + (_slots[group] - start); };
+    if (_slotFilter.empty()) {
+        for (std::size_t group = range.first; group < range.last; ++group) testGroup(group, bytesOf(group), candidates);
+        return;
     }
+    std::vector<std::uint32_t> groups;
+    groups.reserve(64);  // Chance hits, rarely more.
+    _slotFilter.collect(range.first, range.last, window, groups);
+    for (const std::uint32_t group : groups) testGroup(group, bytesOf(group), candidates);
 }
 
-void ChkIndex::Plane::collectGroup(std::size_t group, std::uint32_t bytes,
-                                   std::vector<std::uint32_t>& candidates) const {
+void ChkIndex::Plane::testGroup(std::size_t group, const char* bytes, std::vector<std::uint32_t>& candidates) const {
+    const std::uint32_t checkString = ZOV_SPACE::loadU32(bytes);
+    if (!(_filters[group] & filterBit(checkString))) return;
     const auto begin = _checkStrings.begin() + _firstEntries[group];
     const auto end = _checkStrings.begin() + _firstEntries[group + 1];
-    const auto [first, last] = std::equal_range(begin, end, bytes);
+    const auto [first, last] = std::equal_range(begin, end, checkString);
     for (auto entry = first; entry != last; ++entry) {
         candidates.push_back(_records[static_cast<std::size_t>(entry - _checkStrings.begin())]);
     }

@@ -4,7 +4,8 @@
 // and parameter form a plane: their first positions all count from one base, so the bytes that they look at lie in one
 // window of at most 64 KiB. Within a plane, records with the same first offset form a group: one 4-byte read answers
 // for all of them. Each group has a 64-bit filter, one bit for each check string's hash, and its check strings in
-// ascending order behind it; so most groups are ruled out by one multiplication and a bit test.
+// ascending order behind it; so most groups are ruled out by one multiplication and a bit test. A plane with many
+// groups asks a SlotFilter first, which looks at 16 or 32 positions at a time.
 //
 // The index only finds candidates. Whether one matches is for the caller to verify.
 // Immutable once built; shared by any number of threads.
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "CheckSumPattern.h"
+#include "SlotFilter.h"
 
 class ChkIndex {
 public:
@@ -42,14 +44,15 @@ public:
         std::int32_t windowStart(Range range) const { return _slots[range.first]; }
         std::size_t windowLength(Range range) const;
 
-        // Appends the numbers of the records whose check string stands at its place in the window, in any order.
+        // Appends the numbers of the records whose check string stands at its place in the window, in no order and some
+        // of them twice.
         // REQUIRES: window has windowLength(range) bytes.
         void collect(Range range, std::span<const char> window, std::vector<std::uint32_t>& candidates) const;
 
     private:
         friend class ChkIndex;
 
-        void collectGroup(std::size_t group, std::uint32_t bytes, std::vector<std::uint32_t>& candidates) const;
+        void testGroup(std::size_t group, const char* bytes, std::vector<std::uint32_t>& candidates) const;
 
         std::uint8_t _offsetType = 0;
         std::uint8_t _offsetParameter = 0;
@@ -58,6 +61,7 @@ public:
         std::vector<std::uint32_t> _firstEntries;  // By group, and one more: where its entries begin.
         std::vector<std::uint32_t> _checkStrings;  // By entry, ascending within a group.
         std::vector<std::uint32_t> _records;       // By entry.
+        SlotFilter _slotFilter;                    // Over all groups; empty when they are few.
     };
 
     ChkIndex() = default;

@@ -134,7 +134,7 @@ ChkScanner::Verdict ChkScanner::tryRecord(IOBuffer* buf, const CheckSumPattern& 
 }
 
 bool ChkScanner::tryAll(IOBuffer* buf, TARGET_TYPE target, std::string& virusName) {
-    const auto& records = _list.records(target);
+    const auto records = _list.records(target);
     for (auto record = records.rbegin(); record != records.rend(); ++record) {
         const Verdict verdict = tryRecord(buf, *record);
         if (verdict == Verdict::match) virusName = record->name;
@@ -160,7 +160,8 @@ std::vector<std::uint32_t> ChkScanner::findCandidates(IOBuffer* buf, const ChkIn
 bool ChkScanner::tryCandidates(IOBuffer* buf, TARGET_TYPE target, const ChkIndex& index, std::string& virusName) {
     std::vector<std::uint32_t> candidates = findCandidates(buf, index);
     std::sort(candidates.begin(), candidates.end(), std::greater<>());
-    const auto& records = _list.records(target);
+    candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
+    const auto records = _list.records(target);
     for (const std::uint32_t number : candidates) {
         const Verdict verdict = tryRecord(buf, records[number]);
         if (verdict == Verdict::match) virusName = records[number].name;

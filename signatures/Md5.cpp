@@ -37,6 +37,8 @@ constexpr int wordIndex(int i) {
 
 template <int Round, int I>
 inline void step(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint32_t d, const unsigned char* block) {
+    static_assert(Round < 4 && I < 16);
+    // cppcheck-suppress arrayIndexOutOfBounds
     a += loadU32(block + 4 * wordIndex<Round>(I)) + kSines[Round * 16 + I];
     if constexpr (Round == 0) {
         a += d ^ (b & (c ^ d));

@@ -53,11 +53,11 @@ struct PeInfo2 {
     PeInfo2(const PeInfo2&) = delete;
     PeInfo2& operator=(const PeInfo2&) = delete;
 
-    std::uint32_t entryRaw = kNoEntry;         // File position of the entry point, or kNoEntry.
-    std::uint16_t sectionCount = 0;            // NumberOfSections.
-    _SECTION inlineSections[kInlineSections];  // In use when there are at most 15 sections.
-    std::unique_ptr<_SECTION[]> heapSections;  // In use when there are more.
-    _SECTION* sections = nullptr;              // Whichever of the two is in use; null before the first table was read.
+    std::uint32_t entryRaw = kNoEntry;              // File position of the entry point, or kNoEntry.
+    std::uint16_t sectionCount = 0;                 // NumberOfSections.
+    _SECTION inlineSections[kInlineSections] = {};  // In use when there are at most 15 sections.
+    std::unique_ptr<_SECTION[]> heapSections;       // In use when there are more.
+    _SECTION* sections = nullptr;  // Whichever of the two is in use; null before the first table was read.
 };
 
 class VoleUtil {

@@ -51,6 +51,7 @@ std::int64_t readStart(int fd, std::span<char> space) {
     const std::size_t beyondSize = (kTailBlock - space.size() % kTailBlock) % kTailBlock;
     std::size_t total = 0;
     while (total < space.size()) {
+        // cppcheck-suppress legacyUninitvar
         const iovec pieces[] = {{space.data() + total, space.size() - total}, {beyond, beyondSize}};
         const ssize_t count = ::preadv(fd, pieces, std::size(pieces), static_cast<off_t>(total));
         if (count == 0) break;

@@ -130,7 +130,7 @@ void VoleUtil::dumpBufferBase(BufferBase* buffer, const std::string& name) {
         const std::string directory = diag::dumpPath();
         if (directory.empty()) return;
         kDiag.at().dbg("Dump BufferBase >> [%s] @ [%s]", name.c_str(), directory.c_str());
-        const std::string text = name.c_str();  // A name ends at its first NUL.
+        const std::string text = name.substr(0, name.find('\0'));  // A name ends at its first NUL.
         if (buffer && !text.empty()) dump(*buffer, directory, text);
     } catch (const ZOV_SPACE::Exception&) {
     } catch (const std::exception&) {

@@ -27,7 +27,7 @@ enum class Kind {
 };
 
 // Formats and delivers one line at the position last stored. Costs two loads when nothing is to be printed.
-void print(Kind kind, const char* format, std::va_list arguments);
+void print(Kind kind, const char* format, std::va_list arguments) __attribute__((format(printf, 2, 0)));
 
 // Where the next line comes from.
 void storePosition(const char* unit, int line);
