@@ -23,9 +23,8 @@ constexpr std::size_t kDigestDigits = 2 * Md5::kDigestSize;
 constexpr const char* kFieldSeparator = ":";
 constexpr int kNameField = 2;
 
-constexpr std::size_t kSmallestBlock = 64;  // Records a block holds: doubled from block to block between these two.
-constexpr std::size_t kLargestBlock = 65536;
 constexpr std::size_t kFewestChains = 1024;
+constexpr std::uint32_t kPrefetchAhead = 16;  // Entries between a prefetch and its use.
 
 constexpr const char* kTooManyRecords = "current_sig >= total_sigs";
 
@@ -33,10 +32,15 @@ std::string malformed(std::string_view line) {
     return Utils::formatString("Malformed md5 pattern [%s]", std::string(line).c_str());
 }
 
-// The digest's 128 bits mixed into 64, so that digests that differ in a few bytes only still spread.
+// The digest's 128 bits mixed into 64, so that digests that differ in a few bytes only still spread. The highest bits
+// choose the chain, the next five the bit in its filter.
 std::uint64_t hashOf(const unsigned char* digest) {
     const std::uint64_t folded = ZOV_SPACE::loadU64(digest) ^ std::rotl(ZOV_SPACE::loadU64(digest + 8), 29);
     return (folded ^ (folded >> 32)) * 0x9E3779B97F4A7C15U;
+}
+
+std::uint32_t filterBit(std::uint64_t hash, unsigned chainShift) {
+    return std::uint32_t{1} << ((hash >> (chainShift - 5)) & 31);
 }
 
 }  // namespace
@@ -48,34 +52,25 @@ std::size_t BmList::bucketKey(const unsigned char* digest) {
     return d[0] * 211U + d[1] * 37U + d[2];
 }
 
-std::size_t BmList::chainOf(const unsigned char* digest) const {
-    return static_cast<std::size_t>(hashOf(digest) >> _chainShift);
-}
-
+// Makes room for `n` more records. Blocks stay untouched until they are filled, so room costs no memory yet.
 bool BmList::reserveNodes(std::size_t n) {
-    const auto nodes = new (std::nothrow) BmPatternNode[n];
-    if (!nodes) return false;
-    _blocks.push_back({std::unique_ptr<BmPatternNode[]>(nodes), n, 0});
-    return true;
+    try {
+        while (_blocks.size() * kBlockRecords < _currentSig + n) {
+            _blocks.push_back(std::make_unique_for_overwrite<BmPatternNode[]>(kBlockRecords));
+        }
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 void BmList::allocate(int n, std::size_t plausible) {
     if (n <= 0) return;
-    const std::size_t wanted = std::min(static_cast<std::size_t>(n), plausible);
-    const std::size_t spare = _blocks.empty() ? 0 : _blocks.back().capacity - _blocks.back().used;
-    if (wanted > spare && !reserveNodes(wanted)) {
+    if (!reserveNodes(std::min(static_cast<std::size_t>(n), plausible))) {
         kDiag.at().err("fail to allocate bmNodes");
         return;
     }
     _totalSigs = _currentSig + static_cast<std::uint32_t>(n);
-}
-
-BmPatternNode* BmList::takeNode() {
-    if (_blocks.empty() || _blocks.back().used == _blocks.back().capacity) {
-        const std::size_t previous = _blocks.empty() ? 0 : _blocks.back().capacity;
-        if (!reserveNodes(std::clamp(2 * previous, kSmallestBlock, kLargestBlock))) return nullptr;
-    }
-    return &_blocks.back().nodes[_blocks.back().used];
 }
 
 bool BmList::addNewMd5PatSize(std::uint32_t size) {
@@ -104,14 +99,12 @@ std::optional<std::string> BmList::append(std::string_view line) {
         kDiag.at().err("%s", kTooManyRecords);
         return kTooManyRecords;
     }
-    BmPatternNode* const node = takeNode();
-    if (!node) return "Alloacate bm pattern fail";
-    if (auto fault = PatternParser::tryHex2str(line.substr(0, kDigestDigits), node->pattern.digest, kDigestDigits)) {
+    if (!reserveNodes(1)) return "Alloacate bm pattern fail";
+    BmPattern& pattern = node(_currentSig).pattern;
+    if (auto fault = PatternParser::tryHex2str(line.substr(0, kDigestDigits), pattern.digest, kDigestDigits)) {
         return fault;
     }
-    node->pattern.name = _names.store(*name);
-    node->next = nullptr;
-    ++_blocks.back().used;
+    pattern.name = _names.store(*name);
     ++_currentSig;
     return std::nullopt;
 }
@@ -128,10 +121,9 @@ void BmList::index() {
 }
 
 void BmList::indexSizes() {
-    constexpr std::size_t kAhead = 16;  // Entries between a prefetch and its use.
     _sizes.reserve(_newSizes.size());
     for (auto size = _newSizes.cbegin(); size != _newSizes.cend(); ++size) {
-        if (static_cast<std::size_t>(_newSizes.cend() - size) > kAhead) _sizes.prefetch(size[kAhead]);
+        if (_newSizes.cend() - size > std::ptrdiff_t{kPrefetchAhead}) _sizes.prefetch(size[kPrefetchAhead]);
         _sizes.insert(*size);
     }
     _newSizes.clear();
@@ -142,8 +134,8 @@ void BmList::init() {
     const std::size_t wanted = std::bit_ceil(std::max<std::size_t>(_currentSig, kFewestChains));
     if (wanted <= bm_suffix.size()) return;
     try {
-        if (bm_shift.empty()) bm_shift.assign(kBucketCount, 1);
-        std::vector<const BmPatternNode*>(wanted, nullptr).swap(bm_suffix);
+        if (bm_shift.empty()) bm_shift.assign(kBucketCount, true);
+        std::vector<Chain>(wanted).swap(bm_suffix);
     } catch (const std::bad_alloc&) {
         ZOV_SPACE::raise<Exception>(" allocate bm_shift&bm_suffix fail ");
     }
@@ -152,32 +144,34 @@ void BmList::init() {
 }
 
 void BmList::indexRecords() {
-    constexpr std::size_t kAhead = 16;
     if (_indexedSigs == _currentSig) return;
     init();
-    std::size_t skip = _indexedSigs;
-    for (Block& block : _blocks) {
-        for (std::size_t i = std::min(skip, block.used); i < block.used; ++i) {
-            if (block.used - i > kAhead) {
-                __builtin_prefetch(&bm_suffix[chainOf(block.nodes[i + kAhead].pattern.digest)], 1);
-            }
-            addPattern(block.nodes[i]);
+    for (std::uint32_t number = _indexedSigs; number < _currentSig; ++number) {
+        if (_currentSig - number > kPrefetchAhead) {
+            const std::uint64_t hash = hashOf(node(number + kPrefetchAhead).pattern.digest);
+            __builtin_prefetch(&bm_suffix[hash >> _chainShift], 1);
         }
-        skip -= std::min(skip, block.used);
+        addPattern(number);
     }
     _indexedSigs = _currentSig;
 }
 
-void BmList::addPattern(BmPatternNode& node) {
-    bm_shift[bucketKey(node.pattern.digest)] = 0;
-    const BmPatternNode*& head = bm_suffix[chainOf(node.pattern.digest)];
-    node.next = head;
-    head = &node;
+void BmList::addPattern(std::uint32_t number) {
+    BmPatternNode& added = node(number);
+    bm_shift[bucketKey(added.pattern.digest)] = false;
+    const std::uint64_t hash = hashOf(added.pattern.digest);
+    Chain& chain = bm_suffix[hash >> _chainShift];
+    added.next = chain.newest == 0 ? nullptr : &node(chain.newest - 1);
+    chain.newest = number + 1;
+    chain.filter |= filterBit(hash, _chainShift);
 }
 
 const BmPattern* BmList::virusFoundMD5(const unsigned char* digest) const {
-    if (bm_shift.empty() || bm_shift[bucketKey(digest)] != 0) return nullptr;
-    return matchPatternListMD5(digest, bm_suffix[chainOf(digest)]);
+    if (bm_shift.empty() || bm_shift[bucketKey(digest)]) return nullptr;
+    const std::uint64_t hash = hashOf(digest);
+    const Chain& chain = bm_suffix[hash >> _chainShift];
+    if (!(chain.filter & filterBit(hash, _chainShift))) return nullptr;
+    return matchPatternListMD5(digest, &node(chain.newest - 1));
 }
 
 const BmPattern* BmList::matchPatternListMD5(const unsigned char* digest, const BmPatternNode* head) {

@@ -1,10 +1,11 @@
 // BmList: the MD5 signatures of one pattern container, and the file sizes that occur in any of them.
 //
-// Records live in a few large arrays, in the order in which they were added, and are found through a hash table of
-// chains. Adding only appends; index() enters what was added since it last ran, in one pass that sizes its tables once.
-// Loading therefore costs the same per record at a thousand records and at ten million, whatever their order, and so
-// does each lookup. On x86-64 a record costs 32 bytes, plus 8 to 16 for its chain head, plus 5 to 11 for its size, plus
-// its name.
+// Records live in blocks, in the order in which they were added, and are found through a hash table of chains. Adding
+// only appends; index() enters what was added since it last ran, in one pass that sizes its tables once. Loading
+// therefore costs the same per record at a thousand records and at ten million, whatever their order, and so does each
+// lookup: a digest that is no signature costs one look at the table in most cases, because a chain's head tells
+// which hashes its records have. On x86-64 a record costs 32 bytes, plus 8 to 16 for its chain's head, plus 5 to 11 for
+// its size, plus its name.
 //
 // Filled by one thread, then shared read-only by any number.
 #ifndef SIGNATURES_BMLIST_H
@@ -83,28 +84,29 @@ public:
 
 private:
     static constexpr std::size_t kBucketCount = 65536;  // The bucket key's range.
+    static constexpr std::size_t kBlockRecords = 16384;
 
-    struct Block {
-        std::unique_ptr<BmPatternNode[]> nodes;
-        std::size_t capacity;
-        std::size_t used;
+    using Block = std::unique_ptr<BmPatternNode[]>;
+
+    struct Chain {
+        std::uint32_t newest = 0;  // The number of its first record, counted from 1; 0: the chain is empty.
+        std::uint32_t filter = 0;  // One bit for each record's hash.
     };
 
     static std::size_t bucketKey(const unsigned char* digest);
-    std::size_t chainOf(const unsigned char* digest) const;
+    BmPatternNode& node(std::size_t number) const { return _blocks[number / kBlockRecords][number % kBlockRecords]; }
     bool reserveNodes(std::size_t n);
-    BmPatternNode* takeNode();
     void init();
     void indexSizes();
     void indexRecords();
-    void addPattern(BmPatternNode& node);
+    void addPattern(std::uint32_t number);
 
-    std::vector<unsigned char> bm_shift;          // By bucket key: 1 = no signature has it, 0 = some signature does.
-    std::vector<const BmPatternNode*> bm_suffix;  // Chain heads; their number is a power of two.
-    unsigned _chainShift = 0;                     // 64 - log2 of that number.
+    std::vector<bool> bm_shift;    // By bucket key: true = no signature has it. Empty before the first record.
+    std::vector<Chain> bm_suffix;  // By hash; their number is a power of two.
+    unsigned _chainShift = 0;      // 64 - log2 of that number.
     std::uint32_t _currentSig = 0;
     std::uint32_t _totalSigs = 0;         // Where the announced records end; 0: nothing was announced.
-    std::vector<Block> _blocks;           // All records, oldest first.
+    std::vector<Block> _blocks;           // All records, oldest first, numbered from 0.
     std::uint32_t _indexedSigs = 0;       // How many of them the chains hold.
     std::deque<std::uint32_t> _newSizes;  // Sizes that the set does not hold yet.
     std::optional<std::uint32_t> _lastSize;
