@@ -1,0 +1,13 @@
+// Benches.h: the groups of ratios. Each makes its own data and removes it.
+#ifndef BENCH_BENCHES_H
+#define BENCH_BENCHES_H
+
+#include "Report.h"
+
+struct Settings {
+    bool quick = false;  // Less data and fewer rounds: a look, no verdict.
+};
+
+void benchCheckSums(const Settings& settings, Report& report);
+
+#endif  // BENCH_BENCHES_H
