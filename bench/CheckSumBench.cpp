@@ -68,13 +68,13 @@ void benchShape(const Settings& settings, Report& report, const corpus::Folder& 
 
     // The sets take turns; with each, all samples are scanned.
     std::vector<Times> times(samples.size());
-    const int rounds = settings.quick ? 1 : 3;
-    const double batchSeconds = settings.quick ? 0.004 : 0.02;
+    const int rounds = settings.quick ? 1 : 4;
+    const int batches = settings.quick ? 5 : 12;
     for (int round = 0; round < rounds; ++round) {
         const auto scanAll = [&](const std::string& patterns, auto Times::*best) {
             loadEngine(patterns);
             for (std::size_t i = 0; i < samples.size(); ++i) {
-                const double seconds = secondsPerCall(batchSeconds, [&] { scanCleanFile(samples[i].path); });
+                const double seconds = secondsPerCall(batches, [&] { scanCleanFile(samples[i].path); });
                 times[i].*best = std::min(times[i].*best, seconds);
             }
         };

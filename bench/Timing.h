@@ -37,17 +37,18 @@ Times bestOf(int rounds, Reference&& reference, Subject&& subject) {
     return best;
 }
 
-// Seconds for one call of `work`, as the best of five batches that take at least `batchSeconds` each.
+// Seconds for one call of `work`, as the best of `batches` batches of two milliseconds: many and shorter than a time
+// slice, so that some are not interrupted.
 template <class Work>
-double secondsPerCall(double batchSeconds, Work&& work) {
-    constexpr int kBatches = 5;
+double secondsPerCall(int batches, Work&& work) {
+    constexpr double kBatchSeconds = 0.002;
     long calls = 1;
     double best = std::numeric_limits<double>::infinity();
-    for (int batch = 0; batch < kBatches;) {
+    for (int batch = 0; batch < batches;) {
         const double seconds = secondsOf([&] {
             for (long call = 0; call < calls; ++call) work();
         });
-        if (seconds < batchSeconds && calls < (1L << 30)) {
+        if (seconds < kBatchSeconds && calls < (1L << 30)) {
             calls *= 2;
             continue;
         }
