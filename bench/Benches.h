@@ -8,6 +8,11 @@ struct Settings {
     bool quick = false;  // Less data and fewer rounds: a look, no verdict.
 };
 
+void benchLoading(const Settings& settings, Report& report);
+void benchLookup(const Settings& settings, Report& report);
 void benchCheckSums(const Settings& settings, Report& report);
+void benchHashing(const Settings& settings, Report& report);
+void benchSmallFiles(const Settings& settings, Report& report);
+void runMicrobenchmarks(const Settings& settings, Report& report);
 
 #endif  // BENCH_BENCHES_H

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -63,6 +64,72 @@ fs::path Folder::sub(const std::string& name) const {
 void writeFile(const fs::path& path, const std::string& content) {
     std::ofstream out = create(path);
     out.write(content.data(), static_cast<std::streamsize>(content.size()));
+    close(out, path);
+}
+
+namespace {
+
+std::string textOf(std::uint64_t stream, std::size_t length) {
+    std::string text = randomBytes(stream, length);
+    for (std::size_t i = 0; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        text[i] = i % 61 == 60 ? '\n' : byte < 40 ? ' ' : static_cast<char>('A' + byte % 58);
+    }
+    return text;
+}
+
+// Between 2^lowest and 2^highest, as often between any two powers of two.
+std::uint32_t logarithmic(std::uint64_t number, double lowest, double highest) {
+    constexpr double kRange = 18446744073709551616.0;  // Of the number.
+    return static_cast<std::uint32_t>(std::exp2(lowest + (highest - lowest) * static_cast<double>(number) / kRange));
+}
+
+}  // namespace
+
+void writeSmallFiles(const fs::path& folder, unsigned count) {
+    constexpr unsigned kFilesPerFolder = 100;
+    for (unsigned i = 0; i < count; ++i) {
+        const fs::path sub = folder / std::to_string(i / kFilesPerFolder);
+        if (i % kFilesPerFolder == 0) fs::create_directory(sub);
+        const std::size_t length = logarithmic(randomNumber(20, i), 9, 14);
+        const std::uint64_t stream = 1000 + i;
+        writeFile(sub / std::to_string(i), i % 2 == 0 ? randomBytes(stream, length) : textOf(stream, length));
+    }
+}
+
+std::array<unsigned char, 16> Md5Records::digest(std::uint64_t n) const {
+    const std::uint64_t halves[] = {randomNumber(10, n), randomNumber(11, n)};
+    std::array<unsigned char, 16> bytes;
+    std::memcpy(bytes.data(), halves, sizeof halves);
+    return bytes;
+}
+
+std::uint32_t Md5Records::size(std::uint64_t n) const {
+    const std::uint64_t number = randomNumber(12, n);
+    switch (sizes) {
+        case Sizes::ascending:
+            return static_cast<std::uint32_t>(100 + n * 100);
+        case Sizes::likeRealFiles:
+            return logarithmic(number, 7, 24);
+        case Sizes::random:
+            break;
+    }
+    return static_cast<std::uint32_t>(number >> 33);
+}
+
+void writeHdb(const fs::path& path, const Md5Records& records) {
+    std::ofstream out = create(path);
+    for (std::uint64_t n = 0; n < records.count; ++n) {
+        char line[96];
+        int length = 0;
+        for (const unsigned char byte : records.digest(n)) {
+            line[length++] = "0123456789abcdef"[byte >> 4];
+            line[length++] = "0123456789abcdef"[byte & 15];
+        }
+        length += std::snprintf(line + length, sizeof line - 32, ":%u:Bench.Malware.%06llx\n", records.size(n),
+                                static_cast<unsigned long long>(n & 0xFFFFFF));
+        append(out, line, length);
+    }
     close(out, path);
 }
 

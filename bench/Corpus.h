@@ -31,7 +31,29 @@ private:
     std::filesystem::path _path;
 };
 
+// A folder tree of files of 512 bytes to 16 KiB, all powers of two as often; every other file is lines of text.
+void writeSmallFiles(const std::filesystem::path& folder, unsigned count);
+
 void writeFile(const std::filesystem::path& path, const std::string& content);
+
+// MD5 records with random digests. Any of them can be had again by its number, so that lookups need no copy of all.
+enum class Sizes {
+    random,         // 31 bits.
+    ascending,      // All different.
+    likeRealFiles,  // 128 bytes to 16 MiB, as many in each power of two: among small sizes hardly one is missing.
+};
+
+struct Md5Records {
+    std::uint64_t count;
+    Sizes sizes = Sizes::random;
+
+    std::array<unsigned char, 16> digest(std::uint64_t n) const;
+    std::uint32_t size(std::uint64_t n) const;
+
+    static constexpr std::size_t kNameLength = 20;  // Bytes of every name.
+};
+
+void writeHdb(const std::filesystem::path& path, const Md5Records& records);
 
 // The positions that checksum records look at.
 struct ChkShape {

@@ -12,14 +12,14 @@
 
 namespace {
 
-void run(const std::vector<std::string>& command) {
+void run(const std::vector<std::string>& command, bool showOutput) {
     std::vector<char*> arguments;
     for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    if (!showOutput) posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t child = 0;
     const int error = ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
@@ -34,8 +34,10 @@ void run(const std::vector<std::string>& command) {
 }  // namespace
 
 double secondsToRun(const std::vector<std::string>& command) {
-    return secondsOf([&] { run(command); });
+    return secondsOf([&] { run(command, false); });
 }
+
+void runAndShow(const std::vector<std::string>& command) { run(command, true); }
 
 std::string benchDir() { return std::filesystem::read_symlink("/proc/self/exe").parent_path().string(); }
 

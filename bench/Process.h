@@ -9,6 +9,9 @@
 // its start to its end. Throws std::runtime_error unless it exits with 0.
 double secondsToRun(const std::vector<std::string>& command);
 
+// The same with the output left alone.
+void runAndShow(const std::vector<std::string>& command);
+
 // The folder of the build tree that holds the command line and the shared library, and the one with this program.
 std::string buildDir();
 std::string benchDir();

@@ -15,7 +15,8 @@ struct Group {
 };
 
 constexpr Group kGroups[] = {
-    {"checksums", benchCheckSums},
+    {"loading", benchLoading}, {"lookup", benchLookup},          {"checksums", benchCheckSums},
+    {"hashing", benchHashing}, {"small-files", benchSmallFiles}, {"micro", runMicrobenchmarks},
 };
 
 void printUsage() {
