@@ -86,15 +86,18 @@ std::uint32_t logarithmic(std::uint64_t number, double lowest, double highest) {
 
 }  // namespace
 
-void writeSmallFiles(const fs::path& folder, unsigned count) {
+std::vector<std::string> writeSmallFiles(const fs::path& folder, unsigned count) {
     constexpr unsigned kFilesPerFolder = 100;
+    std::vector<std::string> paths;
     for (unsigned i = 0; i < count; ++i) {
         const fs::path sub = folder / std::to_string(i / kFilesPerFolder);
         if (i % kFilesPerFolder == 0) fs::create_directory(sub);
         const std::size_t length = logarithmic(randomNumber(20, i), 9, 14);
         const std::uint64_t stream = 1000 + i;
-        writeFile(sub / std::to_string(i), i % 2 == 0 ? randomBytes(stream, length) : textOf(stream, length));
+        paths.push_back(sub / std::to_string(i));
+        writeFile(paths.back(), i % 2 == 0 ? randomBytes(stream, length) : textOf(stream, length));
     }
+    return paths;
 }
 
 std::array<unsigned char, 16> Md5Records::digest(std::uint64_t n) const {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace corpus {
 
@@ -32,7 +33,8 @@ private:
 };
 
 // A folder tree of files of 512 bytes to 16 KiB, all powers of two as often; every other file is lines of text.
-void writeSmallFiles(const std::filesystem::path& folder, unsigned count);
+// Returns their paths.
+std::vector<std::string> writeSmallFiles(const std::filesystem::path& folder, unsigned count);
 
 void writeFile(const std::filesystem::path& path, const std::string& content);
 

@@ -1,10 +1,10 @@
 // What a lookup of a size or a digest costs with many records, relative to few.
-#include <algorithm>
 #include <array>
-#include <functional>
 #include <memory>
+#include <numeric>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Benches.h"
@@ -51,32 +51,83 @@ Subject makeSubject(const corpus::Folder& folder, std::uint64_t count) {
     return subject;
 }
 
+// How the lookups that are timed follow each other.
+enum class Pace {
+    overlapping,  // One right after the other: the processor starts the next ones while the first waits for memory.
+    chained,      // Each begins when the answer of the last is known.
+    coldCaches,   // As chained, but a few at a time, and 64 MiB of other memory are read before: as when files are
+                  // scanned.
+};
+
+constexpr std::pair<Pace, const char*> kPaces[] = {
+    {Pace::overlapping, "overlapping"}, {Pace::chained, "chained"}, {Pace::coldCaches, "cold caches"}};
+
+using Look = bool (*)(const BmList&, const Key&);
+
 bool hasSize(const BmList& list, const Key& key) { return list.verifyFileSize(key.size); }
 bool hasDigest(const BmList& list, const Key& key) { return list.virusFoundMD5(key.digest.data()) != nullptr; }
 
-// For one lookup. Each waits for the answer of the one before: otherwise the processor overlaps them, as it cannot do
-// between two files.
-template <bool (*Look)(const BmList&, const Key&)>
-double secondsPerLookup(const Subject& subject, bool hit) {
-    const std::vector<Key>& keys = hit ? subject.hits : subject.misses;
+// Looks up `count` keys from the given one on and returns how many were found. All are or none is, as `hit` says.
+template <Look look, bool chained>
+std::size_t lookUp(const BmList& list, const std::vector<Key>& keys, std::size_t first, std::size_t count, bool hit) {
     std::size_t found = 0;
-    const double seconds = secondsOf([&] {
-        std::size_t previous = hit;
-        for (std::size_t i = 0; i < kKeys; ++i) {
-            const std::size_t skew = previous ^ static_cast<std::size_t>(hit);  // Always 0, known after the answer.
-            previous = Look(subject.list(), keys[i + skew]);
-            found += previous;
-        }
-    });
-    if (found != (hit ? kKeys : 0)) throw std::runtime_error("lookups among " + subject.name);
-    return seconds / static_cast<double>(kKeys);
+    std::size_t skew = 0;  // Always 0, but the processor knows only after the answer.
+    for (std::size_t i = 0; i < count; ++i) {
+        const bool answer = look(list, keys[first + i + skew]);
+        if constexpr (chained) skew = static_cast<std::size_t>(answer != hit);
+        found += answer;
+    }
+    return found;
 }
 
-void compare(const Settings& settings, Report& report, const std::string& what, const Subject& few, const Subject& many,
-             const std::function<double(const Subject&)>& secondsFor) {
-    const Times times = bestOf(
-        settings.quick ? 3 : 9, [&] { return secondsFor(few); }, [&] { return secondsFor(many); });
-    report.ratio(what + ", " + many.name + " / " + few.name + " records", times, 3);
+void sweepCaches() {
+    static const std::vector<std::uint64_t> other((64 << 20) / sizeof(std::uint64_t), 1);
+    if (std::accumulate(other.begin(), other.end(), std::uint64_t{0}) == 0) throw std::logic_error("cache sweep");
+}
+
+// For one lookup.
+template <Look look>
+double secondsPerLookup(const Subject& subject, bool hit, Pace pace, int round) {
+    constexpr std::size_t kColdKeys = 8;
+    constexpr std::size_t kSweeps = 25;
+    const std::vector<Key>& keys = hit ? subject.hits : subject.misses;
+    std::size_t found = 0;
+    std::size_t count = kKeys;
+    double seconds = 0;
+    if (pace == Pace::coldCaches) {
+        count = kSweeps * kColdKeys;
+        const std::size_t start = static_cast<std::size_t>(round) * count;
+        for (std::size_t sweep = 0; sweep < kSweeps; ++sweep) {
+            const std::size_t first = start + sweep * kColdKeys;
+            sweepCaches();
+            // The keys themselves are no part of the lookup.
+            for (std::size_t i = 0; i < kColdKeys; ++i) __builtin_prefetch(&keys[first + i]);
+            seconds += secondsOf([&] { found += lookUp<look, true>(subject.list(), keys, first, kColdKeys, hit); });
+        }
+    } else {
+        seconds = secondsOf([&] {
+            found = pace == Pace::chained ? lookUp<look, true>(subject.list(), keys, 0, kKeys, hit)
+                                          : lookUp<look, false>(subject.list(), keys, 0, kKeys, hit);
+        });
+    }
+    if (found != (hit ? count : 0)) throw std::runtime_error("lookups among " + subject.name);
+    return seconds / static_cast<double>(count);
+}
+
+template <Look look>
+void compare(const Settings& settings, Report& report, const std::string& what, const Subject& few,
+             const Subject& many) {
+    for (const bool hit : {true, false}) {
+        for (const auto& [pace, paceName] : kPaces) {
+            Times times;
+            for (int round = 0; round < (settings.quick ? 3 : 9); ++round) {
+                const double reference = secondsPerLookup<look>(few, hit, pace, round);
+                times.add(reference, secondsPerLookup<look>(many, hit, pace, round));
+            }
+            const std::string row = what + (hit ? ", hit, " : ", miss, ") + many.name + ", " + paceName;
+            report.ratio(row, times, 3);
+        }
+    }
 }
 
 }  // namespace
@@ -90,11 +141,7 @@ void benchLookup(const Settings& settings, Report& report) {
     for (const std::uint64_t count : {1'000'000, 10'000'000}) {
         if (settings.quick && count > 1'000'000) continue;
         const Subject many = makeSubject(folder, count);
-        compare(settings, report, "size, hit", few, many, [](auto& s) { return secondsPerLookup<hasSize>(s, true); });
-        compare(settings, report, "size, miss", few, many, [](auto& s) { return secondsPerLookup<hasSize>(s, false); });
-        compare(settings, report, "digest, hit", few, many,
-                [](auto& s) { return secondsPerLookup<hasDigest>(s, true); });
-        compare(settings, report, "digest, miss", few, many,
-                [](auto& s) { return secondsPerLookup<hasDigest>(s, false); });
+        compare<hasSize>(settings, report, "size", few, many);
+        compare<hasDigest>(settings, report, "digest", few, many);
     }
 }
