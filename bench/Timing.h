@@ -4,6 +4,8 @@
 #ifndef BENCH_TIMING_H
 #define BENCH_TIMING_H
 
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 #include <limits>
@@ -14,6 +16,20 @@ double secondsOf(Work&& work) {
     const auto start = std::chrono::steady_clock::now();
     work();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Processor time of this process, in seconds: what wall time would be if no other process ran. For work that waits for
+// nothing and takes so long that it is always interrupted on a busy machine.
+template <class Work>
+double cpuSecondsOf(Work&& work) {
+    const auto now = [] {
+        timespec time;
+        ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+    };
+    const double start = now();
+    work();
+    return now() - start;
 }
 
 struct Times {
