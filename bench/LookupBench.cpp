@@ -133,9 +133,12 @@ void compare(const Settings& settings, Report& report, const std::string& what, 
 }  // namespace
 
 void benchLookup(const Settings& settings, Report& report) {
-    report.section("Lookups with random keys among many records / among 1,000",
-                   "One after the other, each waiting for the last. What grows is the wait for memory: 1,000 records "
-                   "fit the first-level cache, 10,000,000 are beyond every cache and most of the address tables.");
+    report.section(
+        "Lookups with random keys among many records / among 1,000",
+        "overlapping: the processor starts the next ones while the first waits for memory. chained: each "
+        "begins when the last has answered. cold caches: as chained, eight at a time after reading 64 MiB of "
+        "other memory, the pace of a scan. What grows is the wait for memory: 1,000 records fit the "
+        "first-level cache, 10,000,000 exceed every cache and the processor's table of page addresses.");
     const corpus::Folder folder;
     const Subject few = makeSubject(folder, 1000);
     for (const std::uint64_t count : {1'000'000, 10'000'000}) {

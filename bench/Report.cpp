@@ -1,11 +1,13 @@
 #include "Report.h"
 
 #include <cstdio>
+#include <sstream>
 
 namespace {
 
 constexpr int kWhatWidth = 58;
 constexpr int kMeasuredWidth = 27;
+constexpr std::size_t kNoteWidth = 115;
 
 std::string rounded(double value, int digits, const char* unit) {
     char text[64];
@@ -30,7 +32,16 @@ void Report::section(const std::string& title, const std::string& text) {
 }
 
 void Report::note(const std::string& text) {
-    std::printf("  %s\n", text.c_str());
+    std::istringstream words(text);
+    std::size_t column = 0;
+    for (std::string word; words >> word; column += word.size() + 1) {
+        if (column == 0 || column + word.size() > kNoteWidth) {
+            std::fputs(column == 0 ? " " : "\n ", stdout);
+            column = 1;
+        }
+        std::printf(" %s", word.c_str());
+    }
+    std::printf("\n");
     std::fflush(stdout);
 }
 
