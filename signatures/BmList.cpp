@@ -104,7 +104,11 @@ std::optional<std::string> BmList::append(std::string_view line) {
     if (auto fault = PatternParser::tryHex2str(line.substr(0, kDigestDigits), pattern.digest, kDigestDigits)) {
         return fault;
     }
-    pattern.name = _names.store(*name);
+    try {
+        pattern.name = _names.store(*name);
+    } catch (const std::bad_alloc&) {
+        return "Alloacate patternNode fail";
+    }
     ++_currentSig;
     return std::nullopt;
 }

@@ -1,5 +1,6 @@
 #include "CheckSumList.h"
 
+#include <new>
 #include <numeric>
 
 #include "ByteOrder.h"
@@ -143,9 +144,17 @@ std::optional<std::string> CheckSumList::append(std::string_view line) {
 
 std::optional<std::string> CheckSumList::enter(const CheckSumPattern& pattern, std::string_view name) {
     if (Fault fault = validate(pattern)) return fault;
-    auto& records = _records[pattern.target];
-    records.push_back(pattern);
-    records.back().name = _names.store(name);
+    CheckSumPattern record = pattern;
+    try {
+        record.name = _names.store(name);
+    } catch (const std::bad_alloc&) {
+        return "fail to new CheckSumPattern.";
+    }
+    try {
+        _records[record.target].push_back(record);
+    } catch (const std::bad_alloc&) {
+        return "fail to new ChkPatternNode";
+    }
     return {};
 }
 
@@ -158,8 +167,12 @@ void CheckSumList::addPattern(const CheckSumPattern& pattern) {
 }
 
 void CheckSumList::index() {
-    for (std::size_t target = 0; target < kTargetCount; ++target) {
-        if (_indexes[target].recordCount() != _records[target].size()) _indexes[target] = ChkIndex(_records[target]);
+    try {
+        for (std::size_t target = 0; target < kTargetCount; ++target) {
+            if (!indexOf(static_cast<TARGET_TYPE>(target))) _indexes[target] = ChkIndex(_records[target]);
+        }
+    } catch (const std::bad_alloc&) {
+        ZOV_SPACE::raise<Exception>(" allocate check-sum pattern head fail ");
     }
 }
 
