@@ -30,20 +30,22 @@ constexpr void* kLibraryGuard = nullptr;
 struct EntryPoint {
     const char* symbol;
     const char* failure;
+    bool called = true;
 };
 
 constexpr EntryPoint kLoadOption{"HEU_loadOption", "fail to load Option : "};
 constexpr EntryPoint kCreateInstance{"HEU_createInstance", "fail to load createInstance : "};
 constexpr EntryPoint kCheckSusVirus{"HEU_checkSusVirus", "fail to load CheckSusVirus : "};
-constexpr EntryPoint kDestroyInstance{"HEU_destroyInstance", "fail to load destroyInstance : "};
+constexpr EntryPoint kDestroyInstance{"HEU_destroyInstance", "fail to load destroyInstance : ", false};
 
-// False, with the step's text in `message`, when the library lacks the symbol or gives it no address.
+// False, with the step's text in `message`, when the library lacks the symbol, or gives it no address although it is
+// to be called.
 template <class Function>
 bool resolve(void* library, const EntryPoint& entry, Function& function, std::string& message) {
     ::dlerror();
     function = reinterpret_cast<Function>(::dlsym(library, entry.symbol));
     const char* const error = ::dlerror();
-    if (!error && function) return true;
+    if (!error && (function || !entry.called)) return true;
     message = std::string(entry.failure) + (error ? error : entry.symbol);
     return false;
 }

@@ -18,14 +18,32 @@ using ZOV_SPACE::File;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
-int loadFile(PatternContainer& container, const std::string& path) {
+// 0, or VOLE_INVALID_PATTERN when the step, which loads signatures, fails in whatever way.
+template <class Step>
+int guarded(Step step) {
     try {
-        return container.loadPattern(path);
+        return step() == 0 ? 0 : VOLE_INVALID_PATTERN;
     } catch (abi::__forced_unwind&) {
         throw;  // The thread is being cancelled.
     } catch (...) {
         return VOLE_INVALID_PATTERN;
     }
+}
+
+int failed(int code, const std::string& path, std::string& message) {
+    kDiag.at(490).err("[load_pattern]: container->loadPattern return Error %d.", code);
+    resultMessage(code, path.c_str(), message);
+    return code;
+}
+
+int loadFiles(PatternContainer& container, const char* directory, const std::vector<std::string>& names,
+              std::string& message) {
+    for (const std::string& name : names) {
+        const std::string path = pathIn(directory, name.c_str());
+        if (!File(path).isFile()) continue;
+        if (const int code = guarded([&] { return container.loadPattern(path); })) return failed(code, path, message);
+    }
+    return 0;
 }
 
 }  // namespace
@@ -48,16 +66,14 @@ int load_pattern(PatternContainer* container, const char* directory, std::string
         resultMessage(VOLE_INVALID_DIRECTORY, directory, message);
         return VOLE_INVALID_DIRECTORY;
     }
-    for (const std::string& name : names) {
-        const std::string path = pathIn(directory, name.c_str());
-        if (!File(path).isFile()) continue;
-        if (const int result = loadFile(*container, path); result != 0) {
-            kDiag.at(490).err("[load_pattern]: container->loadPattern return Error %d.", result);
-            resultMessage(VOLE_INVALID_PATTERN, path.c_str(), message);
-            return VOLE_INVALID_PATTERN;
-        }
-    }
-    container->prepare();
+    const int result = loadFiles(*container, directory, names, message);
+    // Also behind a file that failed: init() goes on with what was loaded when the lists are there.
+    const int prepared = guarded([&] {
+        container->prepare();
+        return 0;
+    });
+    if (result != 0) return result;
+    if (prepared != 0) return failed(prepared, directory, message);
     kDiag.at(503).dbg("vole-engine, pattern [%d]\n", container->loadedCount());
     return 0;
 }

@@ -68,11 +68,14 @@ static_assert(inCodeOrder(), "a code's text is found by its place in the table")
 }  // namespace
 
 void resultMessage(int code, const char* arg, std::string& message) {
-    message.clear();
-    if (code < kFirstCode || code > kLastCode) return;
-    const ResultText& text = kResultTexts[code - kFirstCode];
-    message = text.before;
-    if (text.arg == Arg::none) return;
-    if (arg || text.arg == Arg::shown) message += arg ? arg : "[NULL]";
-    message += text.after;
+    std::string text;  // Apart, because the argument may be the old message's text.
+    if (code >= kFirstCode && code <= kLastCode) {
+        const ResultText& row = kResultTexts[code - kFirstCode];
+        text = row.before;
+        if (row.arg != Arg::none) {
+            if (arg || row.arg == Arg::shown) text += arg ? arg : "[NULL]";
+            text += row.after;
+        }
+    }
+    message.swap(text);
 }

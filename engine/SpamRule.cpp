@@ -31,11 +31,11 @@ bool subjectQualifies(const char* subject) {
 }  // namespace
 
 bool matchSpam(const char* subject, const char* attachmentName, std::string& virusName) {
-    if (!subjectQualifies(subject ? subject : "")) {
-        kDiag.at(871).dbg("checkSpam, Subject [%s] is not spam.", subject ? subject : "");
+    if (!subject || !attachmentName) return false;
+    if (!subjectQualifies(subject)) {
+        kDiag.at(871).dbg("checkSpam, Subject [%s] is not spam.", subject);
         return false;
     }
-    if (!attachmentName) return false;
     const std::string_view name(attachmentName);
     if (name.size() <= kTailLength) {
         kDiag.at(899).dbg("checkSpam, length of attachment must more than 9.");

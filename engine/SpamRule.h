@@ -5,8 +5,8 @@
 #include <string>
 
 // True, and the name set, for an attachment called "bugfix-", "removal-", "patch-" or "hotfix-", five digits and
-// ".rar", in any ASCII letter case. The list of subjects is empty, so every subject qualifies. Null subjects count as
-// empty; a null attachment name does not match.
+// ".rar", in any ASCII letter case. The list of subjects is empty, so every subject qualifies. A null
+// never matches.
 bool matchSpam(const char* subject, const char* attachmentName, std::string& virusName);
 
 #endif  // ENGINE_SPAMRULE_H

@@ -1,5 +1,8 @@
 #include "Unarchive.h"
 
+#include <new>
+#include <stdexcept>
+
 #include "Exception.h"
 #include "VoleUtil.h"
 #include "util/Diag.h"
@@ -29,6 +32,10 @@ int unarchiveOneFile(const OptionValues& options, WorkList& workList, const _st_
         return 0;
     } catch (ZOV_SPACE::Exception& e) {
         kDiag.at().err("Unarchive Exception: %s", e.toString());
-        return VOLE_SCAN_FAILED;
+    } catch (const std::bad_alloc&) {
+        kDiag.at().err("Unarchive Exception: %s", "Out of memory");
+    } catch (const std::length_error&) {
+        kDiag.at().err("Unarchive Exception: %s", "Out of memory");
     }
+    return VOLE_SCAN_FAILED;
 }

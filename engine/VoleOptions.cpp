@@ -5,6 +5,7 @@
 
 #include "ConfigUtil.h"
 #include "Decimal.h"
+#include "NoCancel.h"
 #include "VoleUtil.h"
 #include "io/RegularFile.h"
 #include "util/Diag.h"
@@ -35,7 +36,10 @@ constexpr Option kOptions[] = {
 };
 
 struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+    void operator()(std::FILE* file) const {
+        const ZOV_SPACE::NoCancel guard;
+        std::fclose(file);
+    }
 };
 using OpenFile = std::unique_ptr<std::FILE, CloseFile>;
 

@@ -71,17 +71,11 @@ int report(int code, const char* argument, std::string& message, diag::Site site
     return code;
 }
 
-// A null directory names no files at all: not even those of the root directory.
-int loadLists(VirusList& list, const char* directory) {
-    return directory ? loadVirusList(&list, directory) : VOLE_INVALID_LIST;
-}
-
-int loadOptions(const char* directory) {
-    return directory ? readOptions(pathIn(directory, vole_ini_fname)) : VOLE_NO_OPTION_FILE;
-}
-
-int loadPlugin(const char* directory, std::string& message) {
-    return directory ? loadHeuPlugin(directory, message) : VOLE_PLUGIN_FAILED;
+// What init() says of signatures that did not load.
+void reportPatterns(int code, const char* directory, std::string& message) {
+    resultMessage(code, directory, message);
+    kDiag.at(664).err("rc1 is %d", code);
+    kDiag.at(665).err("%s", message.c_str());
 }
 
 int initEngine(const char* directory, std::string& message) {
@@ -94,15 +88,16 @@ int initEngine(const char* directory, std::string& message) {
     if (!createSlots(secondFailed)) {
         return report(VOLE_OUT_OF_MEMORY, directory, message, kDiag.at(secondFailed ? 643 : 633));
     }
-    if (const int result = loadOptions(directory); result != 0) kDiag.at(656).err("LOAD_OPOTION error %d.", result);
+    if (!directory) {  // It names no files at all: not even those of the root directory.
+        reportPatterns(VOLE_INVALID_DIRECTORY, directory, message);
+        return VOLE_INVALID_DIRECTORY;
+    }
+    const int optionResult = readOptions(pathIn(directory, vole_ini_fname));
+    if (optionResult != 0) kDiag.at(656).err("LOAD_OPOTION error %d.", optionResult);
 
     const int patternResult = load_pattern(slotA->patterns.get(), directory, message);
-    const int listResult = loadLists(*slotA->paList, directory);
-    if (patternResult != 0) {
-        resultMessage(patternResult, directory, message);
-        kDiag.at(664).err("rc1 is %d", patternResult);
-        kDiag.at(665).err("%s", message.c_str());
-    }
+    const int listResult = loadVirusList(slotA->paList.get(), directory);
+    if (patternResult != 0) reportPatterns(patternResult, directory, message);
     if (listResult != 0) {
         resultMessage(listResult, directory, message);
         kDiag.at(670).err("rc2 is %d", listResult);
@@ -110,7 +105,7 @@ int initEngine(const char* directory, std::string& message) {
     }
     if (patternResult == 0 || listResult == 0) activeSlot.store(slotA, std::memory_order_release);
 
-    const int pluginResult = loadPlugin(directory, message);
+    const int pluginResult = loadHeuPlugin(directory, message);
     if (pluginResult != 0) {
         resultMessage(pluginResult, directory, message);
         kDiag.at(681).err("rc3 is %d", pluginResult);
@@ -133,7 +128,7 @@ int reloadEngine(const char* directory, std::string& message) {
         return VOLE_STANDBY_BUSY;
     }
     const int patternResult = load_pattern(standby->patterns.get(), directory, message);
-    const int listResult = loadLists(*standby->paList, directory);
+    const int listResult = directory ? loadVirusList(standby->paList.get(), directory) : VOLE_INVALID_LIST;
     if (patternResult != 0) return report(patternResult, directory, message, kDiag.at(726));
     if (listResult != 0) return report(listResult, directory, message, kDiag.at(732));
     activeSlot.store(standby, std::memory_order_release);

@@ -5,8 +5,8 @@
 // on, and releases everything with freeResource().
 //
 // Strings. Texts come back through references to std::string objects that the host owns, so host and library must
-// agree on the layout of std::string: the legacy layout (_GLIBCXX_USE_CXX11_ABI=0) in the 32-bit x86 build, and the
-// layout the library was configured with (the platform's default) elsewhere. The checks below refuse to compile a
+// agree on the layout of std::string: the legacy layout (_GLIBCXX_USE_CXX11_ABI=0) in the 32-bit x86 build, and
+// libstdc++'s default one in the 64-bit build. The checks below refuse to compile a
 // host that would not agree, because such a host links without a complaint and then corrupts memory. Both sides must
 // use the same shared libstdc++.
 //
@@ -26,13 +26,8 @@
 #if !defined(_GLIBCXX_USE_CXX11_ABI) || _GLIBCXX_USE_CXX11_ABI != 0
 #error "32-bit hosts of the Vole Engine are compiled with -D_GLIBCXX_USE_CXX11_ABI=0"
 #endif
-#else
-#ifndef VOLEENG_CXX11_ABI
-#define VOLEENG_CXX11_ABI 1  // What this copy of the library was configured with.
-#endif
-#if defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI != VOLEENG_CXX11_ABI
-#error "the Vole Engine was built with another std::string layout (_GLIBCXX_USE_CXX11_ABI) than this host"
-#endif
+#elif defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI != 1
+#error "64-bit hosts of the Vole Engine are compiled with libstdc++'s default string layout (_GLIBCXX_USE_CXX11_ABI=1)"
 #endif
 
 #define VOLEENG_API __attribute__((visibility("default")))
@@ -78,7 +73,7 @@ enum VoleResult {
 // heuristic plug-in "libheueng.so". A missing part is not fatal: the result is 0 as soon as the signatures, the lists
 // or the plug-in loaded, and scanning starts when the signatures or the lists did. `message` holds the text of the
 // last step that failed, if any did; a plug-in that failed leaves it empty. When a set is already loaded, nothing
-// changes and the result is -500. A null `dir` counts as an invalid directory.
+// changes and the result is -500. A null `dir` is an invalid directory: -498, and nothing else is looked at.
 VOLEENG_API int init(const char* dir, std::string& message);
 
 // Loads `dir` into the idle slot and switches to it when both the signatures and the lists loaded; otherwise the
@@ -102,7 +97,7 @@ VOLEENG_API int IsFalseAlarm(const char* name);
 VOLEENG_API int IsSpyware(const char* name);
 
 // 1 when the subject and the attachment's file name are those of a known mass-mailing worm: `virusName` is set to its
-// name. Else 0. `reserved` is not read. Needs no init(). A null attachment name: 0.
+// name. Else 0. `reserved` is not read. Needs no init(). A null subject or attachment name: 0.
 VOLEENG_API int checkSpam(const char* subject, const char* attachmentName, unsigned int reserved,
                           std::string& virusName);
 

@@ -45,8 +45,6 @@ std::uint32_t filterBit(std::uint64_t hash, unsigned chainShift) {
 
 }  // namespace
 
-int BmList::minLength = 10;
-
 std::size_t BmList::bucketKey(const unsigned char* digest) {
     const unsigned char* d = digest + (minLength - 3);
     return d[0] * 211U + d[1] * 37U + d[2];
@@ -54,12 +52,14 @@ std::size_t BmList::bucketKey(const unsigned char* digest) {
 
 // Makes room for `n` more records. Blocks stay untouched until they are filled, so room costs no memory yet.
 bool BmList::reserveNodes(std::size_t n) {
+    const std::size_t blocksBefore = _blocks.size();
     try {
         while (_blocks.size() * kBlockRecords < _currentSig + n) {
             _blocks.push_back(std::make_unique_for_overwrite<BmPatternNode[]>(kBlockRecords));
         }
         return true;
     } catch (const std::bad_alloc&) {
+        _blocks.resize(blocksBefore);
         return false;
     }
 }

@@ -39,7 +39,7 @@ struct BmPatternNode {
 class BmList {
 public:
     // The bucket key is taken from the three digest bytes that start at minLength - 3.
-    static int minLength;
+    static constexpr int minLength = 10;
     // Smallest possible record line: 32 digits, a colon, a size, a colon, a name.
     static constexpr std::size_t kMinLineLength = 36;
 

@@ -27,18 +27,6 @@ void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount on
     }
 }
 
-// Makes searchable what was loaded, also when reading ends early.
-template <class List, class OnCount>
-void load(PatternLineReader& lines, List& list, int& accepted, OnCount onCount) {
-    try {
-        appendLines(lines, list, accepted, onCount);
-    } catch (...) {
-        list.index();
-        throw;
-    }
-    list.index();
-}
-
 }  // namespace
 
 int PatternContainer::loadPattern(const std::string& path) {
@@ -48,15 +36,26 @@ int PatternContainer::loadPattern(const std::string& path) {
     if (!file) return kCannotOpen;
     PatternLineReader lines(std::move(file));
     if (isMd5) {
-        _md5List.beginFile();
-        load(lines, _md5List, _loadedCount, [&](int count) {
-            const auto plausible = std::min<std::uint64_t>(lines.bytesLeft() / BmList::kMinLineLength + 1, INT_MAX);
-            _md5List.allocate(count, static_cast<std::size_t>(plausible));
-        });
+        loadMd5Lines(lines);
     } else {
-        load(lines, _checkSumList, _loadedCount, [](int) {});
+        appendLines(lines, _checkSumList, _loadedCount, [](int) {});
     }
     return 0;
+}
+
+void PatternContainer::loadMd5Lines(PatternLineReader& lines) {
+    _md5List.beginFile();
+    const auto announce = [&](int count) {
+        const auto plausible = std::min<std::uint64_t>(lines.bytesLeft() / BmList::kMinLineLength + 1, INT_MAX);
+        _md5List.allocate(count, static_cast<std::size_t>(plausible));
+    };
+    try {
+        appendLines(lines, _md5List, _loadedCount, announce);
+    } catch (...) {
+        _md5List.index();  // What was read before the file failed stays, and is found.
+        throw;
+    }
+    _md5List.index();
 }
 
 int PatternContainer::scomp(const void* a, const void* b) {

@@ -11,6 +11,8 @@
 constexpr const char* kMd5FileSuffix = ".hdb";
 constexpr const char* kCheckSumFileSuffix = ".chk";
 
+class PatternLineReader;
+
 class PatternContainer {
 public:
     static constexpr int kCannotOpen = -494;
@@ -20,8 +22,9 @@ public:
     // changed. Throws Exception when the file cannot be read to its end; the lines before that stay.
     int loadPattern(const std::string& path);
 
-    // Called by the owner after loading; there is nothing left to do.
-    void prepare() {}
+    // Called by the owner after the last file, also when one failed. Until then scans are right, only slow. Throws
+    // Exception when memory is short.
+    void prepare() { _checkSumList.index(); }
 
     // Data lines that were accepted, over all files.
     int loadedCount() const { return _loadedCount; }
@@ -33,6 +36,8 @@ public:
     static int scomp(const void* a, const void* b);
 
 private:
+    void loadMd5Lines(PatternLineReader& lines);
+
     int _loadedCount = 0;
     BmList _md5List;
     CheckSumList _checkSumList;

@@ -1,10 +1,12 @@
 // SizeSet: a set of 32-bit file sizes with constant-time lookup: open addressing with linear probing, at most three
-// quarters full. 5 to 11 bytes a size. Filled by one thread, then only read.
+// quarters full. 5 to 11 bytes a size. Where a size goes depends on a number that differs from process to process, so
+// that no pattern file can be made whose sizes all go to the same place. Filled by one thread, then only read.
 #ifndef SIGNATURES_SIZESET_H
 #define SIGNATURES_SIZESET_H
 
 #include <cstddef>
 #include <cstdint>
+#include <random>
 #include <utility>
 #include <vector>
 
@@ -55,12 +57,22 @@ private:
     static constexpr std::uint32_t kFree = 0;  // Marks a free slot; the size 0 itself is kept aside.
     static constexpr unsigned kSmallestBits = 6;
 
-    // Multiplicative hashing: the product's high bits depend on all bits of the size.
-    std::size_t slotOf(std::uint32_t size) const { return (size * 0x9E3779B1U) >> _shift; }
+    // Each product's high bits depend on all bits of its factors; the table takes the highest.
+    std::size_t slotOf(std::uint32_t size) const {
+        std::uint32_t hash = (size ^ _seed) * 0x9E3779B1U;
+        hash = (hash ^ (hash >> 15)) * 0x85EBCA6BU;
+        return hash >> _shift;
+    }
+
+    static std::uint32_t processSeed() {
+        static const std::uint32_t seed = std::random_device()();
+        return seed;
+    }
 
     std::vector<std::uint32_t> _slots;
     std::size_t _count = 0;
     unsigned _shift = 0;
+    std::uint32_t _seed = processSeed();
     bool _hasZero = false;
 };
 

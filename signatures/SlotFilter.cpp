@@ -229,6 +229,8 @@ void SlotFilter::collect(std::size_t first, std::size_t last, std::span<const ch
             test(bytes, _layers.data() + block * blockBytes(), _layerCount, count, hits.data());
         for (std::size_t i = 0; i < hitCount; ++i) appendHits(block + hits[i].block, hits[i].slots, groups);
     }
+    // The last block may hold groups behind the range, whose check strings the window does not reach.
+    std::erase_if(groups, [=](std::uint32_t group) { return group >= last; });
     for (; first < last && place(first) < firstBlock * kBlock; ++first) {
         groups.push_back(static_cast<std::uint32_t>(first));
     }

@@ -12,6 +12,8 @@
 #include <optional>
 #include <utility>
 
+#include "NoCancel.h"
+
 namespace ZOV_SPACE {
 namespace {
 
@@ -20,7 +22,10 @@ constexpr std::string_view kTemporaryDirectory = "/tmp/";
 constexpr std::string_view kTemporaryTemplate = "XXXXXX";
 
 struct CloseDirectory {
-    void operator()(DIR* directory) const { ::closedir(directory); }
+    void operator()(DIR* directory) const {
+        const NoCancel guard;
+        ::closedir(directory);
+    }
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 

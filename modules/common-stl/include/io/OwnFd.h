@@ -6,6 +6,8 @@
 
 #include <utility>
 
+#include "NoCancel.h"
+
 namespace ZOV_SPACE {
 
 class OwnFd {
@@ -26,7 +28,9 @@ public:
     // Closes what is held and takes `fd` over. Returns close()'s result, 0 when nothing was held.
     int reset(int fd = -1) {
         const int old = std::exchange(_fd, fd);
-        return old >= 0 ? ::close(old) : 0;
+        if (old < 0) return 0;
+        const NoCancel guard;
+        return ::close(old);
     }
 
 private:
