@@ -138,8 +138,8 @@ TEST(CheckSumList, keepsTargetsApartAndOwnsItsNames) {
     std::string name = "borrowed";
     CheckSumPattern pattern;
     pattern.name = name.c_str();
-    for (const std::uint8_t target : {0, 3, 3, 8}) {
-        pattern.target = target;
+    for (const int target : {0, 3, 3, 8}) {
+        pattern.target = static_cast<std::uint8_t>(target);
         list.addPattern(pattern);
     }
     name = "gone";
