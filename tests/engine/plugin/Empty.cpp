@@ -1,0 +1,2 @@
+// A library that is no heuristic engine.
+int notAnEntryPoint() { return 0; }
