@@ -1,0 +1,165 @@
+// Scans, queries and settings from many threads while another one reloads, loads and unloads.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "PatternSlot.h"
+#include "support/SignatureText.h"
+#include "support/TempDir.h"
+#include "voleeng.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kDuration = std::chrono::milliseconds(700);
+
+const std::string kSample = "A sample\nthat both sets of signatures know.\n";
+
+// A set whose verdicts all bear its name.
+class PatternSet : public TempDir {
+public:
+    explicit PatternSet(const std::string& name) {
+        std::string records;
+        for (int i = 0; i < 300; ++i) records += md5Record(std::to_string(i), "Other-" + name);
+        write("a.hdb", records + md5Record(kSample, "Md5-" + name));
+        write("b.chk", startRecord(kSample.substr(0, 40), "Sum-" + name));
+        write("pattern_assistant.xml", "<r><FalseAlarm><i name='Fa-" + name + "'/></FalseAlarm><Spyware><i name='Spy-" +
+                                           name + "'/></Spyware></r>");
+    }
+};
+
+// Threads that each repeat one action until the test's time is over.
+class Crowd {
+public:
+    template <class Action>
+    void add(Action action) {
+        _threads.emplace_back([this, action]() mutable {
+            while (!_over.load(std::memory_order_relaxed)) action();
+        });
+    }
+    ~Crowd() { finish(); }
+    void finish() {
+        _over = true;
+        for (std::thread& thread : _threads) thread.join();
+        _threads.clear();
+    }
+
+private:
+    std::atomic<bool> _over = false;
+    std::vector<std::thread> _threads;
+};
+
+// Counted from all threads.
+struct Verdicts {
+    void add(const std::string& verdict) {
+        const std::lock_guard guard(mutex);
+        seen.insert(verdict);
+    }
+    std::mutex mutex;
+    std::set<std::string> seen;
+};
+
+class ConcurrencyTest : public testing::Test {
+protected:
+    ConcurrencyTest() { freeResource(); }
+    ~ConcurrencyTest() override {
+        crowd.finish();
+        VoleDebugger silent{0, nullptr, {}};
+        setDebugger(&silent);
+        setDumpPath(nullptr);
+        freeResource();
+    }
+
+    void startCrowd() {
+        addScans(crowd, samples.write("known", kSample), verdicts);
+        addScans(crowd, samples.write("known too", kSample + " but only its start"), startVerdicts);
+        // As long as a slot is held, it is one whole set.
+        crowd.add([this] {
+            const SlotLease slot = SlotLease::acquire();
+            if (!slot) return;
+            for (int i = 0; i < 100; ++i) {
+                const bool isOne = slot->paList->isFalseAlarm("fa-one");
+                const bool isTwo = slot->paList->isFalseAlarm("fa-two");
+                if (isOne == isTwo) answers.add(isOne ? "both" : "neither");
+            }
+        });
+        // The same entries in changing letter case, which they take over.
+        for (const char* name : {"spy-one.x", "SPY-ONE.X", "Spy-Two.x", "sPY-tWO.x"}) {
+            crowd.add([name] { IsSpyware(name); });
+        }
+        crowd.add([turn = 0U]() mutable {
+            ++turn;
+            VoleDebugger record{static_cast<int>(turn % 4), turn % 8 < 4 ? +[](const char*) {} : nullptr, {}};
+            setDebugger(&record);
+            setDumpPath(turn % 2 ? "/a/dump/directory/with/a/long/name" : nullptr);
+        });
+    }
+
+    static void addScans(Crowd& crowd, const std::string& path, Verdicts& verdicts) {
+        crowd.add([path, &verdicts] {
+            std::string virus = "clean";
+            std::string text;
+            const int result = scanFile(path.c_str(), virus, text);
+            verdicts.add(result == 0 || result == 1 ? virus : "code " + std::to_string(result));
+        });
+    }
+
+    PatternSet one{"One"};
+    PatternSet two{"Two"};
+    TempDir samples;
+    Verdicts verdicts, startVerdicts, answers;
+    std::string message;
+    Crowd crowd;
+};
+
+TEST_F(ConcurrencyTest, reloadsChangeVerdictsButNeverSpoilThem) {
+    ASSERT_EQ(init(one.path().c_str(), message), 0) << message;
+    startCrowd();
+    int done = 0;
+    for (const auto end = Clock::now() + kDuration; Clock::now() < end;) {
+        const int result = reload((done % 2 == 0 ? two : one).path().c_str(), message);
+        ASSERT_TRUE(result == 0 || result == -472) << result;
+        done += result == 0;
+    }
+    crowd.finish();
+    EXPECT_EQ(verdicts.seen, (std::set<std::string>{"Md5-One", "Md5-Two"}));
+    EXPECT_EQ(startVerdicts.seen, (std::set<std::string>{"Sum-One", "Sum-Two"}));
+    EXPECT_EQ(answers.seen, std::set<std::string>{});
+    EXPECT_GT(done, 10);
+    for (PatternSlot* const slot : {slotA, slotB}) {
+        const ZOV_SPACE::Monitor guard(slot->mutex);
+        EXPECT_EQ(slot->busyCount, 0);
+    }
+    EXPECT_EQ(reload(one.path().c_str(), message), 0) << "no slot was lost";
+    EXPECT_EQ(IsFalseAlarm("fa-one"), 1);
+    EXPECT_EQ(IsFalseAlarm("fa-two"), 0);
+}
+
+TEST_F(ConcurrencyTest, unloadingUnderScansOnlyMakesThemFindNothing) {
+    startCrowd();
+    int rounds = 0;
+    for (const auto end = Clock::now() + kDuration; Clock::now() < end; ++rounds) {
+        ASSERT_EQ(init((rounds % 2 == 0 ? one : two).path().c_str(), message), 0);
+        std::this_thread::sleep_for(std::chrono::microseconds(rounds % 5 * 100));
+        ASSERT_EQ(freeResource(), 0);
+        ASSERT_EQ(reload(one.path().c_str(), message), -473);
+    }
+    crowd.finish();
+    for (const std::string& verdict : verdicts.seen) {
+        EXPECT_TRUE(verdict == "clean" || verdict == "Md5-One" || verdict == "Md5-Two") << verdict;
+    }
+    for (const std::string& verdict : startVerdicts.seen) {
+        EXPECT_TRUE(verdict == "clean" || verdict == "Sum-One" || verdict == "Sum-Two") << verdict;
+    }
+    EXPECT_GT(verdicts.seen.size(), 1U) << "some scans met loaded signatures";
+    EXPECT_GT(rounds, 10);
+}
+
+}  // namespace
