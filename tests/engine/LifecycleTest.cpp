@@ -102,7 +102,8 @@ TEST_F(LifecycleTest, anyPartThatLoadsMakesInitSucceed) {
         EngineLog log(1);
         EXPECT_EQ(init(c.dir.c_str(), message), c.result) << c.why;
         EXPECT_EQ(message, "") << c.why << ": the text of the plug-in's code";
-        Lines expected{line(656, "LOAD_OPOTION error -490.")};
+        Lines expected;
+        expected.push_back(line(656, "LOAD_OPOTION error -490."));
         if (c.patternResult != 0) {
             expected.push_back(line(664, "rc1 is -498"));
             expected.push_back(line(665, c.dir + " isn't a valid pattern dir path."));
