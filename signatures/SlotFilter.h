@@ -1,11 +1,11 @@
 // SlotFilter: finds, among many positions of a window, those where one of the check strings that are expected there
 // could begin; 32 positions at a time.
 //
-// Positions are slots, counted from the first group's slot and cut into blocks of kBlock. A block has a fixed number of
-// layers. In each layer a slot has the first two bytes of one of its check strings; so a slot is hit only if its bytes
-// in the window equal those in some layer, and a whole block is tested with a comparison or two a layer. A slot with
-// more different beginnings than layers overflows: it is always reported. A slot without a group has arbitrary bytes;
-// its hits are dropped.
+// Positions are slots, counted from the first group's slot and cut into blocks of kBlockSlots. A block has a fixed
+// number of layers. In each layer a slot has the first two bytes of one of its check strings; so a slot is hit only if
+// its bytes in the window equal those in some layer, and a whole block is tested with a comparison or two a layer. A
+// slot with more different beginnings than layers overflows: it is always reported. A slot without a group has
+// arbitrary bytes; its hits are dropped.
 //
 // Immutable once built; shared by any number of threads.
 #ifndef SIGNATURES_SLOTFILTER_H
@@ -15,6 +15,8 @@
 #include <cstdint>
 #include <span>
 #include <vector>
+
+#include "BlockTest.h"
 
 class SlotFilter {
 public:
@@ -32,8 +34,6 @@ public:
     void collect(std::size_t first, std::size_t last, std::span<const char> window,
                  std::vector<std::uint32_t>& groups) const;
 
-    static constexpr unsigned kBlock = 32;  // Slots.
-
 private:
     // Which slots of a run of 64 have a group, and how many groups lie before the run.
     struct Rank {
@@ -42,7 +42,7 @@ private:
     };
 
     std::size_t place(std::size_t group) const { return static_cast<std::size_t>(_slots[group] - _slots[0]); }
-    std::size_t blockBytes() const { return std::size_t{2} * kBlock * _layerCount; }
+    std::size_t blockBytes() const { return std::size_t{2} * kBlockSlots * _layerCount; }
     void chooseLayers(std::span<const unsigned> groupCounts, std::size_t blockCount);
     void enter(std::size_t group, std::span<const std::uint16_t> beginnings);
     void appendHits(std::size_t block, std::uint32_t hits, std::vector<std::uint32_t>& groups) const;

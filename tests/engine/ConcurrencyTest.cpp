@@ -1,5 +1,6 @@
 // Scans, queries and settings from many threads while another one reloads, loads and unloads.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -174,6 +175,31 @@ TEST_F(ConcurrencyTest, unloadingUnderScansOnlyMakesThemFindNothing) {
     }
     EXPECT_GT(verdicts.seen.size(), 1U) << "some scans met loaded signatures";
     EXPECT_GT(rounds, 10);
+}
+
+// A cancelled scan must not take the process with it, and must give its slot back.
+TEST_F(ConcurrencyTest, aCancelledScanLeavesTheEngineUsable) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers do not understand the unwinding of a cancelled thread";
+#else
+    PatternSet set("One");
+    TempDir files;
+    const std::string path = files.write("sample", kSample);
+    ASSERT_EQ(init(set.path().c_str(), message), 0);
+    for (int turn = 0; turn < 100; ++turn) {
+        pthread_t thread;
+        const auto scanForever = [](void* file) -> void* {
+            std::string virus;
+            std::string text;
+            for (;;) scanFile(static_cast<const char*>(file), virus, text);
+        };
+        ASSERT_EQ(pthread_create(&thread, nullptr, scanForever, const_cast<char*>(path.c_str())), 0);
+        std::this_thread::sleep_for(std::chrono::microseconds(turn * 20));
+        ASSERT_EQ(pthread_cancel(thread), 0);
+        ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    }
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(reload(set.path().c_str(), message), 0) << message;
+#endif
 }
 
 }  // namespace

@@ -1,0 +1,80 @@
+#include "SlotFilter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "BlockTest.h"
+#include "ByteOrder.h"
+
+namespace {
+
+// Few values, so that hits are frequent.
+unsigned char smallByte(std::mt19937& random) { return static_cast<unsigned char>(random() % 4); }
+
+TEST(BlockTest, everyVersionFindsTheSame) {
+    std::mt19937 random(1);
+    for (const unsigned layerCount : {1U, 2U, 8U}) {
+        const std::uint32_t blockCount = 37;
+        std::vector<char> bytes(blockCount * kBlockSlots + 1);
+        std::vector<unsigned char> layers(std::size_t{2} * blockCount * kBlockSlots * layerCount);
+        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(smallByte(random)); });
+        // Mostly a byte that never fits, so that some blocks have no hit.
+        std::generate(layers.begin(), layers.end(), [&] { return random() % 4 ? 0xA5 : smallByte(random); });
+
+        std::vector<std::vector<std::pair<std::uint32_t, std::uint32_t>>> answers;
+        for (const BlockTest test : availableBlockTests()) {
+            std::vector<BlockHits> hits(blockCount);
+            hits.resize(test(bytes.data(), layers.data(), layerCount, blockCount, hits.data()));
+            auto& answer = answers.emplace_back();
+            for (const BlockHits& hit : hits) answer.emplace_back(hit.block, hit.slots);
+            EXPECT_EQ(answer, answers[0]) << layerCount;
+        }
+        EXPECT_FALSE(answers[0].empty());
+        EXPECT_LT(answers[0].size(), blockCount);
+    }
+}
+
+// Groups at random slots, each with some check strings; every range of groups over a window of exactly their bytes.
+TEST(SlotFilter, reportsEveryGroupThatIsHitAndNoneOutsideTheRange) {
+    std::mt19937 random(2);
+    std::vector<std::int16_t> slots;
+    std::vector<std::uint32_t> firstEntries;
+    std::vector<std::uint32_t> checkStrings;
+    for (int slot = -3000; slot < 3000; slot += 1 + static_cast<int>(random() % 3)) {
+        slots.push_back(static_cast<std::int16_t>(slot));
+        firstEntries.push_back(static_cast<std::uint32_t>(checkStrings.size()));
+        for (auto n = 1 + random() % (slot % 50 == 0 ? 12 : 3); n > 0; --n) {
+            checkStrings.push_back(static_cast<std::uint32_t>(random() & 0x03030303));
+        }
+    }
+    firstEntries.push_back(static_cast<std::uint32_t>(checkStrings.size()));
+    const SlotFilter filter(slots, firstEntries, checkStrings);
+    ASSERT_FALSE(filter.empty());
+
+    for (int turn = 0; turn < 300; ++turn) {
+        const std::size_t first = random() % slots.size();
+        const std::size_t last =
+            first + 1 + random() % std::min<std::size_t>(slots.size() - first, turn < 150 ? 90 : 4000);
+        // On the heap and of the exact length, so that the address sanitizer sees a byte too many.
+        std::vector<char> window(static_cast<std::size_t>(slots[last - 1] - slots[first]) + 4);
+        std::generate(window.begin(), window.end(), [&] { return static_cast<char>(smallByte(random)); });
+
+        std::vector<std::uint32_t> reported;
+        filter.collect(first, last, window, reported);
+        std::sort(reported.begin(), reported.end());
+        for (const std::uint32_t group : reported) ASSERT_TRUE(group >= first && group < last) << group;
+        for (std::size_t group = first; group < last; ++group) {
+            const std::uint32_t bytes = ZOV_SPACE::loadU32(window.data() + (slots[group] - slots[first]));
+            const auto begin = checkStrings.begin() + firstEntries[group];
+            const bool hit = std::find(begin, checkStrings.begin() + firstEntries[group + 1], bytes) !=
+                             checkStrings.begin() + firstEntries[group + 1];
+            ASSERT_TRUE(!hit || std::binary_search(reported.begin(), reported.end(), group)) << group;
+        }
+    }
+}
+
+}  // namespace
