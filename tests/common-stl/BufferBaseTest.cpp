@@ -512,6 +512,20 @@ TEST(FileViewBufferBase, remembersThatTheFileBecameShorter) {
     EXPECT_TRUE(view->sourceFailed());
 }
 
+TEST(FileViewBufferBase, staysAViewWhenTheCopyCannotBeWritten) {
+    const std::string content = numbered(10000);
+    TempFile file(content);
+    FileViewBufferBase view(file.fd(), 10000);
+    const int viewed = view.getFileDescriptor();
+    {
+        const FileSizeLimit limit(9999);
+        EXPECT_EQ(thrownBy([&] { view.write(0, 'x'); }), "File too large");
+    }
+    EXPECT_EQ(view.getFileDescriptor(), viewed);
+    EXPECT_TRUE(contentOf(view) == content);
+    EXPECT_FALSE(view.sourceFailed());
+}
+
 TEST(FileViewBufferBase, remembersAReadError) {
     const OwnFd directory(::open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const auto view = SmartBufferBase::viewOf(directory.get(), 10);

@@ -113,17 +113,20 @@ TEST(SmartBufferBase, staysInMemoryOnceDiscarded) {
 }
 
 TEST(SmartBufferBase, keepsItsContentWhenTheMoveFails) {
-    SmartBufferBase buffer;
-    const std::string content(2 * kBarrier, 'o');
-    buffer.append(content.data(), static_cast<int>(content.size()));
-    {
-        const FileSizeLimit limit(kBarrier);
-        EXPECT_EQ(thrownBy([&] { buffer.append('x'); }), "File too large");
+    const std::string piece(4096, 'o');
+    for (const long room : {kBarrier, 2 * kBarrier - 4096}) {
+        SCOPED_TRACE(room);
+        SmartBufferBase buffer;
+        while (buffer.getSize() < 2 * kBarrier) buffer.append(piece.data(), 4096);
+        {
+            const FileSizeLimit limit(static_cast<rlim_t>(room));
+            EXPECT_EQ(thrownBy([&] { buffer.append('x'); }), "File too large");
+        }
+        EXPECT_EQ(storageOf(buffer), "blocks");
+        EXPECT_EQ(buffer.getSize(), 2 * kBarrier);
+        buffer.append('x');
+        EXPECT_EQ(storageOf(buffer), "file");
     }
-    EXPECT_EQ(storageOf(buffer), "blocks");
-    EXPECT_EQ(buffer.getSize(), 2 * kBarrier);
-    buffer.append('x');
-    EXPECT_EQ(storageOf(buffer), "file");
 }
 
 }  // namespace

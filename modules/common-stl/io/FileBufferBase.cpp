@@ -189,6 +189,12 @@ int FileBufferBase::truncate(long len) {
     return 0;
 }
 
+void FileBufferBase::flush() {
+    Monitor guard(_mutex);
+    requireValid(_valid);
+    _window.flush(_file.get());
+}
+
 int FileBufferBase::getFileDescriptor() {
     Monitor guard(_mutex);
     if (!_valid) return -1;

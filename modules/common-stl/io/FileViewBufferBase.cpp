@@ -52,6 +52,7 @@ FileBufferBase& FileViewBufferBase::_ownCopy() {
         copy->append(piece.get(), count);
         pos += count;
     }
+    copy->flush();  // While the source is still there: the disk may be full.
     _copy = std::move(copy);
     _source.reset();
     _window.drop();

@@ -65,6 +65,7 @@ void SmartBufferBase::_checkBarrier() {
         file->append(piece.data(), static_cast<int>(count));
         pos += count;
     }
+    file->flush();  // While the memory is still there: the disk may be full.
     _inner = std::move(file);
     _switchable = false;
 }

@@ -32,6 +32,8 @@ public:
     int truncate(long len) override;
     // The file then holds exactly the content. Later small writes may wait in memory until the next call.
     int getFileDescriptor() override;
+    // Writes out what waits in memory. When that fails, it waits on.
+    void flush();
 
     // For a named file; an anonymous one answers with an IOException. close() makes the buffer invalid until open(),
     // which starts again with an empty file. Nothing happens in the wanted state.
