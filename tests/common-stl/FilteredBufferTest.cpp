@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <thread>
@@ -111,14 +112,60 @@ TEST(PipeBufferBase, handsBytesFromTheProducerToAWaitingReader) {
     EXPECT_EQ(thrownBy([&] { producer->write('x'); }), "Stream is already closed");
 }
 
-TEST(PipeBufferBase, releasesAReaderWhenWritingIsClosed) {
-    MemBufferBase inner;
-    PipeBufferBase pipe(&inner);
-    int answer = 0;
-    std::thread reading([&] { answer = pipe.read(0); });
-    pipe.closeWriting();
-    reading.join();
-    EXPECT_EQ(answer, -1);
+// Tells when a read met the end of the content.
+class WatchedBuffer : public MemBufferBase {
+public:
+    int read(long pos) override { return watched(MemBufferBase::read(pos), -1); }
+    int read(long pos, char* buf, int n) override { return watched(MemBufferBase::read(pos, buf, n), 0); }
+    void awaitReadAtEnd() const {
+        while (!_readAtEnd) std::this_thread::yield();
+    }
+
+private:
+    int watched(int answer, int end) {
+        if (answer == end) _readAtEnd = true;
+        return answer;
+    }
+
+    std::atomic<bool> _readAtEnd = false;
+};
+
+// A lost wake-up shows as a test that never ends.
+TEST(PipeBufferBase, wakesAReaderThatSleeps) {
+    constexpr int kEnd = -1, kThrown = -2;
+    struct WakeCase {
+        const char* why;
+        std::function<void(PipeBufferBase&)> call;
+        int answer;
+    };
+    const WakeCase cases[] = {
+        {"write", [](PipeBufferBase& p) { p.write(0, 'x'); }, 'x'},
+        {"bulk write", [](PipeBufferBase& p) { p.write(0, "x", 1); }, 'x'},
+        {"insert", [](PipeBufferBase& p) { p.insert(0, 'x'); }, 'x'},
+        {"bulk insert", [](PipeBufferBase& p) { p.insert(0, "x", 1); }, 'x'},
+        {"append", [](PipeBufferBase& p) { p.append('x'); }, 'x'},
+        {"bulk append", [](PipeBufferBase& p) { p.append("x", 1); }, 'x'},
+        {"the end of writing", [](PipeBufferBase& p) { p.closeWriting(); }, kEnd},
+        {"an append that throws", [](PipeBufferBase& p) { oversizeOf([&] { p.append("xy", 2); }); }, kThrown},
+    };
+    for (const WakeCase& c : cases) {
+        for (const bool bulk : {false, true}) {
+            SCOPED_TRACE(testing::Message() << c.why << ", bulk read " << bulk);
+            WatchedBuffer content;
+            LimitedBufferBase inner(&content, 1);
+            PipeBufferBase pipe(&inner);
+            int answer = kThrown;
+            std::thread reading([&] {
+                char byte = 0;
+                oversizeOf([&] { answer = !bulk ? pipe.read(0) : pipe.read(0, &byte, 1) == 1 ? byte : kEnd; });
+            });
+            content.awaitReadAtEnd();
+            pipe.cut(0, 0);  // The reader gives the lock up only to sleep.
+            c.call(pipe);
+            reading.join();
+            EXPECT_EQ(answer, c.answer);
+        }
+    }
 }
 
 TEST(PipeBufferBase, dropsWhatAnIgnoredProducerWrites) {

@@ -6,6 +6,16 @@
 
 namespace ZOV_SPACE {
 
+namespace {
+
+// Also when the operation throws: it may have brought bytes before.
+struct NotifyAtEnd {
+    ~NotifyAtEnd() { condition.notifyAll(); }
+    Condition& condition;
+};
+
+}  // namespace
+
 PipeBufferBase::PipeBufferBase(BufferBase* inner) : FilteredBufferBase(inner), _changed(_mutex) {}
 
 PipeBufferBase::~PipeBufferBase() = default;
@@ -31,9 +41,8 @@ int PipeBufferBase::read(long pos, char* buf, int n) {
 template <class Operation>
 int PipeBufferBase::_notifying(Operation operation) {
     Monitor guard(_mutex);
-    const int result = operation();
-    _changed.notifyAll();
-    return result;
+    const NotifyAtEnd notify{_changed};
+    return operation();
 }
 
 int PipeBufferBase::write(long pos, char c) {
