@@ -6,11 +6,13 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <random>
+#include <thread>
 
 #include "io/ContinuousMemBufferBase.h"
 #include "io/FileBufferBase.h"
@@ -402,6 +404,28 @@ TEST(FileBufferBase, namesItsFileAndRemovesIt) {
     const char text[] = "The method is not supported, if the file name is empty.";
     EXPECT_EQ(thrownBy([&] { anonymous.open(); }), text);
     EXPECT_EQ(thrownBy([&] { anonymous.close(); }), text);
+}
+
+TEST(FileBufferBase, mayBeClosedAndOpenedWhileOthersUseIt) {
+    FileBufferBase buffer("/tmp");
+    std::atomic<bool> done = false;
+    std::thread reopening([&] {
+        for (int i = 0; i < 2000; ++i) {
+            buffer.close();
+            buffer.open();
+        }
+        done = true;
+    });
+    std::string error;
+    while (!done && (error.empty() || error == "<nothing>" || error == "Broken BufferBase")) {
+        error = thrownBy([&] {
+            static_cast<void>(buffer.isValid());
+            buffer.append("xy", 2);
+            buffer.read(0);
+        });
+    }
+    reopening.join();
+    EXPECT_TRUE(done && (error == "<nothing>" || error == "Broken BufferBase")) << error;
 }
 
 TEST(FileBufferBase, neverTouchesAFileItDidNotMake) {

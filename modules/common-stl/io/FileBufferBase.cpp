@@ -58,6 +58,7 @@ void FileBufferBase::open() {
     if (_valid || !_created) return;
     _file.reset(::open(_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kMode));
     _valid = static_cast<bool>(_file);
+    _window.drop();
     _size = 0;
 }
 
@@ -105,9 +106,9 @@ void FileBufferBase::_write(long pos, const char* buf, int n) {
 }
 
 int FileBufferBase::_cut(long pos, int n) {
+    Monitor guard(_mutex);
     requireUsable(_valid, pos);
     if (n < 1) return 0;
-    Monitor guard(_mutex);
     if (pos >= _size) return 0;
     n = static_cast<int>(std::min<long>(n, _size - pos));
     _window.flush(_file.get());
@@ -123,9 +124,9 @@ int FileBufferBase::read(long pos) {
 }
 
 int FileBufferBase::read(long pos, char* buf, int n) {
+    Monitor guard(_mutex);
     requireUsable(_valid, pos);
     if (nothingToDo(buf, n)) return 0;
-    Monitor guard(_mutex);
     if (pos >= _size) return 0;
     n = static_cast<int>(std::min<long>(n, _size - pos));
     if (_window.read(_file.get(), pos, buf, n, _size) < n) raiseErrno(EIO);
@@ -135,9 +136,9 @@ int FileBufferBase::read(long pos, char* buf, int n) {
 int FileBufferBase::write(long pos, char c) { return write(pos, &c, 1); }
 
 int FileBufferBase::write(long pos, const char* buf, int n) {
+    Monitor guard(_mutex);
     requireUsable(_valid, pos);
     if (nothingToDo(buf, n)) return 0;
-    Monitor guard(_mutex);
     _write(pos, buf, n);
     return n;
 }
@@ -145,9 +146,9 @@ int FileBufferBase::write(long pos, const char* buf, int n) {
 int FileBufferBase::insert(long pos, char c) { return insert(pos, &c, 1); }
 
 int FileBufferBase::insert(long pos, const char* buf, int n) {
+    Monitor guard(_mutex);
     requireUsable(_valid, pos);
     if (nothingToDo(buf, n)) return 0;
-    Monitor guard(_mutex);
     if (pos >= _size) {
         _write(pos, buf, n);
         return n;
@@ -172,21 +173,26 @@ int FileBufferBase::cut(long pos, int n) { return _cut(pos, n); }
 int FileBufferBase::append(char c) { return append(&c, 1); }
 
 int FileBufferBase::append(const char* buf, int n) {
+    Monitor guard(_mutex);
     requireValid(_valid);
     if (nothingToDo(buf, n)) return 0;
-    Monitor guard(_mutex);
     _write(_size, buf, n);
     return n;
 }
 
 int FileBufferBase::truncate(long len) {
-    requireUsable(_valid, len);
     Monitor guard(_mutex);
+    requireUsable(_valid, len);
     if (len >= _size) return 0;
     if (::ftruncate(_file.get(), len) != 0) raiseErrno();
     _window.truncate(len);
     _size = len;
     return 0;
+}
+
+bool FileBufferBase::isValid() const {
+    Monitor guard(_mutex);
+    return _valid;
 }
 
 void FileBufferBase::flush() {

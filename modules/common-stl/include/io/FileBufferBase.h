@@ -30,6 +30,7 @@ public:
     int append(char c) override;
     int append(const char* buf, int n) override;
     int truncate(long len) override;
+    bool isValid() const override;
     // The file then holds exactly the content. Later small writes may wait in memory until the next call.
     int getFileDescriptor() override;
     // Writes out what waits in memory. When that fails, it waits on.
@@ -51,7 +52,7 @@ private:
 
     OwnFd _file;
     std::string _path;
-    Mutex _mutex;
+    mutable Mutex _mutex;
     FileWindow _window;
     bool _created = false;  // The file of that name is ours to remove.
 };
