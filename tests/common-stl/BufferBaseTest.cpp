@@ -103,10 +103,10 @@ public:
     void run(int steps) {
         for (int step = 0; step < steps && !testing::Test::HasFailure(); ++step) {
             SCOPED_TRACE(testing::Message() << "step " << step);
-            if (_model.size() > 150000) truncate(pick(20000));
+            if (_model.size() > 50000) truncate(pick(20000));
             takeStep();
             checkSpot();
-            if (step % 16 == 0) checkAll();
+            if (step % 40 == 0) checkAll();
         }
         checkAll();
     }
@@ -240,7 +240,7 @@ TEST(BufferBase, behavesLikeAStringInEveryStorage) {
     for (unsigned seed = 1; seed <= 3; ++seed) {
         for (Subject& subject : allBuffers()) {
             SCOPED_TRACE(testing::Message() << subject.name << ", seed " << seed);
-            Script(*subject.buffer, "", seed).run(1200);
+            Script(*subject.buffer, "", seed).run(400);
         }
     }
 }
