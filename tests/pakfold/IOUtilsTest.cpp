@@ -7,10 +7,12 @@
 #include <string>
 
 #include "Exception.h"
+#include "Raise.h"
 #include "io/BufferBaseStreams.h"
 #include "io/InputStream.h"
 #include "io/MemBufferBase.h"
 #include "io/OutputStream.h"
+#include "support/Thrown.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -110,15 +112,28 @@ TEST(IOUtils, lookingBeyondTheEndThrowsAndLeavesTheStreamWhereItWas) {
     ASSERT_EQ(in.stream.read(), '0');
     for (const unsigned offset : {4u, 100u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
         SCOPED_TRACE(offset);
-        EXPECT_NE(errorOf([&] { IOUtils::getUChar(in.stream, offset); }), "none");
+        errno = ENOSPC;
+        EXPECT_EQ(errorOf([&] { IOUtils::getUChar(in.stream, offset); }),
+                  std::string("IOUtils, line25: ") + std::strerror(ENOSPC));
         EXPECT_EQ(errorOf([&] { IOUtils::getUShort(in.stream, offset); }), "IOUtils, line57: unexpected EOF");
         EXPECT_EQ(errorOf([&] { IOUtils::getUInt(in.stream, offset - 2); }), "IOUtils, line57: unexpected EOF");
     }
     EXPECT_EQ(in.stream.read(), '1');
+}
 
-    errno = ENOSPC;
-    EXPECT_EQ(errorOf([&] { IOUtils::getUChar(in.stream, 4); }),
-              std::string("IOUtils, line25: ") + std::strerror(ENOSPC));
+TEST(IOUtils, lookingAheadReturnsFromASkipThatFails) {
+    class BrokenSkip : public BufferBaseInputStream {
+    public:
+        using BufferBaseInputStream::BufferBaseInputStream;
+        long skip(long n) override {
+            BufferBaseInputStream::skip(n);
+            raise<IOException>("skip failed");
+        }
+    };
+    MarkableStream content("01234");
+    BrokenSkip in(&content.buffer);
+    EXPECT_EQ(thrownBy([&] { IOUtils::getUShort(in, 2); }), "skip failed");
+    EXPECT_EQ(in.read(), '0');
 }
 
 TEST(IOUtils, copiesAndSkipsWhateverThePieces) {

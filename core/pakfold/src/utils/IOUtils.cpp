@@ -19,16 +19,18 @@ constexpr unsigned kWidestPeek = 4;
 
 [[noreturn]] void raiseUnexpectedEof() { kUnit.raiseAt<IOException>(kUnexpectedEofLine, "unexpected EOF"); }
 
-// What `read` makes of the bytes at `offset`, with the stream put back to where it was.
+[[noreturn]] void raiseErrno() { kUnit.raiseAt<IOException>(kPeekFailedLine, systemErrorText()); }
+
+// What `read` makes of the bytes at `offset`, with the stream put back to where it was; `raiseEnd` throws.
 template <class Read>
-auto peek(InputStream& in, unsigned int offset, unsigned int width, Read read) {
+auto peek(InputStream& in, unsigned int offset, unsigned int width, Read read, void (*raiseEnd)()) {
     // No stream that can go back reaches beyond this, and neither the mark's limit nor skip() could express it.
     constexpr unsigned kFurthest = std::numeric_limits<int>::max() - kWidestPeek;
-    if (offset > kFurthest) raiseUnexpectedEof();
+    if (offset > kFurthest) raiseEnd();
 
     in.mark(static_cast<int>(offset + width));
-    in.skip(static_cast<long>(offset));
     try {
+        in.skip(static_cast<long>(offset));
         const auto value = read(in);
         in.reset();
         return value;
@@ -40,7 +42,7 @@ auto peek(InputStream& in, unsigned int offset, unsigned int width, Read read) {
 
 unsigned char readByteOrErrno(InputStream& in) {
     char byte;
-    if (in.read(&byte, 1) != 1) kUnit.raiseAt<IOException>(kPeekFailedLine, systemErrorText());
+    if (in.read(&byte, 1) != 1) raiseErrno();
     return static_cast<unsigned char>(byte);
 }
 
@@ -78,14 +80,18 @@ void IOUtils::writeUInt(OutputStream& out, long value) {
     out.write(bytes, sizeof bytes);
 }
 
-unsigned char IOUtils::getUChar(InputStream& in, unsigned int offset) { return peek(in, offset, 1, readByteOrErrno); }
+unsigned char IOUtils::getUChar(InputStream& in, unsigned int offset) {
+    return peek(in, offset, 1, readByteOrErrno, raiseErrno);
+}
 
 unsigned short IOUtils::getUShort(InputStream& in, unsigned int offset) {
-    return peek(in, offset, 2, [](InputStream& stream) { return readUShort(stream); });
+    return peek(
+        in, offset, 2, [](InputStream& stream) { return readUShort(stream); }, raiseUnexpectedEof);
 }
 
 unsigned int IOUtils::getUInt(InputStream& in, unsigned int offset) {
-    return peek(in, offset, 4, [](InputStream& stream) { return readUInt(stream); });
+    return peek(
+        in, offset, 4, [](InputStream& stream) { return readUInt(stream); }, raiseUnexpectedEof);
 }
 
 int IOUtils::readFull(InputStream& in, char* buf, int n) {
