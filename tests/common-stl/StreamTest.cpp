@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <climits>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -246,6 +247,11 @@ TEST(BufferedInputStream, readsLinesAcrossBlocks) {
             EXPECT_EQ(lines, c.lines);
         }
     }
+}
+
+TEST(StringOutputStream, saysOutOfMemoryForACapacityThatNoStringHas) {
+    if (sizeof(void*) > 4) GTEST_SKIP() << "strings of that size exist";
+    EXPECT_EQ(thrownBy<OutOfMemoryException>([] { StringOutputStream{INT_MAX}; }), "Out of memory");
 }
 
 TEST(BufferedOutputStream, handsOnEveryByteInOrder) {

@@ -132,6 +132,8 @@ StringOutputStream::StringOutputStream(int initialCapacity) try {
     _string.reserve(static_cast<std::size_t>(std::max(initialCapacity, 0)));
 } catch (const std::bad_alloc&) {
     kUnit.raise<OutOfMemoryException>("Out of memory");
+} catch (const std::length_error&) {
+    kUnit.raise<OutOfMemoryException>("Out of memory");
 }
 
 StringOutputStream::~StringOutputStream() = default;
