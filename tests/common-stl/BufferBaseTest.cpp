@@ -280,6 +280,22 @@ TEST(BufferBase, keepsTheCommonRulesInEveryStorage) {
     }
 }
 
+TEST(BufferBase, tellsItsSizeWhileAnotherThreadAppends) {
+    constexpr long kBytes = 3000;
+    for (Subject& subject : allBuffers()) {
+        SCOPED_TRACE(subject.name);
+        std::thread appending([&] {
+            for (long i = 0; i < kBytes; ++i) subject.buffer->append('x');
+        });
+        for (long size = 0; size < kBytes;) {
+            const long now = subject.buffer->getSize();
+            EXPECT_GE(now, size);
+            size = now;
+        }
+        appending.join();
+    }
+}
+
 TEST(BufferBase, saysBrokenWhenTheStorageCouldNotBeMade) {
     const std::unique_ptr<BufferBase> broken[] = {
         std::make_unique<FileBufferBase>("/nowhere"),

@@ -4,7 +4,7 @@ namespace ZOV_SPACE {
 
 BufferBase::~BufferBase() = default;
 
-long BufferBase::getSize() const { return _size; }
+long BufferBase::getSize() const { return _loadSize(); }
 bool BufferBase::isValid() const { return _valid; }
 void BufferBase::discardUsedBuffer() { _discarded = true; }
 char* BufferBase::getMemAddress() { return nullptr; }

@@ -48,7 +48,7 @@ void ContinuousMemBufferBase::_write(long pos, const char* buf, int n) {
     _ensureCapacity(pos + n);
     _pad(_size, pos - _size);
     std::memcpy(_data.get() + pos, buf, bytes(n));
-    _size = std::max(_size, pos + n);
+    _setSize(std::max(_size, pos + n));
 }
 
 int ContinuousMemBufferBase::read(long pos) {
@@ -92,7 +92,7 @@ int ContinuousMemBufferBase::insert(long pos, const char* buf, int n) {
     char* gap = _data.get() + pos;
     std::memmove(gap + n, gap, bytes(_size - pos));
     std::memcpy(gap, buf, bytes(n));
-    _size += n;
+    _setSize(_size + n);
     return n;
 }
 
@@ -106,7 +106,7 @@ int ContinuousMemBufferBase::cut(long pos, int n) {
     n = static_cast<int>(std::min<long>(n, _size - pos));
     char* gap = _data.get() + pos;
     std::memmove(gap, gap + n, bytes(_size - pos - n));
-    _size -= n;
+    _setSize(_size - n);
     return n;
 }
 
@@ -123,7 +123,7 @@ int ContinuousMemBufferBase::append(const char* buf, int n) {
 int ContinuousMemBufferBase::truncate(long len) {
     requireUsable(_valid, len);
     WriteGuard guard(_lock);
-    _size = std::min(_size, len);
+    _setSize(std::min(_size, len));
     return 0;
 }
 
@@ -146,7 +146,7 @@ std::span<char> ContinuousMemBufferBase::appendSpace(long n) {
 void ContinuousMemBufferBase::commitAppend(long n) {
     if (n < 1) return;
     if (n > _capacity - _size) kBufferUnit.raise<IOException>("Index out of bound");
-    _size += n;
+    _setSize(_size + n);
 }
 
 }  // namespace ZOV_SPACE

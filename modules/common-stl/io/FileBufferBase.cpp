@@ -59,7 +59,7 @@ void FileBufferBase::open() {
     _file.reset(::open(_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kMode));
     _valid = static_cast<bool>(_file);
     _window.drop();
-    _size = 0;
+    _setSize(0);
 }
 
 void FileBufferBase::close() {
@@ -102,7 +102,7 @@ void FileBufferBase::_write(long pos, const char* buf, int n) {
     requireFits(pos, n);
     if (pos > _size) _pad(_size, pos - _size);
     _window.write(_file.get(), pos, buf, n, std::max(_size, pos));
-    _size = std::max(_size, pos + n);
+    _setSize(std::max(_size, pos + n));
 }
 
 int FileBufferBase::_cut(long pos, int n) {
@@ -114,7 +114,7 @@ int FileBufferBase::_cut(long pos, int n) {
     _window.flush(_file.get());
     _window.drop();
     _fileMove(pos, pos + n);
-    _size -= n;
+    _setSize(_size - n);
     return n;
 }
 
@@ -163,7 +163,7 @@ int FileBufferBase::insert(long pos, const char* buf, int n) {
     if (error != 0) raiseErrno(error);
     _fileMove(pos + n, pos);
     pwriteAll(_file.get(), buf, n, pos);
-    _size += n;
+    _setSize(_size + n);
     return n;
 }
 
@@ -186,7 +186,7 @@ int FileBufferBase::truncate(long len) {
     if (len >= _size) return 0;
     if (::ftruncate(_file.get(), len) != 0) raiseErrno();
     _window.truncate(len);
-    _size = len;
+    _setSize(len);
     return 0;
 }
 

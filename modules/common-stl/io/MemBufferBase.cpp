@@ -109,7 +109,7 @@ void MemBufferBase::_pad(long n) {
         Buffer& block = _buffers[index];
         const int piece = static_cast<int>(std::min<long>(block.room(), n));
         block.zeroAppend(piece);
-        _size += piece;
+        _setSize(_size + piece);
         n -= piece;
     }
 }
@@ -118,7 +118,7 @@ void MemBufferBase::_write(long pos, const char* buf, int n) {
     requireFits(pos, n);
     _ensureCapacity(pos + n);
     if (pos > _size) _pad(pos - _size);
-    _size = std::max(_size, pos + n);
+    _setSize(std::max(_size, pos + n));
     for (auto index = static_cast<std::size_t>(_findBlock(pos)); n > 0; ++index) {
         Buffer& block = _buffers[index];
         const int offset = static_cast<int>(pos - block.start);
@@ -148,7 +148,7 @@ void MemBufferBase::_insertInside(long pos, const char* buf, int n) {
         old = std::move(rebuilt);
     }
     while (++index < _buffers.size()) _buffers[index].start += n;
-    _size += n;
+    _setSize(_size + n);
 }
 
 int MemBufferBase::_cut(long pos, int n) {
@@ -177,7 +177,7 @@ int MemBufferBase::_cut(long pos, int n) {
     for (index = first; index < _buffers.size(); ++index) {
         _buffers[index].start = index == 0 ? 0 : _buffers[index - 1].start + _buffers[index - 1].used;
     }
-    _size -= n;
+    _setSize(_size - n);
     return n;
 }
 
@@ -250,7 +250,7 @@ int MemBufferBase::truncate(long len) {
     const int last = _findBlock(len);
     _buffers.erase(_buffers.begin() + last + 1, _buffers.end());
     _buffers.back().used = static_cast<int>(len - _buffers.back().start);
-    _size = len;
+    _setSize(len);
     return 0;
 }
 
@@ -287,7 +287,7 @@ void MemBufferBase::commitAppend(long n) {
     if (n < 1) return;
     if (_buffers.empty() || n > _buffers.back().room()) kBufferUnit.raise<IOException>("Index out of bound");
     _buffers.back().used += static_cast<int>(n);
-    _size += n;
+    _setSize(_size + n);
 }
 
 }  // namespace ZOV_SPACE

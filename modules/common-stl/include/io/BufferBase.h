@@ -9,7 +9,8 @@
 //   stays; a failed write, insert or append leaves the size as it was.
 // - A null pointer or a count below 1 makes a bulk operation return 0 and change nothing.
 // - Writing or inserting beyond the end first fills the gap with zero bytes.
-// Threads: see the storages. getSize() takes no lock.
+// Threads: see the storages. getSize() takes no lock; beside a writer it answers the size before or after, or one on
+// the way.
 #ifndef COMMON_STL_IO_BUFFERBASE_H
 #define COMMON_STL_IO_BUFFERBASE_H
 
@@ -57,6 +58,11 @@ public:
     virtual std::span<const char> view(long pos);
 
 protected:
+    // For getSize() without a lock: the field's type is part of the layout, so the accesses are atomic, not the field.
+    // Writers exclude each other, and may read the field as it is.
+    long _loadSize() const { return __atomic_load_n(&_size, __ATOMIC_RELAXED); }
+    void _setSize(long size) { __atomic_store_n(&_size, size, __ATOMIC_RELAXED); }
+
     long _size = 0;
     bool _valid = true;
     bool _discarded = false;
