@@ -376,8 +376,18 @@ void fillInPlace(Buffer& buffer) {
         expected += std::string(10, '\0') + "z";
         ASSERT_TRUE(contentOf(buffer) == expected) << size;
     }
-    EXPECT_TRUE(buffer.appendSpace(0).empty());
-    EXPECT_EQ(thrownBy([&] { buffer.commitAppend(1L << 30); }), kOutOfBound);
+    const std::function<void()> forfeits[] = {
+        [&] { buffer.commitAppend(5); }, [&] { EXPECT_TRUE(buffer.appendSpace(0).empty()); },
+        [&] { buffer.append("x", 1); },  [&] { buffer.write(0, 'x'); },
+        [&] { buffer.insert(0, 'x'); },  [&] { buffer.insert(5, 'x'); },
+        [&] { buffer.cut(0); },          [&] { buffer.truncate(1); },
+    };
+    for (const auto& forfeit : forfeits) {
+        buffer.appendSpace(10);
+        EXPECT_EQ(thrownBy([&] { buffer.commitAppend(11); }), kOutOfBound);
+        forfeit();
+        EXPECT_EQ(thrownBy([&] { buffer.commitAppend(1); }), kOutOfBound) << &forfeit - forfeits;
+    }
 }
 
 TEST(MemoryBuffers, canBeFilledInPlace) {

@@ -39,6 +39,12 @@ void ContinuousMemBufferBase::_ensureCapacity(long n) {
     if (!_tryEnsureCapacity(n)) kBufferUnit.raise<IOException>(systemErrorText(ENOMEM));
 }
 
+// Every change of the content comes here, also one that leaves the size as it is.
+void ContinuousMemBufferBase::_resize(long size) {
+    _given = 0;
+    _setSize(size);
+}
+
 void ContinuousMemBufferBase::_pad(long pos, long n) {
     if (n > 0) std::memset(_data.get() + pos, 0, bytes(n));
 }
@@ -48,7 +54,7 @@ void ContinuousMemBufferBase::_write(long pos, const char* buf, int n) {
     _ensureCapacity(pos + n);
     _pad(_size, pos - _size);
     std::memcpy(_data.get() + pos, buf, bytes(n));
-    _setSize(std::max(_size, pos + n));
+    _resize(std::max(_size, pos + n));
 }
 
 int ContinuousMemBufferBase::read(long pos) {
@@ -92,7 +98,7 @@ int ContinuousMemBufferBase::insert(long pos, const char* buf, int n) {
     char* gap = _data.get() + pos;
     std::memmove(gap + n, gap, bytes(_size - pos));
     std::memcpy(gap, buf, bytes(n));
-    _setSize(_size + n);
+    _resize(_size + n);
     return n;
 }
 
@@ -106,7 +112,7 @@ int ContinuousMemBufferBase::cut(long pos, int n) {
     n = static_cast<int>(std::min<long>(n, _size - pos));
     char* gap = _data.get() + pos;
     std::memmove(gap, gap + n, bytes(_size - pos - n));
-    _setSize(_size - n);
+    _resize(_size - n);
     return n;
 }
 
@@ -123,7 +129,7 @@ int ContinuousMemBufferBase::append(const char* buf, int n) {
 int ContinuousMemBufferBase::truncate(long len) {
     requireUsable(_valid, len);
     WriteGuard guard(_lock);
-    _setSize(std::min(_size, len));
+    _resize(std::min(_size, len));
     return 0;
 }
 
@@ -137,16 +143,18 @@ std::span<const char> ContinuousMemBufferBase::view(long pos) {
 
 std::span<char> ContinuousMemBufferBase::appendSpace(long n) {
     requireValid(_valid);
+    _given = 0;
     if (n < 1) return {};
     requireFits(_size, n);
     _ensureCapacity(_size + n);
+    _given = n;
     return {_data.get() + _size, bytes(n)};
 }
 
 void ContinuousMemBufferBase::commitAppend(long n) {
     if (n < 1) return;
-    if (n > _capacity - _size) kBufferUnit.raise<IOException>("Index out of bound");
-    _setSize(_size + n);
+    if (n > _given) kBufferUnit.raise<IOException>("Index out of bound");
+    _resize(_size + n);
 }
 
 }  // namespace ZOV_SPACE

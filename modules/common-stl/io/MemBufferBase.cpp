@@ -70,6 +70,12 @@ MemBufferBase::MemBufferBase(long n) {
 
 MemBufferBase::~MemBufferBase() = default;
 
+// Every change of the content comes here, also one that leaves the size as it is.
+void MemBufferBase::_resize(long size) {
+    _given = 0;
+    _setSize(size);
+}
+
 // The index of the block that holds the position; when none does, that of the nearest block, or -1 without any.
 int MemBufferBase::_findBlock(long pos) const {
     int low = 0;
@@ -109,7 +115,7 @@ void MemBufferBase::_pad(long n) {
         Buffer& block = _buffers[index];
         const int piece = static_cast<int>(std::min<long>(block.room(), n));
         block.zeroAppend(piece);
-        _setSize(_size + piece);
+        _resize(_size + piece);
         n -= piece;
     }
 }
@@ -118,7 +124,7 @@ void MemBufferBase::_write(long pos, const char* buf, int n) {
     requireFits(pos, n);
     _ensureCapacity(pos + n);
     if (pos > _size) _pad(pos - _size);
-    _setSize(std::max(_size, pos + n));
+    _resize(std::max(_size, pos + n));
     for (auto index = static_cast<std::size_t>(_findBlock(pos)); n > 0; ++index) {
         Buffer& block = _buffers[index];
         const int offset = static_cast<int>(pos - block.start);
@@ -148,7 +154,7 @@ void MemBufferBase::_insertInside(long pos, const char* buf, int n) {
         old = std::move(rebuilt);
     }
     while (++index < _buffers.size()) _buffers[index].start += n;
-    _setSize(_size + n);
+    _resize(_size + n);
 }
 
 int MemBufferBase::_cut(long pos, int n) {
@@ -177,7 +183,7 @@ int MemBufferBase::_cut(long pos, int n) {
     for (index = first; index < _buffers.size(); ++index) {
         _buffers[index].start = index == 0 ? 0 : _buffers[index - 1].start + _buffers[index - 1].used;
     }
-    _setSize(_size - n);
+    _resize(_size - n);
     return n;
 }
 
@@ -250,7 +256,7 @@ int MemBufferBase::truncate(long len) {
     const int last = _findBlock(len);
     _buffers.erase(_buffers.begin() + last + 1, _buffers.end());
     _buffers.back().used = static_cast<int>(len - _buffers.back().start);
-    _setSize(len);
+    _resize(len);
     return 0;
 }
 
@@ -275,19 +281,21 @@ void MemBufferBase::_startBlock(long n) {
 
 std::span<char> MemBufferBase::appendSpace(long n) {
     requireValid(_valid);
+    _given = 0;
     if (n < 1) return {};
     requireFits(_size, n);
     if (_buffers.empty() || _buffers.back().room() < n) _startBlock(n);
     Buffer& block = _buffers.back();
     block.touched = std::max(block.touched, block.used + static_cast<int>(n));
+    _given = n;
     return {block.data.get() + block.used, bytes(n)};
 }
 
 void MemBufferBase::commitAppend(long n) {
     if (n < 1) return;
-    if (_buffers.empty() || n > _buffers.back().room()) kBufferUnit.raise<IOException>("Index out of bound");
+    if (n > _given) kBufferUnit.raise<IOException>("Index out of bound");
     _buffers.back().used += static_cast<int>(n);
-    _setSize(_size + n);
+    _resize(_size + n);
 }
 
 }  // namespace ZOV_SPACE

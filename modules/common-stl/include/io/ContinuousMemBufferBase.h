@@ -39,11 +39,13 @@ public:
 private:
     bool _tryEnsureCapacity(long n);
     void _ensureCapacity(long n);
+    void _resize(long size);
     void _pad(long pos, long n);
     void _write(long pos, const char* buf, int n);
 
     MallocBytes _data;
     int _capacity = 0;
+    long _given = 0;  // Bytes behind the content that commitAppend() may take.
     RWLock _lock;
 };
 

@@ -65,6 +65,7 @@ private:
 
     static constexpr int kMinBlock = 4096;
 
+    void _resize(long size);
     int _findBlock(long pos) const;
     void _addBlock(std::size_t index, Buffer&& block);
     void _startBlock(long n);
@@ -75,6 +76,7 @@ private:
     int _cut(long pos, int n);
 
     std::vector<Buffer> _buffers;
+    long _given = 0;  // Bytes behind the content that commitAppend() may take.
     RWLock _lock;
 };
 
