@@ -140,6 +140,9 @@ TEST(FileInputStream, cannotMarkAPipe) {
 TEST(FileStreams, nameThePathOrTheSystemErrorWhenTheyFail) {
     EXPECT_EQ(thrownBy([] { FileInputStream("/nowhere/x"); }), "/nowhere/x: No such file or directory");
     EXPECT_EQ(thrownBy([] { FileOutputStream("/nowhere/x"); }), "/nowhere/x: No such file or directory");
+    const char* const none = nullptr;
+    EXPECT_EQ(thrownBy([&] { FileInputStream{none}; }), ": No such file or directory");
+    EXPECT_EQ(thrownBy([&] { FileOutputStream{none}; }), ": No such file or directory");
     char byte;
     const std::function<void()> calls[] = {
         [&] { FileInputStream(-1).read(); }, [&] { FileInputStream(-1).read(&byte, 1); },

@@ -77,7 +77,7 @@ bool InputStream::markSupported() { return false; }
 void InputStream::mark(int) {}
 void InputStream::reset() {}
 
-FileInputStream::FileInputStream(const char* path) : _fd(::open(path, O_RDONLY | O_CLOEXEC)), _opened(_fd) {
+FileInputStream::FileInputStream(const char* path) : _fd(::open(path ? path : "", O_RDONLY | O_CLOEXEC)), _opened(_fd) {
     if (_fd < 0) kUnit.raise<IOException>(std::string(path ? path : "") + ": " + systemErrorText());
 }
 

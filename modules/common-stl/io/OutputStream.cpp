@@ -49,7 +49,7 @@ int OutputStream::write(const char* s) {
 int OutputStream::write(const char*, int) { raiseUnimplemented(); }
 
 FileOutputStream::FileOutputStream(const char* path, int flags)
-    : _fd(::open(path, flags | O_CLOEXEC, kNewFileMode)), _opened(_fd) {
+    : _fd(::open(path ? path : "", flags | O_CLOEXEC, kNewFileMode)), _opened(_fd) {
     if (_fd < 0) kUnit.raise<IOException>(std::string(path ? path : "") + ": " + systemErrorText());
 }
 
