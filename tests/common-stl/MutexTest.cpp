@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "FileLock.h"
+#include "support/TempDir.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -166,6 +167,21 @@ bool heldForOthers(const std::string& path) {
     int status = 0;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+}
+
+TEST(FileLock, changesNothingButRegularFilesOfItsName) {
+    const TempDir directory;
+    const std::string target = directory.write("target", ""), link = directory / "link", pipe = directory / "pipe";
+    ASSERT_EQ(::chmod(target.c_str(), 0600), 0);
+    ASSERT_EQ(::symlink(target.c_str(), link.c_str()), 0);
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_FALSE(FileLock(link.c_str(), true).isValid());
+    FileLock(pipe.c_str(), true);
+    for (const std::string& path : {target, pipe}) {
+        struct stat status {};
+        ASSERT_EQ(::stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777, 0600u) << path;
+    }
 }
 
 TEST(FileLock, excludesOtherProcesses) {

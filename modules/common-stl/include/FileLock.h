@@ -21,7 +21,7 @@ public:
 
     // Closes what is open, then opens the file, creating it for its owner only, or for everyone when `shared`. Only
     // the first kMaxPathLength bytes of the path count. The lock stays invalid for a null or empty path and when the
-    // file cannot be opened.
+    // file cannot be opened; a symbolic link is not followed.
     void setPath(const char* path, bool shared);
 
     int lock();    // Waits for the lock. A signal handler that ran meanwhile ends it with -1 and EINTR.
