@@ -576,6 +576,16 @@ TEST(FileViewBufferBase, staysAViewWhenTheCopyCannotBeWritten) {
     EXPECT_FALSE(view.sourceFailed());
 }
 
+TEST(FileViewBufferBase, copiesNothingForBytesThatHaveNoPosition) {
+    if (sizeof(long) > 4) GTEST_SKIP() << "positions reach beyond every view";
+    TempFile file;
+    ASSERT_EQ(::ftruncate(file.fd(), FileViewBufferBase::kMaxSize), 0);
+    FileViewBufferBase view(file.fd(), FileViewBufferBase::kMaxSize);
+    const FileSizeLimit limit(1 << 20);
+    EXPECT_EQ(thrownBy([&] { view.append('x'); }), kOutOfBound);
+    EXPECT_EQ(thrownBy([&] { view.insert(0, 'x'); }), kOutOfBound);
+}
+
 TEST(FileViewBufferBase, remembersAReadError) {
     const OwnFd directory(::open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const auto view = SmartBufferBase::viewOf(directory.get(), 10);

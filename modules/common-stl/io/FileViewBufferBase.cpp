@@ -86,8 +86,8 @@ int FileViewBufferBase::insert(long pos, char c) { return insert(pos, &c, 1); }
 int FileViewBufferBase::insert(long pos, const char* buf, int n) {
     requireUsable(_valid, pos);
     if (nothingToDo(buf, n)) return 0;
-    requireFits(pos, n);
     Monitor guard(_mutex);
+    requireFits(std::max(pos, _currentSize()), n);
     return _ownCopy().insert(pos, buf, n);
 }
 
@@ -107,6 +107,7 @@ int FileViewBufferBase::append(const char* buf, int n) {
     requireValid(_valid);
     if (nothingToDo(buf, n)) return 0;
     Monitor guard(_mutex);
+    requireFits(_currentSize(), n);
     return _ownCopy().append(buf, n);
 }
 
@@ -117,9 +118,11 @@ int FileViewBufferBase::truncate(long len) {
     return _ownCopy().truncate(len);
 }
 
+long FileViewBufferBase::_currentSize() const { return _copy ? _copy->getSize() : _size; }
+
 long FileViewBufferBase::getSize() const {
     Monitor guard(_mutex);
-    return _copy ? _copy->getSize() : _size;
+    return _currentSize();
 }
 
 int FileViewBufferBase::getFileDescriptor() {

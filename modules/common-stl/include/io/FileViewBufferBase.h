@@ -47,6 +47,7 @@ public:
 private:
     int _read(long pos, char* buf, int n);
     FileBufferBase& _ownCopy();
+    long _currentSize() const;
 
     OwnFd _source;
     std::unique_ptr<FileBufferBase> _copy;
