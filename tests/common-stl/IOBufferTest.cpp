@@ -136,6 +136,10 @@ TEST(BufferBaseStreams, skipWithoutBoundAndRefuseAfterClose) {
     EXPECT_EQ(input.skip(LONG_MAX), LONG_MAX);
     EXPECT_EQ(input.available(), 0);
     EXPECT_EQ(input.read(), -1);
+    BufferBaseInputStream negative(&buffer, LONG_MIN);
+    EXPECT_EQ(negative.available(), 3);
+    EXPECT_EQ(negative.skip(1), 1);
+    EXPECT_EQ(negative.read(), 'b');
     BufferBaseOutputStream output(&buffer);
     input.close();
     output.close();

@@ -5,6 +5,8 @@
 #ifndef COMMON_STL_IO_BUFFERBASESTREAMS_H
 #define COMMON_STL_IO_BUFFERBASESTREAMS_H
 
+#include <algorithm>
+
 #include "io/BufferBase.h"
 #include "io/InputStream.h"
 #include "io/OutputStream.h"
@@ -13,9 +15,9 @@ namespace ZOV_SPACE {
 
 class BufferBaseInputStream : public InputStream {
 public:
-    // reset() goes to `mark` until mark() is called; a negative mark means none.
+    // A negative position counts as 0. reset() goes to `mark` until mark() is called; a negative mark means none.
     explicit BufferBaseInputStream(BufferBase* buffer, long position = 0, long mark = 0)
-        : _buffer(buffer), _position(position), _mark(mark) {}
+        : _buffer(buffer), _position(std::max(position, 0L)), _mark(mark) {}
     ~BufferBaseInputStream() override;
 
     int available() override;
