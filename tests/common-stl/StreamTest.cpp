@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
@@ -162,12 +161,6 @@ TEST(FileOutputStream, replacesAFileOrAppendsAsTheFlagsSay) {
     EXPECT_EQ(file.content(), "new");
     FileOutputStream(file.path(), O_WRONLY | O_APPEND).write('!');
     EXPECT_EQ(file.content(), "new!");
-
-    ::unlink(file.path());
-    FileOutputStream{file.path()}.close();
-    struct stat status;
-    ASSERT_EQ(::stat(file.path(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0600u);
 }
 
 TEST(BufferedInputStream, givesTheSameBytesForEveryBlockSize) {
