@@ -9,8 +9,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "util/Log.h"
-
 namespace ZOV_SPACE {
 namespace {
 
@@ -137,13 +135,6 @@ TEST(File, createsTemporaryFiles) {
     EXPECT_TRUE(File(second).remove());
     EXPECT_FALSE(File::createTemporary(first, "no-such-directory/"));
     EXPECT_EQ(first, "");
-}
-
-TEST(Log, keepsItsLevel) {
-    const int before = Log::getLogLevel();
-    Log::setLogLevel(before + 3);
-    EXPECT_EQ(Log::getLogLevel(), before + 3);
-    Log::setLogLevel(before);
 }
 
 }  // namespace

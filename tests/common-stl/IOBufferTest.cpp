@@ -91,15 +91,6 @@ TEST(IOBuffer, staysAtTheEndAndWhereTheBufferThrows) {
     EXPECT_EQ(cursor.tell(), LONG_MAX);
 }
 
-TEST(IOBuffer, padsWhenItWritesBeyondTheEnd) {
-    MemBufferBase buffer;
-    buffer.append("abc", 3);
-    IOBuffer cursor(&buffer);
-    cursor.seek(2, 10);
-    cursor.write('x');
-    EXPECT_EQ(contentOf(buffer), "abc" + std::string(10, '\0') + "x");
-}
-
 TEST(IOBuffer, makesStreamsThatStartAtTheCursorAndGoTheirOwnWay) {
     MemBufferBase buffer;
     buffer.append("abcdef", 6);
