@@ -433,24 +433,32 @@ TEST(FileBufferBase, namesItsFileAndRemovesIt) {
 
 TEST(FileBufferBase, mayBeClosedAndOpenedWhileOthersUseIt) {
     FileBufferBase buffer("/tmp");
-    std::atomic<bool> done = false;
-    std::thread reopening([&] {
-        for (int i = 0; i < 2000; ++i) {
-            buffer.close();
-            buffer.open();
-        }
-        done = true;
-    });
-    std::string error;
-    while (!done && (error.empty() || error == "<nothing>" || error == "Broken BufferBase")) {
-        error = thrownBy([&] {
-            static_cast<void>(buffer.isValid());
-            buffer.append("xy", 2);
-            buffer.read(0);
+    const std::function<void()> calls[] = {
+        [&] { buffer.append("xy", 2); },
+        [&] { buffer.write(0, 'x'); },
+        [&] { buffer.insert(0, 'x'); },
+        [&] { buffer.read(0); },
+        [&] { buffer.cut(0); },
+        [&] { buffer.truncate(0); },
+        [&] { buffer.getFileDescriptor(); },
+        [&] { buffer.flush(); },
+        [&] { static_cast<void>(buffer.isValid()); },
+    };
+    for (const auto& call : calls) {
+        std::atomic<bool> done = false;
+        std::thread reopening([&] {
+            for (int i = 0; i < 300; ++i) {
+                buffer.close();
+                buffer.open();
+            }
+            done = true;
         });
+        std::string error;
+        do error = thrownBy(call);
+        while (!done && (error == "<nothing>" || error == "Broken BufferBase"));
+        reopening.join();
+        EXPECT_TRUE(error == "<nothing>" || error == "Broken BufferBase") << &call - calls << error;
     }
-    reopening.join();
-    EXPECT_TRUE(done && (error == "<nothing>" || error == "Broken BufferBase")) << error;
 }
 
 TEST(FileBufferBase, neverTouchesAFileItDidNotMake) {
