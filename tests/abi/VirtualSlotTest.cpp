@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <vector>
 
 #include "io/BufferBase.h"
 #include "io/InputStream.h"
@@ -12,8 +13,8 @@
 namespace ZOV_SPACE {
 namespace {
 
-template <class MemberFunction>
-int slotOf(MemberFunction function) {
+template <class Signature, class Class>
+int slotOf(Signature Class::*function) {
     struct Representation {
         std::ptrdiff_t slotOffsetPlusOne;
         std::ptrdiff_t adjustment;
@@ -22,63 +23,33 @@ int slotOf(MemberFunction function) {
     return static_cast<int>(offset / static_cast<std::ptrdiff_t>(sizeof(void*)));
 }
 
-// Slots 0 and 1 are the destructors, 2 is toString().
-
-TEST(VirtualSlots, ofBufferBaseStandInTheirPublishedOrder) {
-    const int slots[] = {
-        slotOf(static_cast<int (BufferBase::*)(long)>(&BufferBase::read)),
-        slotOf(static_cast<int (BufferBase::*)(long, char*, int)>(&BufferBase::read)),
-        slotOf(static_cast<int (BufferBase::*)(long, char)>(&BufferBase::write)),
-        slotOf(static_cast<int (BufferBase::*)(long, const char*, int)>(&BufferBase::write)),
-        slotOf(static_cast<int (BufferBase::*)(long, char)>(&BufferBase::insert)),
-        slotOf(static_cast<int (BufferBase::*)(long, const char*, int)>(&BufferBase::insert)),
-        slotOf(static_cast<int (BufferBase::*)(long)>(&BufferBase::cut)),
-        slotOf(static_cast<int (BufferBase::*)(long, int)>(&BufferBase::cut)),
-        slotOf(static_cast<int (BufferBase::*)(char)>(&BufferBase::append)),
-        slotOf(static_cast<int (BufferBase::*)(const char*, int)>(&BufferBase::append)),
-        slotOf(&BufferBase::truncate),
-        slotOf(&BufferBase::getSize),
-        slotOf(&BufferBase::isValid),
-        slotOf(&BufferBase::discardUsedBuffer),
-        slotOf(&BufferBase::getMemAddress),
-        slotOf(&BufferBase::getFileDescriptor),
-        slotOf(&BufferBase::getType),
-        slotOf(&BufferBase::view),
+TEST(VirtualSlots, standInTheirPublishedOrder) {
+    using B = BufferBase;
+    using I = InputStream;
+    using O = OutputStream;
+    const std::vector<int> classes[] = {
+        {slotOf<int(long)>(&B::read), slotOf<int(long, char*, int)>(&B::read), slotOf<int(long, char)>(&B::write),
+         slotOf<int(long, const char*, int)>(&B::write), slotOf<int(long, char)>(&B::insert),
+         slotOf<int(long, const char*, int)>(&B::insert), slotOf<int(long)>(&B::cut), slotOf<int(long, int)>(&B::cut),
+         slotOf<int(char)>(&B::append), slotOf<int(const char*, int)>(&B::append), slotOf(&B::truncate),
+         slotOf(&B::getSize), slotOf(&B::isValid), slotOf(&B::discardUsedBuffer), slotOf(&B::getMemAddress),
+         slotOf(&B::getFileDescriptor), slotOf(&B::getType), slotOf(&B::view)},
+        {slotOf(&I::available), slotOf(&I::close), slotOf<int()>(&I::read), slotOf<int(char*, int)>(&I::read),
+         slotOf(&I::skip), slotOf(&I::markSupported), slotOf(&I::mark), slotOf(&I::reset)},
+        {slotOf(&O::close), slotOf(&O::flush), slotOf<int(char)>(&O::write), slotOf<int(const char*)>(&O::write),
+         slotOf<int(const char*, int)>(&O::write)},
     };
-    int expected = 3;
-    for (int slot : slots) EXPECT_EQ(slot, expected++);
-}
-
-TEST(VirtualSlots, ofTheStreamsStandInTheirPublishedOrder) {
-    const int inputSlots[] = {
-        slotOf(&InputStream::available),
-        slotOf(&InputStream::close),
-        slotOf(static_cast<int (InputStream::*)()>(&InputStream::read)),
-        slotOf(static_cast<int (InputStream::*)(char*, int)>(&InputStream::read)),
-        slotOf(&InputStream::skip),
-        slotOf(&InputStream::markSupported),
-        slotOf(&InputStream::mark),
-        slotOf(&InputStream::reset),
-    };
-    const int outputSlots[] = {
-        slotOf(&OutputStream::close),
-        slotOf(&OutputStream::flush),
-        slotOf(static_cast<int (OutputStream::*)(char)>(&OutputStream::write)),
-        slotOf(static_cast<int (OutputStream::*)(const char*)>(&OutputStream::write)),
-        slotOf(static_cast<int (OutputStream::*)(const char*, int)>(&OutputStream::write)),
-    };
-    int expected = 3;
-    for (int slot : inputSlots) EXPECT_EQ(slot, expected++);
-    expected = 3;
-    for (int slot : outputSlots) EXPECT_EQ(slot, expected++);
+    for (const std::vector<int>& slots : classes) {
+        int expected = 3;  // Slots 0 and 1 are the destructors, 2 is toString().
+        for (int slot : slots) EXPECT_EQ(slot, expected++);
+    }
 }
 
 TEST(BufferBaseLayout, hasOnlyThePublishedFields) {
     struct Fields {
         void* table;
         long size;
-        bool valid;
-        bool discarded;
+        bool valid, discarded;
         int type;
     };
     EXPECT_EQ(sizeof(BufferBase), sizeof(Fields));

@@ -63,8 +63,7 @@ protected:
 
     struct Answer {
         int result;
-        std::string virus;
-        std::string message;
+        std::string virus, message;
         bool operator==(const Answer&) const = default;
         friend void PrintTo(const Answer& answer, std::ostream* out) {
             *out << answer.result << " [" << answer.virus << "] [" << answer.message << "]";
@@ -82,34 +81,27 @@ protected:
         return answer;
     }
 
-    // The starter set with other names.
-    static void writeOtherSet(const TempDir& set) {
-        for (const auto& entry : std::filesystem::directory_iterator(kStarter)) {
-            std::string content = TempDir::contentOf(entry.path());
-            for (std::size_t at; (at = content.find("Eicar-Test")) != std::string::npos;)
-                content.replace(at, 10, "Other");
-            set.write(entry.path().filename().string(), content);
-        }
-    }
-
     TempDir dir;
 };
 
 TEST_F(Host, findsTheTestString) {
-    const Answer clean{0, "-", "-"};
     EXPECT_EQ(loaded(init, kStarter), (Answer{0, "", ""}));
-    EXPECT_EQ(scan(dir.write("a", eicar())), (Answer{1, "Eicar-Test-File", "-"}));
-    EXPECT_EQ(scan(dir.write("b", eicar() + "\r\n")), (Answer{1, "Eicar-Test-File", "-"}));
-    EXPECT_EQ(scan(dir.write("c", eicar() + " and more")), (Answer{1, "Eicar-Test-Start", "-"}));
     std::string recased = "\n \t" + eicar();
     for (char& c : recased) c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
-    EXPECT_EQ(scan(dir.write("d", recased)), (Answer{1, "Eicar-Test-Text", "-"}));
-    EXPECT_EQ(scan(dir.write("e", eicar().substr(1))), clean);
-    EXPECT_EQ(scan(dir.write("f", "")), clean);
-    std::filesystem::create_symlink(dir / "a", dir / "link");
-    EXPECT_EQ(scan((dir / "link").string()), (Answer{1, "Eicar-Test-File", "-"}));
+    const std::pair<std::string, const char*> cases[] = {
+        {eicar() + "\r\n", "Eicar-Test-File"},
+        {eicar() + std::string(99, '\0'), "Eicar-Test-Start"},
+        {recased, "Eicar-Test-Text"},
+        {eicar(), "Eicar-Test-File"},
+    };
+    for (const auto& [content, virus] : cases) EXPECT_EQ(scan(dir.write("bad", content)), (Answer{1, virus, "-"}));
+    std::filesystem::create_symlink(dir / "bad", dir / "link");
+    EXPECT_EQ(scan((dir / "link").string()).result, 1);
+    for (const std::string& content : {std::string(), eicar().substr(1), eicar().substr(0, 67)}) {
+        EXPECT_EQ(scan(dir.write("clean", content)), (Answer{0, "-", "-"})) << content;
+    }
     EXPECT_EQ(freeResource(), 0);
-    EXPECT_EQ(scan((dir / "a").string()), clean);
+    EXPECT_EQ(scan((dir / "bad").string()).result, 0);
 }
 
 TEST_F(Host, getsACodeAndATextForEveryFailure) {
@@ -118,10 +110,8 @@ TEST_F(Host, getsACodeAndATextForEveryFailure) {
     EXPECT_EQ(loaded(reload, kStarter), (Answer{-473, "", ""}));
     // The plug-in is looked for last, and the text of its code is empty.
     EXPECT_EQ(loaded(init, missing), (Answer{-498, "", ""}));
-    EXPECT_EQ(loaded(init, file), (Answer{-498, "", ""}));
     ASSERT_EQ(loaded(init, kStarter + "/"), (Answer{0, "", ""}));
     EXPECT_EQ(loaded(init, missing), (Answer{-500, "", "pattern for VoleEngine has been loaded."}));
-    EXPECT_EQ(loaded(reload, missing), (Answer{-498, "", missing + " isn't a valid pattern dir path."}));
     EXPECT_EQ(loaded(reload, file), (Answer{-498, "", file + " isn't a valid pattern dir path."}));
 
     const TempDir bad;
@@ -160,12 +150,16 @@ TEST_F(Host, hearsOfAFileThatShrinksWhileItIsRead) {
 TEST_F(Host, isToldToComeBackWhileAScanHoldsTheIdleSlot) {
     ASSERT_EQ(loaded(init, kStarter).result, 0);
     const TempDir other;
-    writeOtherSet(other);
+    // The starter set with other names.
+    for (const auto& entry : std::filesystem::directory_iterator(kStarter)) {
+        std::string content = TempDir::contentOf(entry.path());
+        for (std::size_t at; (at = content.find("Eicar-Test")) != std::string::npos;) content.replace(at, 10, "Other");
+        other.write(entry.path().filename().string(), content);
+    }
     const std::string path = dir.write("text", eicar() + "x");
     std::mutex mutex;
     std::condition_variable changed;
-    bool scanning = false;
-    bool goOn = false;
+    bool scanning = false, goOn = false;
     listen(3, [&](const std::string& line) {
         if (line.find("chk scan iob") == std::string::npos) return;
         std::unique_lock lock(mutex);
@@ -190,11 +184,10 @@ TEST_F(Host, isToldToComeBackWhileAScanHoldsTheIdleSlot) {
     listen(0);
     EXPECT_EQ(answer, (Answer{1, "Eicar-Test-Start", "-"})) << "from the signatures that it began with";
     EXPECT_EQ(scan(path), (Answer{1, "Other-Start", "-"}));
-    EXPECT_EQ(loaded(reload, kStarter).result, 0);
-    EXPECT_EQ(scan(path), (Answer{1, "Eicar-Test-Start", "-"}));
+    EXPECT_EQ(loaded(reload, kStarter).result, 0) << "the slot is idle again";
 }
 
-TEST_F(Host, asksTheLists) {
+TEST_F(Host, asksTheListsAndTheSpamRule) {
     EXPECT_EQ(IsFalseAlarm("Example-False-Alarm"), 0);
     EXPECT_EQ(IsSpyware("Example-Spyware-"), 0);
     ASSERT_EQ(loaded(init, kStarter).result, 0);
@@ -202,11 +195,6 @@ TEST_F(Host, asksTheLists) {
     EXPECT_EQ(IsFalseAlarm("Example-False-Alarms"), 0);
     EXPECT_EQ(IsSpyware("EXAMPLE-spyware-any"), 1);
     EXPECT_EQ(IsSpyware("Example-Spyware"), 0);
-    EXPECT_EQ(IsFalseAlarm(nullptr), 0);
-    EXPECT_EQ(IsSpyware(nullptr), 0);
-}
-
-TEST_F(Host, asksTheSpamRule) {
     std::string virus = "-";
     EXPECT_EQ(checkSpam("subject", "update-12345.rar", 0, virus), 0);
     EXPECT_EQ(virus, "-");

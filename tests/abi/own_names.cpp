@@ -28,14 +28,10 @@ TEST(OwnNames, areNotCalledByTheLibrary) {
         ASSERT_NE(function, nullptr) << name;
     };
     int (*initEngine)(const char*, std::string&);
-    int (*reloadEngine)(const char*, std::string&);
     int (*scan)(const char*, std::string&, std::string&);
-    int (*isFalseAlarm)(const char*);
     int (*unload)();
     load("init", initEngine);
-    load("reload", reloadEngine);
     load("scanFile", scan);
-    load("IsFalseAlarm", isFalseAlarm);
     load("freeResource", unload);
     ASSERT_FALSE(HasFailure());
 
@@ -44,10 +40,8 @@ TEST(OwnNames, areNotCalledByTheLibrary) {
         dir.write("s", "X5O!P%@AP[4\\PZX54(P^)7CC)7}$EICAR" + std::string("-STANDARD-ANTIVIRUS-TEST-FILE!$H+H*"));
     std::string message, virus;
     EXPECT_EQ(initEngine(VOLE_STARTER_PATTERNS, message), 0) << message;
-    EXPECT_EQ(reloadEngine(VOLE_STARTER_PATTERNS, message), 0) << message;
     EXPECT_EQ(scan(sample.c_str(), virus, message), 1);
     EXPECT_EQ(virus, "Eicar-Test-File");
-    EXPECT_EQ(isFalseAlarm("example-false-alarm"), 1);
     EXPECT_EQ(unload(), 0);
 }
 
