@@ -1,11 +1,13 @@
 // The vole program from the outside: what it prints and what it returns.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <vector>
 
-#include "RunProgram.h"
 #include "Sandbox.h"
 
 namespace {
@@ -14,57 +16,35 @@ namespace fs = std::filesystem;
 
 using Arguments = std::vector<std::string>;
 
-ProgramResult vole(const Sandbox& box, Arguments arguments, const char* outPath = nullptr) {
+struct Result {
+    int status;
+    std::string out, err;
+};
+
+// Runs the program in the sandbox. `outPath`: the file that standard output goes to; it is read when it is the default.
+Result vole(const Sandbox& box, Arguments arguments, const char* outPath = "out") {
     arguments.insert(arguments.begin(), VOLE_PROGRAM);
-    return runProgram(arguments, box.dir(), outPath);
-}
-
-// ASCII only, and independent of the locale.
-std::string mapLetters(std::string text, char first, char last, int distance) {
-    for (char& c : text) c = c >= first && c <= last ? static_cast<char>(c + distance) : c;
-    return text;
-}
-std::string lowerCased(const std::string& text) { return mapLetters(text, 'A', 'Z', 'a' - 'A'); }
-std::string upperCased(const std::string& text) { return mapLetters(text, 'a', 'z', 'A' - 'a'); }
-
-std::string withByteChanged(std::string text, std::size_t index) {
-    text[index] ^= 1;
-    return text;
-}
-
-struct ContentCase {
-    const char* why;
-    std::string content;
-    const char* verdict;
-};
-
-const ContentCase kContents[] = {
-    {"the bare test file", eicar(), "Eicar-Test-File FOUND"},
-    {"saved by an editor", eicar() + "\n", "Eicar-Test-File FOUND"},
-    {"saved by a DOS editor", eicar() + "\r\n", "Eicar-Test-File FOUND"},
-    {"more text on the same line", eicar() + " and more", "Eicar-Test-Start FOUND"},
-    {"binary data behind it", eicar() + std::string(100, '\0'), "Eicar-Test-Start FOUND"},
-    {"indented, with blank lines around it", "\r\n\n \t" + eicar() + " \t\r\n\n", "Eicar-Test-Text FOUND"},
-    {"lower-cased", lowerCased(eicar()), "Eicar-Test-Text FOUND"},
-    {"lower-cased and indented", "    " + lowerCased(eicar()) + "\n", "Eicar-Test-Text FOUND"},
-    {"upper-cased again", upperCased(lowerCased(eicar())), "Eicar-Test-File FOUND"},
-    {"not at the start", "x" + eicar(), "OK"},
-    {"first byte changed", withByteChanged(eicar(), 0), "OK"},
-    {"last byte changed", withByteChanged(eicar(), eicar().size() - 1), "OK"},
-    {"cut by one byte", eicar().substr(0, eicar().size() - 1), "OK"},
-    {"an empty file", "", "OK"},
-};
-
-TEST(VoleScan, tellsTestFilesFromOthers) {
-    const Sandbox box;
-    for (const ContentCase& c : kContents) {
-        SCOPED_TRACE(c.why);
-        box.write("file", c.content);
-        const ProgramResult result = vole(box, {"scan", "--no-summary", "file"});
-        EXPECT_EQ(result.out, std::string("file: ") + c.verdict + "\n");
-        EXPECT_EQ(result.err, "");
-        EXPECT_EQ(result.status, std::string(c.verdict) == "OK" ? 0 : 1);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    const TempDir output;
+    const std::string out = (output.path() / outPath).string(), err = (output / "err").string();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
+        const bool ready = ::chdir(box.dir().c_str()) == 0 && ::dup2(::open(out.c_str(), kFlags, 0600), 1) == 1 &&
+                           ::dup2(::open(err.c_str(), kFlags, 0600), 2) == 2;
+        if (ready) ::execv(argv[0], argv.data());
+        ::_exit(127);
     }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, TempDir::contentOf(output / "out"), TempDir::contentOf(err)};
+}
+
+// The industry's harmless test string, put together here so that no scanner flags this file.
+std::string eicar() {
+    return std::string("X5O!P%@AP[4\\PZX54(P^)7CC)7}$") + "EICAR-STANDARD" + "-ANTIVIRUS-TEST" + "-FILE!$H+H*";
 }
 
 // What every row below finds in its working folder.
@@ -73,7 +53,6 @@ void fillSandbox(const Sandbox& box) {
     box.write("bad", eicar());
     box.write("tree/deeper/bad", eicar());
     box.write("tree/clean", "");
-    box.write("forged\nclean: OK\x1b[2K", "");
     box.write("[a,b]", "");
     box.write("{}", "");
     box.write("++", "");
@@ -110,26 +89,13 @@ const CommandCase kCommands[] = {
      1,
      "link: Eicar-Test-File FOUND\nfolder-link/clean: OK\nfolder-link/deeper/bad: Eicar-Test-File FOUND\n",
      ""},
-    {"an empty folder", {"scan", "empty"}, 0, "", ""},
     {"only findings and errors",
      {"scan", "--infected", "clean", "bad", "missing"},
      1,
      "bad: Eicar-Test-File FOUND\nmissing: fail to open file: missing\n",
      ""},
-    {"an error shows in the status when nothing was found",
-     {"scan", "missing", "clean"},
-     2,
-     "missing: fail to open file: missing\nclean: OK\n",
-     ""},
-    {"a finding outweighs an error",
-     {"scan", "missing", "bad"},
-     1,
-     "missing: fail to open file: missing\nbad: Eicar-Test-File FOUND\n",
-     ""},
-    {"a FIFO must not block", {"scan", "fifo"}, 2, "fifo: fail to open file: fifo\n", ""},
-    {"a device", {"scan", "/dev/zero"}, 2, "/dev/zero: fail to open file: /dev/zero\n", ""},
-    {"a name cannot forge lines", {"scan", "forged\nclean: OK\x1b[2K"}, 0, "forged\\nclean: OK\\x1b[2K: OK\n", ""},
-    {"nor can it in an error text",
+    {"a FIFO must not block", {"scan", "fifo", "clean"}, 2, "fifo: fail to open file: fifo\nclean: OK\n", ""},
+    {"a name cannot forge lines, nor can it in an error text",
      {"scan", "gone\nclean: OK"},
      2,
      "gone\\nclean: OK: fail to open file: gone\\nclean: OK\n",
@@ -141,9 +107,7 @@ const CommandCase kCommands[] = {
      ""},
     {"an empty name", {"scan", ""}, 2, ": fail to open file: \n", ""},
     {"patterns of one's own", {"scan", "-d", "own", "clean", "bad"}, 1, "clean: Own-Name FOUND\nbad: OK\n", ""},
-    {"a pattern directory with a slash", {"scan", "--patterns", "own/", "clean"}, 1, "clean: Own-Name FOUND\n", ""},
     {"a missing pattern directory", {"scan", "-d", "gone", "bad"}, 2, "", "gone isn't a valid pattern dir path."},
-    {"a file as pattern directory", {"scan", "-d", "bad", "bad"}, 2, "", "bad isn't a valid pattern dir path."},
     {"nothing loaded must not look clean", {"scan", "-d", "empty", "bad"}, 2, "", "no signatures in empty"},
     {"nor with lists alone", {"scan", "-d", "only-lists", "bad"}, 2, "", "no signatures in only-lists"},
     {"no path", {"scan"}, 2, "", "PATH is required"},
@@ -158,30 +122,21 @@ TEST(VoleScan, reportsAndReturnsByTheTable) {
         SCOPED_TRACE(c.why);
         Arguments arguments = c.arguments;
         arguments.insert(arguments.begin() + 1, "--no-summary");
-        const ProgramResult result = vole(box, arguments);
+        const Result result = vole(box, arguments);
         EXPECT_EQ(result.status, c.status);
         EXPECT_EQ(result.out, c.out);
-        if (*c.errPart == '\0') {
-            EXPECT_EQ(result.err, "");
-        } else {
-            EXPECT_NE(result.err.find(c.errPart), std::string::npos) << result.err;
-        }
+        EXPECT_EQ(result.err.empty(), *c.errPart == '\0') << result.err;
+        EXPECT_NE(result.err.find(c.errPart), std::string::npos) << result.err;
     }
 }
 
-TEST(VoleScan, closesWithASummary) {
+TEST(VoleScan, closesWithASummaryAndTreatsALostReportAsAnError) {
     const Sandbox box;
     fillSandbox(box);
-    const ProgramResult result = vole(box, {"scan", "-i", "clean", "bad", "missing"});
-    EXPECT_NE(result.out.find("\n\nSignatures: 6\nScanned:    2\nInfected:   1\nErrors:     1\nElapsed:    "),
-              std::string::npos)
-        << result.out;
-}
-
-TEST(VoleScan, treatsALostReportAsAnError) {
-    const Sandbox box;
-    fillSandbox(box);
-    const ProgramResult clean = vole(box, {"scan", "clean"}, "/dev/full");
+    const std::string out = vole(box, {"scan", "-i", "clean", "bad", "missing"}).out;
+    const char* const summary = "\n\nSignatures: 6\nScanned:    2\nInfected:   1\nErrors:     1\nElapsed:    ";
+    EXPECT_NE(out.find(summary), std::string::npos) << out;
+    const Result clean = vole(box, {"scan", "clean"}, "/dev/full");
     EXPECT_EQ(clean.status, 2);
     EXPECT_EQ(clean.err, "vole: cannot write the report: No space left on device\n");
     EXPECT_EQ(vole(box, {"scan", "bad"}, "/dev/full").status, 1);
@@ -192,36 +147,31 @@ TEST(VoleScan, losesNoLineOfALongReport) {
     const Sandbox box;
     constexpr int kFiles = 1500;
     for (int i = 0; i < kFiles; ++i) box.write("tree/" + std::string(60, 'n') + std::to_string(i), "");
-    const ProgramResult result = vole(box, {"scan", "--no-summary", "tree"});
+    const Result result = vole(box, {"scan", "--no-summary", "tree"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), kFiles);
     EXPECT_GT(result.out.size(), 64u * 1024);
 }
 
-struct QuestionCase {
-    Arguments arguments;
-    int status;
-    const char* outPart;
-};
-
-const QuestionCase kQuestions[] = {
-    {{"--version"}, 0, "Vole Engine Version: 1.0.0.223"},
-    {{"--help"}, 0, "scan"},
-    {{"scan", "--help"}, 0, "Exit status: 0 nothing found, 1 something found, 2 errors and nothing found."},
-    {{}, 2, ""},
-    {{"bogus"}, 2, ""},
-};
-
 TEST(Vole, answersQuestionsAboutItself) {
+    struct Case {
+        Arguments arguments;
+        int status;
+        const char* outPart;
+    };
+    const Case cases[] = {
+        {{"--version"}, 0, "Vole Engine Version: 1.0.0.223"},
+        {{"scan", "--help"}, 0, "Exit status: 0 nothing found, 1 something found, 2 errors and nothing found."},
+        {{}, 2, ""},
+        {{"bogus"}, 2, ""},
+    };
     const Sandbox box;
-    for (const QuestionCase& c : kQuestions) {
-        SCOPED_TRACE(c.arguments.empty() ? "no arguments" : c.arguments.back());
-        const ProgramResult result = vole(box, c.arguments);
-        EXPECT_EQ(result.status, c.status);
+    for (const Case& c : cases) {
+        const Result result = vole(box, c.arguments);
+        EXPECT_EQ(result.status, c.status) << c.outPart;
         EXPECT_NE(result.out.find(c.outPart), std::string::npos) << result.out;
         EXPECT_EQ(result.err.empty(), c.status == 0) << result.err;
     }
-    EXPECT_EQ(vole(box, {"--version"}, "/dev/full").status, 2);
 }
 
 }  // namespace

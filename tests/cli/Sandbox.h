@@ -2,28 +2,23 @@
 #ifndef TESTS_CLI_SANDBOX_H
 #define TESTS_CLI_SANDBOX_H
 
-#include <filesystem>
 #include <string>
-#include <string_view>
+
+#include "../support/TempDir.h"
 
 class Sandbox {
 public:
-    Sandbox();
-    ~Sandbox();
-    Sandbox(const Sandbox&) = delete;
-    Sandbox& operator=(const Sandbox&) = delete;
-
-    const std::string& dir() const { return _dir; }
-    std::string operator/(std::string_view name) const { return _dir + "/" + std::string(name); }
+    std::string dir() const { return _folder.path().string(); }
+    std::string operator/(const std::string& name) const { return dir() + "/" + name; }
 
     // Creates the file with the folders it needs. `name` is relative to the sandbox.
-    void write(std::string_view name, std::string_view content) const;
+    void write(const std::string& name, const std::string& content) const {
+        std::filesystem::create_directories((_folder / name).parent_path());
+        _folder.write(name, content);
+    }
 
 private:
-    std::string _dir;
+    TempDir _folder;
 };
-
-// The industry's harmless test string, put together here so that no scanner flags this file.
-std::string eicar();
 
 #endif  // TESTS_CLI_SANDBOX_H
