@@ -37,7 +37,6 @@ TEST(StringHelper, replacesAndAlwaysEnds) {
     };
     const Case cases[] = {
         {"the new occurrence begins before the replacement", "xaabbx", "ab", "", "xx"},
-        {"earlier occurrences come first", "aabab", "aba", "b", "abb"},
         {"longer, with an end", "aab", "ab", "bba", "bbbbaa"},
         {"contained in its replacement", "a.a", "a", "aa", "aa.aa"},
         {"no start", "abc", nullptr, "x", "abc"},
@@ -102,11 +101,9 @@ TEST(Utils, parsesNumbersAsEver) {
 }
 
 TEST(Utils, looksAtBytes) {
-    EXPECT_TRUE(Utils::compareBytes("a\0b", "a\0c", 2));
-    EXPECT_FALSE(Utils::compareBytes("a\0b", "a\0c", 3));
     EXPECT_TRUE(Utils::memstr("ab\0cd", 5, "\0c", 2));
     EXPECT_FALSE(Utils::memstr("ab\0cd", 3, "\0c", 2));
-    EXPECT_FALSE(Utils::memstr("ab", 2, "abc", 3));
+    EXPECT_EQ(Utils::formatString("%5000d", 1).size(), 4095u);
     for (int byte = 0; byte < 256; ++byte) {
         const char high = Utils::CHAR_TO_HEX(byte >> 4), low = Utils::CHAR_TO_HEX(byte);
         EXPECT_EQ(static_cast<unsigned char>(Utils::HEX_TO_CHAR(high, low)), byte);
