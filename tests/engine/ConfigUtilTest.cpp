@@ -9,13 +9,10 @@
 
 namespace {
 
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using OpenFile = std::unique_ptr<std::FILE, CloseFile>;
+using OpenFile = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 OpenFile fileWith(const std::string& content) {
-    OpenFile file(std::tmpfile());
+    OpenFile file(std::tmpfile(), &std::fclose);
     std::fwrite(content.data(), 1, content.size(), file.get());
     std::rewind(file.get());
     return file;
@@ -28,26 +25,13 @@ TEST(ConfigUtil, findsTheFirstLineThatSetsTheKey) {
         std::string content;
         std::string value;
     } cases[] = {
-        {"plain", "Key=3\n", "3"},
         {"no newline", "Key=3", "3"},
-        {"blanks everywhere", " \tKey \t= \t3 \t\r\n", "3"},
-        {"blanks within the value", "Key = a b\n", "a b"},
-        {"comment behind", "Key = 3 # three\n", "3"},
-        {"other comment behind", "Key = 3;three\n", "3"},
-        {"both", "Key = 3 ; # three\n", "3"},
+        {"blanks everywhere", " \tKey \t= \ta b \t\r\n", "a b"},
+        {"comments behind", "Key = 3 ; # three\n", "3"},
         {"an equals sign in the value", "Key = a=b\n", "a=b"},
-        {"empty", "Key =\n", ""},
-        {"empty but for a comment", "Key = # 3\n", ""},
-        {"the first of two", "Key=1\nKey=2\n", "1"},
-        {"an empty one first", "Key=\nKey=2\n", ""},
-        {"behind other lines", "\n \n# Key=1\n;Key=2\n [Section]\nOther=Key\nKey=3\n", "3"},
-        {"longer key", "KeyX=3\n", none},
-        {"longer key first", "Keys=1\nKey=3\n", "3"},
-        {"other case", "key=3\n", none},
-        {"no equals sign", "Key 3\n", none},
+        {"an empty one first", "Key= # 1\nKey=2\n", ""},
+        {"behind other lines", "\n \n# Key=1\n;Key=2\n [Section]\nOther=Key\nKeys=1\nkey=2\nKey 2\nKey=3\n", "3"},
         {"text before the equals sign", "Key x = 3\n", none},
-        {"commented out", " # Key=3\n", none},
-        {"empty file", "", none},
         {"second piece of a long line", std::string(1023, 'x') + "Key=3\n", "3"},
         {"within the first piece of a long line", std::string(1000, 'x') + "Key=3\n", none},
         {"NUL ends its line", std::string("Key=3\0004\n", 8), "3"},
@@ -62,34 +46,25 @@ TEST(ConfigUtil, findsTheFirstLineThatSetsTheKey) {
     }
 }
 
-TEST(ConfigUtil, fillsTheValuesRoomExactly) {
-    const OpenFile file = fileWith("Key=" + std::string(1015, 'v') + "\n");
-    for (const int size : {0, 1, 5, 1015, 1024, 5000}) {
-        std::vector<char> value(5001, '?');
-        ASSERT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", value.data(), size, 0), 0);
-        const std::size_t room = static_cast<std::size_t>(std::min(size, 1024));
-        const std::size_t length = std::min<std::size_t>(room, 1015);
-        std::vector<char> expected(5001, '?');
-        std::fill_n(expected.begin(), length, 'v');
-        std::fill(expected.begin() + static_cast<std::ptrdiff_t>(length),
-                  expected.begin() + static_cast<std::ptrdiff_t>(room + 1), '\0');
+TEST(ConfigUtil, fillsTheValuesRoomExactlyAndGoesOnFromTheFilesPositionOnRequest) {
+    const std::string longValue(1015, 'v');
+    const OpenFile file = fileWith("Key=" + longValue + "\nKey=2\n");
+    for (const std::size_t size : {0U, 5U, 1015U, 1024U, 5000U}) {
+        std::string value(5001, '?');
+        ASSERT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", value.data(), static_cast<int>(size), 0), 0);
+        std::string expected = longValue.substr(0, size);
+        expected.resize(std::min<std::size_t>(size, 1024) + 1, '\0');
+        expected.resize(5001, '?');
         EXPECT_EQ(value, expected) << size;
     }
-    char untouched = '?';
-    EXPECT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", &untouched, -1, 0), -1);
-    EXPECT_EQ(untouched, '?');
-}
-
-TEST(ConfigUtil, goesOnFromTheFilesPositionOnRequest) {
-    const OpenFile file = fileWith("Key=1\nKey=2\n");
-    char value[8] = "";
-    const auto query = [&](int keepPosition) {
-        return ConfigUtil().QueryListValue(file.get(), "Key", value, 1, keepPosition) == 0 ? std::string(value) : "-";
-    };
-    EXPECT_EQ(query(1), "1");
-    EXPECT_EQ(query(1), "2");
-    EXPECT_EQ(query(1), "-");
-    EXPECT_EQ(query(0), "1");
+    char value[2] = "?";
+    EXPECT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", value, -1, 0), -1);
+    EXPECT_STREQ(value, "?");
+    for (const char* const expected : {"v", "2"}) {
+        EXPECT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", value, 1, *expected == '2'), 0);
+        EXPECT_STREQ(value, expected);
+    }
+    EXPECT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", value, 1, 1), -1);
 }
 
 }  // namespace
