@@ -54,7 +54,6 @@ TEST(SlotFilter, reportsEveryGroupThatIsHitAndNoneOutsideTheRange) {
     firstEntries.push_back(static_cast<std::uint32_t>(checkStrings.size()));
     const SlotFilter filter(slots, firstEntries, checkStrings);
     ASSERT_FALSE(filter.empty());
-
     for (int turn = 0; turn < 300; ++turn) {
         const std::size_t first = random() % slots.size();
         const std::size_t last =
