@@ -134,7 +134,7 @@ TEST(ChkScanner, matchesUpToTheExactEndsOfAFile) {
         {two, 2, 0, {-0x200, 4, 0}, {0, 4, 0x200}, true, "before the entry point"},
         {two, 2, 0, {-0x201, 0, 0}, {0, 0, 0}, false, "before the start"},
         {two, 3, 1, {0, 4, 0x400}, {-0x400, 4, 0}, true, "second section"},
-        {two, 3, 2, {0, 4, 0x400}, {0, 4, 0x400}, false, "section number equal to the count"},
+        {two, 3, 2, {0x400, 4, 0x400}, {0, 4, 0}, false, "section number equal to the count"},
         {sign, 3, 0, {0, 4, 0}, {0, 4, 0}, false, "section beyond 2^31"},
         {far, 3, 0, {0x200, 4, 0}, {0x200, 4, 0}, false, "section plus offset is 2^32"},
         {far, 2, 0, {0x300, 4, 0x100}, {0x300, 4, 0x100}, false, "entry point plus offset is 2^32 and some"},
