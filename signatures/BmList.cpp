@@ -39,6 +39,9 @@ std::uint64_t hashOf(const unsigned char* digest) {
     return (folded ^ (folded >> 32)) * 0x9E3779B97F4A7C15U;
 }
 
+// The chain, of 2^(64 - chainShift), that the hash belongs to.
+std::size_t chainOf(std::uint64_t hash, unsigned chainShift) { return static_cast<std::size_t>(hash >> chainShift); }
+
 std::uint32_t filterBit(std::uint64_t hash, unsigned chainShift) {
     return std::uint32_t{1} << ((hash >> (chainShift - 5)) & 31);
 }
@@ -153,7 +156,7 @@ void BmList::indexRecords() {
     for (std::uint32_t number = _indexedSigs; number < _currentSig; ++number) {
         if (_currentSig - number > kPrefetchAhead) {
             const std::uint64_t hash = hashOf(node(number + kPrefetchAhead).pattern.digest);
-            __builtin_prefetch(&bm_suffix[hash >> _chainShift], 1);
+            __builtin_prefetch(&bm_suffix[chainOf(hash, _chainShift)], 1);
         }
         addPattern(number);
     }
@@ -164,7 +167,7 @@ void BmList::addPattern(std::uint32_t number) {
     BmPatternNode& added = node(number);
     bm_shift[bucketKey(added.pattern.digest)] = false;
     const std::uint64_t hash = hashOf(added.pattern.digest);
-    Chain& chain = bm_suffix[hash >> _chainShift];
+    Chain& chain = bm_suffix[chainOf(hash, _chainShift)];
     added.next = chain.newest == 0 ? nullptr : &node(chain.newest - 1);
     chain.newest = number + 1;
     chain.filter |= filterBit(hash, _chainShift);
@@ -173,7 +176,7 @@ void BmList::addPattern(std::uint32_t number) {
 const BmPattern* BmList::virusFoundMD5(const unsigned char* digest) const {
     if (bm_shift.empty() || bm_shift[bucketKey(digest)]) return nullptr;
     const std::uint64_t hash = hashOf(digest);
-    const Chain& chain = bm_suffix[hash >> _chainShift];
+    const Chain& chain = bm_suffix[chainOf(hash, _chainShift)];
     if (!(chain.filter & filterBit(hash, _chainShift))) return nullptr;
     return matchPatternListMD5(digest, &node(chain.newest - 1));
 }
