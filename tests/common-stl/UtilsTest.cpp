@@ -12,23 +12,14 @@ namespace {
 
 using namespace std::string_view_literals;
 
-TEST(StringHelper, comparesWithNullsAndCase) {
-    struct Case {
-        const char *text, *part;
-        bool equalIgnoringCase, startsIgnoringCase, endsIgnoringCase;
-    };
-    const Case cases[] = {
-        {"", nullptr, false, false, false}, {"aBc", "Abc", true, true, true},      {"ab", "abc", false, false, false},
-        {"bc", "abc", false, false, false}, {"ABcB", "ab", false, true, false},    {"xAB", "ab", false, false, true},
-        {"@", "`", false, false, false},    {"\xC4", "\xE4", false, false, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(StringHelper::equalsIgnoreCase(c.text, c.part), c.equalIgnoringCase);
-        EXPECT_EQ(StringHelper::startsWithIgnoreCase(c.text, c.part), c.startsIgnoringCase);
-        EXPECT_EQ(StringHelper::endsWithIgnoreCase(c.text, c.part), c.endsIgnoringCase);
-    }
-    for (const char* text : {"true ", "1", static_cast<const char*>(nullptr)}) EXPECT_FALSE(StringHelper::atob(text));
+TEST(StringHelper, comparesAsciiLettersOnlyWithoutCase) {
+    EXPECT_TRUE(StringHelper::equalsIgnoreCase("aBc", "Abc"));
+    EXPECT_FALSE(StringHelper::equalsIgnoreCase("@", "`"));
+    EXPECT_FALSE(StringHelper::equalsIgnoreCase("\xC4", "\xE4"));
+    EXPECT_FALSE(StringHelper::equalsIgnoreCase("", nullptr));
+    EXPECT_FALSE(StringHelper::startsWithIgnoreCase("ab", "abc"));
+    EXPECT_TRUE(StringHelper::endsWithIgnoreCase("xAB", "ab"));
+    EXPECT_FALSE(StringHelper::endsWithIgnoreCase("bc", "abc"));
 }
 
 TEST(StringHelper, replacesAndAlwaysEnds) {
