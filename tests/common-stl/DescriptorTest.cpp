@@ -8,7 +8,6 @@
 #include <string>
 
 #include "FileLock.h"
-#include "io/File.h"
 #include "io/FileBufferBase.h"
 #include "io/FileViewBufferBase.h"
 #include "io/InputStream.h"
@@ -19,51 +18,27 @@
 namespace ZOV_SPACE {
 namespace {
 
-// The number that the next descriptor will get: the lowest free one.
-int nextDescriptor() { return OwnFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)).get(); }
-
 TEST(Descriptors, areTheirOwnersAloneAndNotInherited) {
     const TempDir directory;
     const TempFile file;
-    const std::string path = directory / "made", folder = directory.path();
-    struct Case {
-        const char* why;
-        std::function<std::shared_ptr<void>()> make;
-    };
-    const Case cases[] = {
-        {"anonymous file", [&] { return std::make_shared<FileBufferBase>(); }},
-        {"named file", [&] { return std::make_shared<FileBufferBase>(folder.c_str()); }},
-        {"reopened file",
-         [&] {
-             const auto buffer = std::make_shared<FileBufferBase>(folder.c_str());
-             buffer->close();
-             ::unlink(buffer->getPath().c_str());
-             buffer->open();
-             return buffer;
-         }},
-        {"viewed file", [&] { return std::make_shared<FileViewBufferBase>(file.fd(), 0); }},
-        {"input", [&] { return std::make_shared<FileInputStream>(file.path()); }},
-        {"output", [&] { return std::make_shared<FileOutputStream>(path.c_str()); }},
-        {"lock", [&] { return std::make_shared<FileLock>(path.c_str(), false); }},
-        {"temporary file",
-         [&] {
-             std::string name;
-             const auto made = std::make_shared<OwnFd>(File::createTemporary(name, "vole"));
-             ::unlink(name.c_str());
-             return made;
-         }},
+    const std::string path = directory / "made";
+    const std::function<std::shared_ptr<void>()> makers[] = {
+        [&] { return std::make_shared<FileBufferBase>(); },
+        [&] { return std::make_shared<FileBufferBase>(directory.path().c_str()); },
+        [&] { return std::make_shared<FileViewBufferBase>(file.fd(), 0); },
+        [&] { return std::make_shared<FileInputStream>(file.path()); },
+        [&] { return std::make_shared<FileOutputStream>(path.c_str()); },
+        [&] { return std::make_shared<FileLock>(path.c_str(), false); },
     };
     const mode_t mask = ::umask(0);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.why);
+    for (const auto& make : makers) {
         ::unlink(path.c_str());
-        const int fd = nextDescriptor();
-        const auto opened = c.make();
-        const int flags = ::fcntl(fd, F_GETFD);
+        const int fd = OwnFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)).get();  // The next to be given.
+        const auto opened = make();
         struct stat status {};
         EXPECT_EQ(::fstat(fd, &status), 0);
-        EXPECT_EQ(flags, FD_CLOEXEC);
-        EXPECT_EQ(status.st_mode & 07777, 0600u);
+        EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC) << &make - makers;
+        EXPECT_EQ(status.st_mode & 07777, 0600u) << &make - makers;
     }
     ::umask(mask);
 }
