@@ -2,6 +2,7 @@
 // virtual member function holds the offset of its slot plus one.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <vector>
@@ -15,11 +16,7 @@ namespace {
 
 template <class Signature, class Class>
 int slotOf(Signature Class::*function) {
-    struct Representation {
-        std::ptrdiff_t slotOffsetPlusOne;
-        std::ptrdiff_t adjustment;
-    };
-    const auto offset = std::bit_cast<Representation>(function).slotOffsetPlusOne - 1;
+    const auto offset = std::bit_cast<std::array<std::ptrdiff_t, 2>>(function)[0] - 1;
     return static_cast<int>(offset / static_cast<std::ptrdiff_t>(sizeof(void*)));
 }
 

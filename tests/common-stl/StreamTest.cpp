@@ -38,12 +38,6 @@ std::string numbered(int size) {
     return text;
 }
 
-TEST(Streams, withoutOwnOperationsSayUnimplemented) {
-    EXPECT_EQ(thrownBy([] { InputStream().read(); }), "Unimplemented");
-    EXPECT_EQ(thrownBy([] { OutputStream().write('x'); }), "Unimplemented");
-    EXPECT_EQ(unitThrownBy([] { InputStream().read(); }), "../../../modules/common-stl/include/io/InputStream");
-}
-
 TEST(Streams, refuseEveryOperationAfterClose) {
     TempFile file("x");
     ChunkedInput chunked("x", 1);
