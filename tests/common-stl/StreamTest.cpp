@@ -38,6 +38,21 @@ std::string numbered(int size) {
     return text;
 }
 
+TEST(Streams, withoutOwnOperationsSayUnimplemented) {
+    InputStream input;
+    OutputStream output;
+    char byte;
+    const std::function<void()> calls[] = {
+        [&] { input.available(); },    [&] { input.close(); },  [&] { input.read(); },
+        [&] { input.read(&byte, 1); }, [&] { output.close(); }, [&] { output.write('x'); },
+        [&] { output.write("x"); },
+    };
+    for (const auto& call : calls) EXPECT_EQ(thrownBy(call), "Unimplemented");
+    EXPECT_EQ(unitThrownBy(calls[0]), "../../../modules/common-stl/include/io/InputStream");
+    EXPECT_FALSE(input.markSupported());
+    output.flush();
+}
+
 TEST(Streams, refuseEveryOperationAfterClose) {
     TempFile file("x");
     ChunkedInput chunked("x", 1);
