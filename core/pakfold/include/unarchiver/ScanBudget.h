@@ -1,0 +1,53 @@
+// ScanBudget: work that one scan may spend on bytes which nobody looks at or which an archive's own programs ask for.
+// The archives themselves bound none of it: an entry that is skipped may have to be decoded all the same.
+//
+// The scan keeps a budget and installs it for its thread; whoever spends asks for the current one. Without one, as in
+// tools and tests of single parts, spending is free.
+#ifndef PAKFOLD_UNARCHIVER_SCANBUDGET_H
+#define PAKFOLD_UNARCHIVER_SCANBUDGET_H
+
+#include <cstdint>
+
+namespace ZOV_SPACE {
+
+class ScanBudget {
+public:
+    static constexpr std::int64_t kDiscardedBytes = std::int64_t{1} << 30;
+    static constexpr std::int64_t kVmInstructions = 250'000'000;
+    static constexpr std::int64_t kVmCodeBytes = std::int64_t{16} << 20;
+
+    // Makes this budget the thread's, until the object dies.
+    class Scope {
+    public:
+        explicit Scope(ScanBudget& budget) : _outer(_current) { _current = &budget; }
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+        ~Scope() { _current = _outer; }
+
+    private:
+        ScanBudget* _outer;
+    };
+
+    // For output that is decoded and dropped. Throws ArchivingException "Out of budget" once more than
+    // kDiscardedBytes were.
+    static void chargeDiscardedBytes(std::int64_t n);
+
+    // Take `n` units and return true, or return false when fewer are left; then the rest is gone, too.
+    static bool takeVmInstructions(std::int64_t n);
+    static bool takeVmCodeBytes(std::int64_t n);
+    // How many are left; a very large number without a budget.
+    static std::int64_t vmInstructionsLeft();
+
+private:
+    static bool take(std::int64_t ScanBudget::*units, std::int64_t n);
+
+    static thread_local ScanBudget* _current;
+
+    std::int64_t _discardedBytes = kDiscardedBytes;
+    std::int64_t _vmInstructions = kVmInstructions;
+    std::int64_t _vmCodeBytes = kVmCodeBytes;
+};
+
+}  // namespace ZOV_SPACE
+
+#endif  // PAKFOLD_UNARCHIVER_SCANBUDGET_H

@@ -1,0 +1,33 @@
+#include "unarchiver/ScanBudget.h"
+
+#include <limits>
+
+#include "Raise.h"
+
+namespace ZOV_SPACE {
+
+static constexpr ThrowUnit kUnit{"ScanBudget"};
+
+thread_local ScanBudget* ScanBudget::_current = nullptr;
+
+bool ScanBudget::take(std::int64_t ScanBudget::*units, std::int64_t n) {
+    if (!_current) return true;
+    std::int64_t& left = _current->*units;
+    const bool enough = n <= left;
+    left = enough ? left - n : 0;
+    return enough;
+}
+
+void ScanBudget::chargeDiscardedBytes(std::int64_t n) {
+    if (!take(&ScanBudget::_discardedBytes, n)) kUnit.raise<ArchivingException>("Out of budget");
+}
+
+bool ScanBudget::takeVmInstructions(std::int64_t n) { return take(&ScanBudget::_vmInstructions, n); }
+
+bool ScanBudget::takeVmCodeBytes(std::int64_t n) { return take(&ScanBudget::_vmCodeBytes, n); }
+
+std::int64_t ScanBudget::vmInstructionsLeft() {
+    return _current ? _current->_vmInstructions : std::numeric_limits<std::int64_t>::max();
+}
+
+}  // namespace ZOV_SPACE
