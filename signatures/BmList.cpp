@@ -58,7 +58,7 @@ bool BmList::reserveNodes(std::size_t n) {
     const std::size_t blocksBefore = _blocks.size();
     try {
         while (_blocks.size() * kBlockRecords < _currentSig + n) {
-            _blocks.push_back(std::make_unique_for_overwrite<BmPatternNode[]>(kBlockRecords));
+            _blocks.emplace_back(kBlockRecords);
         }
         return true;
     } catch (const std::bad_alloc&) {
@@ -142,7 +142,7 @@ void BmList::init() {
     if (wanted <= bm_suffix.size()) return;
     try {
         if (bm_shift.empty()) bm_shift.assign(kBucketCount, true);
-        std::vector<Chain>(wanted).swap(bm_suffix);
+        decltype(bm_suffix)(wanted).swap(bm_suffix);
     } catch (const std::bad_alloc&) {
         ZOV_SPACE::raise<Exception>(" allocate bm_shift&bm_suffix fail ");
     }

@@ -5,7 +5,7 @@
 // therefore costs the same per record at a thousand records and at ten million, whatever their order, and so does each
 // lookup: a digest that is no signature costs one look at the table in most cases, because a chain's head tells
 // which hashes its records have. On x86-64 a record costs 32 bytes, plus 8 to 16 for its chain's head, plus 5 to 11 for
-// its size, plus its name.
+// its size, plus its name; the tables lie in large pages where the system has them.
 //
 // Filled by one thread, then shared read-only by any number.
 #ifndef SIGNATURES_BMLIST_H
@@ -14,12 +14,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "LargePages.h"
 #include "Md5.h"
 #include "NameArena.h"
 #include "SizeSet.h"
@@ -84,9 +84,9 @@ public:
 
 private:
     static constexpr std::size_t kBucketCount = 65536;  // The bucket key's range.
-    static constexpr std::size_t kBlockRecords = 16384;
+    static constexpr std::size_t kBlockRecords = kLargePage / sizeof(BmPatternNode);
 
-    using Block = std::unique_ptr<BmPatternNode[]>;
+    using Block = std::vector<BmPatternNode, LargePageAllocator<BmPatternNode>>;
 
     struct Chain {
         std::uint32_t newest = 0;  // The number of its first record, counted from 1; 0: the chain is empty.
@@ -94,16 +94,19 @@ private:
     };
 
     static std::size_t bucketKey(const unsigned char* digest);
-    BmPatternNode& node(std::size_t number) const { return _blocks[number / kBlockRecords][number % kBlockRecords]; }
+    BmPatternNode& node(std::size_t number) { return _blocks[number / kBlockRecords][number % kBlockRecords]; }
+    const BmPatternNode& node(std::size_t number) const {
+        return _blocks[number / kBlockRecords][number % kBlockRecords];
+    }
     bool reserveNodes(std::size_t n);
     void init();
     void indexSizes();
     void indexRecords();
     void addPattern(std::uint32_t number);
 
-    std::vector<bool> bm_shift;    // By bucket key: true = no signature has it. Empty before the first record.
-    std::vector<Chain> bm_suffix;  // By hash; their number is a power of two.
-    unsigned _chainShift = 0;      // 64 - log2 of that number.
+    std::vector<bool> bm_shift;  // By bucket key: true = no signature has it. Empty before the first record.
+    std::vector<Chain, LargePageAllocator<Chain>> bm_suffix;  // By hash; their number is a power of two.
+    unsigned _chainShift = 0;                                 // 64 - log2 of that number.
     std::uint32_t _currentSig = 0;
     std::uint32_t _totalSigs = 0;         // Where the announced records end; 0: nothing was announced.
     std::vector<Block> _blocks;           // All records, oldest first, numbered from 0.
