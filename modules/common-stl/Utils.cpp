@@ -19,11 +19,6 @@ constexpr std::string_view kWhiteSpace = "\n\r\t ";
 
 std::string_view viewOf(const char* text) { return text ? std::string_view(text) : std::string_view(); }
 
-bool sameIgnoringCase(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return ascii::toLower(x) == ascii::toLower(y); });
-}
-
 void trimEnds(std::string& text, std::string_view chars) {
     text.erase(text.find_last_not_of(chars) + 1);  // npos + 1 is 0: nothing else was there.
     text.erase(0, std::min(text.find_first_not_of(chars), text.size()));
@@ -88,7 +83,9 @@ std::tm localNow() {
 
 bool StringHelper::equals(const char* a, const char* b) { return a && b ? std::strcmp(a, b) == 0 : a == b; }
 
-bool StringHelper::equalsIgnoreCase(const char* a, const char* b) { return a && b ? sameIgnoringCase(a, b) : a == b; }
+bool StringHelper::equalsIgnoreCase(const char* a, const char* b) {
+    return a && b ? ascii::sameIgnoringCase(a, b) : a == b;
+}
 
 bool StringHelper::startsWith(const char* text, const char* prefix) {
     return text && prefix && std::string_view(text).starts_with(prefix);
@@ -96,7 +93,7 @@ bool StringHelper::startsWith(const char* text, const char* prefix) {
 
 bool StringHelper::startsWithIgnoreCase(const char* text, const char* prefix) {
     if (!text || !prefix) return false;
-    return sameIgnoringCase(std::string_view(text).substr(0, std::strlen(prefix)), prefix);
+    return ascii::sameIgnoringCase(std::string_view(text).substr(0, std::strlen(prefix)), prefix);
 }
 
 bool StringHelper::endsWith(const char* text, const char* suffix) {
@@ -106,7 +103,7 @@ bool StringHelper::endsWith(const char* text, const char* suffix) {
 bool StringHelper::endsWithIgnoreCase(const char* text, const char* suffix) {
     if (!text || !suffix) return false;
     const std::string_view whole(text), end(suffix);
-    return end.size() <= whole.size() && sameIgnoringCase(whole.substr(whole.size() - end.size()), end);
+    return end.size() <= whole.size() && ascii::sameIgnoringCase(whole.substr(whole.size() - end.size()), end);
 }
 
 void StringHelper::trim(std::string& text, const char* chars) { trimEnds(text, viewOf(chars)); }
@@ -115,7 +112,7 @@ std::string StringHelper::ntoa(int value) { return std::to_string(value); }
 
 std::string StringHelper::ltoa(long value) { return std::to_string(value); }
 
-bool StringHelper::atob(const char* text) { return text && sameIgnoringCase(text, "true"); }
+bool StringHelper::atob(const char* text) { return text && ascii::sameIgnoringCase(text, "true"); }
 
 const char* StringHelper::btoa(bool value) { return value ? "true" : "false"; }
 

@@ -3,6 +3,9 @@
 #ifndef COMMON_STL_ASCII_H
 #define COMMON_STL_ASCII_H
 
+#include <algorithm>
+#include <string_view>
+
 namespace ZOV_SPACE::ascii {
 
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
@@ -22,6 +25,10 @@ constexpr int hexValue(char c) {
 }
 
 constexpr bool isXDigit(char c) { return hexValue(c) >= 0; }
+
+constexpr bool sameIgnoringCase(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return toLower(x) == toLower(y); });
+}
 
 }  // namespace ZOV_SPACE::ascii
 
