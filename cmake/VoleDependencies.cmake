@@ -1,5 +1,7 @@
-# Outside libraries: expat parses the list file. GoogleTest is built from source with our flags, because a
+# Outside libraries: zlib inflates, expat parses the list file. GoogleTest is built from source with our flags, because a
 # prebuilt one has another std::string layout than the 32-bit build.
+
+find_package(ZLIB REQUIRED)
 
 if(DEFINED VOLE_EXPAT_ROOT)
   # A static library, so that a 32-bit host needs no 32-bit expat of its own at run time.

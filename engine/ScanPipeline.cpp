@@ -11,6 +11,7 @@
 #include "VoleScanner.h"
 #include "VoleUtil.h"
 #include "io/IOBuffer.h"
+#include "unarchiver/ScanBudget.h"
 #include "util/Diag.h"
 #include "voleeng.h"
 
@@ -117,6 +118,8 @@ void logDropped(const WorkList& workList) {
 }  // namespace
 
 int scanDescriptor(int fd, unsigned int size, const std::string& name, std::string& virusName) {
+    ZOV_SPACE::ScanBudget budget;
+    const ZOV_SPACE::ScanBudget::Scope spending(budget);
     WorkList workList;
     std::unique_ptr<SmartBufferBase> file = VoleUtil::getSmartBufferBase(fd, size);
     if (!file) return VOLE_CANNOT_READ;

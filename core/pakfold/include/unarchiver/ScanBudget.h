@@ -8,7 +8,16 @@
 
 #include <cstdint>
 
+#include "Exception.h"
+
 namespace ZOV_SPACE {
+
+// The scan has spent what it may; ends the archive at hand, whatever else could be tried.
+class OutOfBudgetException : public ArchivingException {
+public:
+    using ArchivingException::ArchivingException;
+    ~OutOfBudgetException() override;
+};
 
 class ScanBudget {
 public:
@@ -28,7 +37,7 @@ public:
         ScanBudget* _outer;
     };
 
-    // For output that is decoded and dropped. Throws ArchivingException "Out of budget" once more than
+    // For output that is decoded and dropped. Throws OutOfBudgetException "Out of budget" once more than
     // kDiscardedBytes were.
     static void chargeDiscardedBytes(std::int64_t n);
 

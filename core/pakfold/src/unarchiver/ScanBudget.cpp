@@ -8,6 +8,8 @@ namespace ZOV_SPACE {
 
 static constexpr ThrowUnit kUnit{"ScanBudget"};
 
+OutOfBudgetException::~OutOfBudgetException() = default;
+
 thread_local ScanBudget* ScanBudget::_current = nullptr;
 
 bool ScanBudget::take(std::int64_t ScanBudget::*units, std::int64_t n) {
@@ -19,7 +21,7 @@ bool ScanBudget::take(std::int64_t ScanBudget::*units, std::int64_t n) {
 }
 
 void ScanBudget::chargeDiscardedBytes(std::int64_t n) {
-    if (!take(&ScanBudget::_discardedBytes, n)) kUnit.raise<ArchivingException>("Out of budget");
+    if (!take(&ScanBudget::_discardedBytes, n)) kUnit.raise<OutOfBudgetException>("Out of budget");
 }
 
 bool ScanBudget::takeVmInstructions(std::int64_t n) { return take(&ScanBudget::_vmInstructions, n); }

@@ -1,0 +1,272 @@
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <string>
+
+#include "ZipDataExtent.h"
+#include "ZipSupport.h"
+#include "io/BufferBaseStreams.h"
+#include "unarchiver/DeflateDecompressor.h"
+#include "unarchiver/ScanBudget.h"
+#include "unarchiver/Zip.h"
+#include "util/Diag.h"
+#include "utils/IOUtils.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr diag::Unit kDiag{kZipUnitName};
+
+constexpr int kMarkerSize = 4;
+
+// A failure that ends the walk for good.
+class FinalFailure : public ArchivingException {
+public:
+    using ArchivingException::ArchivingException;
+};
+
+// Where the bytes of an entry go whose end shows only once it has been decoded: what the stream no longer takes, or
+// all without a stream, is dropped and counts against the scan's budget.
+class DrainingOutput : public OutputStream {
+public:
+    explicit DrainingOutput(OutputStream* out) : _out(out) {}
+
+    using OutputStream::write;
+    int write(const char* buf, int len) override {
+        if (_out) {
+            try {
+                return _out->write(buf, len);
+            } catch (const UnarchiveRatioExceed&) {
+                _out = nullptr;
+            }
+        }
+        ScanBudget::chargeDiscardedBytes(len);
+        return len;
+    }
+
+private:
+    OutputStream* _out;
+};
+
+int clampedSize(std::int64_t size) { return static_cast<int>(std::min<std::int64_t>(size, INT_MAX)); }
+
+}  // namespace
+
+ZipEntryInfo::~ZipEntryInfo() = default;
+
+ZipArchiveProcessor::~ZipArchiveProcessor() = default;
+bool ZipArchiveProcessor::process(const ArchiveEntryInfo*) { return true; }
+
+ZipUnarchiver::ZipUnarchiver(InputStream* in, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
+                             unsigned flags)
+    : _in(std::make_unique<PositionInputStream>(in)), _entries(entries), _decompression(decompression), _flags(flags) {}
+
+ZipUnarchiver::ZipUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
+                             unsigned flags)
+    : _buffer(buffer),
+      _bufferStream(std::make_unique<BufferBaseInputStream>(buffer)),
+      _in(std::make_unique<PositionInputStream>(_bufferStream.get())),
+      _entries(entries),
+      _decompression(decompression),
+      _flags(flags) {}
+
+ZipUnarchiver::~ZipUnarchiver() = default;
+
+bool ZipUnarchiver::checkFormat(InputStream& in) {
+    std::array<char, 2 * kMarkerSize> bytes{};
+    in.mark(static_cast<int>(bytes.size()));
+    IOUtils::readFull(in, bytes.data(), static_cast<int>(bytes.size()));
+    in.reset();
+    const std::uint32_t first = IOUtils::readUInt(bytes.data());
+    if (first == ZipConstants::LOCSIG) return true;
+    const bool marker = first == ZipConstants::SPHSIG || first == ZipConstants::EXTSIG;
+    return marker && IOUtils::readUInt(bytes.data() + kMarkerSize) == ZipConstants::LOCSIG;
+}
+
+void ZipUnarchiver::start() {
+    _entries.beginUnarchiving();
+    skipSplitMarker();
+    try {
+        walk();
+    } catch (const FinalFailure&) {
+        throw;
+    } catch (const OutOfBudgetException&) {
+        throw;
+    } catch (ArchivingException& failure) {
+        kDiag.at().err("Zip entry passed over: %s", failure.toString());
+        restart();
+    }
+}
+
+void ZipUnarchiver::restart() {
+    const long next = _buffer && _headerStart < LONG_MAX - kMarkerSize
+                          ? findLocalHeader(*_buffer, static_cast<long>(_headerStart) + kMarkerSize)
+                          : -1;
+    if (next == -1) kZipUnit.raise<ArchivingException>("failed to restart zip unarchiving");
+    try {
+        _bufferStream = std::make_unique<BufferBaseInputStream>(_buffer, next);
+        _in = std::make_unique<PositionInputStream>(_bufferStream.get(), next);
+        walk();
+    } catch (const FinalFailure&) {
+        throw;
+    } catch (const OutOfBudgetException&) {
+        throw;
+    } catch (ArchivingException& failure) {
+        kDiag.at().err("Zip entry passed over: %s", failure.toString());
+        kZipUnit.raise<ArchivingException>("failed to restart zip unarchiving");
+    }
+}
+
+void ZipUnarchiver::skipSplitMarker() {
+    _in->mark(kMarkerSize);
+    std::array<char, kMarkerSize> bytes{};
+    IOUtils::readFull(*_in, bytes.data(), kMarkerSize);
+    const std::uint32_t first = IOUtils::readUInt(bytes.data());
+    if (first != ZipConstants::SPHSIG && first != ZipConstants::EXTSIG) _in->reset();
+}
+
+void ZipUnarchiver::walk() {
+    while (processNext()) {
+    }
+    finish();
+}
+
+// One entry. False when no local header follows.
+bool ZipUnarchiver::processNext() {
+    _headerStart = _in->position();
+    _in->mark(ZipConstants::LOCHDR);
+    if (!_info.read(*_in, false)) {
+        _in->reset();
+        return false;
+    }
+    ZipDataExtent extent;
+    findExtent(extent);
+    ZipEntryInfo entry;
+    fill(entry, extent);
+    int action = kActionSkip;
+    const std::unique_ptr<OutputStream> out = _entries.processEntry(&entry, action);
+    if (action == kActionAbort) kZipUnit.raise<FinalFailure>("Archiving aborted");
+    if (_info.hasDataDescriptor() || _info.compressedSize > 0) moveData(entry, extent, action, out.get());
+    if (_info.hasDataDescriptor()) {
+        _info.readDataDescriptor(*_in);
+        entry.compressedSize = _info.compressedSize;
+        entry.uncompressedSize = _info.uncompressedSize;
+        entry.checkSum = _info.checkSum;
+    }
+    if (out) {
+        out->flush();
+        out->close();
+    }
+    return true;
+}
+
+// Where the entry's data ends, as far as that can be known before it is unpacked.
+void ZipUnarchiver::findExtent(ZipDataExtent& extent) const {
+    if (!_info.hasDataDescriptor()) {
+        extent.known = true;
+        extent.packedSize = std::max(_info.compressedSize, 0);
+        extent.unpackedSize = _info.uncompressedSize;
+    } else if (_buffer) {
+        const auto start = static_cast<long>(_in->position());
+        if (_info.method == ZipConstants::DEFLATED) {
+            extent = findDeflatedExtent(*_buffer, start);
+        } else if (_info.method == ZipConstants::STORED) {
+            extent = findStoredExtent(*_buffer, start);
+        } else {
+            extent = findForeignExtent(*_buffer, start);
+        }
+    }
+}
+
+void ZipUnarchiver::fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const {
+    const bool measured = _info.hasDataDescriptor() && extent.known;
+    entry.name = _info.name;
+    entry.compressedSize = measured ? clampedSize(extent.packedSize) : _info.compressedSize;
+    entry.uncompressedSize = measured ? clampedSize(extent.unpackedSize) : _info.uncompressedSize;
+    entry.checkSum = measured ? extent.checkSum : _info.checkSum;
+    entry.time = _info.time;
+    entry.algorithm = kAlgorithmUnknown;
+    if (_info.method == ZipConstants::STORED) entry.algorithm = kAlgorithmStored;
+    if (_info.method == ZipConstants::DEFLATED) entry.algorithm = kAlgorithmDeflate;
+}
+
+// Carries out the action and leaves the stream behind the entry's data, if its end is known.
+void ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExtent& extent, int action, OutputStream* out) {
+    const std::int64_t end = _in->position() + extent.packedSize;
+    try {
+        if (out && action == kActionCopy) {
+            copyStored(extent, *out);
+        } else if (out && action == kActionDecompress) {
+            unpack(entry, extent, *out);
+        } else {
+            passOver(extent);
+        }
+    } catch (const UnarchiveRatioExceed&) {
+        // The entry is full; the walk goes on behind it.
+    } catch (IOException& failure) {
+        kZipUnit.raise<ArchivingException>(failure.getMessage());
+    } catch (CompressionException& failure) {
+        kZipUnit.raise<ArchivingException>(failure.getMessage());
+    }
+    if (!extent.failure.empty()) kZipUnit.raise<ArchivingException>(extent.failure);
+    if (extent.known) _in->skipTo(end);
+}
+
+void ZipUnarchiver::unpack(const ZipEntryInfo& entry, const ZipDataExtent& extent, OutputStream& out) {
+    if (entry.algorithm == kAlgorithmStored) {
+        copyStored(extent, out);
+    } else if (entry.algorithm == kAlgorithmDeflate) {
+        unpackDeflated(extent, out);
+    } else {
+        kZipUnit.raise<ArchivingException>("Unknown algorithm: " + std::to_string(_info.method) + " in zip");
+    }
+}
+
+// The bytes as they are in the archive. Of a stream whose sizes are unknown, as many as the last known size says.
+void ZipUnarchiver::copyStored(const ZipDataExtent& extent, OutputStream& out) {
+    const std::int64_t count = extent.known ? extent.packedSize : _info.compressedSize;
+    IOUtils::readAndWrite(*_in, out, static_cast<long>(count));
+}
+
+void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& out) {
+    if (extent.hasContent && !_decompression) {
+        constexpr std::size_t kPiece = DeflateDecompressor::kOutputPiece;
+        for (std::size_t done = 0; done < extent.content.size(); done += kPiece) {
+            const std::size_t count = std::min(kPiece, extent.content.size() - done);
+            out.write(extent.content.data() + done, static_cast<int>(count));
+        }
+        return;
+    }
+    DeflateDecompressor inflate(true, _decompression);
+    if (extent.known && extent.failure.empty()) {
+        inflate.decompress(*_in, extent.packedSize, out);
+    } else if (extent.known) {
+        inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, out);
+    } else {
+        DrainingOutput draining(&out);
+        inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, draining);
+    }
+}
+
+// The data of an entry whose end is not known has to be decoded.
+void ZipUnarchiver::passOver(const ZipDataExtent& extent) {
+    if (extent.known) return;
+    if (_info.method == ZipConstants::DEFLATED) {
+        DrainingOutput nothing(nullptr);
+        DeflateDecompressor(true, nullptr).decompress(*_in, DeflateDecompressor::kUnknownSize, nothing);
+    } else {
+        _in->skip(std::max(_info.compressedSize, 0));
+    }
+}
+
+void ZipUnarchiver::finish() {
+    _info.readCentralDirs(*_in, static_cast<int>(_flags) - 1);
+    _info.end.read(*_in);
+    ZipEntryInfo last;
+    int action = kActionSkip;
+    _entries.processEntry(&last, action);
+    _entries.endUnarchiving();
+    _entries.releaseSession();
+}
+
+}  // namespace ZOV_SPACE

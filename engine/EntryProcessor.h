@@ -1,0 +1,43 @@
+// EntryProcessor: takes the entries of one archive that is being scanned. Each entry that passes the limits becomes a
+// record on the work list, one level deeper than the archive, which receives the entry's unpacked bytes.
+//
+// An entry that breaks a limit of its own is reported to the host and skipped; an archive with too many entries is
+// given up by throwing UnarchivePolicyException. No record ever holds more than the size limit, whatever the archive
+// said of the entry.
+#ifndef ENGINE_ENTRYPROCESSOR_H
+#define ENGINE_ENTRYPROCESSOR_H
+
+#include <memory>
+#include <string>
+
+#include "ScanPipeline.h"
+#include "VoleOptions.h"
+#include "unarchiver/Pakfold.h"
+
+class EntryProcessor : public ZOV_SPACE::ArchiveEntryProcessor {
+public:
+    // Bytes that a derived name keeps, from its end.
+    static constexpr std::size_t kLongestName = 4096;
+
+    // `archiveName` is the name of the record that is the archive, `level` that of the entries. List and options are
+    // borrowed.
+    EntryProcessor(const OptionValues& options, WorkList& workList, const std::string& archiveName, int level);
+    ~EntryProcessor() override;
+
+    std::unique_ptr<ZOV_SPACE::OutputStream> processEntry(ZOV_SPACE::ArchiveEntryInfo* entry, int& action) override;
+
+private:
+    void checkCounts() const;
+    bool passesLimits(unsigned int packedSize, unsigned int unpackedSize) const;
+    std::string derivedName(const ZOV_SPACE::ArchiveEntryInfo& entry) const;
+    std::unique_ptr<ZOV_SPACE::OutputStream> queue(const ZOV_SPACE::ArchiveEntryInfo& entry);
+
+    const OptionValues& _options;
+    WorkList& _workList;
+    const std::string& _archiveName;
+    int _level;
+    int _addedEntries = 0;  // Offered so far.
+    int _sequence = 0;      // Accepted so far.
+};
+
+#endif  // ENGINE_ENTRYPROCESSOR_H

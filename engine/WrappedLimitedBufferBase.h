@@ -1,0 +1,38 @@
+// WrappedLimitedBufferBase: a buffer that never holds more than a limit, and owns the buffer it wraps. An operation
+// that would pass the limit stores the bytes that fit, reports the cut to the host once, and throws
+// UnarchiveRatioExceed "BufferBase exceeded size limit". What is stored stays readable. Threads: as the inner buffer.
+#ifndef ENGINE_WRAPPEDLIMITEDBUFFERBASE_H
+#define ENGINE_WRAPPEDLIMITEDBUFFERBASE_H
+
+#include <memory>
+
+#include "io/FilteredBufferBase.h"
+
+class WrappedLimitedBufferBase : public ZOV_SPACE::FilteredBufferBase {
+public:
+    static constexpr int kTypeWrappedLimited = 6;
+    static constexpr long kHighestLimit = 0x7FFFFFFF;  // Bytes.
+
+    // `limit` in bytes; 0 or less stands for kHighestLimit.
+    WrappedLimitedBufferBase(std::unique_ptr<ZOV_SPACE::BufferBase> inner, long limit);
+    ~WrappedLimitedBufferBase() override;
+
+    int write(long pos, char c) override;
+    int write(long pos, const char* buf, int n) override;
+    int insert(long pos, char c) override;
+    int insert(long pos, const char* buf, int n) override;
+    int append(char c) override;
+    int append(const char* buf, int n) override;
+
+private:
+    // Runs the operation with as many of the n bytes as fit when they end at `end`.
+    template <class Operation>
+    int limited(long long end, int n, Operation operation);
+    [[noreturn]] void raiseExceeded();
+
+    std::unique_ptr<ZOV_SPACE::BufferBase> _owned;
+    long _limit;
+    bool _reported = false;
+};
+
+#endif  // ENGINE_WRAPPEDLIMITEDBUFFERBASE_H
