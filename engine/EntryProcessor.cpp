@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <utility>
 
+#include "ContentScan.h"
 #include "Raise.h"
 #include "Utils.h"
 #include "WrappedLimitedBufferBase.h"
 #include "io/BufferBaseStreams.h"
 #include "io/SmartBufferBase.h"
 #include "util/Diag.h"
+#include "utils/OutputSpace.h"
 
 using ZOV_SPACE::ArchiveEntryInfo;
 using ZOV_SPACE::OutputStream;
@@ -22,6 +24,45 @@ constexpr ZOV_SPACE::ThrowUnit kUnit{"Unarchive"};
 
 // Of the folder, in names, that an archive's entries lie in: the archive itself may be an entry with its own name.
 constexpr const char* kFolderSuffix = ".unar/";
+
+// Bytes of one content that stay in memory while it is unpacked and scanned; only one at a time is.
+constexpr long kMostInMemory = 16L << 20;
+
+constexpr long kSmallestLoan = 64L << 10;
+
+// Writes a record's content, and has it scanned when it is complete.
+class ContentOutputStream : public ZOV_SPACE::BufferBaseOutputStream, public ZOV_SPACE::OutputSpace {
+public:
+    // `announced`: the content's size, in bytes, as the archive says it.
+    ContentOutputStream(_st_ArchEntry& record, WrappedLimitedBufferBase& content, long announced, int maxDepth)
+        : BufferBaseOutputStream(&content),
+          _record(record),
+          _content(content),
+          _announced(announced),
+          _maxDepth(maxDepth) {}
+
+    std::span<char> lendSpace() override {
+        const long size = _content.getSize();
+        if (_announced > kMostInMemory || size > kMostInMemory - kSmallestLoan) return {};
+        return _content.appendSpace(_announced > size ? _announced - size : kSmallestLoan);
+    }
+
+    void commitSpace(long n) override {
+        _content.commitAppend(n);
+        advance(n);
+    }
+
+    void close() override {
+        BufferBaseOutputStream::close();
+        scanEarly(_record, _content, _maxDepth);
+    }
+
+private:
+    _st_ArchEntry& _record;
+    WrappedLimitedBufferBase& _content;
+    long _announced;
+    int _maxDepth;
+};
 
 }  // namespace
 
@@ -98,10 +139,12 @@ std::string EntryProcessor::derivedName(const ArchiveEntryInfo& entry) const {
 std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entry) {
     const auto announced = static_cast<unsigned int>(entry.uncompressedSize);
     const auto capacity = std::min<unsigned int>(announced, WrappedLimitedBufferBase::kHighestLimit);
-    auto content = std::make_unique<SmartBufferBase>(static_cast<long>(capacity));
-    if (!content->isValid()) kUnit.raise<ZOV_SPACE::OutOfMemoryException>("Out of memory");
-    auto buffer = std::make_unique<WrappedLimitedBufferBase>(std::move(content), _options.maxSize);
-    auto out = std::make_unique<ZOV_SPACE::BufferBaseOutputStream>(buffer.get());
-    _workList.push_back({std::move(buffer), _level, derivedName(entry)});
-    return out;
+    auto storage =
+        std::make_unique<SmartBufferBase>(static_cast<long>(capacity), ZOV_SPACE::kMemoryOrFilePolicy, kMostInMemory);
+    if (!storage->isValid()) kUnit.raise<ZOV_SPACE::OutOfMemoryException>("Out of memory");
+    auto buffer = std::make_unique<WrappedLimitedBufferBase>(std::move(storage), _options.maxSize);
+    WrappedLimitedBufferBase& content = *buffer;
+    _workList.push_back({std::move(buffer), _level, derivedName(entry), {}});
+    return std::make_unique<ContentOutputStream>(_workList.back(), content, static_cast<long>(capacity),
+                                                 _options.maxDepth);
 }

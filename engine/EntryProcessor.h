@@ -1,5 +1,6 @@
 // EntryProcessor: takes the entries of one archive that is being scanned. Each entry that passes the limits becomes a
-// record on the work list, one level deeper than the archive, which receives the entry's unpacked bytes.
+// record on the work list, one level deeper than the archive, which receives the entry's unpacked bytes. When its
+// stream is closed, the content is scanned at once; the result waits in the record for its turn.
 //
 // An entry that breaks a limit of its own is reported to the host and skipped; an archive with too many entries is
 // given up by throwing UnarchivePolicyException. No record ever holds more than the size limit, whatever the archive
@@ -10,8 +11,8 @@
 #include <memory>
 #include <string>
 
-#include "ScanPipeline.h"
 #include "VoleOptions.h"
+#include "WorkList.h"
 #include "unarchiver/Pakfold.h"
 
 class EntryProcessor : public ZOV_SPACE::ArchiveEntryProcessor {

@@ -6,20 +6,7 @@
 #ifndef ENGINE_SCANPIPELINE_H
 #define ENGINE_SCANPIPELINE_H
 
-#include <list>
-#include <memory>
 #include <string>
-
-#include "io/BufferBase.h"
-
-// One content on the work list.
-struct _st_ArchEntry {
-    std::unique_ptr<ZOV_SPACE::BufferBase> buffer;
-    int level;  // Archive nesting; 0 for the file itself.
-    std::string name;
-};
-
-using WorkList = std::list<_st_ArchEntry>;
 
 // Scans the first `size` bytes of an open regular file, called `name` in diagnostics. VOLE_FOUND, with `virusName` set;
 // VOLE_CLEAN; VOLE_CANNOT_READ when the file cannot be read, even if that shows only on the way; VOLE_SCAN_FAILED.

@@ -2,8 +2,8 @@
 #ifndef ENGINE_UNARCHIVE_H
 #define ENGINE_UNARCHIVE_H
 
-#include "ScanPipeline.h"
 #include "VoleOptions.h"
+#include "WorkList.h"
 
 // Dumps an extracted content when the host asks for dumps, and, when the content is an archive in one of the formats
 // that the engine knows and nested less than maxDepth deep, appends a record for each accepted entry to the work list.

@@ -14,12 +14,22 @@ constexpr const char* kExceeded = "BufferBase exceeded size limit";
 
 }  // namespace
 
-WrappedLimitedBufferBase::WrappedLimitedBufferBase(std::unique_ptr<ZOV_SPACE::BufferBase> inner, long limit)
+WrappedLimitedBufferBase::WrappedLimitedBufferBase(std::unique_ptr<ZOV_SPACE::SmartBufferBase> inner, long limit)
     : FilteredBufferBase(inner.get()), _owned(std::move(inner)), _limit(limit > 0 ? limit : kHighestLimit) {
     _type = kTypeWrappedLimited;
 }
 
 WrappedLimitedBufferBase::~WrappedLimitedBufferBase() = default;
+
+std::span<char> WrappedLimitedBufferBase::appendSpace(long wanted) {
+    const long room = std::min(wanted, _limit - _inner->getSize());
+    return room > 0 ? _owned->appendSpace(room) : std::span<char>{};
+}
+
+void WrappedLimitedBufferBase::letGo() {
+    _owned = std::make_unique<ZOV_SPACE::SmartBufferBase>(0L);
+    _inner = _owned.get();
+}
 
 void WrappedLimitedBufferBase::raiseExceeded() {
     if (!std::exchange(_reported, true)) kDiag.at().err("Unarchive Exception: %s", kExceeded);

@@ -5,8 +5,10 @@
 #define ENGINE_WRAPPEDLIMITEDBUFFERBASE_H
 
 #include <memory>
+#include <span>
 
 #include "io/FilteredBufferBase.h"
+#include "io/SmartBufferBase.h"
 
 class WrappedLimitedBufferBase : public ZOV_SPACE::FilteredBufferBase {
 public:
@@ -14,8 +16,17 @@ public:
     static constexpr long kHighestLimit = 0x7FFFFFFF;  // Bytes.
 
     // `limit` in bytes; 0 or less stands for kHighestLimit.
-    WrappedLimitedBufferBase(std::unique_ptr<ZOV_SPACE::BufferBase> inner, long limit);
+    WrappedLimitedBufferBase(std::unique_ptr<ZOV_SPACE::SmartBufferBase> inner, long limit);
     ~WrappedLimitedBufferBase() override;
+
+    // At most `wanted` writable bytes behind the content, fewer where the limit ends them, and
+    // making the first `n` of them content; see SmartBufferBase.
+    std::span<char> appendSpace(long wanted);
+    void commitAppend(long n) { _owned->commitAppend(n); }
+    // Content above the memory barrier of all buffers moves to a file; see SmartBufferBase.
+    void useSharedBarrier() { _owned->useSharedBarrier(); }
+    // Releases the content; the buffer is empty from then on.
+    void letGo();
 
     int write(long pos, char c) override;
     int write(long pos, const char* buf, int n) override;
@@ -30,7 +41,7 @@ private:
     int limited(long long end, int n, Operation operation);
     [[noreturn]] void raiseExceeded();
 
-    std::unique_ptr<ZOV_SPACE::BufferBase> _owned;
+    std::unique_ptr<ZOV_SPACE::SmartBufferBase> _owned;
     long _limit;
     bool _reported = false;
 };

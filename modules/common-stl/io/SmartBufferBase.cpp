@@ -26,6 +26,10 @@ SmartBufferBase::SmartBufferBase(BufferBasePolicy policy) { _init(0, policy); }
 SmartBufferBase::SmartBufferBase(long size) { _init(size, _policy); }
 SmartBufferBase::SmartBufferBase(long size, BufferBasePolicy policy) { _init(size, policy); }
 
+SmartBufferBase::SmartBufferBase(long size, BufferBasePolicy policy, long barrier) : _ownBarrier(barrier) {
+    _init(size, policy);
+}
+
 SmartBufferBase::SmartBufferBase(std::unique_ptr<BufferBase> inner) : _inner(std::move(inner)) { _type = kTypeSmart; }
 
 SmartBufferBase::~SmartBufferBase() = default;
@@ -38,7 +42,7 @@ void SmartBufferBase::_init(long size, BufferBasePolicy policy) {
     _type = kTypeSmart;
     _inner.reset();
     const bool mayMove = policy == kMemoryOrFilePolicy || policy == kContinuousOrFilePolicy;
-    _switchable = mayMove && size <= _barrier;
+    _switchable = mayMove && size <= _currentBarrier();
     if (mayMove && !_switchable) {
         _inner = std::make_unique<FileBufferBase>();
     } else if (policy == kMemoryPolicy || policy == kMemoryOrFilePolicy) {
@@ -56,7 +60,7 @@ BufferBase& SmartBufferBase::_storage() const {
 }
 
 void SmartBufferBase::_checkBarrier() {
-    if (!_switchable || _discarded || _inner->getSize() <= _barrier) return;
+    if (!_switchable || _discarded || _inner->getSize() <= _currentBarrier()) return;
     auto file = std::make_unique<FileBufferBase>();
     if (!file->isValid()) kBufferUnit.raise<OutOfMemoryException>("Out of memory");
     for (long pos = 0; pos < _inner->getSize();) {
@@ -68,6 +72,11 @@ void SmartBufferBase::_checkBarrier() {
     file->flush();  // While the memory is still there: the disk may be full.
     _inner = std::move(file);
     _switchable = false;
+}
+
+void SmartBufferBase::useSharedBarrier() {
+    _ownBarrier = -1;
+    _checkBarrier();
 }
 
 int SmartBufferBase::read(long pos) { return _storage().read(pos); }

@@ -20,6 +20,8 @@ int level() { return __atomic_load_n(&voleeng_debugger.level, __ATOMIC_RELAXED);
 
 auto sink() { return __atomic_load_n(&voleeng_debugger.print, __ATOMIC_RELAXED); }
 
+thread_local Hold* hold = nullptr;
+
 bool wanted(Kind kind) {
     switch (kind) {
         case Kind::info:
@@ -35,20 +37,35 @@ bool wanted(Kind kind) {
 }  // namespace
 
 void print(Kind kind, const char* format, std::va_list arguments) {
-    const auto deliver = sink();
-    if (!deliver || !wanted(kind)) return;
+    const auto send = sink();
+    if (!send || !wanted(kind)) return;
 
+    const char* unit = __atomic_load_n(&LogFileName, __ATOMIC_RELAXED);
+    const int number = __atomic_load_n(&LogLineNo, __ATOMIC_RELAXED);
     char line[kPrefixSize + kMessageSize];
     std::size_t prefixLength = 0;
     if (kind == Kind::debug) {
-        const char* unit = __atomic_load_n(&LogFileName, __ATOMIC_RELAXED);
-        const int number = __atomic_load_n(&LogLineNo, __ATOMIC_RELAXED);
         const int length = std::snprintf(line, kPrefixSize, "[%s:%d] ", unit, number);
         prefixLength = length < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(length), kPrefixSize - 1);
     }
     line[prefixLength] = '\0';
     if (std::vsnprintf(line + prefixLength, kMessageSize, format, arguments) < 0) line[prefixLength] = '\0';
-    deliver(line);
+    if (hold) {
+        hold->_lines.push_back({unit, number, line});
+    } else {
+        send(line);
+    }
+}
+
+Hold::Hold() { hold = this; }
+
+Hold::~Hold() { hold = nullptr; }
+
+void deliver(const std::vector<HeldLine>& lines) {
+    for (const HeldLine& line : lines) {
+        storePosition(line.unit, line.number);
+        if (const auto send = sink()) send(line.text.c_str());
+    }
 }
 
 void storePosition(const char* unit, int line) {

@@ -50,6 +50,10 @@ public:
     int write(char c) override;
     int write(const char* buf, int len) override;
 
+protected:
+    // For subclasses that fill the buffer past the stream.
+    void advance(long n) { _position += n; }
+
 private:
     void checkOpen() const;
 

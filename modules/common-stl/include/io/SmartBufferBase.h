@@ -33,6 +33,8 @@ public:
     explicit SmartBufferBase(BufferBasePolicy policy);
     explicit SmartBufferBase(long size);
     SmartBufferBase(long size, BufferBasePolicy policy);
+    // With a barrier of its own, in bytes, until useSharedBarrier() is called.
+    SmartBufferBase(long size, BufferBasePolicy policy, long barrier);
     ~SmartBufferBase() override;
 
     // A buffer over the first `size` bytes of an open file (see FileViewBufferBase), never moved. `fd` stays the
@@ -65,6 +67,9 @@ public:
     // Whether a viewed file could not be read as announced; false for every other storage.
     bool sourceFailed() const;
 
+    // From now on _barrier counts; content that is larger moves at once.
+    void useSharedBarrier();
+
     // Settings of every buffer made from now on (_barrier: of every check). Set them while no other thread uses
     // buffers.
     static BufferBasePolicy _policy;
@@ -75,11 +80,13 @@ private:
     explicit SmartBufferBase(std::unique_ptr<BufferBase> inner);
 
     void _init(long size, BufferBasePolicy policy);
+    long _currentBarrier() const { return _ownBarrier >= 0 ? _ownBarrier : _barrier; }
     void _checkBarrier();
     BufferBase& _storage() const;
 
     std::unique_ptr<BufferBase> _inner;
     bool _switchable = false;
+    long _ownBarrier = -1;  // Negative: the shared one counts.
 };
 
 }  // namespace ZOV_SPACE

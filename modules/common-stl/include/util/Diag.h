@@ -13,6 +13,8 @@
 
 #include <cstdarg>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace diag {
 
@@ -54,6 +56,33 @@ public:
 private:
     const char* _name;
 };
+
+// A line that was held back.
+struct HeldLine {
+    const char* unit;
+    int number;
+    std::string text;
+};
+
+// Holds back what this thread would deliver while the object lives, so that work may be done before its turn and be
+// reported when it comes. One at a time in a thread.
+class Hold {
+public:
+    Hold();
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+    ~Hold();
+
+    std::vector<HeldLine> take() { return std::move(_lines); }
+
+private:
+    friend void print(Kind kind, const char* format, std::va_list arguments);
+
+    std::vector<HeldLine> _lines;
+};
+
+// Delivers lines that were held back, with their positions.
+void deliver(const std::vector<HeldLine>& lines);
 
 // The debugger record's fields, as setDebugger() and setDumpPath() change them while other threads log.
 void setSink(int level, void (*print)(const char*));

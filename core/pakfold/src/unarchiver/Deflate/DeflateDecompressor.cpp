@@ -7,6 +7,7 @@
 #include <span>
 
 #include "Raise.h"
+#include "utils/OutputSpace.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -62,17 +63,31 @@ private:
     int _result = Z_OK;
 };
 
-// Collects the output into pieces of one size.
-class PieceWriter {
+// Where inflated bytes go: into the stream's own memory while it lends some, otherwise to it in pieces of one size.
+class Sink {
 public:
-    PieceWriter(OutputStream& out, DecompressProcessor* processor) : _out(out), _processor(processor) {}
+    // A processor is asked about pieces, so none is bypassed.
+    Sink(OutputStream& out, DecompressProcessor* processor)
+        : _out(out), _processor(processor), _lender(processor ? nullptr : dynamic_cast<OutputSpace*>(&out)) {}
 
-    std::span<char> space() { return {_piece.get() + _filled, static_cast<std::size_t>(kSize - _filled)}; }
+    std::span<char> space() {
+        if (_lender) {
+            const std::span<char> lent = _lender->lendSpace();
+            if (!lent.empty()) return lent;
+            _lender = nullptr;
+        }
+        if (!_piece) _piece = std::make_unique_for_overwrite<char[]>(kPiece);
+        return {_piece.get() + _filled, static_cast<std::size_t>(kPiece - _filled)};
+    }
 
     // Takes `n` bytes of the space as filled. False when the processor wants no more.
     bool commit(std::size_t n) {
+        if (_lender) {
+            _lender->commitSpace(static_cast<long>(n));
+            return true;
+        }
         _filled += static_cast<int>(n);
-        return _filled < kSize || flush();
+        return _filled < kPiece || flush();
     }
 
     bool flush() {
@@ -85,25 +100,26 @@ public:
     }
 
 private:
-    static constexpr int kSize = DeflateDecompressor::kOutputPiece;
+    static constexpr int kPiece = DeflateDecompressor::kOutputPiece;
 
     OutputStream& _out;
     DecompressProcessor* _processor;
-    std::unique_ptr<char[]> _piece = std::make_unique_for_overwrite<char[]>(kSize);
+    OutputSpace* _lender;
+    std::unique_ptr<char[]> _piece;
     int _filled = 0;
 };
 
 // Inflates the input that was fed. False when the processor wants no more.
-bool inflateFed(Inflater& inflater, PieceWriter& writer) {
+bool inflateFed(Inflater& inflater, Sink& sink) {
     while (true) {
-        const std::size_t space = writer.space().size();
-        const std::size_t count = inflater.inflate(writer.space());
-        if (!writer.commit(count)) return false;
+        const std::span<char> space = sink.space();
+        const std::size_t count = inflater.inflate(space);
+        if (!sink.commit(count)) return false;
         if (inflater.failed()) {
-            if (writer.flush()) inflater.raiseFailure();
+            if (sink.flush()) inflater.raiseFailure();
             return false;
         }
-        if (inflater.ended() || count < space) return true;
+        if (inflater.ended() || count < space.size()) return true;
     }
 }
 
@@ -114,7 +130,7 @@ DeflateDecompressor::~DeflateDecompressor() = default;
 void DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out) {
     if (!in.markSupported()) kUnit.raise<CompressionException>("mark() not supported by input stream");
     Inflater inflater(_raw);
-    PieceWriter writer(out, _processor);
+    Sink sink(out, _processor);
     const auto input = std::make_unique_for_overwrite<char[]>(kInputPiece);
     const bool sizeKnown = compressedSize != kUnknownSize;
     std::int64_t left = sizeKnown ? compressedSize : std::numeric_limits<std::int64_t>::max();
@@ -123,18 +139,18 @@ void DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSiz
         const int count =
             left > 0 ? in.read(input.get(), static_cast<int>(std::min<std::int64_t>(left, kInputPiece))) : 0;
         if (count < 1) {
-            if (writer.flush()) Inflater::raiseTooShort();
+            if (sink.flush()) Inflater::raiseTooShort();
             return;
         }
         left -= count;
         inflater.feed({input.get(), static_cast<std::size_t>(count)});
-        if (!inflateFed(inflater, writer)) return;
+        if (!inflateFed(inflater, sink)) return;
         if (inflater.ended() && !sizeKnown) {
             in.reset();
             in.skip(count - inflater.unusedInput());
         }
     }
-    writer.flush();
+    sink.flush();
 }
 
 int DeflateDecompressor::getAlgorithm() const { return kAlgorithmDeflate; }

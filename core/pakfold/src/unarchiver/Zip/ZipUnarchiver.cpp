@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <span>
 #include <string>
 
 #include "ZipDataExtent.h"
@@ -11,6 +12,7 @@
 #include "unarchiver/Zip.h"
 #include "util/Diag.h"
 #include "utils/IOUtils.h"
+#include "utils/OutputSpace.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -224,8 +226,18 @@ void ZipUnarchiver::unpack(const ZipEntryInfo& entry, const ZipDataExtent& exten
 
 // The bytes as they are in the archive. Of a stream whose sizes are unknown, as many as the last known size says.
 void ZipUnarchiver::copyStored(const ZipDataExtent& extent, OutputStream& out) {
-    const std::int64_t count = extent.known ? extent.packedSize : _info.compressedSize;
-    IOUtils::readAndWrite(*_in, out, static_cast<long>(count));
+    std::int64_t left = extent.known ? extent.packedSize : _info.compressedSize;
+    auto* const lender = dynamic_cast<OutputSpace*>(&out);
+    while (lender && left > 0) {
+        const std::span<char> space = lender->lendSpace();
+        const auto wanted = std::min<std::int64_t>(static_cast<std::int64_t>(space.size()), left);
+        if (wanted == 0) break;
+        const int count = _in->read(space.data(), clampedSize(wanted));
+        if (count < 1) return;
+        lender->commitSpace(count);
+        left -= count;
+    }
+    IOUtils::readAndWrite(*_in, out, static_cast<long>(left));
 }
 
 void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& out) {
