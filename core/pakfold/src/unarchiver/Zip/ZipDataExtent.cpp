@@ -28,15 +28,13 @@ public:
 
     using OutputStream::write;
     int write(const char* buf, int len) override {
-        const auto count = static_cast<std::size_t>(len);
-        std::vector<char>& content = _extent.content;
         _extent.unpackedSize += len;
-        if (_extent.hasContent && count <= ZipDataExtent::kMostKept - content.size()) {
-            content.insert(content.end(), buf, buf + count);
+        if (_extent.hasContent && _extent.unpackedSize <= static_cast<std::int64_t>(ZipDataExtent::kMostKept)) {
+            _extent.content.emplace_back(buf, static_cast<std::size_t>(len));
             return len;
         }
-        ScanBudget::chargeDiscardedBytes(static_cast<std::int64_t>(content.size() + count));
-        content = {};
+        ScanBudget::chargeDiscardedBytes(_extent.hasContent ? _extent.unpackedSize : len);
+        _extent.content = {};
         _extent.hasContent = false;
         return len;
     }

@@ -242,11 +242,7 @@ void ZipUnarchiver::copyStored(const ZipDataExtent& extent, OutputStream& out) {
 
 void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& out) {
     if (extent.hasContent && !_decompression) {
-        constexpr std::size_t kPiece = DeflateDecompressor::kOutputPiece;
-        for (std::size_t done = 0; done < extent.content.size(); done += kPiece) {
-            const std::size_t count = std::min(kPiece, extent.content.size() - done);
-            out.write(extent.content.data() + done, static_cast<int>(count));
-        }
+        for (const std::string& piece : extent.content) out.write(piece.data(), static_cast<int>(piece.size()));
         return;
     }
     DeflateDecompressor inflate(true, _decompression);
