@@ -1,5 +1,8 @@
 #include "BlockTest.h"
 
+#include <algorithm>
+#include <bit>
+
 #if defined(__x86_64__) || defined(__i386__)
 #include <immintrin.h>
 #define BLOCKTEST_X86 1
@@ -7,18 +10,19 @@
 
 namespace {
 
-constexpr unsigned kBlock = kBlockSlots;
-
-std::size_t testPortably(const char* bytes, const unsigned char* layers, unsigned layerCount, std::uint32_t blockCount,
+std::size_t testPortably(const char* bytes, const BlockRows* rows1, const BlockRows* rows2, std::uint32_t blockCount,
                          BlockHits* result) {
-    const unsigned rowBytes = layerCount * kBlock;
+    const auto fits = [](char byte, std::uint8_t set) {
+        const std::uint8_t code = byteCode(static_cast<std::uint8_t>(byte));
+        return (code & set) == code;
+    };
     BlockHits* next = result;
-    for (std::uint32_t block = 0; block < blockCount; ++block, bytes += kBlock, layers += 2 * rowBytes) {
+    for (std::uint32_t block = 0; block < blockCount; ++block, bytes += kBlockSlots, ++rows1, ++rows2) {
         std::uint32_t slots = 0;
-        for (unsigned i = 0; i < rowBytes; ++i) {
-            const bool hit = static_cast<unsigned char>(bytes[i % kBlock]) == layers[i] &&
-                             static_cast<unsigned char>(bytes[i % kBlock + 1]) == layers[rowBytes + i];
-            slots |= std::uint32_t{hit} << (i % kBlock);
+        for (unsigned i = 0; i < kBlockSlots; ++i) {
+            const bool hit = fits(bytes[i], rows1->sets[0][i]) && fits(bytes[i + 1], rows1->sets[1][i]) &&
+                             fits(bytes[i + 2], rows2->sets[0][i]) && fits(bytes[i + 3], rows2->sets[1][i]);
+            slots |= std::uint32_t{hit} << i;
         }
         if (slots != 0) *next++ = {block, slots};
     }
@@ -27,64 +31,83 @@ std::size_t testPortably(const char* bytes, const unsigned char* layers, unsigne
 
 #ifdef BLOCKTEST_X86
 
-// In both of these: few blocks have a first byte that fits, so the second ones are only looked at behind such a hit.
+// By the lowest four bits of a byte; a shuffle looks them up for many bytes at once.
+alignas(16) constexpr std::uint8_t kCodes[16] = {
+    byteCode(0), byteCode(1), byteCode(2),  byteCode(3),  byteCode(4),  byteCode(5),  byteCode(6),  byteCode(7),
+    byteCode(8), byteCode(9), byteCode(10), byteCode(11), byteCode(12), byteCode(13), byteCode(14), byteCode(15),
+};
+constexpr char kIndexBits = 0x0F;
 
-__attribute__((target("sse2"))) std::size_t testWithSse2(const char* bytes, const unsigned char* layers,
-                                                         unsigned layerCount, std::uint32_t blockCount,
-                                                         BlockHits* result) {
-    constexpr unsigned kHalf = kBlock / 2;
-    const unsigned rowBytes = layerCount * kBlock;
+__attribute__((target("ssse3"))) inline __m128i misfitsWithSsse3(const char* bytes, const std::uint8_t* sets) {
+    const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(kCodes));
+    const __m128i loaded = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+    const __m128i index = _mm_and_si128(loaded, _mm_set1_epi8(kIndexBits));
+    return _mm_andnot_si128(_mm_load_si128(reinterpret_cast<const __m128i*>(sets)), _mm_shuffle_epi8(codes, index));
+}
+
+__attribute__((target("ssse3"))) inline std::uint32_t hitsWithSsse3(const char* bytes, const BlockRows& rows) {
+    constexpr unsigned kHalf = kBlockSlots / 2;
+    std::uint32_t slots = 0;
+    for (unsigned i = 0; i < kBlockSlots; i += kHalf) {
+        const __m128i misfits = _mm_or_si128(misfitsWithSsse3(bytes + i, rows.sets[0] + i),
+                                             misfitsWithSsse3(bytes + i + 1, rows.sets[1] + i));
+        const __m128i hits = _mm_cmpeq_epi8(misfits, _mm_setzero_si128());
+        slots |= static_cast<std::uint32_t>(_mm_movemask_epi8(hits)) << i;
+    }
+    return slots;
+}
+
+__attribute__((target("ssse3"))) std::size_t testWithSsse3(const char* bytes, const BlockRows* rows1,
+                                                           const BlockRows* rows2, std::uint32_t blockCount,
+                                                           BlockHits* result) {
     BlockHits* next = result;
-    for (std::uint32_t block = 0; block < blockCount; ++block, bytes += kBlock, layers += 2 * rowBytes) {
-        std::uint32_t slots = 0;
-        for (unsigned half = 0; half < kBlock; half += kHalf) {
-            const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + half));
-            __m128i equal = _mm_setzero_si128();
-            for (unsigned row = half; row < rowBytes; row += kBlock) {
-                const __m128i expected = _mm_loadu_si128(reinterpret_cast<const __m128i*>(layers + row));
-                equal = _mm_or_si128(equal, _mm_cmpeq_epi8(first, expected));
-            }
-            if (_mm_movemask_epi8(equal) == 0) continue;
-
-            const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + half + 1));
-            equal = _mm_setzero_si128();
-            for (unsigned row = half; row < rowBytes; row += kBlock) {
-                const __m128i expected1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(layers + row));
-                const __m128i expected2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(layers + rowBytes + row));
-                const __m128i equal1 = _mm_cmpeq_epi8(first, expected1);
-                equal = _mm_or_si128(equal, _mm_and_si128(equal1, _mm_cmpeq_epi8(second, expected2)));
-            }
-            slots |= static_cast<std::uint32_t>(_mm_movemask_epi8(equal)) << half;
-        }
+    for (std::uint32_t block = 0; block < blockCount; ++block, bytes += kBlockSlots) {
+        std::uint32_t slots = hitsWithSsse3(bytes, rows1[block]);
+        if (slots != 0) slots &= hitsWithSsse3(bytes + 2, rows2[block]);
         if (slots != 0) *next++ = {block, slots};
     }
     return static_cast<std::size_t>(next - result);
 }
 
-__attribute__((target("avx2"))) std::size_t testWithAvx2(const char* bytes, const unsigned char* layers,
-                                                         unsigned layerCount, std::uint32_t blockCount,
-                                                         BlockHits* result) {
-    const unsigned rowBytes = layerCount * kBlock;
-    BlockHits* next = result;
-    for (std::uint32_t block = 0; block < blockCount; ++block, bytes += kBlock, layers += 2 * rowBytes) {
-        const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
-        __m256i equal = _mm256_setzero_si256();
-        for (unsigned row = 0; row < rowBytes; row += kBlock) {
-            const __m256i expected = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(layers + row));
-            equal = _mm256_or_si256(equal, _mm256_cmpeq_epi8(first, expected));
-        }
-        if (_mm256_movemask_epi8(equal) == 0) continue;
+__attribute__((target("avx2"))) inline __m256i misfitsWithAvx2(const char* bytes, const std::uint8_t* sets) {
+    const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(kCodes));
+    const __m256i loaded = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
+    const __m256i index = _mm256_and_si256(loaded, _mm256_set1_epi8(kIndexBits));
+    return _mm256_andnot_si256(_mm256_load_si256(reinterpret_cast<const __m256i*>(sets)),
+                               _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(codes), index));
+}
 
-        const __m256i second = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + 1));
-        equal = _mm256_setzero_si256();
-        for (unsigned row = 0; row < rowBytes; row += kBlock) {
-            const __m256i expected1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(layers + row));
-            const __m256i expected2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(layers + rowBytes + row));
-            const __m256i equal1 = _mm256_cmpeq_epi8(first, expected1);
-            equal = _mm256_or_si256(equal, _mm256_and_si256(equal1, _mm256_cmpeq_epi8(second, expected2)));
+__attribute__((target("avx2"))) inline __m256i misfitsWithAvx2(const char* bytes, const BlockRows& rows) {
+    return _mm256_or_si256(misfitsWithAvx2(bytes, rows.sets[0]), misfitsWithAvx2(bytes + 1, rows.sets[1]));
+}
+
+__attribute__((target("avx2"))) inline std::uint32_t hitsWithAvx2(__m256i misfits) {
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(misfits, _mm256_setzero_si256())));
+}
+
+// Some blocks have a slot that the first two bytes fit, in no order that a processor could predict. So a run of blocks
+// is looked through for them without a branch; the second rows, of which hardly any are needed, are read behind them.
+__attribute__((target("avx2"))) std::size_t testWithAvx2(const char* bytes, const BlockRows* rows1,
+                                                         const BlockRows* rows2, std::uint32_t blockCount,
+                                                         BlockHits* result) {
+    constexpr std::uint32_t kRun = 64;
+    BlockHits* next = result;
+    for (std::uint32_t begin = 0; begin < blockCount; begin += kRun) {
+        const std::uint32_t end = std::min(begin + kRun, blockCount);
+        std::uint64_t passed = 0;  // The lowest bit stands for the run's last block.
+        const char* at = bytes + std::size_t{begin} * kBlockSlots;
+#pragma GCC unroll 4
+        for (const BlockRows* rows = rows1 + begin; rows != rows1 + end; ++rows, at += kBlockSlots) {
+            passed = passed * 2 + (hitsWithAvx2(misfitsWithAvx2(at, *rows)) != 0);
         }
-        const auto slots = static_cast<std::uint32_t>(_mm256_movemask_epi8(equal));
-        if (slots != 0) *next++ = {block, slots};
+        for (; passed != 0; passed &= passed - 1) {
+            const std::uint32_t block = end - 1 - static_cast<std::uint32_t>(std::countr_zero(passed));
+            const char* const first = bytes + std::size_t{block} * kBlockSlots;
+            const __m256i misfits =
+                _mm256_or_si256(misfitsWithAvx2(first, rows1[block]), misfitsWithAvx2(first + 2, rows2[block]));
+            const std::uint32_t slots = hitsWithAvx2(misfits);
+            if (slots != 0) *next++ = {block, slots};
+        }
     }
     return static_cast<std::size_t>(next - result);
 }
@@ -96,7 +119,7 @@ __attribute__((target("avx2"))) std::size_t testWithAvx2(const char* bytes, cons
 std::vector<BlockTest> availableBlockTests() {
     std::vector<BlockTest> tests{testPortably};
 #ifdef BLOCKTEST_X86
-    if (__builtin_cpu_supports("sse2")) tests.push_back(testWithSse2);
+    if (__builtin_cpu_supports("ssse3")) tests.push_back(testWithSsse3);
     if (__builtin_cpu_supports("avx2")) tests.push_back(testWithAvx2);
 #endif
     return tests;

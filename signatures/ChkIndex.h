@@ -5,7 +5,7 @@
 // window of at most 64 KiB. Within a plane, records with the same first offset form a group: one 4-byte read answers
 // for all of them. Each group has a 64-bit filter, one bit for each check string's hash, and its check strings in
 // ascending order behind it; so most groups are ruled out by one multiplication and a bit test. A plane with many
-// groups asks a SlotFilter first, which looks at 16 or 32 positions at a time.
+// groups asks a SlotFilter first, which looks at 32 positions at a time.
 //
 // The index only finds candidates. Whether one matches is for the caller to verify.
 // Immutable once built; shared by any number of threads.

@@ -17,21 +17,32 @@ unsigned char smallByte(std::mt19937& random) { return static_cast<unsigned char
 
 TEST(BlockTest, everyVersionFindsTheSame) {
     std::mt19937 random(1);
-    for (const unsigned layerCount : {1U, 2U, 8U}) {
-        const std::uint32_t blockCount = 37;
-        std::vector<char> bytes(blockCount * kBlockSlots + 1);
-        std::vector<unsigned char> layers(std::size_t{2} * blockCount * kBlockSlots * layerCount);
-        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(smallByte(random)); });
-        // Mostly a byte that never fits, so that some blocks have no hit.
-        std::generate(layers.begin(), layers.end(), [&] { return random() % 4 ? 0xA5 : smallByte(random); });
-
+    for (const std::uint32_t blockCount : {100U, 128U, 300U}) {
+        std::vector<char> bytes(blockCount * kBlockSlots + 3);
+        // The upper four bits make no difference.
+        const auto byte = [&] { return static_cast<char>(5U * smallByte(random) | (random() & 0xF0U)); };
+        std::generate(bytes.begin(), bytes.end(), byte);
+        std::vector<BlockRows> rows1(blockCount);
+        std::vector<BlockRows> rows2(blockCount);
+        // One value a set, or none, so that some blocks have no hit.
+        for (auto* const rows : {&rows1, &rows2}) {
+            for (BlockRows& row : *rows) {
+                for (auto& sets : row.sets) {
+                    std::generate(std::begin(sets), std::end(sets), [&] {
+                        return random() % 8 ? byteCode(static_cast<std::uint8_t>(5U * smallByte(random)))
+                                            : std::uint8_t{0};
+                    });
+                }
+            }
+        }
         std::vector<std::vector<std::pair<std::uint32_t, std::uint32_t>>> answers;
         for (const BlockTest test : availableBlockTests()) {
             std::vector<BlockHits> hits(blockCount);
-            hits.resize(test(bytes.data(), layers.data(), layerCount, blockCount, hits.data()));
+            hits.resize(test(bytes.data(), rows1.data(), rows2.data(), blockCount, hits.data()));
             auto& answer = answers.emplace_back();
             for (const BlockHits& hit : hits) answer.emplace_back(hit.block, hit.slots);
-            EXPECT_EQ(answer, answers[0]) << layerCount;
+            std::sort(answer.begin(), answer.end());
+            EXPECT_EQ(answer, answers[0]) << blockCount;
         }
         EXPECT_FALSE(answers[0].empty());
         EXPECT_LT(answers[0].size(), blockCount);
