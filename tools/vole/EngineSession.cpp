@@ -2,7 +2,10 @@
 
 #include <charconv>
 #include <cstdio>
+#include <iterator>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "Escape.h"
 #include "voleeng.h"
@@ -10,11 +13,18 @@
 namespace {
 
 constexpr int kAllDiagnostics = 3;
+constexpr std::string_view kArchiveMark = ".unar/";  // Behind each archive's name in a member's.
+
+// What holds where no usable options file says otherwise.
+constexpr const char* kDefaultLimits[] = {"MaxUnarEntries      = 100", "MaxUnarRatio        = 250",
+                                          "MaxUnarLevelEntries = 50", "MaxUnarDepth        = 50",
+                                          "MaxUnarSize         = 1048576 bytes"};
 
 // init() is lenient: it succeeds when only the lists loaded, and the plug-in's text replaces every other one in its
 // message. Whether the signatures loaded, why not, and how many there are is only told by its diagnostic lines.
 struct LoadReport {
     int signatureCount = -1;
+    std::vector<std::string> limits;
     bool signaturesFailed = false;
     std::string reason;
     bool reasonFollows = false;
@@ -33,12 +43,24 @@ void printDiagnostic(const char* text) {
     std::fputs(line.c_str(), stderr);
 }
 
+// What follows the mark in the line; nothing when the mark is not there.
+std::optional<std::string_view> textBehind(std::string_view line, std::string_view mark) {
+    const std::size_t position = line.find(mark);
+    if (position == std::string_view::npos) return std::nullopt;
+    return line.substr(position + mark.size());
+}
+
 void readSignatureCount(std::string_view line) {
-    constexpr std::string_view kMark = "vole-engine, pattern [";
-    const std::size_t position = line.find(kMark);
-    if (position == std::string_view::npos) return;
-    line.remove_prefix(position + kMark.size());
-    std::from_chars(line.data(), line.data() + line.size(), loadReport->signatureCount);
+    if (const auto count = textBehind(line, "vole-engine, pattern [")) {
+        std::from_chars(count->data(), count->data() + count->size(), loadReport->signatureCount);
+    }
+}
+
+// "[unit:line] MaxUnarDepth        = 50."
+void readLimit(std::string_view line) {
+    const auto limit = textBehind(line, "] MaxUnar");
+    if (!limit || limit->find(" = ") == std::string_view::npos) return;
+    loadReport->limits.push_back("MaxUnar" + std::string(limit->substr(0, limit->find_last_not_of(".\n") + 1)));
 }
 
 void collectLoadLine(const char* text) {
@@ -51,6 +73,15 @@ void collectLoadLine(const char* text) {
         loadReport->signaturesFailed = loadReport->reasonFollows = true;
     }
     readSignatureCount(line);
+    readLimit(line);
+}
+
+// Where the engine's line says that the last match was.
+std::string matchedName;
+
+void collectMatchLine(const char* text) {
+    const auto name = textBehind(text, "match in [");
+    if (name) matchedName = name->substr(0, name->rfind("], level="));
 }
 
 void setDiagnostics(int level, void (*print)(const char*)) {
@@ -64,7 +95,7 @@ std::string textOrCode(const std::string& text, int code) {
 
 }  // namespace
 
-EngineSession::EngineSession(const EngineOptions& options) {
+EngineSession::EngineSession(const EngineOptions& options) : _diagnostics(options.diagnostics) {
     LoadReport report;
     report.echo = options.diagnostics;
     loadReport = &report;
@@ -86,6 +117,8 @@ EngineSession::EngineSession(const EngineOptions& options) {
         throw LoadError(failure);
     }
     _signatureCount = report.signatureCount;
+    _limits = std::move(report.limits);
+    if (_limits.empty()) _limits.assign(std::begin(kDefaultLimits), std::end(kDefaultLimits));
     setDumpPath(options.dumpDir.c_str());
 }
 
@@ -99,7 +132,26 @@ ScanResult EngineSession::scan(const std::string& path) const {
     std::string name;
     std::string message;
     const int result = scanFile(path.c_str(), name, message);
-    if (result == VOLE_CLEAN) return {Verdict::clean, {}};
-    if (result == VOLE_FOUND) return {Verdict::found, std::move(name)};
-    return {Verdict::failed, textOrCode(message, result)};
+    if (result == VOLE_CLEAN) return {Verdict::clean, {}, {}};
+    if (result == VOLE_FOUND) return {Verdict::found, std::move(name), findEntry(path)};
+    return {Verdict::failed, textOrCode(message, result), {}};
+}
+
+// Only the engine's diagnostics tell in which archive member a match was. They slow a scan down, so only a file that
+// is known to be infected is scanned with them.
+std::string EngineSession::findEntry(const std::string& path) const {
+    matchedName.clear();
+    setDiagnostics(kAllDiagnostics, collectMatchLine);
+    std::string name;
+    std::string message;
+    scanFile(path.c_str(), name, message);
+    setDiagnostics(_diagnostics ? kAllDiagnostics : 0, _diagnostics ? printDiagnostic : nullptr);
+
+    const std::string archive = path.substr(path.rfind('/') + 1) + std::string(kArchiveMark);
+    if (!matchedName.starts_with(archive)) return {};
+    std::string entry = matchedName.substr(archive.size());
+    for (auto at = entry.find(kArchiveMark); at != std::string::npos; at = entry.find(kArchiveMark, at)) {
+        entry.replace(at, kArchiveMark.size(), "/");
+    }
+    return entry;
 }

@@ -1,12 +1,13 @@
 // EngineSession: the engine, loaded with one pattern directory for as long as this object lives.
 //   Owns:    the engine's signature sets, and the process's debugger settings: there is one session at a time.
 //   Throws:  LoadError when scanning with this directory would mean nothing.
-//   Threads: construction and destruction on one thread; scan() from any number.
+//   Threads: all on one thread at a time.
 #ifndef VOLE_TOOL_ENGINE_SESSION_H
 #define VOLE_TOOL_ENGINE_SESSION_H
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 struct LoadError : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -22,7 +23,8 @@ enum class Verdict { clean, found, failed };
 
 struct ScanResult {
     Verdict verdict;
-    std::string text;  // found: the signature's name; failed: the reason, never empty
+    std::string text;   // found: the signature's name; failed: the reason, never empty
+    std::string entry;  // found in an archive member: its path, with the archives that it lies in as folders
 };
 
 class EngineSession {
@@ -37,8 +39,15 @@ public:
     // Signature lines accepted while loading; -1 when the engine did not tell.
     int signatureCount() const { return _signatureCount; }
 
+    // The limits on unpacking that are in force, one "name = value" each.
+    const std::vector<std::string>& limits() const { return _limits; }
+
 private:
+    std::string findEntry(const std::string& path) const;
+
+    bool _diagnostics;
     int _signatureCount = -1;
+    std::vector<std::string> _limits;
 };
 
 #endif  // VOLE_TOOL_ENGINE_SESSION_H

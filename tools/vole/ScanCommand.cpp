@@ -60,7 +60,7 @@ private:
             case Verdict::found:
                 ++_tally.scanned;
                 ++_tally.infected;
-                report(path, result.text, " FOUND");
+                report(path, result.entry.empty() ? result.text : result.text + " in " + result.entry, " FOUND");
                 break;
             case Verdict::failed:
                 ++_tally.errors;
@@ -104,9 +104,13 @@ ExitCode scanPaths(const ScanOptions& options, const EngineOptions& engineOption
     const Clock::time_point start = Clock::now();
     const EngineSession engine(engineOptions);
     Output output(STDOUT_FILENO);
+    if (options.limits) {
+        for (const std::string& limit : engine.limits()) output.writeLine(limit);
+    }
     Scan scan(engine, options.onlyFindings, output);
     for (const std::string& path : options.paths) scan.scanTree(path);
-    if (!options.noSummary) writeSummary(output, engine.signatureCount(), scan.tally(), Clock::now() - start);
+    if (!options.noSummary && !options.paths.empty())
+        writeSummary(output, engine.signatureCount(), scan.tally(), Clock::now() - start);
     if (!output.flush()) complain("cannot write the report: " + output.errorText());
     return exitCodeOf(scan.tally(), output.failed());
 }

@@ -15,6 +15,7 @@ struct ScanOptions {
     std::vector<std::string> paths;
     bool onlyFindings = false;  // findings and errors are listed, clean files are not
     bool noSummary = false;
+    bool limits = false;  // the limits on unpacking are printed; there may be no paths then
 };
 
 // The starter patterns that belong to this program: beside it, or in the source tree whose build folder it lies in.

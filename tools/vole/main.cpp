@@ -85,10 +85,15 @@ private:
             ->type_name("DIR");
         scan->add_flag("-i,--infected", _scanOptions.onlyFindings, "List findings and errors only");
         scan->add_flag("--no-summary", _scanOptions.noSummary, "Leave the closing summary out");
+        CLI::Option* limits =
+            scan->add_flag("--limits", _scanOptions.limits, "Print the limits on unpacking that are in force");
         scan->add_flag("--debug", engine.diagnostics, "Print the engine's diagnostics to standard error");
         scan->add_option("--dump", engine.dumpDir, "Dump extracted archive members below DIR")->type_name("DIR");
         _paths = scan->add_option("PATH", "Files and folders to scan");
-        _paths->type_name("")->required()->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
+        _paths->type_name("")->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
+        scan->callback([this, limits] {
+            if (_paths->count() == 0 && limits->count() == 0) throw CLI::RequiredError(_paths->get_name());
+        });
     }
 
     CLI::App _app{"Scans files for known malware with the Vole Engine.", "vole"};
