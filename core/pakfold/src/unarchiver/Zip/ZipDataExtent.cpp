@@ -85,7 +85,7 @@ bool readDescriptor(const char* bytes, std::uint32_t packedSize, Descriptor& des
     if (loadU32(fields + 4) != packedSize) return false;
     const bool large = loadU32(fields + 8) == 0 && (packedSize != 0 || !startsRecord(loadU32(fields + 12)));
     descriptor = {loadU32(fields), loadU32(fields + (large ? 12 : 8))};
-    return hasSignature || startsRecord(loadU32(fields + 12));
+    return hasSignature || startsRecord(loadU32(fields + (large ? 20 : 12)));
 }
 
 // The checksum of the bytes from the start up to a position that only moves forward.
