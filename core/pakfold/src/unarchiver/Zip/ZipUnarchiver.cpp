@@ -195,11 +195,14 @@ void ZipUnarchiver::fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const
 // Carries out the action and leaves the stream behind the entry's data, if its end is known.
 void ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExtent& extent, int action, OutputStream* out) {
     const std::int64_t end = _in->position() + extent.packedSize;
+    const bool unpacks = out && action == kActionDecompress;
+    // Content that was inflated to find its end and that nobody takes.
+    if (!unpacks) ScanBudget::chargeDiscardedBytes(static_cast<std::int64_t>(extent.content.size()));
     try {
-        if (out && action == kActionCopy) {
-            copyStored(extent, *out);
-        } else if (out && action == kActionDecompress) {
+        if (unpacks) {
             unpack(entry, extent, *out);
+        } else if (out && action == kActionCopy) {
+            copyStored(extent, *out);
         } else {
             passOver(extent);
         }
