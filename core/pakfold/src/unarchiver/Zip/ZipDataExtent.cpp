@@ -18,6 +18,7 @@
 namespace ZOV_SPACE {
 namespace {
 
+constexpr long kFirstSearchPiece = 1024;
 constexpr long kSearchPiece = 65536;
 constexpr int kLongestDescriptor = 24;
 
@@ -43,19 +44,21 @@ private:
     ZipDataExtent& _extent;
 };
 
-// Slides over the buffer in pieces that overlap, so that whatever begins in one can be seen whole.
+// Slides over the buffer in pieces that overlap, so that whatever begins in one can be seen whole. They grow, so that a
+// search costs about as much as it has to pass over.
 class Search {
 public:
     Search(BufferBase& buffer, long start) : _buffer(buffer), _next(start) {}
 
     // False at the buffer's end.
     bool nextPiece() {
-        const int count = _buffer.read(_next, _bytes.get(), static_cast<int>(kSearchPiece) + kLongestDescriptor);
+        const int count = _buffer.read(_next, _bytes.get(), static_cast<int>(_wanted) + kLongestDescriptor);
         if (count < 1) return false;
         std::memset(_bytes.get() + count, 0, kLongestDescriptor);
         _start = _next;
-        _count = std::min<long>(count, kSearchPiece);
+        _count = std::min<long>(count, _wanted);
         _next += _count;
+        _wanted = std::min(2 * _wanted, kSearchPiece);
         return true;
     }
 
@@ -66,10 +69,12 @@ public:
 private:
     BufferBase& _buffer;
     long _next;
+    long _wanted = kFirstSearchPiece;
     long _start = 0;
     long _count = 0;
     std::unique_ptr<char[]> _bytes =
-        std::make_unique<char[]>(static_cast<std::size_t>(kSearchPiece) + std::size_t{2} * kLongestDescriptor);
+        std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kSearchPiece) +
+                                               std::size_t{2} * kLongestDescriptor);
 };
 
 struct Descriptor {
@@ -120,7 +125,6 @@ ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
     Search search(buffer, start);
     RunningCheckSum checkSum(search, start);
     while (search.nextPiece()) {
-        ScanBudget::chargeDiscardedBytes(search.count());
         for (long i = 0; i < search.count(); ++i) {
             const char* const bytes = search.bytes() + i;
             const auto distance = static_cast<std::uint32_t>(search.start() - start + i);
@@ -132,8 +136,10 @@ ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
             extent.packedSize = distance;
             extent.unpackedSize = descriptor.unpackedSize;
             extent.checkSum = descriptor.checkSum;
+            ScanBudget::chargeDiscardedBytes(i);
             return extent;
         }
+        ScanBudget::chargeDiscardedBytes(search.count());
         if (stored) checkSum.upTo(search.start() + search.count());
     }
     extent.packedSize = extent.unpackedSize = std::max(buffer.getSize() - start, 0L);
