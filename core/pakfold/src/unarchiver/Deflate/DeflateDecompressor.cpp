@@ -109,17 +109,16 @@ private:
     int _filled = 0;
 };
 
-// Inflates the input that was fed. False when the processor wants no more.
-bool inflateFed(Inflater& inflater, Sink& sink) {
+enum class Fed { kGoesOn, kStopped, kFailed };
+
+// Inflates the input that was fed, until zlib wants more, has reached the end or fails, or the processor stops it.
+Fed inflateFed(Inflater& inflater, Sink& sink) {
     while (true) {
         const std::span<char> space = sink.space();
         const std::size_t count = inflater.inflate(space);
-        if (!sink.commit(count)) return false;
-        if (inflater.failed()) {
-            if (sink.flush()) inflater.raiseFailure();
-            return false;
-        }
-        if (inflater.ended() || count < space.size()) return true;
+        if (!sink.commit(count)) return Fed::kStopped;
+        if (inflater.failed()) return sink.flush() ? Fed::kFailed : Fed::kStopped;
+        if (inflater.ended() || count < space.size()) return Fed::kGoesOn;
     }
 }
 
@@ -144,11 +143,13 @@ void DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSiz
         }
         left -= count;
         inflater.feed({input.get(), static_cast<std::size_t>(count)});
-        if (!inflateFed(inflater, sink)) return;
-        if (inflater.ended() && !sizeKnown) {
+        const Fed result = inflateFed(inflater, sink);
+        if (!sizeKnown && inflater.unusedInput() > 0) {
             in.reset();
             in.skip(count - inflater.unusedInput());
         }
+        if (result == Fed::kFailed) inflater.raiseFailure();
+        if (result == Fed::kStopped) return;
     }
     sink.flush();
 }

@@ -72,9 +72,8 @@ private:
     long _wanted = kFirstSearchPiece;
     long _start = 0;
     long _count = 0;
-    std::unique_ptr<char[]> _bytes =
-        std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kSearchPiece) +
-                                               std::size_t{2} * kLongestDescriptor);
+    std::unique_ptr<char[]> _bytes = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kSearchPiece) +
+                                                                            std::size_t{2} * kLongestDescriptor);
 };
 
 struct Descriptor {
