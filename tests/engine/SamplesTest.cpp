@@ -1,0 +1,113 @@
+// Real archives, as far as they lie beside the checkout: what is known to be in them must be found, and damaged ones
+// must not keep a scan busy.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "VoleOptions.h"
+#include "support/TempDir.h"
+#include "voleeng.h"
+
+namespace {
+
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+const fs::path kSamples = VOLE_SAMPLES_DIR;
+
+// Archives of one kind that must give up all their contents.
+struct Kind {
+    const char* category;
+    std::string start;               // Of their files.
+    std::set<json> methods;          // Of their entries.
+    std::set<std::string> excepted;  // Files.
+};
+
+const Kind kKinds[] = {
+    {"zip",
+     // Prefixed and self-extracting archives begin with something else, and so do the volumes of a set.
+     "PK\3\4",
+     {0, 8},
+     // The entry lies in the archive's comment.
+     {"zip/zip64-in-archive-comment.zip"}},
+};
+
+class Samples : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!fs::exists(kSamples / "manifest.json")) {
+            GTEST_SKIP() << "NO SAMPLES in " << kSamples << ": set VOLE_SAMPLES_DIR to test with real archives.";
+        }
+        samples = json::parse(std::ifstream(kSamples / "manifest.json")).at("samples");
+        VoleOptions::set({0, 0, 0, 50, 0});
+    }
+    ~Samples() override {
+        freeResource();
+        VoleOptions::set({100, 250, 50, 50, 1048576});
+    }
+
+    static void know(const std::string& record) {
+        freeResource();
+        const TempDir patterns;
+        patterns.write("a.hdb", record);
+        patterns.write("voleeng.ini", "MaxUnarEntries=0\nMaxUnarRatio=0\nMaxUnarLevelEntries=0\nMaxUnarSize=0\n");
+        std::string message;
+        ASSERT_EQ(init(patterns.path().c_str(), message), 0) << message;
+    }
+    static int scan(const std::string& file) {
+        std::string virus, message;
+        return scanFile((kSamples / file).c_str(), virus, message);
+    }
+
+    json samples;
+};
+
+// The records of the contents that the kind's rules ask for in a sample, in the form of an ".hdb" file.
+std::vector<std::string> expected(const Kind& kind, const json& sample) {
+    std::vector<std::string> records;
+    const std::string file = sample.at("file");
+    std::string start(kind.start.size(), '\0');
+    std::ifstream(kSamples / file, std::ios::binary).read(start.data(), static_cast<std::streamsize>(start.size()));
+    if (sample.at("category") != kind.category || start != kind.start || kind.excepted.contains(file)) return records;
+    for (const json& entry : sample.at("entries")) {
+        if (entry.value("content_state", "") != "confirmed" || !kind.methods.contains(entry.at("method"))) continue;
+        const json& content = entry.at("content");
+        if (content.at("size") == 0) continue;
+        records.push_back(content.at("md5").get<std::string>() + ":" + content.at("size").dump() + ":Known\n");
+    }
+    return records;
+}
+
+TEST_F(Samples, contentsAreFoundByTheirDigests) {
+    for (const Kind& kind : kKinds) {
+        int known = 0;
+        for (const json& sample : samples) {
+            for (const std::string& record : expected(kind, sample)) {
+                know(record);
+                EXPECT_EQ(scan(sample.at("file")), VOLE_FOUND) << sample.at("file") << " " << record;
+                ++known;
+            }
+        }
+        EXPECT_GT(known, 0) << kind.category;
+        std::cout << kind.category << ": looked for " << known << " contents\n";
+    }
+}
+
+TEST_F(Samples, damagedArchivesEndInBoundedTime) {
+    constexpr std::chrono::seconds kLongest{60};
+    know("00000000000000000000000000000000:1:Nothing\n");
+    for (const json& sample : samples) {
+        const auto start = std::chrono::steady_clock::now();
+        const int result = scan(sample.at("file"));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, kLongest) << sample.at("file");
+        EXPECT_EQ(result, VOLE_CLEAN) << sample.at("file");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,268 @@
+// From an archive to records on the work list, and to what a scan reports of them.
+#include "Unarchive.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "VoleOptions.h"
+#include "io/SmartBufferBase.h"
+#include "support/EngineLog.h"
+#include "support/SignatureText.h"
+#include "support/TempDir.h"
+#include "support/ZipBuilder.h"
+#include "util/Diag.h"
+#include "voleeng.h"
+
+namespace {
+
+using namespace std::string_literals;
+namespace fs = std::filesystem;
+
+constexpr OptionValues kDefaults{VoleOptions::DefaultMaxEntries, VoleOptions::DefaultMaxRatio,
+                                 VoleOptions::DefaultMaxLevelEntries, VoleOptions::DefaultMaxDepth,
+                                 VoleOptions::DefaultMaxSize};
+
+struct Opened {
+    int result = 0;
+    std::vector<std::string> names, contents;
+    std::string messages;  // Without their positions, each with a line feed behind it.
+};
+
+Opened open(const std::string& archive, const OptionValues& options, const std::string& name = "f") {
+    auto buffer = std::make_unique<ZOV_SPACE::SmartBufferBase>();
+    buffer->append(archive.data(), static_cast<int>(archive.size()));
+    const _st_ArchEntry record{std::move(buffer), 0, name};
+    WorkList list;
+    Opened opened;
+    EngineLog log(1);
+    opened.result = unarchiveOneFile(options, list, record);
+    for (const std::string& line : log.taken()) opened.messages += line.substr(line.find("] ") + 2) + "\n";
+    for (const _st_ArchEntry& entry : list) {
+        EXPECT_EQ(entry.level, 1);
+        EXPECT_EQ(entry.buffer->getType(), 6);
+        opened.names.push_back(entry.name);
+        std::string content(static_cast<std::size_t>(entry.buffer->getSize()), '\0');
+        entry.buffer->read(0, content.data(), static_cast<int>(content.size()));
+        opened.contents.push_back(content);
+    }
+    return opened;
+}
+
+std::string zipOf(std::initializer_list<ZipMember> members) {
+    ZipBuilder zip;
+    for (const ZipMember& member : members) zip.add(member);
+    return zip.archive();
+}
+
+std::string zipOfMany(int directories, int files) {
+    ZipBuilder zip;
+    for (int i = 0; i < directories; ++i) zip.add({"d/", "", 0});
+    for (int i = 0; i < files; ++i) zip.add({std::to_string(i), "small"});
+    return zip.archive();
+}
+
+// An entry of 1000 stored bytes that announces others.
+ZipMember saying(std::uint32_t packed, std::uint32_t unpacked) {
+    return {"e", std::string(1000, 'e'), 0, kNoDescriptor, 0, {}, {}, packed, unpacked};
+}
+
+TEST(Unarchive, entriesAreTakenUpToTheLimits) {
+    const auto with = [](int OptionValues::*limit, int value, OptionValues options = kDefaults) {
+        options.*limit = value;
+        return options;
+    };
+    using O = OptionValues;
+    const OptionValues anyRatio = with(&O::maxRatio, 0), anySize = with(&O::maxSize, 0, anyRatio);
+    const std::string given = "Unarchive Exception: ";
+    const struct {
+        const char* what;
+        std::string archive;
+        OptionValues options;
+        std::size_t taken;
+        std::string message;  // Empty: none.
+    } cases[] = {
+        {"60 files", zipOfMany(0, 60), kDefaults, 50, given + "Reach the level entries limit [50]."},
+        {"50 files", zipOfMany(0, 50), kDefaults, 50, ""},
+        {"directories count", zipOfMany(49, 2), kDefaults, 1, given + "Reach the level entries limit [50]."},
+        {"directories alone", zipOfMany(60, 0), kDefaults, 0, ""},
+        {"any number per level", zipOfMany(0, 101), with(&O::maxLevelEntries, 0), 100,
+         given + "Reach the entries limit [100]."},
+        {"at the entries limit", zipOfMany(0, 100), with(&O::maxLevelEntries, 0), 100, ""},
+        {"any number", zipOfMany(0, 120), with(&O::maxEntries, 0, with(&O::maxLevelEntries, 0)), 120, ""},
+        {"entries limit before size", zipOf({{"a", "A"}, saying(1U << 30, 1)}), with(&O::maxEntries, 1), 1,
+         given + "Reach the entries limit [1]."},
+        {"ratio 250", zipOf({saying(1000, 250'999)}), kDefaults, 1, ""},
+        {"ratio 251", zipOf({saying(1000, 251'000), {"b", "B"}}), kDefaults, 1, "Overratio entry: [251] > [250]"},
+        {"any ratio", zipOf({saying(1000, 1'048'576)}), anyRatio, 1, ""},
+        {"size before ratio", zipOf({saying(1, 1'048'577)}), kDefaults, 0,
+         "Oversize entry(usize): [1048577] > [1048576]"},
+        {"largest", zipOf({saying(1000, 1'048'576)}), anyRatio, 1, ""},
+        {"too large", zipOf({saying(1000, 1'048'577), {"b", "B"}}), anyRatio, 1,
+         "Oversize entry(usize): [1048577] > [1048576]"},
+        {"packed largest", zipOf({saying(1'048'576, 1)}), kDefaults, 1, ""},
+        {"packed too large", zipOf({saying(1'048'577, 1)}), kDefaults, 0,
+         "Oversize entry(size): [1048577] > [1048576]"},
+        {"4 GiB", zipOf({saying(1000, 0xFFFFFFFFU)}), anyRatio, 0, "Oversize entry(usize): [-1] > [1048576]"},
+        {"any size", zipOf({saying(1000, 0xFFFFFFFFU), {"b", "B"}}), anySize, 2, ""},
+        {"no archives", zipOf({{"a", "A"}}), with(&O::maxDepth, 0), 0, ""},
+        {"packed into nothing", zipOf({{"a", "", 0, 0, 0, {}, {}, {}, 5U}}), kDefaults, 1, ""},
+        {"descriptor's sizes", zipOf({{"a", std::string(9000, 'a'), 0, 16}}), with(&O::maxSize, 8999), 0,
+         "Oversize entry(size): [9000] > [8999]"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const Opened opened = open(c.archive, c.options);
+        EXPECT_EQ(opened.names.size(), c.taken);
+        EXPECT_EQ(opened.messages, c.message.empty() ? "" : c.message + "\n");
+        EXPECT_EQ(opened.result, c.message.starts_with(given) ? VOLE_SCAN_FAILED : 0);
+    }
+}
+
+TEST(Unarchive, entriesThatUnpackToMoreThanTheySayAreCutAndReportedOnce) {
+    const std::string large(300'000, 'x');
+    OptionValues options = kDefaults;
+    options.maxSize = 1000;
+    for (const int method : {0, 8}) {
+        const ZipMember liar{"liar", large, method, 0, 0, {}, {}, {}, 10U};
+        if (method == 0) options.maxSize = 400'000;  // The packed size cannot lie.
+        const std::size_t cut = method == 0 ? large.size() : 1000;
+        const Opened opened = open(zipOf({liar, {"next", "next"}}), options);
+        EXPECT_EQ(opened.contents, (std::vector<std::string>{large.substr(0, cut), "next"}));
+        EXPECT_EQ(opened.messages, method == 0 ? "" : "Unarchive Exception: BufferBase exceeded size limit\n");
+        EXPECT_EQ(opened.result, 0);
+        options.maxSize = 1000;
+    }
+    EXPECT_EQ(open(zipOf({{"odd", "as it is stored", 12}}), options).contents,
+              std::vector<std::string>{"as it is stored"});
+}
+
+TEST(Unarchive, namesAreDerivedFromTheArchives) {
+    const std::string x512(512, 'x'), parent(4080, 'p');
+    const struct {
+        std::string parent, entry, name;
+    } cases[] = {
+        {"a.zip", "b/c", "a.zip.unar/b/c"},
+        {"a.zip", "//b//c", "a.zip.unar/b//c"},
+        {"a.zip", "", "a.zip.unar/1"},
+        {"a.zip", "///", "a.zip.unar/1"},
+        {"a.zip", "b\0c"s, "a.zip.unar/b"},
+        {"a.zip", "\0c"s, "a.zip.unar/1"},
+        {"a.zip", "../b%s", "a.zip.unar/../b%s"},
+        {parent, "tenletters", parent + ".unar/tenletters"},
+        {parent, "elevenchars", parent.substr(1) + ".unar/elevenchars"},
+        {parent, x512, parent.substr(502) + ".unar/" + x512},
+    };
+    for (const auto& c : cases) {
+        const Opened opened = open(zipOf({{"first", "1"}, {"d/", "", 0}, {c.entry, "2"}}), kDefaults, c.parent);
+        ASSERT_EQ(opened.names.size(), 2U);
+        EXPECT_EQ(opened.names[1], c.name);
+    }
+}
+
+class ArchiveScan : public testing::Test {
+protected:
+    ArchiveScan() { freeResource(); }
+    ~ArchiveScan() override {
+        freeResource();
+        VoleOptions::set(kDefaults);
+        diag::setDumpPath(nullptr);
+    }
+
+    void know(const std::string& records) {
+        patterns.write("a.hdb", records);
+        ASSERT_EQ(init(patterns.path().c_str(), message), 0);
+    }
+    // The virus's name, or the code.
+    std::string scan(const std::string& content) {
+        std::string virus;
+        const int result = scanFile(files.write("sample", content).c_str(), virus, message);
+        return result == VOLE_FOUND ? virus : std::to_string(result);
+    }
+
+    TempDir patterns, files;
+    std::string message;
+};
+
+const std::string kNeedle = "the needle in the haystack";
+
+// The content in a ZIP, that in a ZIP, and so on.
+std::string nested(int depth, const std::string& content) {
+    return depth == 0 ? content : zipOf({{"n", nested(depth - 1, content), depth % 2 ? 8 : 0}});
+}
+
+TEST_F(ArchiveScan, findsWhatIsNestedUpToTheDepthLimit) {
+    const std::string eicar = "X5O!P%@AP[4\\PZX54(P^)7CC)7}$"s + "EICAR-STANDARD-ANTIVIRUS-TEST-FILE!$H+H*";
+    know(md5Record(eicar, "Eicar"));
+    EXPECT_EQ(scan(nested(2, eicar)), "Eicar");
+    for (const int limit : {0, 1, 3, 50}) {
+        OptionValues options = kDefaults;
+        options.maxDepth = limit;
+        VoleOptions::set(options);
+        EXPECT_EQ(scan(nested(limit, eicar)), "Eicar");
+        EXPECT_EQ(scan(nested(limit + 1, eicar)), "0");
+    }
+}
+
+TEST_F(ArchiveScan, findsWhatWasUnpackedBeforeAndBehindTrouble) {
+    OptionValues options = kDefaults;
+    options.maxSize = 1000;
+    options.maxRatio = 0;
+    VoleOptions::set(options);
+    const std::string start(1000, 's');
+    const ZipMember needle{"needle", kNeedle}, hay{"hay", "hay"}, encrypted{"s", "s", 8, 0, 1},
+        liar{"liar", start + start, 8, 0, 0, {}, {}, {}, 10U},
+        torn{"torn", "", 8, kSignedDescriptor, 0, {}, "\x4b\x4c\x4a\x06\xff\xff\xff\xff"},
+        large{"large", start + start};
+    know(md5Record(kNeedle, "Needle") + md5Record(start, "Start"));
+    ZipBuilder many;
+    for (int i = 0; i < 60; ++i) many.add(i == 49 ? needle : hay);
+    const std::string sound = zipOf({hay, needle, hay});
+    const struct {
+        const char* what;
+        std::string archive, found;
+    } cases[] = {
+        {"sound", sound, "Needle"},
+        {"the last of those that are taken", many.archive(), "Needle"},
+        {"behind an encrypted entry", zipOf({encrypted, needle}), "Needle"},
+        {"before the walk fails", zipOf({encrypted, needle, encrypted}), "Needle"},
+        {"behind a second encrypted entry", zipOf({encrypted, encrypted, needle}), "0"},
+        {"cut in the next entry", sound.substr(0, sound.find("PK\1\2") - 20), "Needle"},
+        {"in an entry cut to the limit", zipOf({liar}), "Start"},
+        {"behind it", zipOf({{"l", start + start + "x", 8, 0, 0, {}, {}, {}, 10U}, needle}), "Start"},
+        {"behind an entry that is too large", zipOf({large, needle}), "Needle"},
+        {"behind a torn entry", zipOf({torn, needle}), "Needle"},
+        {"in a ZIP behind one that fails", zipOf({{"a", zipOf({encrypted}), 0}, {"b", sound, 0}}), "Needle"},
+        {"nowhere", zipOf({hay, hay}), "0"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(scan(c.archive), c.found) << c.what;
+}
+
+TEST_F(ArchiveScan, dumpsStayBelowTheDirectoryWhateverEntriesAreCalled) {
+    const TempDir outside;
+    fs::create_directory(outside / "dumps");
+    diag::setDumpPath((outside / "dumps").c_str());
+    know(md5Record("x", "X"));
+    const std::vector<std::string> names = {
+        "../../../../../../../../evil1", "/evil2", "a/../../../../../../../../evil3", "..", "a", "a/b", "./c", "x\0y"s,
+        std::string(512, 'l'),           ""};
+    ZipBuilder zip;
+    for (const std::string& name : names) zip.add({name, "content of <" + name + ">"});
+    EXPECT_EQ(scan(zip.archive()), "0");
+    std::size_t dumped = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(outside.path())) {
+        const std::string path = entry.path().lexically_relative(outside.path()).string();
+        EXPECT_TRUE(path.starts_with("dumps")) << path;
+        if (!entry.is_regular_file()) continue;
+        ++dumped;
+        EXPECT_TRUE(TempDir::contentOf(entry.path()).starts_with("content of <"));
+    }
+    // One of "a" and "a/b" must give way, and ".." names no file.
+    EXPECT_GE(dumped, names.size() - 2);
+    EXPECT_FALSE(fs::exists("/evil2"));
+}
+
+}  // namespace

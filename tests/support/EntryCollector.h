@@ -1,0 +1,89 @@
+// EntryCollector: an entry processor that keeps what an unarchiver tells and writes.
+#ifndef TESTS_SUPPORT_ENTRYCOLLECTOR_H
+#define TESTS_SUPPORT_ENTRYCOLLECTOR_H
+
+#include <algorithm>
+#include <deque>
+#include <limits>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "Raise.h"
+#include "unarchiver/Pakfold.h"
+
+namespace ZOV_SPACE {
+
+struct CollectedEntry {
+    std::string name;
+    int algorithm = 0;
+    int flags = 0;
+    unsigned time = 0;
+    int compressedSize = 0;
+    int uncompressedSize = 0;
+    unsigned checkSum = 0;
+    std::string bytes;
+    int flushed = 0;
+    int closed = 0;  // Once is right, after which nothing is written.
+};
+
+class EntryCollector : public ArchiveEntryProcessor {
+public:
+    explicit EntryCollector(int forAll = kActionDecompress) : action(forAll) {}
+
+    int action;
+    std::map<std::string, int> actionOf;  // By name, instead of `action`.
+    bool giveStreams = true;
+    // Bytes of an entry that are taken; a write beyond them throws UnarchiveRatioExceed.
+    std::size_t room = std::numeric_limits<std::size_t>::max();
+
+    std::deque<CollectedEntry> entries;
+    int begun = 0;
+    int ended = 0;
+    int released = 0;
+
+    void beginUnarchiving() override { ++begun; }
+    std::unique_ptr<OutputStream> processEntry(ArchiveEntryInfo* entry, int& answer) override {
+        entries.push_back({entry->name, entry->algorithm, entry->flags, entry->time, entry->compressedSize,
+                           entry->uncompressedSize, entry->checkSum, "", 0, 0});
+        const auto own = actionOf.find(entry->name);
+        answer = own == actionOf.end() ? action : own->second;
+        return giveStreams ? std::make_unique<Sink>(entries.back(), room) : nullptr;
+    }
+    void endUnarchiving() override { ++ended; }
+    void releaseSession() override { ++released; }
+
+    // "name=bytes" of all entries, each with a blank behind it.
+    std::string contents() const {
+        std::string all;
+        for (const CollectedEntry& entry : entries) all += entry.name + "=" + entry.bytes + " ";
+        return all;
+    }
+
+private:
+    class Sink : public OutputStream {
+    public:
+        Sink(CollectedEntry& entry, std::size_t room) : _entry(entry), _room(room) {}
+
+        using OutputStream::write;
+        void close() override { ++_entry.closed; }
+        void flush() override { ++_entry.flushed; }
+        int write(char c) override { return write(&c, 1); }
+        int write(const char* buf, int len) override {
+            if (_entry.closed) raise<IOException>("written after close()");
+            const std::size_t fitting = std::min(static_cast<std::size_t>(len), _room - _entry.bytes.size());
+            _entry.bytes.append(buf, fitting);
+            if (fitting < static_cast<std::size_t>(len)) raise<UnarchiveRatioExceed>("full");
+            return len;
+        }
+
+    private:
+        CollectedEntry& _entry;
+        std::size_t _room;
+    };
+};
+
+}  // namespace ZOV_SPACE
+
+#endif  // TESTS_SUPPORT_ENTRYCOLLECTOR_H
