@@ -271,7 +271,7 @@ void ZipUnarchiver::passOver(const ZipDataExtent& extent) {
 }
 
 void ZipUnarchiver::finish() {
-    _info.readCentralDirs(*_in, static_cast<int>(_flags) - 1);
+    _info.readCentralDirs(*_in, static_cast<int>(_flags - 1));
     _info.end.read(*_in);
     ZipEntryInfo last;
     int action = kActionSkip;
