@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "io/BufferBaseStreams.h"
-#include "io/MemBufferBase.h"
+#include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "support/ZipBuilder.h"
 
@@ -61,8 +61,7 @@ TEST(DeflateDecompressor, writesInPiecesAndStandsBehindTheData) {
             for (const bool sizeKnown : {true, false}) {
                 const std::string packed = deflated(c.content, raw);
                 const auto size = static_cast<std::int64_t>(packed.size());
-                MemBufferBase buffer;
-                buffer.append((packed + "rest").data(), static_cast<int>(packed.size() + 4));
+                StringBuffer buffer(packed + "rest");
                 BufferBaseInputStream in(&buffer);
                 Pieces out;
                 DeflateDecompressor(raw, nullptr)
@@ -95,8 +94,7 @@ TEST(DeflateDecompressor, reportsDamageAfterWritingWhatCameBefore) {
         {"", -1, true, "inflate: error -5: ", ""},
     };
     for (const auto& c : cases) {
-        MemBufferBase buffer;
-        buffer.append(c.packed.data(), static_cast<int>(c.packed.size()));
+        StringBuffer buffer(c.packed);
         BufferBaseInputStream in(&buffer);
         Pieces out;
         EXPECT_EQ(
@@ -119,8 +117,7 @@ TEST(DeflateDecompressor, reportsDamageAfterWritingWhatCameBefore) {
 TEST(DeflateDecompressor, asksTheProcessorBeforeEachPiece) {
     const std::string packed = deflated(std::string(200'000, 'x'));
     for (const int stopAt : {1, 2, 9}) {
-        MemBufferBase buffer;
-        buffer.append(packed.data(), static_cast<int>(packed.size()));
+        StringBuffer buffer(packed);
         BufferBaseInputStream in(&buffer);
         StopAtPiece processor(stopAt);
         Pieces out;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "io/BufferBaseStreams.h"
-#include "io/MemBufferBase.h"
+#include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "support/ZipBuilder.h"
 #include "unarchiver/VoleEngineFactory.h"
@@ -18,7 +18,7 @@ namespace ZOV_SPACE {
 namespace {
 
 TEST(Pakfold, whatBaseClassesLeaveOpenThrowsAtItsPublishedLine) {
-    MemBufferBase buffer;
+    StringBuffer buffer("");
     BufferBaseInputStream in(&buffer);
     BufferBaseOutputStream out(&buffer);
     Archiver archiver;
@@ -56,8 +56,7 @@ struct Picky : Unarchiver {
 };
 
 TEST(Pakfold, idsTakeFailedChecksForNo) {
-    MemBufferBase empty, one;
-    one.append('x');
+    StringBuffer empty(""), one("x");
     BufferBaseInputStream nothing(&empty), something(&one);
     EXPECT_TRUE(SimpleArchiveId<Picky<IOException>>().accept(nothing));
     EXPECT_FALSE(SimpleArchiveId<Picky<IOException>>().accept(something));
@@ -100,9 +99,7 @@ TEST(VoleEngineFactory, triesZipFirstAndMakesItsUnarchiver) {
     EXPECT_FALSE(ArchiveFactory::factory || PackFactory::factory);
 
     const std::string archive = ZipBuilder().add({"a", "A"}).add({"b", "B"}).archive();
-    MemBufferBase buffer, text;
-    buffer.append(archive.data(), static_cast<int>(archive.size()));
-    text.append("PK", 2);
+    StringBuffer buffer(archive), text("PK");
     BufferBaseInputStream in(&buffer), other(&text);
     EXPECT_EQ(&VoleEngineFactory::identify(other), &ARCHIVEID_NONE);
     const ArchiveId& zip = VoleEngineFactory::identify(in);
