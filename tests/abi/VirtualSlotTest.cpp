@@ -5,11 +5,13 @@
 #include <array>
 #include <bit>
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 #include "io/BufferBase.h"
 #include "io/InputStream.h"
 #include "io/OutputStream.h"
+#include "unarchiver/Pakfold.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -18,6 +20,10 @@ template <class Signature, class Class>
 int slotOf(Signature Class::*function) {
     const auto offset = std::bit_cast<std::array<std::ptrdiff_t, 2>>(function)[0] - 1;
     return static_cast<int>(offset / static_cast<std::ptrdiff_t>(sizeof(void*)));
+}
+
+void expectFrom(int first, const std::vector<int>& slots) {
+    for (const int slot : slots) EXPECT_EQ(slot, first++);
 }
 
 TEST(VirtualSlots, standInTheirPublishedOrder) {
@@ -36,10 +42,31 @@ TEST(VirtualSlots, standInTheirPublishedOrder) {
         {slotOf(&O::close), slotOf(&O::flush), slotOf<int(char)>(&O::write), slotOf<int(const char*)>(&O::write),
          slotOf<int(const char*, int)>(&O::write)},
     };
-    for (const std::vector<int>& slots : classes) {
-        int expected = 3;  // Slots 0 and 1 are the destructors, 2 is toString().
-        for (int slot : slots) EXPECT_EQ(slot, expected++);
-    }
+    for (const std::vector<int>& slots : classes) expectFrom(3, slots);  // Behind the destructors and toString().
+}
+
+TEST(VirtualSlots, ofArchiveContractsStandInTheirPublishedOrder) {
+    using A = ArchiveId;
+    using P = ArchiveEntryProcessor;
+    using D = DecompressProcessor;
+    using W = Archiver;
+    using Made = std::unique_ptr<Unarchiver>;
+    const std::vector<int> classes[] = {
+        {slotOf(&A::accept), slotOf<Made(InputStream*, P&, D*) const>(&A::unarchiver),
+         slotOf<Made(BufferBase*, P&, D*) const>(&A::unarchiver), slotOf(&A::archiver), slotOf(&A::entryArchivable),
+         slotOf(&A::crc), slotOf(&A::archivable)},
+        {slotOf(&P::beginUnarchiving), slotOf(&P::processEntry), slotOf(&P::endUnarchiving),
+         slotOf(&P::releaseSession)},
+        {slotOf(&Decompressor::decompress), slotOf(&Decompressor::getAlgorithm),
+         slotOf(&Decompressor::getAlgorithmName)},
+        {slotOf(&W::addEntry), slotOf<void(ArchiveEntryInfo*, InputStream&)>(&W::addRawEntry),
+         slotOf<void(ArchiveEntry*)>(&W::addRawEntry), slotOf(&W::finish)},
+        {slotOf(&Unarchiver::start)},
+    };
+    for (const std::vector<int>& slots : classes) expectFrom(2, slots);
+    expectFrom(
+        0, {slotOf(&D::init), slotOf(&D::setFileName), slotOf(&D::setContentType), slotOf<int(InputStream*)>(&D::check),
+            slotOf<int(BufferBase*)>(&D::check), slotOf(&D::requiredLength), slotOf(&D::getAction)});
 }
 
 TEST(BufferBaseLayout, hasOnlyThePublishedFields) {
