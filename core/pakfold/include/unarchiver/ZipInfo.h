@@ -87,7 +87,7 @@ private:
     void readVariablePart(InputStream& in, int nameLength, int extraLength);
     void takeLargeSizes();
 
-    bool _largeDescriptor = false;  // The data descriptor may have sizes of 8 bytes.
+    bool _largeDescriptor = false;  // Sizes of 8 bytes in the data descriptor are announced.
 };
 
 }  // namespace ZOV_SPACE

@@ -18,7 +18,7 @@ namespace ZOV_SPACE {
 namespace {
 
 constexpr int kEncryptedFlag = 0x0001;
-constexpr int kLargeDescriptorSize = 24;  // With sizes of 8 bytes.
+constexpr int kDescriptorLookAhead = 28;  // The longest descriptor, with sizes of 8 bytes, and the next signature.
 
 constexpr unsigned kZip64FieldId = 0x0001;
 constexpr std::size_t kZip64SizesLength = 16;  // The uncompressed and the compressed size, 8 bytes each.
@@ -94,18 +94,20 @@ void ZipInfo::takeLargeSizes() {
 }
 
 void ZipInfo::readDataDescriptor(InputStream& in) {
-    std::array<char, kLargeDescriptorSize> bytes{};
-    in.mark(kLargeDescriptorSize);
-    const int available = IOUtils::readFull(in, bytes.data(), kLargeDescriptorSize);
+    std::array<char, kDescriptorLookAhead> bytes{};
+    in.mark(kDescriptorLookAhead);
+    const int available = IOUtils::readFull(in, bytes.data(), kDescriptorLookAhead);
     in.reset();
     const std::uint32_t first = IOUtils::readUInt(bytes.data());
     if (startsRecord(first)) return;
 
     const bool hasSignature = first == ZipConstants::EXTSIG;
     const char* const fields = bytes.data() + (hasSignature ? ZipConstants::EXTCRC : 0);
-    // Sizes of 8 bytes have zeros in their upper halves, and no next record where two sizes of 4 bytes end.
-    const bool large = _largeDescriptor && IOUtils::readUInt(fields + 8) == 0 && IOUtils::readUInt(fields + 16) == 0 &&
-                       !startsRecord(IOUtils::readUInt(fields + 12));
+    // Sizes of 8 bytes have zeros in their upper halves, and no next record where two sizes of 4 bytes end. Not every
+    // writer announces them.
+    const bool large = IOUtils::readUInt(fields + 8) == 0 && IOUtils::readUInt(fields + 16) == 0 &&
+                       !startsRecord(IOUtils::readUInt(fields + 12)) &&
+                       (_largeDescriptor || startsRecord(IOUtils::readUInt(fields + 20)));
     checkSum = IOUtils::readUInt(fields);
     compressedSize = static_cast<int>(IOUtils::readUInt(fields + 4));
     uncompressedSize = static_cast<int>(IOUtils::readUInt(fields + (large ? 12 : 8)));
