@@ -50,11 +50,7 @@ Opened open(const std::string& archive, const OptionValues& options, const std::
     return opened;
 }
 
-std::string zipOf(std::initializer_list<ZipMember> members) {
-    ZipBuilder zip;
-    for (const ZipMember& member : members) zip.add(member);
-    return zip.archive();
-}
+std::string zipOf(std::initializer_list<ZipMember> members) { return ZipBuilder(members).archive(); }
 
 std::string zipOfMany(int directories, int files) {
     ZipBuilder zip;

@@ -98,7 +98,7 @@ TEST(VoleEngineFactory, triesZipFirstAndMakesItsUnarchiver) {
     EXPECT_EQ(ids[0]->crc()->crc(), 0U);
     EXPECT_FALSE(ArchiveFactory::factory || PackFactory::factory);
 
-    const std::string archive = ZipBuilder().add({"a", "A"}).add({"b", "B"}).archive();
+    const std::string archive = ZipBuilder({{"a", "A"}, {"b", "B"}}).archive();
     StringBuffer buffer(archive), text("PK");
     BufferBaseInputStream in(&buffer), other(&text);
     EXPECT_EQ(&VoleEngineFactory::identify(other), &ARCHIVEID_NONE);

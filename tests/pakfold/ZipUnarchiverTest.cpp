@@ -96,11 +96,7 @@ TEST(ZipUnarchiver, carriesOutEveryActionOnEveryKindOfEntry) {
 }
 
 TEST(ZipUnarchiver, readsWhatIsSoundOfArchivesThatAreNot) {
-    const auto zip = [](const std::vector<ZipMember>& members) {
-        ZipBuilder builder;
-        for (const ZipMember& member : members) builder.add(member);
-        return builder;
-    };
+    using Zip = ZipBuilder;
     const auto saying = [](const std::string& name, std::uint32_t packed, std::uint32_t unpacked = 4,
                            const std::string& extra = "", int method = 0) {
         return ZipMember{name, "data", method, kNoDescriptor, 0, extra, {}, packed, unpacked};
@@ -111,7 +107,7 @@ TEST(ZipUnarchiver, readsWhatIsSoundOfArchivesThatAreNot) {
         liar{"d", "data", 8, kPlainDescriptor, 0, "", {}, 7U, 9U, 1U};
     const std::string x512(512, 'x'), encrypted = "encrypted ZIP entry;", shrink = "Unknown algorithm: 1 in zip;",
                                       damage = "inflate: error -3: invalid distance code;",
-                                      goodEntry = zip({good}).entries();
+                                      goodEntry = Zip({good}).entries();
     const std::string zip64 = "\1\0\20\0"s + littleEndian(4, 8) + littleEndian(4, 8);
     const std::string huge = "\1\0\20\0"s + littleEndian(1ULL << 31, 8) + littleEndian(4, 8);
     constexpr std::uint32_t k4GiB = 0xFFFFFFFFU;
@@ -123,42 +119,42 @@ TEST(ZipUnarchiver, readsWhatIsSoundOfArchivesThatAreNot) {
         bool fails = false;
     } cases[] = {
         {"nothing", "", ""},
-        {"no archive", "PK\3\5" + zip({good}).archive(), ""},
+        {"no archive", "PK\3\5" + Zip({good}).archive(), ""},
         {"no entries", ZipBuilder().archive(), ""},
         {"no directory", goodEntry, "good=good "},
-        {"split marker", "PK00" + zip({good}).archive(), "good=good "},
-        {"other split marker", "PK\7\10" + zip({good}).archive(), "good=good "},
-        {"two markers", "PK00PK00" + zip({good}).archive(), ""},
-        {"directory", zip({{"d/", "", 0}, good}).archive(), "d/= good=good "},
-        {"name of 512 bytes", zip({{x512, "long"}}).archive(), x512 + "=long "},
-        {"name of 513 bytes", zip({{x512 + "x", "long"}, good}).archive(), "good=good ", "bad entry name;"},
-        {"NUL in a name", zip({{"a\0b"s, "x"}}).archive(), "a\0b=x "s},
-        {"encrypted first", zip({secret, good}).archive(), "good=good ", encrypted},
-        {"encrypted later", zip({good, secret, good}).archive(), "good=good good=good ", encrypted},
-        {"encrypted only", zip({secret}).archive(), "", encrypted, true},
-        {"encrypted twice", zip({secret, good, secret, good}).archive(), "good=good ", encrypted + encrypted, true},
-        {"shrunk", zip({shrunk, good}).archive(), "s= good=good ", shrink},
-        {"shrunk, then encrypted", zip({shrunk, secret, good}).archive(), "s= ", shrink + encrypted, true},
-        {"unknown method with descriptor", zip({{"u", "?", 99, kPlainDescriptor}, good}).archive(), "u= good=good ",
+        {"split marker", "PK00" + Zip({good}).archive(), "good=good "},
+        {"other split marker", "PK\7\10" + Zip({good}).archive(), "good=good "},
+        {"two markers", "PK00PK00" + Zip({good}).archive(), ""},
+        {"directory", Zip({{"d/", "", 0}, good}).archive(), "d/= good=good "},
+        {"name of 512 bytes", Zip({{x512, "long"}}).archive(), x512 + "=long "},
+        {"name of 513 bytes", Zip({{x512 + "x", "long"}, good}).archive(), "good=good ", "bad entry name;"},
+        {"NUL in a name", Zip({{"a\0b"s, "x"}}).archive(), "a\0b=x "s},
+        {"encrypted first", Zip({secret, good}).archive(), "good=good ", encrypted},
+        {"encrypted later", Zip({good, secret, good}).archive(), "good=good good=good ", encrypted},
+        {"encrypted only", Zip({secret}).archive(), "", encrypted, true},
+        {"encrypted twice", Zip({secret, good, secret, good}).archive(), "good=good ", encrypted + encrypted, true},
+        {"shrunk", Zip({shrunk, good}).archive(), "s= good=good ", shrink},
+        {"shrunk, then encrypted", Zip({shrunk, secret, good}).archive(), "s= ", shrink + encrypted, true},
+        {"unknown method with descriptor", Zip({{"u", "?", 99, kPlainDescriptor}, good}).archive(), "u= good=good ",
          "Unknown algorithm: 99 in zip;"},
-        {"damaged", zip({torn, good}).archive(), "t=abc good=good ", damage},
-        {"damaged, descriptor", zip({tornBefore, good}).archive(), "t=abc good=good ", damage},
-        {"deflated, cut by its size", zip({saying("l", 2, 4, "", 8), good}).archive(), "l=d good=good ",
+        {"damaged", Zip({torn, good}).archive(), "t=abc good=good ", damage},
+        {"damaged, descriptor", Zip({tornBefore, good}).archive(), "t=abc good=good ", damage},
+        {"deflated, cut by its size", Zip({saying("l", 2, 4, "", 8), good}).archive(), "l=d good=good ",
          "inflate: error -5: ;"},
-        {"deflated, more behind it", zip({tail, good}).archive(), "l=abc good=good "},
-        {"stored, no descriptor", zip({{"n", "to the end", 0, 0, 8}, good}).entries(),
+        {"deflated, more behind it", Zip({tail, good}).archive(), "l=abc good=good "},
+        {"stored, no descriptor", Zip({{"n", "to the end", 0, 0, 8}, good}).entries(),
          "n=to the end" + goodEntry + " good=good ", "missing data descriptor;"},
-        {"deflated, no descriptor", zip({{"d", "data", 8, 0, 8}, good}).archive(), "d=data good=good "},
-        {"descriptor cut", zip({{"d", "data", 8, kSignedDescriptor}}).entries().substr(0, 41), "d=data "},
-        {"lying descriptor", zip({liar, good}).archive(), "d=data good=good "},
-        {"size 0", zip({saying("z", 0), good}).archive(), "z= "},
-        {"negative size", zip({saying("n", 0x80000000U), good}).archive(), "n= "},
-        {"4 GiB", zip({saying("n", k4GiB), good}).archive(), "n= "},
-        {"2 GiB less 1", zip({saying("n", 0x7FFFFFFFU), good}).entries(), "n=data" + goodEntry + " "},
-        {"ZIP64", zip({saying("q", k4GiB, k4GiB, zip64), good}).archive(), "q=data good=good "},
-        {"ZIP64, one size small", zip({saying("q", k4GiB, 4, zip64), good}).archive(), "q= "},
-        {"ZIP64, too large", zip({saying("q", k4GiB, k4GiB, huge), good}).archive(), "q= "},
-        {"no name", zip({{"", "x"}}).archive(), "=x ", "empty file name in central directory;", true},
+        {"deflated, no descriptor", Zip({{"d", "data", 8, 0, 8}, good}).archive(), "d=data good=good "},
+        {"descriptor cut", Zip({{"d", "data", 8, kSignedDescriptor}}).entries().substr(0, 41), "d=data "},
+        {"lying descriptor", Zip({liar, good}).archive(), "d=data good=good "},
+        {"size 0", Zip({saying("z", 0), good}).archive(), "z= "},
+        {"negative size", Zip({saying("n", 0x80000000U), good}).archive(), "n= "},
+        {"4 GiB", Zip({saying("n", k4GiB), good}).archive(), "n= "},
+        {"2 GiB less 1", Zip({saying("n", 0x7FFFFFFFU), good}).entries(), "n=data" + goodEntry + " "},
+        {"ZIP64", Zip({saying("q", k4GiB, k4GiB, zip64), good}).archive(), "q=data good=good "},
+        {"ZIP64, one size small", Zip({saying("q", k4GiB, 4, zip64), good}).archive(), "q= "},
+        {"ZIP64, too large", Zip({saying("q", k4GiB, k4GiB, huge), good}).archive(), "q= "},
+        {"no name", Zip({{"", "x"}}).archive(), "=x ", "empty file name in central directory;", true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -172,13 +168,13 @@ TEST(ZipUnarchiver, readsWhatIsSoundOfArchivesThatAreNot) {
         EXPECT_EQ(passedOver, c.passedOver);
     }
     EntryCollector entries;  // What could be read of a damaged entry are the sizes that it is offered with.
-    walk(zip({tornBefore, {"good", std::string(5000, 'g'), 0}}).archive(), entries);
+    walk(Zip({tornBefore, {"good", std::string(5000, 'g'), 0}}).archive(), entries);
     EXPECT_EQ(entries.entries[0].uncompressedSize, 3);
     EXPECT_LE(entries.entries[0].compressedSize, 8);
 }
 
 TEST(ZipUnarchiver, endsForGoodWhereAskedToOrWhereTheSourceEnds) {
-    const std::string two = ZipBuilder().add({"a", "A"}).add({"b", "B"}).archive();
+    const std::string two = ZipBuilder({{"a", "A"}, {"b", "B"}}).archive();
     for (const Source source : {kBuffer, kStream}) {
         EntryCollector aborting;
         aborting.actionOf = {{"b", kActionAbort}};
@@ -228,11 +224,13 @@ TEST(ZipUnarchiver, chargesWhatItReadsForNothing) {
 }
 
 TEST(ZipUnarchiver, survivesEveryTruncationAndRandomDamage) {
-    ZipBuilder zip;
-    zip.add({"stored", kDeceptive, 0}).add({"deflated", std::string(3000, 'd') + "tail"});
-    zip.add({"sd", kDeceptive, 0, kPlainDescriptor}).add({"dd", "some text, some text", 8, kSignedDescriptor});
-    zip.add({"q", "quad", 0, kLargeSignedDescriptor, 0, "\1\0\0\0"s}).add({"odd", "method", 12, kSignedDescriptor});
-    const std::string archive = zip.archive();
+    const std::string archive = ZipBuilder({{"stored", kDeceptive, 0},
+                                            {"deflated", std::string(3000, 'd') + "tail"},
+                                            {"sd", kDeceptive, 0, kPlainDescriptor},
+                                            {"dd", "some text, some text", 8, kSignedDescriptor},
+                                            {"q", "quad", 0, kLargeSignedDescriptor, 0, "\1\0\0\0"s},
+                                            {"odd", "method", 12, kSignedDescriptor}})
+                                    .archive();
     const auto survives = [](const std::string& bytes, int action) {
         for (const Source source : {kBuffer, kStream}) {
             EntryCollector entries(action);

@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -64,6 +65,10 @@ class ZipBuilder {
 public:
     static constexpr std::uint32_t kTime = 0x5A215F3B;
 
+    ZipBuilder(std::initializer_list<ZipMember> members = {}) {
+        for (const ZipMember& member : members) add(member);
+    }
+
     ZipBuilder& add(const ZipMember& m) {
         const std::string data = m.packedData();
         const std::uint32_t packed = m.packed.value_or(static_cast<std::uint32_t>(data.size()));
@@ -84,11 +89,6 @@ public:
                   littleEndian(m.extra.size(), 2) + m.name + m.extra + data;
         if (m.descriptor == kSignedDescriptor || m.descriptor == kLargeSignedDescriptor) _bytes += "PK\7\10";
         if (after) _bytes += sums;
-        return *this;
-    }
-
-    ZipBuilder& junk(const std::string& bytes) {
-        _bytes += bytes;
         return *this;
     }
 
