@@ -44,7 +44,7 @@ void expectAllMoved(Source source, int method, int descriptor, int action, const
     SCOPED_TRACE(testing::Message() << source << " " << method << " " << descriptor << " " << action << " " << room);
     ZipBuilder zip;
     std::vector<ZipMember> members;
-    for (const std::string& content : {"first content"s, ""s, kDeceptive, std::string(60'000, 'b') + "PK\7\10PK\3\4"}) {
+    for (const std::string& content : {std::string(60'000, 'b') + "PK\7\10PK\3\4", "some content"s, ""s, kDeceptive}) {
         // Large descriptors may be announced.
         const std::string extra = descriptor >= kLargeDescriptor && members.empty() ? "\1\0\0\0"s : "";
         members.push_back({"name" + std::to_string(content.size()), content, method, descriptor, 0, extra});
