@@ -40,10 +40,7 @@ int scanAll(WorkList& workList, const OptionValues& options, std::string& virusN
     while (!workList.empty()) {
         const _st_ArchEntry record = std::move(workList.front());
         workList.pop_front();
-        if (recordMatches(record, virusName)) {
-            kDiag.at().dbg("match in [%s], level=%d.", record.name.c_str(), record.level);
-            return VOLE_FOUND;
-        }
+        if (recordMatches(record, virusName)) return VOLE_FOUND;
         // What could not be unarchived has been logged; entries queued before that are still scanned.
         static_cast<void>(unarchiveOneFile(options, workList, record));
         unreadable = unreadable || sourceFailed(record);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Sandbox.h"
+#include "support/ZipBuilder.h"
 
 namespace {
 
@@ -53,6 +54,12 @@ void fillSandbox(const Sandbox& box) {
     box.write("bad", eicar());
     box.write("tree/deeper/bad", eicar());
     box.write("tree/clean", "");
+    const ZipBuilder inner{{"empty", ""}, {"1", "one"}, {"/2/bad", eicar()}};
+    box.write("nested.zip", ZipBuilder{{"a", std::string(2 << 20, 'a')},
+                                       {"big", std::string(1 << 20, 'a')},
+                                       {"b/inner.zip", inner.archive()},
+                                       {"c", "more"}}
+                                .archive());
     box.write("[a,b]", "");
     box.write("{}", "");
     box.write("++", "");
@@ -62,6 +69,7 @@ void fillSandbox(const Sandbox& box) {
     box.write("only-lists/pattern_assistant.xml", "<l><Spyware><i name=\"x\"/></Spyware></l>");
     // The digest of the file "clean".
     box.write("own/own.hdb", "da2483a95bdf581f3a966cab73e607d6:13:Own-Name\n");
+    box.write("own/voleeng.ini", "MaxUnarDepth=7\n");
     fs::create_symlink("bad", box / "link");
     fs::create_symlink("tree", box / "folder-link");
     fs::create_symlink("../bad", box / "tree/link");
@@ -88,6 +96,17 @@ const CommandCase kCommands[] = {
      {"scan", "link", "folder-link/"},
      1,
      "link: Eicar-Test-File FOUND\nfolder-link/clean: OK\nfolder-link/deeper/bad: Eicar-Test-File FOUND\n",
+     ""},
+    {"the archive member with the finding is named, behind members that limits keep out",
+     {"scan", "nested.zip"},
+     1,
+     "nested.zip: Eicar-Test-File in b/inner.zip/2/bad FOUND\n",
+     ""},
+    {"the limits in force",
+     {"scan", "--limits", "-d", "own", "bad"},
+     0,
+     "MaxUnarEntries      = 100\nMaxUnarRatio        = 250\nMaxUnarLevelEntries = 50\n"
+     "MaxUnarDepth        = 7\nMaxUnarSize         = 1048576 bytes\nbad: OK\n",
      ""},
     {"only findings and errors",
      {"scan", "--infected", "clean", "bad", "missing"},

@@ -33,11 +33,14 @@ struct Opened {
 };
 
 Opened open(const std::string& archive, const OptionValues& options, const std::string& name = "f") {
-    const _st_ArchEntry record{std::make_unique<ZOV_SPACE::StringBuffer>(archive), 0, name};
+    const _st_ArchEntry record{std::make_unique<ZOV_SPACE::StringBuffer>(archive), 0, name, {}};
+    const TempDir dumps;
+    setDumpPath(dumps.path().c_str());  // Content that is to be dumped is not let go of.
     WorkList list;
     Opened opened;
     EngineLog log(1);
     opened.result = unarchiveOneFile(options, list, record);
+    setDumpPath(nullptr);
     for (const std::string& line : log.taken()) opened.messages += line.substr(line.find("] ") + 2) + "\n";
     for (const _st_ArchEntry& entry : list) {
         EXPECT_EQ(entry.level, 1);

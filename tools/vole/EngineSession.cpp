@@ -7,13 +7,13 @@
 #include <string_view>
 #include <utility>
 
+#include "EntryTracker.h"
 #include "Escape.h"
 #include "voleeng.h"
 
 namespace {
 
 constexpr int kAllDiagnostics = 3;
-constexpr std::string_view kArchiveMark = ".unar/";  // Behind each archive's name in a member's.
 
 // What holds where no usable options file says otherwise.
 constexpr const char* kDefaultLimits[] = {"MaxUnarEntries      = 100", "MaxUnarRatio        = 250",
@@ -76,13 +76,10 @@ void collectLoadLine(const char* text) {
     readLimit(line);
 }
 
-// Where the engine's line says that the last match was.
-std::string matchedName;
+// Only set while a file is scanned for where its match is.
+EntryTracker* entryTracker = nullptr;
 
-void collectMatchLine(const char* text) {
-    const auto name = textBehind(text, "match in [");
-    if (name) matchedName = name->substr(0, name->rfind("], level="));
-}
+void trackEntry(const char* text) { entryTracker->takeLine(text); }
 
 void setDiagnostics(int level, void (*print)(const char*)) {
     VoleDebugger settings{level, print, {}};
@@ -140,18 +137,13 @@ ScanResult EngineSession::scan(const std::string& path) const {
 // Only the engine's diagnostics tell in which archive member a match was. They slow a scan down, so only a file that
 // is known to be infected is scanned with them.
 std::string EngineSession::findEntry(const std::string& path) const {
-    matchedName.clear();
-    setDiagnostics(kAllDiagnostics, collectMatchLine);
+    EntryTracker tracker;
+    entryTracker = &tracker;
+    setDiagnostics(kAllDiagnostics, trackEntry);
     std::string name;
     std::string message;
-    scanFile(path.c_str(), name, message);
+    const int result = scanFile(path.c_str(), name, message);
     setDiagnostics(_diagnostics ? kAllDiagnostics : 0, _diagnostics ? printDiagnostic : nullptr);
-
-    const std::string archive = path.substr(path.rfind('/') + 1) + std::string(kArchiveMark);
-    if (!matchedName.starts_with(archive)) return {};
-    std::string entry = matchedName.substr(archive.size());
-    for (auto at = entry.find(kArchiveMark); at != std::string::npos; at = entry.find(kArchiveMark, at)) {
-        entry.replace(at, kArchiveMark.size(), "/");
-    }
-    return entry;
+    entryTracker = nullptr;
+    return result == VOLE_FOUND ? tracker.current() : std::string();
 }

@@ -197,7 +197,7 @@ void ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExtent& ext
     const std::int64_t end = _in->position() + extent.packedSize;
     const bool unpacks = out && action == kActionDecompress;
     // Content that was inflated to find its end and that nobody takes.
-    if (!unpacks) ScanBudget::chargeDiscardedBytes(static_cast<std::int64_t>(extent.content.size()));
+    if (!unpacks && extent.hasContent) ScanBudget::chargeDiscardedBytes(extent.unpackedSize);
     try {
         if (unpacks) {
             unpack(entry, extent, *out);
