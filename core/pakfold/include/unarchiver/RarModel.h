@@ -139,7 +139,11 @@ protected:  // For an encoder, which goes through the same model.
     static constexpr unsigned kBinBits = 14;  // Probabilities of binary contexts are multiples of 2 to the power -14.
     static constexpr unsigned kBinTotal = 1 << kBinBits;
 
-    void StartModelRare(int maxOrder);
+    // Begins with a new model, or throws OutOfMemoryException.
+    void restart(int maxOrder, int megabytes) {
+        _allocator.StartSubAllocator(megabytes);
+        StartModelRare(maxOrder);
+    }
 
     // The steps of a symbol. Each leaves the state that was hit, or none after an escape.
     std::uint16_t* binEstimate(const PPM_CONTEXT& context);
@@ -165,6 +169,7 @@ protected:  // For an encoder, which goes through the same model.
     STATE* _found = nullptr;
 
 private:
+    void StartModelRare(int maxOrder);
     void RestartModelRare();
     void resetEstimates();
     void ruleOut(const STATE* states, unsigned count);

@@ -287,8 +287,7 @@ bool ModelPPM::DecodeInit(RarBitInputStream* in, int& escapeChar) {
         _allocator.StopSubAllocator();
         return false;
     }
-    _allocator.StartSubAllocator(megabytes);
-    StartModelRare(order);
+    restart(order, megabytes);
     return _ready = true;
 }
 
