@@ -49,7 +49,10 @@ public:
     void InitSubAllocator();
 
     // All return 0 when there is no memory for it. `units` is 1 to 128.
-    Offset AllocContext();
+    Offset AllocContext() {
+        if (_highUnit != _lowUnit) return _highUnit -= kUnitBytes;
+        return AllocUnitsRare(0);
+    }
     Offset AllocUnits(std::uint32_t units);
     // Moves a block to one that has room for a unit more. Without memory, the old one stays.
     Offset ExpandUnits(Offset block, std::uint32_t oldUnits);
@@ -101,6 +104,7 @@ private:
     Offset _lowUnit = 0;   // Between these two lies what was never used.
     Offset _highUnit = 0;
     std::uint32_t _glueCount = 0;  // Failures to go until free blocks are merged again.
+    std::uint64_t _filledLists = 0;  // Bit i: list i is not empty.
     std::array<Offset, kSizes> _freeLists{};
 };
 

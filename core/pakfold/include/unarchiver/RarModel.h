@@ -160,8 +160,18 @@ protected:  // For an encoder, which goes through the same model.
     int finishSymbol();
 
     // What the heap says, checked; null, and the model is corrupt, when it cannot be.
-    PPM_CONTEXT* contextAt(Offset at);
-    STATE* statesOf(const PPM_CONTEXT& context);
+    PPM_CONTEXT* contextAt(Offset at) {
+        static_assert(sizeof(PPM_CONTEXT) == SubAllocator::kUnitBytes);
+        if (!_allocator.contains(at, sizeof(PPM_CONTEXT))) return corrupt();
+        return reinterpret_cast<PPM_CONTEXT*>(_allocator.at(at));
+    }
+    STATE* statesOf(const PPM_CONTEXT& context) {
+        static_assert(sizeof(STATE) == SubAllocator::kUnitBytes / 2);
+        const Offset at = context.several.states;
+        const unsigned count = context.stateCount;
+        if (count - 1 >= kMostStates || !_allocator.contains(at, count * sizeof(STATE))) return corrupt();
+        return reinterpret_cast<STATE*>(_allocator.at(at));
+    }
     bool isCandidate(const STATE& state) const { return _candidate[state.symbol] != 0; }
 
     PPM_CONTEXT* _minContext = nullptr;  // The one that the next step is taken in,

@@ -1,5 +1,6 @@
 #include "unarchiver/RarAllocator.h"
 
+#include <bit>
 #include <utility>
 
 #include "Raise.h"
@@ -75,6 +76,7 @@ void SubAllocator::StartSubAllocator(int megabytes) {
 
 void SubAllocator::InitSubAllocator() {
     _freeLists.fill(0);
+    _filledLists = 0;
     _text = 0;
     _highUnit = _size;
     _lowUnit = _unitsStart = _size - _size / 8 / kUnitBytes * 7 * kUnitBytes;
@@ -90,13 +92,18 @@ void SubAllocator::InsertNode(Offset block, int size) {
     Offset& first = _freeLists[static_cast<unsigned>(size)];
     std::memcpy(_heap + block, &first, sizeof first);
     first = block;
+    _filledLists |= std::uint64_t{1} << size;
 }
 
 SubAllocator::Offset SubAllocator::RemoveNode(int size) {
+    if ((_filledLists >> size & 1) == 0) return 0;
     Offset& first = _freeLists[static_cast<unsigned>(size)];
     const Offset block = first;
-    if (!contains(block, bytesOf(size))) return first = 0;
     std::memcpy(&first, _heap + block, sizeof first);
+    if (!contains(first, bytesOf(size))) {
+        first = 0;
+        _filledLists &= ~(std::uint64_t{1} << size);
+    }
     return block;
 }
 
@@ -113,32 +120,27 @@ void SubAllocator::SplitBlock(Offset block, int oldSize, int newSize) {
     InsertNode(block, sizeFor(rest));
 }
 
-SubAllocator::Offset SubAllocator::AllocContext() {
-    if (_highUnit != _lowUnit) return _highUnit -= kUnitBytes;
-    const Offset block = RemoveNode(0);
-    return block ? block : AllocUnitsRare(0);
-}
-
 SubAllocator::Offset SubAllocator::AllocUnits(std::uint32_t units) {
     const int size = sizeFor(units);
     if (const Offset block = RemoveNode(size)) return block;
-    if (_highUnit - _lowUnit < bytesOf(size)) return AllocUnitsRare(size);
-    return std::exchange(_lowUnit, _lowUnit + bytesOf(size));
+    if (_highUnit - _lowUnit >= bytesOf(size)) return std::exchange(_lowUnit, _lowUnit + bytesOf(size));
+    return AllocUnitsRare(size);
 }
 
+// When there is nothing left between the units in use.
 SubAllocator::Offset SubAllocator::AllocUnitsRare(int size) {
+    if (const Offset block = RemoveNode(size)) return block;
     if (_glueCount == 0) {
         _glueCount = kGlueInterval;
         GlueFreeBlocks();
         if (const Offset block = RemoveNode(size)) return block;
     }
-    for (int larger = size + 1; larger < kSizes; ++larger) {
-        if (const Offset block = RemoveNode(larger)) {
-            SplitBlock(block, larger, size);
-            return block;
-        }
-    }
-    return takeBelowUnits(size);
+    const std::uint64_t larger = _filledLists >> size;  // Without the list itself, which is empty.
+    if (larger == 0) return takeBelowUnits(size);
+    const int largerSize = size + std::countr_zero(larger);
+    const Offset block = RemoveNode(largerSize);
+    SplitBlock(block, largerSize, size);
+    return block;
 }
 
 SubAllocator::Offset SubAllocator::takeBelowUnits(int size) {

@@ -61,19 +61,6 @@ void SEE2_CONTEXT::update() {
     count = static_cast<unsigned char>(3 << shift++);
 }
 
-PPM_CONTEXT* ModelPPM::contextAt(Offset at) {
-    static_assert(sizeof(PPM_CONTEXT) == SubAllocator::kUnitBytes && sizeof(STATE) == SubAllocator::kUnitBytes / 2);
-    if (!_allocator.contains(at, sizeof(PPM_CONTEXT))) return corrupt();
-    return reinterpret_cast<PPM_CONTEXT*>(_allocator.at(at));
-}
-
-STATE* ModelPPM::statesOf(const PPM_CONTEXT& context) {
-    const Offset at = context.several.states;
-    const unsigned count = context.stateCount;
-    if (count - 1 >= kMostStates || !_allocator.contains(at, count * sizeof(STATE))) return corrupt();
-    return reinterpret_cast<STATE*>(_allocator.at(at));
-}
-
 // Both indexes are cut to the tables' size, which a model that is right never exceeds.
 std::uint16_t* ModelPPM::binEstimate(const PPM_CONTEXT& context) {
     const PPM_CONTEXT* const suffix = contextAt(context.suffix);
