@@ -149,6 +149,7 @@ bool PPM_CONTEXT::decodeSymbol1(ModelPPM* model) {
         model->hitFirst(*this, state);
         return true;
     }
+    __builtin_prefetch(model->_allocator.at(suffix));  // Needed after an escape, and by most updates.
     std::uint32_t start = 0;
     for (STATE* const last = state + stateCount - 1; state != last;) {
         start += length;
