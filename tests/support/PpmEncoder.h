@@ -1,5 +1,5 @@
-// PpmEncoder: writes PPM blocks of RAR 2.9. It goes through the decoder's own model, so it proves that encoder and
-// decoder agree with each other, not that either is right.
+// PpmEncoder: writes PPM blocks of RAR 2.9. It goes through the decoder's own model, so a round trip shows that both
+// agree, not that either is right; a pinned checksum of what other decoders accepted does.
 #ifndef TESTS_SUPPORT_PPMENCODER_H
 #define TESTS_SUPPORT_PPMENCODER_H
 
@@ -20,7 +20,7 @@ public:
 
     // The character as it is: behind the escape character, a command.
     void put(unsigned char symbol);
-    // Text, with the escape character doubled into a command that means itself.
+    // Text; behind each escape character in it goes the command that means the character itself.
     void text(std::string_view bytes);
     // Ends the range coder's data and, behind a command for it, begins another block: with the same model, or afresh.
     void nextBlock(bool reset = false);

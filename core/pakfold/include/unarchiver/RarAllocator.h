@@ -101,9 +101,9 @@ private:
     std::uint32_t _heapBytes = 0;
     Offset _text = 0;
     Offset _unitsStart = 0;
-    Offset _lowUnit = 0;   // Between these two lies what was never used.
+    Offset _lowUnit = 0;  // Between these two lies what was never used.
     Offset _highUnit = 0;
-    std::uint32_t _glueCount = 0;  // Failures to go until free blocks are merged again.
+    std::uint32_t _glueCount = 0;    // Failures to go until free blocks are merged again.
     std::uint64_t _filledLists = 0;  // Bit i: list i is not empty.
     std::array<Offset, kSizes> _freeLists{};
 };

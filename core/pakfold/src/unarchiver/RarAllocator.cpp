@@ -176,8 +176,10 @@ void SubAllocator::mergeFollowing(MemBlock& merged, Offset at, Offset& chain) {
         if (following.stamp != kFreeStamp || units > 0xFFFF) return;
         merged.units = static_cast<std::uint16_t>(units);
         following.stamp = 0;
-        if (following.previous) block(following.previous).next = following.next;
-        else chain = following.next;
+        if (following.previous)
+            block(following.previous).next = following.next;
+        else
+            chain = following.next;
         if (following.next) block(following.next).previous = following.previous;
     }
 }

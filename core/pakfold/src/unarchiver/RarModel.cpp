@@ -3,7 +3,6 @@
 #include <span>
 #include <utility>
 
-
 namespace ZOV_SPACE {
 namespace {
 
@@ -22,7 +21,8 @@ constexpr auto kBinIndexOfStates = [] {
     return index;
 }();
 
-// The row of an escape estimate by the number of candidates less one: 0, 1, 2, 3, then 2 of the next, then 3, and so on.
+// The row of an escape estimate by the number of candidates less one: 0, 1, 2, 3, then 2 of the next, then 3, and so
+// on.
 constexpr auto kSeeRowOfCandidates = [] {
     std::array<unsigned char, 256> rows{};
     unsigned char row = 0;

@@ -1,5 +1,6 @@
 // How the model learns: what a hit symbol changes beyond the context it was found in, rescaling, and the start.
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "unarchiver/RarModel.h"
@@ -56,7 +57,8 @@ void ModelPPM::RestartModelRare() {
     _found = states;
 }
 
-// What follows the context's states after the swaps and removals of a rescaling.
+// Brings the found state to the front, halves all frequencies, keeping their order descending, and removes the states
+// that come to zero. What they leave goes to the escape.
 void PPM_CONTEXT::rescale(ModelPPM* model) {
     STATE* const states = model->statesOf(*this);
     if (!states) return;
@@ -155,7 +157,9 @@ PPM_CONTEXT* ModelPPM::CreateSuccessors(bool skip, STATE* inSuffix) {
     if (!skip) parents[count++] = _found;
     while (context->suffix != 0) {
         context = contextAt(context->suffix);
-        STATE* const state = !context ? nullptr : inSuffix ? std::exchange(inSuffix, nullptr) : stateOf(*context, symbol);
+        STATE* const state = !context   ? nullptr
+                             : inSuffix ? std::exchange(inSuffix, nullptr)
+                                        : stateOf(*context, symbol);
         if (!state) return nullptr;
         if (state->successor != branch) {
             context = contextAt(state->successor);
@@ -194,7 +198,7 @@ bool ModelPPM::makeRoom(PPM_CONTEXT& context, unsigned foundInStates) {
         if (at == 0) return false;
         STATE state = context.only;
         state.frequency = static_cast<unsigned char>(state.frequency < kMostFrequency / 4 - 1 ? 2 * state.frequency
-                                                                                            : kMostFrequency - 4);
+                                                                                              : kMostFrequency - 4);
         context.several.states = at;
         context.several.sum = static_cast<std::uint16_t>(state.frequency + _initialEscape + (foundInStates > 3));
         *statesOf(context) = state;
