@@ -1,6 +1,7 @@
 // How the model learns: what a hit symbol changes beyond the context it was found in, rescaling, and the start.
 #include <algorithm>
 #include <array>
+#include <span>
 #include <utility>
 
 #include "unarchiver/RarModel.h"
@@ -8,7 +9,7 @@
 namespace ZOV_SPACE {
 namespace {
 
-constexpr unsigned half(unsigned states) { return (states + 1) / 2; }  // The units that so many states take.
+constexpr unsigned unitsFor(unsigned states) { return (states + 1) / 2; }
 
 }  // namespace
 
@@ -46,7 +47,7 @@ void ModelPPM::RestartModelRare() {
     _minContext = _maxContext = contextAt(_allocator.AllocContext());
     _minContext->stateCount = kMostStates;
     _minContext->several.sum = kMostStates + 1;
-    _minContext->several.states = _allocator.AllocUnits(half(kMostStates));
+    _minContext->several.states = _allocator.AllocUnits(unitsFor(kMostStates));
     _minContext->suffix = 0;
     STATE* const states = statesOf(*_minContext);
     for (unsigned i = 0; i < kMostStates; ++i) {
@@ -57,44 +58,50 @@ void ModelPPM::RestartModelRare() {
     _found = states;
 }
 
-// Brings the found state to the front, halves all frequencies, keeping their order descending, and removes the states
-// that come to zero. What they leave goes to the escape.
+// Halves all frequencies, keeps the states in descending order and adds what their sums were before and are now.
+static void halve(std::span<STATE> states, unsigned rounding, unsigned& before, unsigned& after) {
+    STATE* const first = states.data();
+    for (STATE* next = first; next != first + states.size(); ++next) {
+        STATE state = *next;
+        before += state.frequency;
+        state.frequency = static_cast<unsigned char>((state.frequency + rounding) / 2);
+        after += state.frequency;
+        STATE* to = next;
+        for (; to != first && state.frequency > to[-1].frequency; --to) *to = to[-1];
+        *to = state;
+    }
+}
+
+// Brings the found state to the front, halves, and removes the states that come to zero; the escape gets a share.
 void PPM_CONTEXT::rescale(ModelPPM* model) {
     STATE* const states = model->statesOf(*this);
     if (!states) return;
     const unsigned oldCount = stateCount;
     std::rotate(states, model->_found, model->_found + 1);
-    const unsigned rounding = model->_orderFall != 0;
-    unsigned escape = several.sum + 4U;
-    unsigned total = 0;
     states->frequency = static_cast<unsigned char>(states->frequency + 4);
-    for (unsigned i = 0; i < oldCount; ++i) {
-        STATE state = states[i];
-        escape -= state.frequency;
-        state.frequency = static_cast<unsigned char>((state.frequency + rounding) / 2);
-        total += state.frequency;
-        STATE* to = states + i;
-        for (; to != states && state.frequency > to[-1].frequency; --to) *to = to[-1];
-        *to = state;
-    }
+    unsigned before = 0;
+    unsigned total = 0;
+    halve({states, oldCount}, model->_orderFall != 0, before, total);
     unsigned count = oldCount;
-    while (states[count - 1].frequency == 0 && count > 1) --count;
-    escape += oldCount - count;
-    if (count == 1) {
+    while (count > 1 && states[count - 1].frequency == 0) --count;
+    unsigned escape = several.sum + 4U - before + (oldCount - count);
+    SubAllocator& allocator = model->_allocator;
+    const SubAllocator::Offset block = several.states;
+    if (count == 1 && oldCount > 1) {
         STATE state = *states;
         do {
             state.frequency = static_cast<unsigned char>(state.frequency - state.frequency / 2);
             escape /= 2;
         } while (escape > 1);
-        model->_allocator.FreeUnits(several.states, half(oldCount));
+        allocator.FreeUnits(block, unitsFor(oldCount));
         stateCount = 1;
         only = state;
         model->_found = &only;
         return;
     }
     several.sum = static_cast<std::uint16_t>(total + escape - escape / 2);
-    if (half(count) != half(oldCount)) {
-        several.states = model->_allocator.ShrinkUnits(several.states, half(oldCount), half(count));
+    if (unitsFor(count) != unitsFor(oldCount)) {
+        several.states = allocator.ShrinkUnits(block, unitsFor(oldCount), unitsFor(count));
     }
     stateCount = static_cast<std::uint16_t>(count);
     model->_found = model->statesOf(*this);
