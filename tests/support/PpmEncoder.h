@@ -26,6 +26,8 @@ public:
     void nextBlock(bool reset = false);
     // Ends with the command for the end of the data, and returns everything since the last call.
     std::string finish();
+    // Begins the data of another entry, behind finish(), with the same model.
+    void nextEntry() { beginBlock(false); }
 
 private:
     void beginBlock(bool reset);
