@@ -59,7 +59,7 @@ constexpr int kActionCopy = 1;        // Copy the stored bytes to the stream.
 constexpr int kActionDecompress = 2;  // Decompress the entry into the stream.
 
 // Takes the entries of one archive, in this order: beginUnarchiving(), processEntry() for each entry,
-// endUnarchiving() and releaseSession(). A walk that fails ends without the last two.
+// endUnarchiving() and releaseSession(). A walk that fails ends without the last two. (RAR: see RarUnarchiver.)
 class ArchiveEntryProcessor {
 public:
     ArchiveEntryProcessor() = default;
