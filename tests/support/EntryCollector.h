@@ -30,7 +30,7 @@ struct CollectedEntry {
 
 class EntryCollector : public ArchiveEntryProcessor {
 public:
-    explicit EntryCollector(int action = kActionDecompress) : action(action) {}
+    explicit EntryCollector(int forAll = kActionDecompress) : action(forAll) {}
 
     int action;
     std::map<std::string, int> actionOf;  // By name, instead of `action`.
