@@ -21,6 +21,8 @@ constexpr diag::Unit kDiag{"../../core/pakfold/src/unarchiver/Rar"};
 constexpr int kCheckMarkLimit = 1024;
 constexpr unsigned kMarkerBytes = 7;
 constexpr unsigned kFurthestMarker = 524288;
+// Sizes above are as good as this one. Where long has 32 bits, skipping by 64-bit sizes takes very many steps.
+constexpr std::int64_t kBeyondAnySource = std::int64_t{1} << 32;
 
 [[noreturn]] void raiseOutOfMemory() { kUnit.raise<OutOfMemoryException>("Out of memory"); }
 
@@ -113,7 +115,7 @@ void EntryWalk::run() {
 
 void EntryWalk::takeFile(RarFileBlock& file) {
     if (file.isSplitBefore()) return;
-    BoundedInputStream data(&_in, file.packedSize());
+    BoundedInputStream data(&_in, std::min(file.packedSize(), kBeyondAnySource));
     const bool sound = file.verify() == 0;
     if (!sound) kDiag.at().dbg("Rar Broken File Header!");
     if (sound || !file.isSolid()) {

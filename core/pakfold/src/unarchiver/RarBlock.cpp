@@ -82,14 +82,14 @@ std::unique_ptr<RarBlock> RarBlock::parseBlock(InputStream& in, int depth) {
     if (depth > kMostNested) return nullptr;
     try {
         char common[kCommonBytes];
+        char dataSize[kDataSizeBytes] = {};
         if (!readExactly(in, common, kCommonBytes)) return nullptr;
-        const unsigned flags = IOUtils::readUShort(common + 3);
-        const std::uint32_t dataSize = flags & kHasData ? IOUtils::readUInt(in) : 0;
+        const bool hasData = IOUtils::readUShort(common + 3) & kHasData;
+        if (hasData && !readExactly(in, dataSize, kDataSizeBytes)) return nullptr;
         std::unique_ptr<RarBlock> block = makeBlock(IOUtils::readUChar(common + 2));
         if (!block) return nullptr;
         block->takeCommonFields(common);
-        block->a_size = dataSize;
-        block->_rawCrc = block->commonFieldsCrc();
+        block->a_size = IOUtils::readUInt(dataSize);
         block->_depth = depth;
         kDiag.at().dbg("h_crc [%04x], h_type[%02x], h_flags[%04x], h_size[%04x]a_size[%08x]", block->h_crc,
                        block->h_type, block->h_flags, block->h_size, block->a_size);
@@ -120,6 +120,7 @@ RarCrc RarBlock::commonFieldsCrc() const {
 int RarBlock::continueParse(InputStream& in) {
     const int left = headerLeft();
     if (left < 0) return 1;
+    _rawCrc = commonFieldsCrc();
     try {
         RarHeaderStream header(&in, left, _rawCrc);
         if (!parseFields(header)) return 1;
@@ -162,8 +163,10 @@ int RarArchiveBlock::getCrc() {
 }
 
 bool RarArchiveBlock::parseFields(BoundedInputStream& header) {
-    _reserved1 = IOUtils::readUShort(header);
-    _reserved2 = IOUtils::readUInt(header);
+    char fields[6];
+    if (!readExactly(header, fields, sizeof fields)) return false;
+    _reserved1 = IOUtils::readUShort(fields);
+    _reserved2 = IOUtils::readUInt(fields + 2);
     return parseNested(header);
 }
 
