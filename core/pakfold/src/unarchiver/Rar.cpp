@@ -41,7 +41,7 @@ int size32(std::int64_t size) {
 
 void describe(const RarFileBlock& file, RarEntryInfo& info) {
     info.algorithm = kAlgorithmRar;
-    info.name = file.rawName().c_str();
+    info.name = file.rawName().substr(0, file.rawName().find('\0'));
     info.flags = static_cast<int>(file.attr);
     info.time = file.ftime;
     info.compressedSize = size32(file.packedSize());
