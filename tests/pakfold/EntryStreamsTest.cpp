@@ -70,8 +70,8 @@ TEST(EntryStreams, whatIsDroppedCountsAgainstTheBudget) {
     EXPECT_EQ(sink.write("12", 2), 2);
     NullOutputStream nothing;
     EXPECT_EQ(nothing.write('3'), 1);
-    EXPECT_EQ(thrownBy<ArchivingException>([&] { sink.write("4", 1); }), "Out of budget");
-    EXPECT_EQ(thrownBy<ArchivingException>([&] { nothing.write('5'); }), "Out of budget");
+    EXPECT_EQ(thrownBy<OutOfBudgetException>([&] { sink.write("4", 1); }), "Out of budget");
+    EXPECT_EQ(thrownBy<OutOfBudgetException>([&] { nothing.write('5'); }), "Out of budget");
 }
 
 }  // namespace

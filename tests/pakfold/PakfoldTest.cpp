@@ -11,6 +11,7 @@
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "support/ZipBuilder.h"
+#include "unarchiver/Rar.h"
 #include "unarchiver/VoleEngineFactory.h"
 #include "unarchiver/Zip.h"
 
@@ -93,9 +94,10 @@ struct Calls : ArchiveEntryProcessor {
 
 TEST(VoleEngineFactory, triesZipFirstAndMakesItsUnarchiver) {
     const auto& ids = *VoleEngineFactory::factory;
-    ASSERT_FALSE(ids.empty());
+    ASSERT_EQ(ids.size(), 2U);
     EXPECT_TRUE((dynamic_cast<CrcArchiveId<ZipUnarchiver, Iso3309Crc>*>(ids[0].get())));
     EXPECT_EQ(ids[0]->crc()->crc(), 0U);
+    EXPECT_TRUE((dynamic_cast<CrcArchiveId<RarUnarchiver, RarCrc>*>(ids[1].get())));
     EXPECT_FALSE(ArchiveFactory::factory || PackFactory::factory);
 
     const std::string archive = ZipBuilder({{"a", "A"}, {"b", "B"}}).archive();

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "unarchiver/Rar.h"
 #include "unarchiver/Zip.h"
 #include "utils/Crc.h"
 
@@ -37,6 +38,7 @@ namespace {
 // The order is the order in which formats are tried.
 [[maybe_unused]] const bool registered = [] {
     VoleEngineFactory::registerId(std::make_unique<CrcArchiveId<ZipUnarchiver, Iso3309Crc>>());
+    VoleEngineFactory::registerId(std::make_unique<CrcArchiveId<RarUnarchiver, RarCrc>>());
     return true;
 }();
 
