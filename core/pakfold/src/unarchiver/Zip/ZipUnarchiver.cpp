@@ -8,6 +8,7 @@
 #include "ZipSupport.h"
 #include "io/BufferBaseStreams.h"
 #include "unarchiver/DeflateDecompressor.h"
+#include "unarchiver/EntryStreams.h"
 #include "unarchiver/ScanBudget.h"
 #include "unarchiver/Zip.h"
 #include "util/Diag.h"
@@ -25,29 +26,6 @@ constexpr int kMarkerSize = 4;
 class FinalFailure : public ArchivingException {
 public:
     using ArchivingException::ArchivingException;
-};
-
-// Where the bytes of an entry go whose end shows only once it has been decoded: what the stream no longer takes, or
-// all without a stream, is dropped and counts against the scan's budget.
-class DrainingOutput : public OutputStream {
-public:
-    explicit DrainingOutput(OutputStream* out) : _out(out) {}
-
-    using OutputStream::write;
-    int write(const char* buf, int len) override {
-        if (_out) {
-            try {
-                return _out->write(buf, len);
-            } catch (const UnarchiveRatioExceed&) {
-                _out = nullptr;
-            }
-        }
-        ScanBudget::chargeDiscardedBytes(len);
-        return len;
-    }
-
-private:
-    OutputStream* _out;
 };
 
 int clampedSize(std::int64_t size) { return static_cast<int>(std::min<std::int64_t>(size, INT_MAX)); }
@@ -254,8 +232,8 @@ void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& ou
     } else if (extent.known) {
         inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, out);
     } else {
-        DrainingOutput draining(&out);
-        inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, draining);
+        CutOffOutputStream cutOff(&out);  // The end shows only once all has been inflated.
+        inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, cutOff);
     }
 }
 
@@ -263,7 +241,7 @@ void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& ou
 void ZipUnarchiver::passOver(const ZipDataExtent& extent) {
     if (extent.known) return;
     if (_info.method == ZipConstants::DEFLATED) {
-        DrainingOutput nothing(nullptr);
+        NullOutputStream nothing;
         DeflateDecompressor(true, nullptr).decompress(*_in, DeflateDecompressor::kUnknownSize, nothing);
     } else {
         _in->skip(std::max(_info.compressedSize, 0));
