@@ -126,7 +126,8 @@ const ZOV_SPACE::ArchiveId& formatOf(const _st_ArchEntry& record, int maxDepth) 
     return *record.early->format;
 }
 
-void scanEarly(_st_ArchEntry& record, WrappedLimitedBufferBase& content, int maxDepth) {
+std::unique_ptr<SmartBufferBase> scanEarly(_st_ArchEntry& record, WrappedLimitedBufferBase& content, int maxDepth) {
+    std::unique_ptr<SmartBufferBase> released;
     try {
         EarlyScan early = scanned(content);
         const bool mayBeOpened = !early.found && withinDepth(record, maxDepth);
@@ -134,7 +135,7 @@ void scanEarly(_st_ArchEntry& record, WrappedLimitedBufferBase& content, int max
         const bool isArchive = mayBeOpened && early.format != &ZOV_SPACE::ARCHIVEID_NONE;
         early.contentLetGo = !isArchive && diag::dumpPath().empty();
         if (early.contentLetGo) {
-            content.letGo();
+            released = content.letGo();
         } else {
             content.useSharedBarrier();
         }
@@ -143,4 +144,5 @@ void scanEarly(_st_ArchEntry& record, WrappedLimitedBufferBase& content, int max
     } catch (const std::length_error&) {
     } catch (const Exception&) {
     }
+    return released;
 }

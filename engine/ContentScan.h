@@ -2,6 +2,7 @@
 #ifndef ENGINE_CONTENTSCAN_H
 #define ENGINE_CONTENTSCAN_H
 
+#include <memory>
 #include <string>
 
 #include "WorkList.h"
@@ -16,8 +17,9 @@ bool scanContent(ZOV_SPACE::BufferBase& content, std::string& virusName);
 const ZOV_SPACE::ArchiveId& formatOf(const _st_ArchEntry& record, int maxDepth);
 
 // Does both before the record's turn, while the bytes of `content`, the record's buffer, are in the processor's caches,
-// and holds back what there is to say. Content that no later step needs is let go of. What fails is left to the
-// record's turn.
-void scanEarly(_st_ArchEntry& record, WrappedLimitedBufferBase& content, int maxDepth);
+// and holds back what there is to say. Content that no later step needs is let go of and returned. What fails is left
+// to the record's turn.
+std::unique_ptr<ZOV_SPACE::SmartBufferBase> scanEarly(_st_ArchEntry& record, WrappedLimitedBufferBase& content,
+                                                      int maxDepth);
 
 #endif  // ENGINE_CONTENTSCAN_H

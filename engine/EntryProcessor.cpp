@@ -34,12 +34,15 @@ constexpr long kSmallestLoan = 64L << 10;
 class ContentOutputStream : public ZOV_SPACE::BufferBaseOutputStream, public ZOV_SPACE::OutputSpace {
 public:
     // `announced`: the content's size, in bytes, as the archive says it.
-    ContentOutputStream(_st_ArchEntry& record, WrappedLimitedBufferBase& content, long announced, int maxDepth)
+    // `spare` takes the content when it is needed no more.
+    ContentOutputStream(_st_ArchEntry& record, WrappedLimitedBufferBase& content, long announced, int maxDepth,
+                        std::unique_ptr<SmartBufferBase>& spare)
         : BufferBaseOutputStream(&content),
           _record(record),
           _content(content),
           _announced(announced),
-          _maxDepth(maxDepth) {}
+          _maxDepth(maxDepth),
+          _spare(spare) {}
 
     std::span<char> lendSpace() override {
         const long size = _content.getSize();
@@ -54,7 +57,7 @@ public:
 
     void close() override {
         BufferBaseOutputStream::close();
-        scanEarly(_record, _content, _maxDepth);
+        _spare = scanEarly(_record, _content, _maxDepth);
     }
 
 private:
@@ -62,6 +65,7 @@ private:
     WrappedLimitedBufferBase& _content;
     long _announced;
     int _maxDepth;
+    std::unique_ptr<SmartBufferBase>& _spare;
 };
 
 }  // namespace
@@ -136,6 +140,19 @@ std::string EntryProcessor::derivedName(const ArchiveEntryInfo& entry) const {
     return name;
 }
 
+std::unique_ptr<SmartBufferBase> EntryProcessor::storageFor(long announced) {
+    const bool inMemory = _spare && _spare->getFileDescriptor() == -1;
+    if (inMemory && announced <= _spareCapacity) {
+        _spare->truncate(0);
+        return std::move(_spare);
+    }
+    _spare.reset();
+    auto storage = std::make_unique<SmartBufferBase>(announced, ZOV_SPACE::kMemoryOrFilePolicy, kMostInMemory);
+    if (!storage->isValid()) kUnit.raise<ZOV_SPACE::OutOfMemoryException>("Out of memory");
+    _spareCapacity = announced;
+    return storage;
+}
+
 std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entry) {
     const auto announced = static_cast<unsigned int>(entry.uncompressedSize);
     const auto capacity = std::min<unsigned int>(announced, WrappedLimitedBufferBase::kHighestLimit);
@@ -146,5 +163,5 @@ std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entr
     WrappedLimitedBufferBase& content = *buffer;
     _workList.push_back({std::move(buffer), _level, derivedName(entry), {}});
     return std::make_unique<ContentOutputStream>(_workList.back(), content, static_cast<long>(capacity),
-                                                 _options.maxDepth);
+                                                 _options.maxDepth, _spare);
 }

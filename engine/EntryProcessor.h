@@ -13,6 +13,7 @@
 
 #include "VoleOptions.h"
 #include "WorkList.h"
+#include "io/SmartBufferBase.h"
 #include "unarchiver/Pakfold.h"
 
 class EntryProcessor : public ZOV_SPACE::ArchiveEntryProcessor {
@@ -31,6 +32,7 @@ private:
     void checkCounts() const;
     bool passesLimits(unsigned int packedSize, unsigned int unpackedSize) const;
     std::string derivedName(const ZOV_SPACE::ArchiveEntryInfo& entry) const;
+    std::unique_ptr<ZOV_SPACE::SmartBufferBase> storageFor(long announced);
     std::unique_ptr<ZOV_SPACE::OutputStream> queue(const ZOV_SPACE::ArchiveEntryInfo& entry);
 
     const OptionValues& _options;
@@ -39,6 +41,9 @@ private:
     int _level;
     int _addedEntries = 0;  // Offered so far.
     int _sequence = 0;      // Accepted so far.
+    // Storage of a member before that is used again: fresh memory costs more than what is written into it.
+    std::unique_ptr<ZOV_SPACE::SmartBufferBase> _spare;
+    long _spareCapacity = 0;  // Bytes that storage was made for at most.
 };
 
 #endif  // ENGINE_ENTRYPROCESSOR_H

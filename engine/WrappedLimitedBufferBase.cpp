@@ -26,9 +26,10 @@ std::span<char> WrappedLimitedBufferBase::appendSpace(long wanted) {
     return room > 0 ? _owned->appendSpace(room) : std::span<char>{};
 }
 
-void WrappedLimitedBufferBase::letGo() {
-    _owned = std::make_unique<ZOV_SPACE::SmartBufferBase>(0L);
+std::unique_ptr<ZOV_SPACE::SmartBufferBase> WrappedLimitedBufferBase::letGo() {
+    auto content = std::exchange(_owned, std::make_unique<ZOV_SPACE::SmartBufferBase>(0L));
     _inner = _owned.get();
+    return content;
 }
 
 void WrappedLimitedBufferBase::raiseExceeded() {

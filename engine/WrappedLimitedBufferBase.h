@@ -25,8 +25,8 @@ public:
     void commitAppend(long n) { _owned->commitAppend(n); }
     // Content above the memory barrier of all buffers moves to a file; see SmartBufferBase.
     void useSharedBarrier() { _owned->useSharedBarrier(); }
-    // Releases the content; the buffer is empty from then on.
-    void letGo();
+    // Hands the content out; the buffer is empty from then on.
+    std::unique_ptr<ZOV_SPACE::SmartBufferBase> letGo();
 
     int write(long pos, char c) override;
     int write(long pos, const char* buf, int n) override;

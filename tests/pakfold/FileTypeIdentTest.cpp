@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -24,7 +25,7 @@ using Check = bool (*)(const unsigned char*, int);
 // Allocated to the byte, so that the address sanitizer sees reads behind the end.
 std::unique_ptr<unsigned char[]> exactly(const std::string& bytes) {
     auto head = std::make_unique_for_overwrite<unsigned char[]>(bytes.size());
-    std::copy(bytes.begin(), bytes.end(), head.get());
+    if (!bytes.empty()) std::memcpy(head.get(), bytes.data(), bytes.size());
     return head;
 }
 
