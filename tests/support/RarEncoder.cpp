@@ -40,7 +40,11 @@ void makeLengths(Counts counts, unsigned char* lengths) {
         for (std::size_t i = 0; i < counts.size(); ++i) {
             if (counts[i] > 0) queue.push({counts[i], {i}});
         }
-        if (queue.size() == 1) lengths[queue.top().second[0]] = 1;
+        if (queue.size() == 1) {
+            // With another symbol, because some decoders refuse a code that leaves a part of its bits unused.
+            const std::size_t only = queue.top().second[0];
+            lengths[only] = lengths[only == 0 ? 1 : 0] = 1;
+        }
         while (queue.size() > 1) {
             Node a = queue.top();
             queue.pop();
@@ -176,14 +180,16 @@ std::string RarEncoder::finish(bool tablesFollow) {
     } else if (tablesFollow) {
         nextBlock();
     }
-    std::string packed = finishWithoutEnd();
+    std::string packed = takePacked(is20() || !tablesFollow);
     _tablesDue = tablesFollow && !is20();
     if (_tablesDue) _lowRepeats = _lastLow = 0;
     return packed;
 }
 
-std::string RarEncoder::finishWithoutEnd() {
-    writeBlock(true);
+std::string RarEncoder::finishWithoutEnd() { return takePacked(true); }
+
+std::string RarEncoder::takePacked(bool codeAll) {
+    writeBlock(codeAll);
     const std::vector<unsigned char> bytes = std::exchange(_out, {}).bytes();
     _bitCount = 0;
     return {bytes.begin(), bytes.end()};
@@ -226,9 +232,15 @@ void RarEncoder::writeBlock(bool codeAll) {
 void RarEncoder::writeTables(const Lengths& lengths) {
     if (!is20()) put(0, static_cast<unsigned>((8 - _bitCount % 8) % 8));
     put(std::exchange(_keepLengths, false) ? 1 : (std::fill(_lengths.begin(), _lengths.end(), 0), 0), 2);
-    for (int i = is20() ? 19 : 20; i > 0; --i) put(5, 4);  // All code lengths have five bits: their numbers.
+    // A code for code lengths that uses all of its bits: four for the first ones, five for the others.
+    for (std::uint32_t i = 0; i < (is20() ? 19 : 20); ++i) put(i < shortLengths() ? 4 : 5, 4);
     writeLengths(lengths);
     _lengths = lengths;
+}
+
+void RarEncoder::putLength(std::uint32_t length) {
+    const std::uint32_t few = shortLengths();
+    length < few ? put(length, 4) : put(few + length, 5);
 }
 
 void RarEncoder::writeLengths(const Lengths& lengths) {
@@ -240,15 +252,15 @@ void RarEncoder::writeLengths(const Lengths& lengths) {
         auto run = static_cast<std::uint32_t>(end - lengths.begin()) - static_cast<std::uint32_t>(i);
         const bool repeats = i > 0 && lengths[i - 1] == lengths[i];
         if (lengths[i] == 0 && run >= 11) {
-            put(zeros + 1, 5), put((run = std::min(run, 138U)) - 11, 7);
+            putLength(zeros + 1), put((run = std::min(run, 138U)) - 11, 7);
         } else if (lengths[i] == 0 && run >= 3) {
-            put(zeros, 5), put(run - 3, 3);
+            putLength(zeros), put(run - 3, 3);
         } else if (repeats && run >= 11 && !is20()) {
-            put(17, 5), put((run = std::min(run, 138U)) - 11, 7);
+            putLength(17), put((run = std::min(run, 138U)) - 11, 7);
         } else if (repeats && run >= 3) {
-            put(16, 5), put((run = std::min(run, (1U << repeatBits) + 2)) - 3, repeatBits);
+            putLength(16), put((run = std::min(run, (1U << repeatBits) + 2)) - 3, repeatBits);
         } else {
-            put((lengths[i] - _lengths[i]) & 15U, 5);
+            putLength((lengths[i] - _lengths[i]) & 15U);
             run = 1;
         }
         i += run;

@@ -65,7 +65,10 @@ private:
     void remember(std::uint32_t distance, std::uint32_t length, std::size_t from);
     void put(std::uint32_t value, unsigned count);
     void writeBlock(bool codeAll);
+    std::string takePacked(bool codeAll);
     void writeTables(const Lengths& lengths);
+    std::uint32_t shortLengths() const { return is20() ? 13 : 12; }
+    void putLength(std::uint32_t length);
     void writeLengths(const Lengths& lengths);
 
     int _version;
