@@ -13,6 +13,7 @@ void benchLookup(const Settings& settings, Report& report);
 void benchCheckSums(const Settings& settings, Report& report);
 void benchHashing(const Settings& settings, Report& report);
 void benchSmallFiles(const Settings& settings, Report& report);
+void benchArchives(const Settings& settings, Report& report);
 void runMicrobenchmarks(const Settings& settings, Report& report);
 
 #endif  // BENCH_BENCHES_H

@@ -15,8 +15,9 @@ struct Group {
 };
 
 constexpr Group kGroups[] = {
-    {"loading", benchLoading}, {"lookup", benchLookup},          {"checksums", benchCheckSums},
-    {"hashing", benchHashing}, {"small-files", benchSmallFiles}, {"micro", runMicrobenchmarks},
+    {"loading", benchLoading},     {"lookup", benchLookup},          {"checksums", benchCheckSums},
+    {"hashing", benchHashing},     {"small-files", benchSmallFiles}, {"archives", benchArchives},
+    {"micro", runMicrobenchmarks},
 };
 
 void printUsage() {
