@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -22,14 +20,19 @@ using namespace std::string_literals;
 using F = FileTypeIdent;
 using Check = bool (*)(const unsigned char*, int);
 
-// Allocated to the byte, so that the address sanitizer sees reads behind the end.
-std::unique_ptr<unsigned char[]> exactly(const std::string& bytes) {
-    auto head = std::make_unique_for_overwrite<unsigned char[]>(bytes.size());
-    if (!bytes.empty()) std::memcpy(head.get(), bytes.data(), bytes.size());
-    return head;
-}
+// A copy at the end of an allocation, so that the address sanitizer sees reads behind it.
+class Exactly {
+public:
+    explicit Exactly(const std::string& bytes) : _bytes(bytes.size() + 1) {
+        std::copy(bytes.begin(), bytes.end(), _bytes.begin() + 1);
+    }
+    const unsigned char* get() const { return _bytes.data() + 1; }
 
-bool holds(Check test, const std::string& bytes) { return test(exactly(bytes).get(), static_cast<int>(bytes.size())); }
+private:
+    std::vector<unsigned char> _bytes;
+};
+
+bool holds(Check test, const std::string& bytes) { return test(Exactly(bytes).get(), static_cast<int>(bytes.size())); }
 
 std::string filled(std::string pattern, char filler) {
     std::replace(pattern.begin(), pattern.end(), '?', filler);
@@ -87,8 +90,8 @@ void checkMagic(const Magic& m, const std::string& pattern) {
     EXPECT_TRUE(holds(m.test, filled(pattern, '\0')));
     EXPECT_FALSE(holds(m.test, head.substr(0, head.size() - 1)));
     EXPECT_FALSE(m.test(nullptr, length));
-    EXPECT_FALSE(m.test(exactly(head).get(), -length));
-    EXPECT_EQ(F::priorMatch(exactly(head).get(), length, m.row, m.row), m.code);
+    EXPECT_FALSE(m.test(Exactly(head).get(), -length));
+    EXPECT_EQ(F::priorMatch(Exactly(head).get(), length, m.row, m.row), m.code);
     for (std::size_t i = 0; i < head.size(); ++i) {
         std::string damaged = head;
         damaged[i] = static_cast<char>(damaged[i] ^ 0x80);
@@ -214,7 +217,7 @@ TEST(FileTypeIdent, contentIsTriedByTheHintFirst) {
     EXPECT_EQ(F::indexContentTbl("image"), 2);
     EXPECT_EQ(F::indexContentTbl(""), 0);
     // Ranges that lie outside the table, or hold nothing.
-    const auto text = exactly("text");
+    const Exactly text("text");
     using Range = std::pair<int, int>;
     for (const auto& [first, last] : {Range{-5, -1}, Range{40, 10000}, Range{2, 1}, Range{-5, 10000}}) {
         EXPECT_EQ(F::priorMatch(text.get(), 4, first, last), 100) << first;
