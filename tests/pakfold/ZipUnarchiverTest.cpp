@@ -194,6 +194,11 @@ TEST(ZipUnarchiver, chargesWhatItReadsForNothing) {
         ZipBuilder().add({"a", content, 8, kSignedDescriptor}).add({"b", "B", 8, 0, 1}).add({"c", "C"}).archive();
     ZipBuilder stored;
     for (int i = 0; i < 1000; ++i) stored.add({"s", "data", 0, kPlainDescriptor});
+    const std::string torn =
+        ZipBuilder().add({"t", "", 8, kSignedDescriptor, 0, {}, kTornData}).add({"c", "C"}).archive();
+    const auto large = [](std::size_t size) {
+        return ZipBuilder().add({"l", std::string(size, 'l'), 8, kSignedDescriptor}).archive();
+    };
     const std::string budgetText = "Out of budget";
     const struct {
         std::string archive;
@@ -206,6 +211,10 @@ TEST(ZipUnarchiver, chargesWhatItReadsForNothing) {
         {skipped, kBuffer, kActionSkip, 100'000, 3, ""},
         {skipped, kBuffer, kActionSkip, 99'999, 1, budgetText},
         {skipped, kBuffer, kActionDecompress, 0, 3, ""},
+        {torn, kBuffer, kActionSkip, 3, 3, ""},
+        {torn, kBuffer, kActionSkip, 2, 1, budgetText},
+        {large(1 << 20), kBuffer, kActionDecompress, 0, 2, ""},
+        {large((1 << 20) + 1), kBuffer, kActionDecompress, 0, 0, budgetText},
         {skipped, kStream, kActionSkip, 100'000, 1, kAgain},
         {skipped, kStream, kActionSkip, 99'999, 1, budgetText},
         {stored.archive(), kBuffer, kActionCopy, 4000, 1001, ""},
@@ -221,6 +230,19 @@ TEST(ZipUnarchiver, chargesWhatItReadsForNothing) {
                   c.thrown);
         EXPECT_EQ(entries.entries.size(), c.offered);
     }
+}
+
+TEST(ZipUnarchiver, chargesWhatTheProcessorRefusesByAThrow) {
+    class Refusing : public ArchiveEntryProcessor {
+        std::unique_ptr<OutputStream> processEntry(ArchiveEntryInfo*, int&) override {
+            raise<UnarchivePolicyException>("no more");
+        }
+    } refusing;
+    ScanBudget budget;
+    const ScanBudget::Scope spending(budget);
+    const std::string archive = ZipBuilder().add({"a", std::string(100'000, 'x'), 8, kSignedDescriptor}).archive();
+    EXPECT_EQ(walk<UnarchivePolicyException>(archive, refusing), "no more");
+    EXPECT_EQ(ScanBudget::discardedBytesLeft(), ScanBudget::kDiscardedBytes - 100'000);
 }
 
 TEST(ZipUnarchiver, survivesEveryTruncationAndRandomDamage) {

@@ -40,6 +40,9 @@ public:
     // For output that is decoded and dropped. Throws OutOfBudgetException "Out of budget" once more than
     // kDiscardedBytes were.
     static void chargeDiscardedBytes(std::int64_t n);
+    // The same without a throw, for what shows to be dropped while something else is thrown.
+    static bool takeDiscardedBytes(std::int64_t n);
+    static std::int64_t discardedBytesLeft();  // A very large number without a budget.
 
     // Take `n` units and return true, or return false when fewer are left; then the rest is gone, too.
     static bool takeVmInstructions(std::int64_t n);
@@ -49,6 +52,7 @@ public:
 
 private:
     static bool take(std::int64_t ScanBudget::*units, std::int64_t n);
+    static std::int64_t left(const std::int64_t ScanBudget::*units);
 
     static thread_local ScanBudget* _current;
 

@@ -20,16 +20,22 @@ bool ScanBudget::take(std::int64_t ScanBudget::*units, std::int64_t n) {
     return enough;
 }
 
-void ScanBudget::chargeDiscardedBytes(std::int64_t n) {
-    if (!take(&ScanBudget::_discardedBytes, n)) kUnit.raise<OutOfBudgetException>("Out of budget");
+std::int64_t ScanBudget::left(const std::int64_t ScanBudget::*units) {
+    return _current ? _current->*units : std::numeric_limits<std::int64_t>::max();
 }
+
+void ScanBudget::chargeDiscardedBytes(std::int64_t n) {
+    if (!takeDiscardedBytes(n)) kUnit.raise<OutOfBudgetException>("Out of budget");
+}
+
+bool ScanBudget::takeDiscardedBytes(std::int64_t n) { return take(&ScanBudget::_discardedBytes, n); }
+
+std::int64_t ScanBudget::discardedBytesLeft() { return left(&ScanBudget::_discardedBytes); }
 
 bool ScanBudget::takeVmInstructions(std::int64_t n) { return take(&ScanBudget::_vmInstructions, n); }
 
 bool ScanBudget::takeVmCodeBytes(std::int64_t n) { return take(&ScanBudget::_vmCodeBytes, n); }
 
-std::int64_t ScanBudget::vmInstructionsLeft() {
-    return _current ? _current->_vmInstructions : std::numeric_limits<std::int64_t>::max();
-}
+std::int64_t ScanBudget::vmInstructionsLeft() { return left(&ScanBudget::_vmInstructions); }
 
 }  // namespace ZOV_SPACE

@@ -25,12 +25,17 @@ constexpr int kLongestDescriptor = 24;
 // Counts what is inflated, and keeps it while it is little.
 class ContentKeeper : public OutputStream {
 public:
-    explicit ContentKeeper(ZipDataExtent& extent) : _extent(extent) { _extent.hasContent = true; }
+    explicit ContentKeeper(ZipDataExtent& extent)
+        : _extent(extent),
+          _mostKept(
+              std::clamp(ScanBudget::discardedBytesLeft(), ZipDataExtent::kAlwaysKept, ZipDataExtent::kMostKept)) {
+        _extent.hasContent = true;
+    }
 
     using OutputStream::write;
     int write(const char* buf, int len) override {
         _extent.unpackedSize += len;
-        if (_extent.hasContent && _extent.unpackedSize <= static_cast<std::int64_t>(ZipDataExtent::kMostKept)) {
+        if (_extent.hasContent && _extent.unpackedSize <= _mostKept) {
             _extent.content.emplace_back(buf, static_cast<std::size_t>(len));
             return len;
         }
@@ -42,6 +47,7 @@ public:
 
 private:
     ZipDataExtent& _extent;
+    std::int64_t _mostKept;
 };
 
 // Slides over the buffer in pieces that overlap, so that whatever begins in one can be seen whole. They grow, so that a
@@ -158,7 +164,6 @@ ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start) {
         DeflateDecompressor(true, nullptr).decompress(counted, DeflateDecompressor::kUnknownSize, keeper);
     } catch (CompressionException& damage) {
         extent.failure = damage.getMessage();
-        extent.hasContent = false;
     }
     extent.packedSize = counted.position();
     extent.checkSum = checkSumOfDescriptor(data);

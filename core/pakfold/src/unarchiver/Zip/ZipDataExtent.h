@@ -11,15 +11,17 @@
 namespace ZOV_SPACE {
 
 struct ZipDataExtent {
-    // Of content that was inflated to find its end, so much is kept, so that it need not be inflated again.
-    static constexpr std::size_t kMostKept = std::size_t{8} << 20;
+    // Of content that was inflated to find its end, so much is kept, so that it need not be inflated again. It is
+    // charged only when nobody takes it; a scan whose budget is spent therefore keeps less.
+    static constexpr std::int64_t kMostKept = std::int64_t{8} << 20;
+    static constexpr std::int64_t kAlwaysKept = std::int64_t{1} << 20;
 
     bool known = false;           // The sizes are the data's, not those of some entry before.
     std::int64_t packedSize = 0;  // Bytes.
     std::int64_t unpackedSize = 0;
     std::uint32_t checkSum = 0;        // As the data descriptor says it.
     std::string failure;               // Why the data ends there before its end was found; empty when all is well.
-    bool hasContent = false;           // Whether `content` is all of the unpacked data.
+    bool hasContent = false;           // Whether `content` is all of the unpacked data that can be had.
     std::vector<std::string> content;  // In pieces.
 };
 

@@ -124,7 +124,7 @@ bool ZipUnarchiver::processNext() {
     ZipEntryInfo entry;
     fill(entry, extent);
     int action = kActionSkip;
-    const std::unique_ptr<OutputStream> out = _entries.processEntry(&entry, action);
+    const std::unique_ptr<OutputStream> out = offer(entry, extent, action);
     if (action == kActionAbort) kZipUnit.raise<FinalFailure>("Archiving aborted");
     if (_info.hasDataDescriptor() || _info.compressedSize > 0) moveData(entry, extent, action, out.get());
     if (_info.hasDataDescriptor()) {
@@ -168,6 +168,16 @@ void ZipUnarchiver::fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const
     entry.algorithm = kAlgorithmUnknown;
     if (_info.method == ZipConstants::STORED) entry.algorithm = kAlgorithmStored;
     if (_info.method == ZipConstants::DEFLATED) entry.algorithm = kAlgorithmDeflate;
+}
+
+// A processor that ends the walk does not take the content either.
+std::unique_ptr<OutputStream> ZipUnarchiver::offer(ZipEntryInfo& entry, const ZipDataExtent& extent, int& action) {
+    try {
+        return _entries.processEntry(&entry, action);
+    } catch (...) {
+        if (extent.hasContent) static_cast<void>(ScanBudget::takeDiscardedBytes(extent.unpackedSize));
+        throw;
+    }
 }
 
 // Carries out the action and leaves the stream behind the entry's data, if its end is known.
