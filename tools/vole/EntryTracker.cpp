@@ -4,15 +4,20 @@
 
 namespace {
 
-bool has(std::string_view line, std::string_view part) { return line.find(part) != std::string_view::npos; }
+// A debug line's message, behind "[unit:line] ". It may hold a member's name, in which anything can stand.
+std::string_view messageOf(std::string_view line) {
+    const std::size_t prefix = line.starts_with('[') ? line.find("] ") : std::string_view::npos;
+    return prefix == std::string_view::npos ? std::string_view() : line.substr(prefix + 2);
+}
 
 }  // namespace
 
 void EntryTracker::takeLine(std::string_view line) {
-    if (has(line, "] UnarchiveOneFile: bb @")) {
+    const std::string_view message = messageOf(line);
+    if (message.starts_with("UnarchiveOneFile: bb @")) {
         next();
-    } else if (const auto member = line.find("] process_entry : "); member != std::string_view::npos) {
-        offer(line.substr(member));
+    } else if (message.starts_with("process_entry : ")) {
+        offer(message);
     } else if (line.starts_with("Oversize entry(") || line.starts_with("Overratio entry:") ||
                line.starts_with("Unarchive Exception: Reach the ")) {
         settle(false);
@@ -24,7 +29,7 @@ std::string EntryTracker::current() {
     return _queue.empty() ? std::string() : _queue.front();
 }
 
-// "] process_entry : <name>, size= 1, usize= 2" or "] process_entry : [NULL], size= ..."
+// "process_entry : <name>, size= 1, usize= 2" or "process_entry : [NULL], size= ..."
 void EntryTracker::offer(std::string_view member) {
     settle(true);
     const std::size_t begin = member.find(" : ") + 3;
