@@ -1,6 +1,7 @@
 #include "EntryProcessor.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "ContentScan.h"
@@ -44,6 +45,16 @@ public:
           _maxDepth(maxDepth),
           _spare(spare) {}
 
+    // Content whose unpacking failed waits for its turn like any other, so it must not keep what only one may.
+    ~ContentOutputStream() override {
+        if (_complete) return;
+        try {
+            _content.useSharedBarrier();
+        } catch (const ZOV_SPACE::Exception&) {
+        } catch (const std::bad_alloc&) {
+        }
+    }
+
     std::span<char> lendSpace() override {
         const long size = _content.getSize();
         if (_announced > kMostInMemory || size > kMostInMemory - kSmallestLoan) return {};
@@ -57,6 +68,7 @@ public:
 
     void close() override {
         BufferBaseOutputStream::close();
+        _complete = true;
         _spare = scanEarly(_record, _content, _maxDepth);
     }
 
@@ -66,6 +78,7 @@ private:
     long _announced;
     int _maxDepth;
     std::unique_ptr<SmartBufferBase>& _spare;
+    bool _complete = false;
 };
 
 }  // namespace

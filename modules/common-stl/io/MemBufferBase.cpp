@@ -298,4 +298,15 @@ void MemBufferBase::commitAppend(long n) {
     _resize(_size + n);
 }
 
+void MemBufferBase::releaseSpare() {
+    WriteGuard guard(_lock);
+    _given = 0;
+    if (_buffers.empty()) return;
+    if (_buffers.back().used > 0) {
+        _buffers.back().shrinkToUsed();
+    } else {
+        _buffers.pop_back();
+    }
+}
+
 }  // namespace ZOV_SPACE

@@ -77,6 +77,7 @@ void SmartBufferBase::_checkBarrier() {
 void SmartBufferBase::useSharedBarrier() {
     _ownBarrier = -1;
     _checkBarrier();
+    if (auto* blocks = dynamic_cast<MemBufferBase*>(_inner.get())) blocks->releaseSpare();
 }
 
 int SmartBufferBase::read(long pos) { return _storage().read(pos); }

@@ -44,6 +44,9 @@ public:
     std::span<char> appendSpace(long n);
     void commitAppend(long n);
 
+    // Gives back the memory behind the content, which counts even while it is untouched where addresses are scarce.
+    void releaseSpare();
+
 private:
     struct Buffer {
         // `n` zero bytes; at least kMinBlock unless `exact`. IOException with the system text when there is no memory.

@@ -67,7 +67,8 @@ public:
     // Whether a viewed file could not be read as announced; false for every other storage.
     bool sourceFailed() const;
 
-    // From now on _barrier counts; content that is larger moves at once.
+    // From now on _barrier counts; content that is larger moves at once, and other content keeps no more memory than it
+    // needs. For a caller who owns the buffer alone.
     void useSharedBarrier();
 
     // Settings of every buffer made from now on (_barrier: of every check). Set them while no other thread uses
