@@ -130,6 +130,20 @@ TEST(Unarchive, entriesThatUnpackToMoreThanTheySayAreCutAndReportedOnce) {
     EXPECT_EQ(opened.result, 0);
 }
 
+TEST(Unarchive, aLargeMemberThatFailsWaitsInAFile) {
+    const std::string large(3 << 20, 'x'), packed = deflated(large);
+    const ZipMember torn{"torn", large, 8, kNoDescriptor, 0, {}, packed.substr(0, packed.size() / 2)};
+    OptionValues options = kDefaults;
+    options.maxSize = 4 << 20;
+    options.maxRatio = 0;
+    WorkList list;
+    const _st_ArchEntry record{std::make_unique<ZOV_SPACE::StringBuffer>(zipOf({torn})), 0, "f", {}};
+    unarchiveOneFile(options, list, record);
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_GT(list.front().buffer->getSize(), 1 << 20);
+    EXPECT_GE(list.front().buffer->getFileDescriptor(), 0);
+}
+
 TEST(Unarchive, namesAreDerivedFromTheArchives) {
     const std::string x512(512, 'x'), parent(4080, 'p');
     const struct {
