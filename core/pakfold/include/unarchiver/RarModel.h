@@ -86,11 +86,7 @@ private:
         _range = (0 - _low) & (kBottom - 1);
         return true;
     }
-    std::uint32_t nextByte() {
-        const std::uint32_t byte = _in->getBits() >> 8;
-        _in->addBits(8);
-        return byte;
-    }
+    std::uint32_t nextByte() { return _in->nextByte(); }
 
     std::uint32_t _low = 0;
     std::uint32_t _code = 0;  // Relative to the start.

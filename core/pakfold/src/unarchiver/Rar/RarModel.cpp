@@ -253,11 +253,7 @@ int ModelPPM::DecodeChar() {
 }
 
 bool ModelPPM::DecodeInit(RarBitInputStream* in, int& escapeChar) {
-    const auto nextByte = [in] {
-        const auto byte = static_cast<int>(in->getBits() >> 8);
-        in->addBits(8);
-        return byte;
-    };
+    const auto nextByte = [in] { return static_cast<int>(in->nextByte()); };
     constexpr int kReset = 0x20;
     constexpr int kNewEscape = 0x40;
     constexpr int kOrderMask = 0x1F;
