@@ -42,7 +42,7 @@ public:
     static constexpr int kMostMegabytes = 256;
 
     // Gets a heap of 1 to kMostMegabytes, whose content is arbitrary; one of that size is kept.
-    //   Throws:  OutOfMemoryException "Out of memory"; there is no heap then.
+    //   Throws:  OutOfMemoryException "Out of memory", OutOfBudgetException; there is no heap then.
     void StartSubAllocator(int megabytes);
     void StopSubAllocator();
     // Frees everything in the heap.

@@ -114,7 +114,8 @@ public:
 
     // Reads the header of a PPM block, which may bring a new model or a new escape character, and prepares decoding.
     // False when there is no model then. The stream is borrowed until the next call.
-    //   Throws:  OutOfMemoryException "Out of memory"; what the stream throws.
+    // New models are charged to the scan's budget, because they cost far more than their headers.
+    //   Throws:  OutOfMemoryException "Out of memory"; OutOfBudgetException; what the stream throws.
     bool DecodeInit(RarBitInputStream* in, int& escapeChar);
 
     // The next byte, or -1 when the data cannot be right. Behind that, and behind an exception of the stream, there is

@@ -37,8 +37,8 @@ public:
         ScanBudget* _outer;
     };
 
-    // For output that is decoded and dropped. Throws OutOfBudgetException "Out of budget" once more than
-    // kDiscardedBytes were.
+    // For output that is decoded and dropped, and for work without output that costs as much as so many bytes. Throws
+    // OutOfBudgetException "Out of budget" once more than kDiscardedBytes were.
     static void chargeDiscardedBytes(std::int64_t n);
     // The same without a throw, for what shows to be dropped while something else is thrown.
     static bool takeDiscardedBytes(std::int64_t n);

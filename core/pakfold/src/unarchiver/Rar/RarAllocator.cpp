@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Raise.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -12,6 +13,8 @@ constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/RarModel"};
 
 constexpr std::uint32_t kUnitBytes = SubAllocator::kUnitBytes;
 constexpr std::uint32_t kMostUnits = 128;
+// What a heap costs the system, as so many bytes of output, even if hardly used: a large page at each of its places.
+constexpr std::int64_t kNewHeapCost = 1 << 20;
 constexpr std::uint32_t kGlueInterval = 255;
 constexpr std::uint16_t kFreeStamp = 0xFFFF;  // No context has so many states, no state that frequency.
 
@@ -66,6 +69,7 @@ void SubAllocator::StartSubAllocator(int megabytes) {
     const std::uint32_t size = static_cast<std::uint32_t>(megabytes) << 20;
     if (size == _size) return;
     StopSubAllocator();
+    ScanBudget::chargeDiscardedBytes(kNewHeapCost);
     const std::uint32_t bytes = size / kUnitBytes * kUnitBytes + kUnitBytes;
     _memory.reset(static_cast<char*>(std::malloc(bytes)));
     if (!_memory) kUnit.raise<OutOfMemoryException>("Out of memory");

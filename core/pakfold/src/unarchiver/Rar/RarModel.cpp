@@ -3,10 +3,15 @@
 #include <span>
 #include <utility>
 
+#include "unarchiver/ScanBudget.h"
+
 namespace ZOV_SPACE {
 namespace {
 
 constexpr unsigned kFrequencyStep = 4;
+
+// What a new model costs, as so many bytes of output: its tables. A header asks for one in eight bytes.
+constexpr std::int64_t kStartCost = 16 << 10;
 
 constexpr unsigned kPeriodBits = 7;
 constexpr unsigned kInterval = 1 << 7;
@@ -271,6 +276,7 @@ bool ModelPPM::DecodeInit(RarBitInputStream* in, int& escapeChar) {
         _allocator.StopSubAllocator();
         return false;
     }
+    ScanBudget::chargeDiscardedBytes(kStartCost);
     restart(order, megabytes);
     return _ready = true;
 }

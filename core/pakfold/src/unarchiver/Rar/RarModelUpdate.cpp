@@ -22,9 +22,11 @@ void ModelPPM::resetEstimates() {
     constexpr std::array<unsigned, 8> kInitialEscapes = {0x3CDD, 0x1F3F, 0x59BF, 0x48F3,
                                                          0x64A1, 0x5ABC, 0x6632, 0x6051};
     for (unsigned i = 0; i < _binEstimates.size(); ++i) {
-        for (unsigned j = 0; j < _binEstimates[i].size(); ++j) {
-            _binEstimates[i][j] = static_cast<std::uint16_t>(kBinTotal - kInitialEscapes[j % 8] / (i + 2));
+        auto& row = _binEstimates[i];
+        for (unsigned j = 0; j < kInitialEscapes.size(); ++j) {
+            row[j] = static_cast<std::uint16_t>(kBinTotal - kInitialEscapes[j] / (i + 2));
         }
+        for (std::size_t j = kInitialEscapes.size(); j < row.size(); ++j) row[j] = row[j - kInitialEscapes.size()];
     }
     constexpr unsigned char kShift = 3;
     for (unsigned i = 0; i < _see.size(); ++i) {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "RarSession.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 
@@ -60,6 +61,8 @@ void RarDecompressSession::readTail29() {
                 goesOn = _model.DecodeChar() == _escapeChar && obeyPpmControl(_model.DecodeChar());
             }
         }
+    } catch (const OutOfBudgetException&) {
+        throw;
     } catch (const Exception&) {
     }
 }
