@@ -12,6 +12,7 @@
 #include "support/PpmEncoder.h"
 #include "support/RarEncoder.h"
 #include "support/Thrown.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -316,6 +317,34 @@ TEST(RarDecompressor, filtersThatMakeNoSenseEndTheEntryQuietly) {
     for (std::size_t i = 1; i <= RarVMOutputStream::kMostOnOneBlock; ++i) addFilter(chain, 1, 0, 3);
     chain.text("behind");
     EXPECT_EQ(unpack(chain.finish(), 6, 29), "");
+}
+
+// Else a few bytes of input, again and again, buy time without end.
+TEST(RarDecompressor, chargesWorkWithoutOutput) {
+    RarEncoder swallowed(29);
+    addFilter(swallowed, 0, 0, 1000, RarVmAssembler().dword(VmOperation::mov, at(0x3C01C), imm(0)).build());
+    swallowed.text(std::string(1000, 'x') + "y");
+    // The second model comes behind the last byte, where errors count for nothing else.
+    PpmEncoder models(4, 1);
+    models.put('y');
+    models.nextBlock(true);
+    const struct {
+        std::string packed;
+        std::int64_t cost;
+    } rows[] = {{swallowed.finish(), 1000}, {models.finish(), (1 << 20) + 2 * (16 << 10)}};
+    for (const auto& [packed, cost] : rows) {
+        for (const bool enough : {true, false}) {
+            ScanBudget budget;
+            const ScanBudget::Scope scope(budget);
+            ScanBudget::chargeDiscardedBytes(ScanBudget::kDiscardedBytes - cost + (enough ? 0 : 1));
+            const auto unpackIt = [&packed = packed] { EXPECT_EQ(unpack(packed, 1, 29), "y"); };
+            if (enough) {
+                unpackIt();
+            } else {
+                EXPECT_EQ(thrownBy<OutOfBudgetException>(unpackIt), "Out of budget");
+            }
+        }
+    }
 }
 
 TEST(RarDecompressor, stopsAtTheLimitOrSaysThatItIsCrossed) {

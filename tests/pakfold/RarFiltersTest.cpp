@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/RarVmAssembler.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -232,6 +233,17 @@ TEST_F(RarFiltersTest, leaveBlocksAloneThatDoNotFit) {
         result.resize(
             std::min<std::size_t>(row.size, RarVM::kGlobalAddress));  // Global data overwrites what is behind.
         EXPECT_TRUE(std::equal(result.begin(), result.end(), block.begin())) << "row " << &row - rows;
+    }
+}
+
+TEST_F(RarFiltersTest, leaveBlocksAloneWithoutBudget) {
+    const Bytes block(400, 1);
+    for (const VM_StandardFilters filter : {kFilterDelta, kFilterAudio}) {
+        ScanBudget budget;
+        const ScanBudget::Scope scope(budget);
+        EXPECT_NE(filtered(filter, block, {1}), block);
+        ScanBudget::takeVmInstructions(ScanBudget::vmInstructionsLeft() - 90);
+        EXPECT_EQ(filtered(filter, block, {1}), block);
     }
 }
 

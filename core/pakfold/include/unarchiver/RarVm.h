@@ -179,7 +179,7 @@ public:
 
     // Runs a program on the block at address 0, leaves the result in its FilteredData and keeps its global data. A run
     // ends after kMostInstructions, or when the scan's budget of instructions is spent, and the program's first command
-    // becomes a return.
+    // becomes a return. Standard filters are charged to that budget by their bytes, and change nothing without it.
     void Execute(VM_PreparedProgram* program);
 
     // Puts data into the memory; what would lie behind its end is left out.

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "unarchiver/RarVm.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -128,6 +129,19 @@ void AudioChannel::adapt() {
     }
 }
 
+// In instructions of the machine, by the time that bytes take.
+std::uint32_t costOf(VM_StandardFilters filter, std::uint32_t size) {
+    switch (filter) {
+        case kFilterRgb:
+        case kFilterUpcase:
+            return size;
+        case kFilterAudio:
+            return 2 * size;
+        default:
+            return size / 4;
+    }
+}
+
 }  // namespace
 
 std::uint32_t RarVM::FilterItanium_GetBits(const unsigned char* bundle, unsigned bitPosition, unsigned bitCount) {
@@ -142,6 +156,7 @@ void RarVM::FilterItanium_SetBits(unsigned char* bundle, std::uint32_t bits, uns
 
 void RarVM::ExecuteStandardFilter(VM_StandardFilters filter) {
     const std::uint32_t size = _registers[4];
+    if (size > kMostInPlace || !ScanBudget::takeVmInstructions(costOf(filter, size))) return;
     switch (filter) {
         case kFilterNone:
             return;

@@ -34,6 +34,7 @@ public:
     std::uint32_t getLength() const override { return _length; }
     std::uint32_t copy(const unsigned char* bytes, std::uint32_t n) override;
     bool ready() const override { return _filled >= _length; }
+    // Bytes of the block that the result lacks are charged to the scan's budget.
     void execute(RarVMOutputStream* out, RarFilterQueue* queue) override;
 
 private:

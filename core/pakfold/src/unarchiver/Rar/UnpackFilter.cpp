@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "RarPrograms.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 
@@ -22,6 +23,8 @@ void UnpackFilter::execute(RarVMOutputStream* out, RarFilterQueue* queue) {
     run(static_cast<std::uint32_t>(out->flushedTotal()));
     const unsigned char* const result = _prepared.FilteredData;
     const std::uint32_t size = _prepared.FilteredDataSize;
+    // What a filter swallows is never written, and so neither meets the entry's limit nor costs whoever takes it.
+    if (size < _length) ScanBudget::chargeDiscardedBytes(_length - size);
     if (queue->empty() || queue->front().start != out->flushedCount() || queue->front().filter->getLength() != size) {
         out->writeFiltered(result, size);
         return;
