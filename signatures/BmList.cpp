@@ -32,6 +32,9 @@ std::string malformed(std::string_view line) {
     return Utils::formatString("Malformed md5 pattern [%s]", std::string(line).c_str());
 }
 
+// Such a record is sound: without it the list would be incomplete, so it must not be passed over like a malformed one.
+[[noreturn]] void raiseOutOfMemory(const char* text) { ZOV_SPACE::raise<ZOV_SPACE::OutOfMemoryException>(text); }
+
 // The digest's 128 bits mixed into 64, so that digests that differ in a few bytes only still spread. The highest bits
 // choose the chain, the next five the bit in its filter.
 std::uint64_t hashOf(const unsigned char* digest) {
@@ -96,13 +99,13 @@ std::optional<std::string> BmList::append(std::string_view line) {
     // The size enters the list even when the rest of the line is refused below.
     if (!addNewMd5PatSize(static_cast<std::uint32_t>(decimalPrefix(line.substr(kDigestDigits + 1))))) {
         kDiag.at().err("failed to addNewMd5PatSize");
-        return "failed to addNewMd5PatSize";
+        raiseOutOfMemory("failed to addNewMd5PatSize");
     }
     if (_totalSigs != 0 && _currentSig >= _totalSigs) {
         kDiag.at().err("%s", kTooManyRecords);
         return kTooManyRecords;
     }
-    if (!reserveNodes(1)) return "Alloacate bm pattern fail";
+    if (!reserveNodes(1)) raiseOutOfMemory("Alloacate bm pattern fail");
     BmPattern& pattern = node(_currentSig).pattern;
     if (auto fault = PatternParser::tryHex2str(line.substr(0, kDigestDigits), pattern.digest, kDigestDigits)) {
         return fault;
@@ -110,7 +113,7 @@ std::optional<std::string> BmList::append(std::string_view line) {
     try {
         pattern.name = _names.store(*name);
     } catch (const std::bad_alloc&) {
-        return "Alloacate patternNode fail";
+        raiseOutOfMemory("Alloacate patternNode fail");
     }
     ++_currentSig;
     return std::nullopt;

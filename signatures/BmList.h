@@ -59,8 +59,8 @@ public:
     // on any fault; the size of a refused line may stay in the size list.
     void addString(const char* line);
 
-    // addString() for the loading of whole files: returns the fault's text instead of throwing it, and leaves the
-    // record out of searches until index() is called.
+    // addString() for the loading of whole files: returns what is wrong with the line instead of throwing it, and
+    // leaves the record out of searches until index() is called. Throws OutOfMemoryException.
     std::optional<std::string> append(std::string_view line);
     void index();
 

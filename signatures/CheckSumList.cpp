@@ -148,12 +148,12 @@ std::optional<std::string> CheckSumList::enter(const CheckSumPattern& pattern, s
     try {
         record.name = _names.store(name);
     } catch (const std::bad_alloc&) {
-        return "fail to new CheckSumPattern.";
+        ZOV_SPACE::raise<ZOV_SPACE::OutOfMemoryException>("fail to new CheckSumPattern.");
     }
     try {
         _records[record.target].push_back(record);
     } catch (const std::bad_alloc&) {
-        return "fail to new ChkPatternNode";
+        ZOV_SPACE::raise<ZOV_SPACE::OutOfMemoryException>("fail to new ChkPatternNode");
     }
     return {};
 }

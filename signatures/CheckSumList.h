@@ -34,7 +34,8 @@ public:
     // Validates and enters one record; the list copies its name. Throws Exception on any fault.
     void addPattern(const CheckSumPattern& pattern);
 
-    // addString() for the loading of whole files: returns the fault's text instead of throwing it.
+    // addString() for the loading of whole files: returns what is wrong with the line instead of throwing it. Throws
+    // OutOfMemoryException.
     std::optional<std::string> append(std::string_view line);
 
     // Brings the indexes up to date. A scan over a list with newer records is right all the same, only slow.
