@@ -1,7 +1,10 @@
 #include "PatternLoader.h"
 
 #include <cxxabi.h>
+#include <sys/stat.h>
 
+#include <cerrno>
+#include <optional>
 #include <vector>
 
 #include "PatternContainer.h"
@@ -36,11 +39,24 @@ int failed(int code, const std::string& path, std::string& message) {
     return code;
 }
 
+// Whether the path, which the directory has just listed, is a regular file; nothing when it was taken away or the system
+// fails. A link that leads nowhere is no file.
+std::optional<bool> isFile(const std::string& path) {
+    struct stat status;
+    if (::stat(path.c_str(), &status) == 0) return S_ISREG(status.st_mode);
+    const bool leadsNowhere = errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
+    if (leadsNowhere && ::lstat(path.c_str(), &status) == 0) return false;
+    return std::nullopt;
+}
+
 int loadFiles(PatternContainer& container, const char* directory, const std::vector<std::string>& names,
               std::string& message) {
     for (const std::string& name : names) {
         const std::string path = pathIn(directory, name.c_str());
-        if (!File(path).isFile()) continue;
+        const std::optional<bool> found = isFile(path);
+        // Without a file that should be there the set would be incomplete, and nobody would know.
+        if (!found && PatternContainer::isPatternName(name)) return failed(VOLE_INVALID_PATTERN, path, message);
+        if (!found || !*found) continue;
         if (const int code = guarded([&] { return container.loadPattern(path); })) return failed(code, path, message);
     }
     return 0;

@@ -17,6 +17,11 @@ class PatternContainer {
 public:
     static constexpr int kCannotOpen = -494;
 
+    // Whether a file of that name has signatures.
+    static bool isPatternName(const std::string& name) {
+        return name.ends_with(kMd5FileSuffix) || name.ends_with(kCheckSumFileSuffix);
+    }
+
     // Loads one file: MD5 records from a name that ends with ".hdb", checksum records from ".chk" (both
     // case-sensitive), nothing from any other name. Malformed lines are passed over. 0, or kCannotOpen with nothing
     // changed. Throws Exception when the file cannot be read to its end; the lines before that stay.
