@@ -1,0 +1,124 @@
+// Scans, queries and reloads for a while, many at a time; every verdict has to belong to one of the two sets that are
+// swapped.
+//   usage: soak [SECONDS]
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "PatternSlot.h"
+#include "Scene.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kScanners = 8;
+constexpr int kQueriers = 2;
+
+struct Sample {
+    std::string path;
+    std::string verdict;  // Without the set's name.
+};
+
+class Soak {
+public:
+    Soak() {
+        scene::writePatterns(_sets[0], "One");
+        scene::writePatterns(_sets[1], "Two");
+        for (const scene::Content& content : scene::contents()) {
+            _samples.push_back({_files.write(content.name, content.bytes), content.verdict});
+        }
+        _samples.push_back({_files.write("clean", scene::zipOf({{"hay", scene::kHay}})), ""});
+    }
+
+    // Whether nothing went wrong.
+    bool run(std::chrono::seconds duration) {
+        std::string message;
+        if (init(_sets[0].path().c_str(), message) != 0) return false;
+        {
+            std::vector<std::jthread> threads;
+            for (unsigned i = 0; i < kScanners; ++i) threads.emplace_back([this, i] { scan(i); });
+            for (int i = 0; i < kQueriers; ++i) threads.emplace_back([this] { query(); });
+            threads.emplace_back([this] { reloadInTurn(); });
+            std::this_thread::sleep_for(duration);
+            _over = true;
+        }
+        // No slot was lost on the way.
+        for (int i = 0; i < 2; ++i) check(reload(_sets[0].path().c_str(), message) == 0, "last reload: " + message);
+        freeResource();
+        std::printf("soak: %lu scans, %lu queries, %lu reloads, %lu refusals \"No idle container.\", %zu errors\n",
+                    _scans.load(), _queries.load(), _reloads, _refusals, _errors.size());
+        for (const std::string& error : _errors) std::printf("soak: %s\n", error.c_str());
+        return _errors.empty() && _reloads > 0 && _scans > 0;
+    }
+
+private:
+    void check(bool right, const std::string& what) {
+        if (right) return;
+        const std::lock_guard guard(_mutex);
+        _errors.insert(what);
+    }
+
+    void scan(unsigned number) {
+        for (std::size_t turn = number; !_over; ++turn) {
+            const Sample& sample = _samples[turn % _samples.size()];
+            const std::string verdict = scene::verdictOf(sample.path);
+            const bool right = sample.verdict.empty() ? verdict == "0"
+                                                      : verdict == sample.verdict + "-One" || verdict == sample.verdict + "-Two";
+            check(right, sample.path + ": " + verdict);
+            ++_scans;
+        }
+    }
+
+    // As long as a slot is held, it is one whole set; whatever is active, both lists know exactly one of the names.
+    void query() {
+        while (!_over) {
+            {
+                const SlotLease slot = SlotLease::acquire();
+                check(slot->paList->isFalseAlarm("fa-one") != slot->paList->isFalseAlarm("fa-two"), "false alarms");
+                check(slot->paList->isSpyware("spy-one") != slot->paList->isSpyware("SPY-TWO"), "spyware");
+            }
+            IsFalseAlarm("fa-one");
+            IsSpyware("spy-two");
+            check(IsFalseAlarm("fa-none") == 0 && IsSpyware("none") == 0, "a name of neither set");
+            _queries += 2;
+            std::this_thread::yield();
+        }
+    }
+
+    void reloadInTurn() {
+        std::string message;
+        for (unsigned turn = 1; !_over; ++turn) {
+            const int code = reload(_sets[turn % 2].path().c_str(), message);
+            if (code == 0) {
+                ++_reloads;
+            } else {
+                check(code == VOLE_STANDBY_BUSY && message == "No idle container.", "reload: " + message);
+                ++_refusals;
+                --turn;  // The same set again.
+                std::this_thread::yield();
+            }
+        }
+    }
+
+    TempDir _sets[2], _files;
+    std::vector<Sample> _samples;
+    std::atomic<bool> _over = false;
+    std::atomic<unsigned long> _scans = 0, _queries = 0;
+    unsigned long _reloads = 0, _refusals = 0;
+    std::mutex _mutex;
+    std::set<std::string> _errors;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int seconds = argc > 1 ? std::atoi(argv[1]) : 30;
+    return Soak().run(std::chrono::seconds(seconds > 0 ? seconds : 30)) ? EXIT_SUCCESS : EXIT_FAILURE;
+}
