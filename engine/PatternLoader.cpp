@@ -39,8 +39,8 @@ int failed(int code, const std::string& path, std::string& message) {
     return code;
 }
 
-// Whether the path, which the directory has just listed, is a regular file; nothing when it was taken away or the system
-// fails. A link that leads nowhere is no file.
+// Whether the path, which the directory has just listed, is a regular file; nothing when it was taken away or the
+// system fails. A link that leads nowhere is no file.
 std::optional<bool> isFile(const std::string& path) {
     struct stat status;
     if (::stat(path.c_str(), &status) == 0) return S_ISREG(status.st_mode);

@@ -108,7 +108,9 @@ void* malloc(std::size_t n) noexcept { return refusesAllocation() ? nullptr : __
 void* calloc(std::size_t count, std::size_t n) noexcept {
     return refusesAllocation() ? nullptr : __libc_calloc(count, n);
 }
-void* realloc(void* memory, std::size_t n) noexcept { return refusesAllocation() ? nullptr : __libc_realloc(memory, n); }
+void* realloc(void* memory, std::size_t n) noexcept {
+    return refusesAllocation() ? nullptr : __libc_realloc(memory, n);
+}
 #endif
 
 void* __real_mmap64(void* at, std::size_t n, int protection, int flags, int fd, off_t offset);
@@ -143,16 +145,16 @@ int __wrap_fcntl64(int fd, int command, int argument) {
     return refusesCall() ? -1 : __real_fcntl64(fd, command, argument);
 }
 int __wrap_fstat64(int fd, struct stat* status) { return refusesCall() ? -1 : __real_fstat64(fd, status); }
-int __wrap_stat64(const char* path, struct stat* status) {
-    return refusesCall() ? -1 : __real_stat64(path, status);
-}
+int __wrap_stat64(const char* path, struct stat* status) { return refusesCall() ? -1 : __real_stat64(path, status); }
 int __wrap_ftruncate64(int fd, off_t length) { return refusesCall() ? -1 : __real_ftruncate64(fd, length); }
 int __wrap_posix_fallocate64(int fd, off_t offset, off_t length) {
     return refusesCall() ? errno : __real_posix_fallocate64(fd, offset, length);
 }
 DIR* __wrap_fdopendir(int fd) { return refusesCall() ? nullptr : __real_fdopendir(fd); }
 dirent* __wrap_readdir64(DIR* directory) { return refusesCall() ? nullptr : __real_readdir64(directory); }
-ssize_t __wrap_read(int fd, void* to, std::size_t n) { return refusesTransfer() ? -1 : __real_read(fd, to, shortened(n)); }
+ssize_t __wrap_read(int fd, void* to, std::size_t n) {
+    return refusesTransfer() ? -1 : __real_read(fd, to, shortened(n));
+}
 ssize_t __wrap_pread64(int fd, void* to, std::size_t n, off_t at) {
     return refusesTransfer() ? -1 : __real_pread64(fd, to, shortened(n), at);
 }

@@ -21,9 +21,9 @@ enum class Target {
 
 struct Plan {
     Target target = Target::none;
-    unsigned first = 0;   // The number of the call that fails, from 1.
+    unsigned first = 0;    // The number of the call that fails, from 1.
     bool lasting = false;  // So do all that follow.
-    int error = 0;        // The errno of calls.
+    int error = 0;         // The errno of calls.
     void (*action)() = nullptr;
 };
 

@@ -48,9 +48,9 @@ inline void writePatterns(const TempDir& directory, const std::string& set) {
     for (int i = 0; i < 300; ++i) others += md5Record(std::to_string(i), "Other-" + set);
     const std::string code = peImage().substr(0x200, 16);
     directory.write("a.hdb", others + md5Record(kNeedle, "Needle-" + set));
-    directory.write("b.chk", startRecord("sum of this text", "Sum-" + set) + "03:0200:0000:10:" +
-                                 toHex(code.substr(0, 4)) + ":" + crcField(code) + ":0:0:" + crcField("") + ":Pe-" +
-                                 set + "\n");
+    directory.write("b.chk", startRecord("sum of this text", "Sum-" + set) +
+                                 "03:0200:0000:10:" + toHex(code.substr(0, 4)) + ":" + crcField(code) +
+                                 ":0:0:" + crcField("") + ":Pe-" + set + "\n");
     directory.write("pattern_assistant.xml", "<r><FalseAlarm><i name='Fa-" + set +
                                                  "'/></FalseAlarm><Spyware><i name='Spy-" + set + "'/></Spyware></r>");
     directory.write("voleeng.ini", "MaxUnarDepth = 10\n");
@@ -127,7 +127,8 @@ inline std::vector<Content> contents() {
         {"PE", peImage(), "Pe"},
         {"nested ZIP", zipOf({hay, {"in", zipOf({hay, {"inner", inner, 0}})}}), "Needle"},
         {"streamed ZIP",
-         zipOf({{"s", words(5000), 8, kSignedDescriptor}, {"p", words(50), 0, kPlainDescriptor},
+         zipOf({{"s", words(5000), 8, kSignedDescriptor},
+                {"p", words(50), 0, kPlainDescriptor},
                 {"in", zipOf({{"needle", kNeedle, 8, kSignedDescriptor}}), 8, kLargeSignedDescriptor}}),
          "Needle"},
         {"RAR 2.0", lzRar(20), "Needle"},

@@ -71,9 +71,10 @@ protected:
     // A file that is read into memory, one that is viewed, and one with an archive that goes through a file of ours.
     std::vector<std::string> samples() const {
         const std::string large(1'050'000, 'l'), inner = scene::zipOf({{"needle", scene::kNeedle}});
-        return {files.write("small", scene::zipOf({{"folder/in", inner}})),
-                files.write("viewed", scene::zipOf({{"large", large, 0}, {"in", inner, 0}})),
-                files.write("kept", scene::zipOf({{"in", scene::zipOf({{"large", large, 0}, {"n", scene::kNeedle}})}}))};
+        return {
+            files.write("small", scene::zipOf({{"folder/in", inner}})),
+            files.write("viewed", scene::zipOf({{"large", large, 0}, {"in", inner, 0}})),
+            files.write("kept", scene::zipOf({{"in", scene::zipOf({{"large", large, 0}, {"n", scene::kNeedle}})}}))};
     }
 
     TempDir one, two, files, dumps;
@@ -85,7 +86,8 @@ protected:
 TEST_F(SystemFaults, aScanSaysThatItFailed) {
     const std::set<std::string> told{"Needle-One", std::to_string(VOLE_CANNOT_OPEN), std::to_string(VOLE_CANNOT_READ),
                                      std::to_string(VOLE_OUT_OF_MEMORY), std::to_string(VOLE_SCAN_FAILED)};
-    const Plan kinds[] = {{Target::calls, 0, false, EIO}, {Target::calls, 0, true, EMFILE}, {Target::calls, 0, true, ENOSPC}};
+    const Plan kinds[] = {
+        {Target::calls, 0, false, EIO}, {Target::calls, 0, true, EMFILE}, {Target::calls, 0, true, ENOSPC}};
     for (const std::string& path : samples()) {
         for (const bool dumping : {false, true}) {
             setDumpPath(dumping ? dumps.path().c_str() : nullptr);
@@ -106,9 +108,12 @@ TEST_F(SystemFaults, aScanSaysThatItFailed) {
 TEST_F(SystemFaults, shortAndInterruptedTransfersChangeNothing) {
     setDumpPath(dumps.path().c_str());
     for (const std::string& path : samples()) {
-        for (const Plan& kind : {Plan{Target::interrupted}, {Target::shortened}, {Target::shortened, 0, true}}) {
-            ASSERT_GT(scanUnder(path, kind, [](const auto& verdict) { EXPECT_EQ(verdict, "Needle-One"); }), 1U);
+        for (const Target target : {Target::interrupted, Target::shortened}) {
+            ASSERT_GT(scanUnder(path, {target}, [](const auto& verdict) { EXPECT_EQ(verdict, "Needle-One"); }), 1U);
         }
+        faults::begin({Target::shortened, 1, true});
+        EXPECT_EQ(scene::verdictOf(path), "Needle-One");
+        faults::end();
     }
     EXPECT_EQ(TempDir::contentOf(dumps / "small.unar/folder/in"), scene::zipOf({{"needle", scene::kNeedle}}));
 }
@@ -128,7 +133,9 @@ TEST_F(SystemFaults, aFullDiskCostsNoMoreThanWhatDoesNotFit) {
 }
 
 TEST_F(SystemFaults, aReloadIsWholeOrFails) {
-    for (const Plan& kind : {Plan{Target::calls, 0, false, EIO}, {Target::calls, 0, true, EMFILE}, {Target::interrupted},
+    for (const Plan& kind : {Plan{Target::calls, 0, false, EIO},
+                             {Target::calls, 0, true, EMFILE},
+                             {Target::interrupted},
                              {Target::shortened, 0, true}}) {
         const unsigned failed = faults::inTurn(kind, [&](const Plan& plan) {
             const PatternSlot* const before = activeSlot;
@@ -201,7 +208,8 @@ TEST_F(SystemFaults, dumpsFollowNoLinks) {
     fs::create_symlink(target, dumps / "s.unar/n");
     fs::create_symlink(files.path(), dumps / "s.unar/folder");
     setDumpPath(dumps.path().c_str());
-    const std::string sample = files.write("s", scene::zipOf({{"n", "new"}, {"folder/target", "new"}, {"own/d", "new"}}));
+    const std::string sample =
+        files.write("s", scene::zipOf({{"n", "new"}, {"folder/target", "new"}, {"own/d", "new"}}));
     EXPECT_EQ(scene::verdictOf(sample), "0");
     EXPECT_EQ(TempDir::contentOf(target), "as it was");
     EXPECT_EQ(TempDir::contentOf(dumps / "s.unar/own/d"), "new");

@@ -69,8 +69,9 @@ private:
         for (std::size_t turn = number; !_over; ++turn) {
             const Sample& sample = _samples[turn % _samples.size()];
             const std::string verdict = scene::verdictOf(sample.path);
-            const bool right = sample.verdict.empty() ? verdict == "0"
-                                                      : verdict == sample.verdict + "-One" || verdict == sample.verdict + "-Two";
+            const bool right = sample.verdict.empty()
+                                   ? verdict == "0"
+                                   : verdict == sample.verdict + "-One" || verdict == sample.verdict + "-Two";
             check(right, sample.path + ": " + verdict);
             ++_scans;
         }
