@@ -98,7 +98,7 @@ std::string ppmBomb(int megabytes) {
 std::string solidPpmBomb() {
     PpmEncoder encoder(2, 1);
     std::string entries;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 17; ++i) {
         if (i > 0) encoder.nextEntry();
         encoder.text(std::string(4 << 20, 'a'));
         entries += rarEntry(std::to_string(i), encoder.finish(), 4 << 20, 29, i > 0);
@@ -145,7 +145,7 @@ std::string withoutDescriptors() {
 // A deflated stream whose end shows only after very many bytes, begun anew by each of many headers.
 std::string lookAheadBomb() {
     ZipBuilder zip;
-    const std::string zeros(64 << 20, '\0');
+    const std::string zeros(32 << 20, '\0');
     const std::string packed = deflated(zeros);
     for (int i = 0; i < 40; ++i) zip.add({"z", "", 8, kSignedDescriptor, 0, {}, packed});
     return zip.archive();
@@ -157,8 +157,8 @@ struct Row {
 };
 
 const Row kFiles[] = {
-    {"flat ZIP bomb", [] { return nestedZeros(1, 128 << 20); }},
-    {"nested ZIP bomb", [] { return nestedZeros(12, 64 << 20); }},
+    {"flat ZIP bomb", [] { return nestedZeros(1, 64 << 20); }},
+    {"nested ZIP bomb", [] { return nestedZeros(12, 32 << 20); }},
     {"full work list", fullWorkList},
     {"look-ahead ZIP bomb", lookAheadBomb},
     {"stored without descriptors", withoutDescriptors},
