@@ -1,0 +1,35 @@
+// The input as a file of either kind, and then scans with what could be loaded.
+#include "Input.h"
+#include "PatternContainer.h"
+#include "Target.h"
+#include "VoleScanner.h"
+#include "io/IOBuffer.h"
+#include "support/PeBuilder.h"
+
+namespace {
+
+void run(std::string_view input) {
+    static const std::string contents[] = {PeBuilder().withSections(2).build(), std::string(300, 'a')};
+    static InputDir dir{"a.hdb", "a.chk"};
+    dir.set(input);
+    PatternContainer container;
+    require(container.loadPattern(dir.path("a.hdb")) == 0 && container.loadPattern(dir.path("a.chk")) == 0);
+    std::string found[2];
+    for (std::string& names : found) {
+        for (const std::string& content : contents) {
+            InputBuffer memory(content);
+            ZOV_SPACE::IOBuffer buffer(&memory);
+            const auto size = static_cast<unsigned>(content.size());
+            std::string md5, chk;
+            Md5Scanner(container.md5List()).scan(&buffer, size, md5);
+            ChkScanner(container.checkSumList()).scan(&buffer, size, chk, kTargetAny);
+            names += md5 + "/" + chk + "/";
+        }
+        container.prepare();
+    }
+    require(found[0] == found[1]);
+}
+
+const Target target("patterns", run);
+
+}  // namespace

@@ -1,0 +1,31 @@
+// A whole scan: text, executables, and archives in archives, with a few signatures of each kind.
+#include "Input.h"
+#include "Target.h"
+#include "support/SignatureText.h"
+#include "voleeng.h"
+
+namespace {
+
+void loadSignatures() {
+    const TempDir patterns;
+    patterns.write("a.hdb", md5Record("a known content\n", "Known-Content") + md5Record("a", "Known-Letter"));
+    patterns.write("a.chk", startRecord("a known start", "Known-Start") +
+                                "03:0200:0000:04:00000000:1cdf4421:0000:04:1cdf4421:Known-Entry-Point\n"
+                                "03:0101:0004:04:00000000:1cdf4421:0004:04:1cdf4421:Known-End\n");
+    std::string message;
+    require(init(patterns.path().c_str(), message) == 0);
+}
+
+void run(std::string_view input) {
+    static InputFile file;
+    static const bool loaded = (loadSignatures(), true);
+    file.set(input);
+    std::string name;
+    std::string message;
+    const int result = scanFile(file.path(), name, message);
+    require(loaded && (result == VOLE_CLEAN || (result == VOLE_FOUND && !name.empty())));
+}
+
+const Target target("scan_file", run);
+
+}  // namespace
