@@ -12,6 +12,7 @@
 #include "support/PpmEncoder.h"
 #include "support/RarEncoder.h"
 #include "support/Thrown.h"
+#include "unarchiver/EntryStreams.h"
 #include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
@@ -179,6 +180,26 @@ TEST(RarDecompressor, solidEntriesContinueThePpmModel) {
         encoder.text(text.substr(1000));
         ASSERT_TRUE(same(unpack(rar, encoder.finish(), text.size(), 29, entry == 0 ? 0 : kSolid), text)) << entry;
     }
+}
+
+TEST(RarDecompressor, ppmSymbolsThatNobodyGetsCostMore) {
+    constexpr std::int64_t kCost = ScanBudget::kBytesPerPpmSymbol, kSymbols = 1000;
+    PpmEncoder encoder(4, 1);
+    encoder.text(std::string(kSymbols, 'a'));
+    const std::string packed = encoder.finish();
+    const auto decode = [&](std::int64_t left, OutputStream&& out) {
+        ScanBudget budget;
+        const ScanBudget::Scope spending(budget);
+        ScanBudget::chargeDiscardedBytes(ScanBudget::kDiscardedBytes - left);
+        MemBufferBase buffer;
+        buffer.append(packed.data(), static_cast<int>(packed.size()));
+        BufferBaseInputStream in(&buffer);
+        return thrownBy<OutOfBudgetException>(
+            [&] { RarDecompressor(nullptr).decompress(in, static_cast<int>(packed.size()), out, kSymbols, 29, 0); });
+    };
+    EXPECT_EQ(decode(kCost * (kSymbols + 1), NullOutputStream()), "<nothing>");
+    EXPECT_EQ(decode(kCost * (kSymbols - 10), NullOutputStream()), "Out of budget");
+    EXPECT_EQ(decode(0, StringOutputStream()), "<nothing>");
 }
 
 TEST(RarDecompressor, ppmBlocksHaveMatchesAndRuns) {

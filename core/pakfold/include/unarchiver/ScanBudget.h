@@ -22,6 +22,8 @@ public:
 class ScanBudget {
 public:
     static constexpr std::int64_t kDiscardedBytes = std::int64_t{1} << 30;
+    // A dropped byte from a PPM model counts as so many.
+    static constexpr std::int64_t kBytesPerPpmSymbol = 16;
     static constexpr std::int64_t kVmInstructions = 250'000'000;
     static constexpr std::int64_t kVmCodeBytes = std::int64_t{16} << 20;
 

@@ -51,6 +51,7 @@ private:
     bool ReadEndOfBlock();
     bool ReadVMCode();
     bool runPpm();
+    void chargePpm(std::int64_t symbols) const;
     bool obeyPpm();
     bool ReadVMCodePPM();
     bool obeyPpmControl(int command);
@@ -61,8 +62,9 @@ private:
     RarHistory _history;
     Rar20 _rar20{_history};
     Rar29 _rar29{_history};
-    bool _isFresh = true;      // The entry continues none.
-    bool _tablesRead = false;  // Of RAR 2.9, for the next solid entry.
+    bool _isFresh = true;       // The entry continues none.
+    bool _isDiscarded = false;  // Nobody gets the output.
+    bool _tablesRead = false;   // Of RAR 2.9, for the next solid entry.
     BlockMode _mode = BlockMode::kLz;
     int _escapeChar = kDefaultEscape;
     ModelPPM _model;

@@ -133,17 +133,24 @@ bool RarDecompressSession::ReadVMCodePPM() {
 
 // As far as no check is due; false when the data ends the entry.
 bool RarDecompressSession::runPpm() {
+    const std::int64_t before = _out->writeCount();
     RarWindowCursor window(*_out);
-    while (window.ready()) {
+    bool commandFollows = false, goesOn = true;
+    while (goesOn && !commandFollows && window.ready()) {
         const int byte = _model.DecodeChar();
-        if (byte < 0 || byte == _escapeChar) {
-            window.sync();
-            return byte >= 0 && obeyPpm();
-        }
-        window.put(static_cast<unsigned>(byte));
+        goesOn = byte >= 0;
+        commandFollows = byte == _escapeChar;
+        if (goesOn && !commandFollows) window.put(static_cast<unsigned>(byte));
     }
     window.sync();
-    return true;
+    chargePpm(_out->writeCount() - before + (commandFollows ? 2 : 0));
+    return goesOn && (!commandFollows || obeyPpm());
+}
+
+// A symbol that nobody gets takes many times as long as a byte that a match copies: one that leads all over a large
+// heap takes about a microsecond.
+void RarDecompressSession::chargePpm(std::int64_t symbols) const {
+    if (_isDiscarded) ScanBudget::chargeDiscardedBytes(symbols * (ScanBudget::kBytesPerPpmSymbol - 1));
 }
 
 // What follows an escape character: a command, or the character means itself.
