@@ -184,6 +184,7 @@ TEST(RarDecompressor, solidEntriesContinueThePpmModel) {
 
 TEST(RarDecompressor, ppmSymbolsThatNobodyGetsCostMore) {
     constexpr std::int64_t kCost = ScanBudget::kBytesPerPpmSymbol, kSymbols = 1000;
+    constexpr std::int64_t kModel = (1 << 20) + (1 << 14);  // What the model costs before its first symbol.
     PpmEncoder encoder(4, 1);
     encoder.text(std::string(kSymbols, 'a'));
     const std::string packed = encoder.finish();
@@ -197,9 +198,9 @@ TEST(RarDecompressor, ppmSymbolsThatNobodyGetsCostMore) {
         return thrownBy<OutOfBudgetException>(
             [&] { RarDecompressor(nullptr).decompress(in, static_cast<int>(packed.size()), out, kSymbols, 29, 0); });
     };
-    EXPECT_EQ(decode(kCost * (kSymbols + 1), NullOutputStream()), "<nothing>");
-    EXPECT_EQ(decode(kCost * (kSymbols - 10), NullOutputStream()), "Out of budget");
-    EXPECT_EQ(decode(0, StringOutputStream()), "<nothing>");
+    EXPECT_EQ(decode(kModel + kCost * (kSymbols + 1), NullOutputStream()), "<nothing>");
+    EXPECT_EQ(decode(kModel + kCost * (kSymbols - 10), NullOutputStream()), "Out of budget");
+    EXPECT_EQ(decode(kModel, StringOutputStream()), "<nothing>");
 }
 
 TEST(RarDecompressor, ppmBlocksHaveMatchesAndRuns) {
