@@ -23,8 +23,9 @@ using Check = bool (*)(const unsigned char*, int);
 // A copy at the end of an allocation, so that the address sanitizer sees reads behind it.
 class Exactly {
 public:
-    explicit Exactly(const std::string& bytes) : _bytes(bytes.size() + 1) {
-        std::copy(bytes.begin(), bytes.end(), _bytes.begin() + 1);
+    explicit Exactly(const std::string& bytes) {
+        const std::string padded = ' ' + bytes;
+        _bytes.assign(padded.begin(), padded.end());
     }
     const unsigned char* get() const { return _bytes.data() + 1; }
 
