@@ -169,8 +169,7 @@ std::unique_ptr<SmartBufferBase> EntryProcessor::storageFor(long announced) {
 std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entry) {
     const auto announced = static_cast<unsigned int>(entry.uncompressedSize);
     const auto capacity = std::min<unsigned int>(announced, WrappedLimitedBufferBase::kHighestLimit);
-    auto buffer =
-        std::make_unique<WrappedLimitedBufferBase>(storageFor(static_cast<long>(capacity)), _options.maxSize);
+    auto buffer = std::make_unique<WrappedLimitedBufferBase>(storageFor(static_cast<long>(capacity)), _options.maxSize);
     WrappedLimitedBufferBase& content = *buffer;
     _workList.push_back({std::move(buffer), _level, derivedName(entry), {}});
     return std::make_unique<ContentOutputStream>(_workList.back(), content, static_cast<long>(capacity),

@@ -84,9 +84,9 @@ public:
 
 private:
     static constexpr std::size_t kBucketCount = 65536;  // The bucket key's range.
-    static constexpr std::size_t kBlockRecords = kLargePage / sizeof(BmPatternNode);
+    static constexpr std::size_t kBlockRecords = ZOV_SPACE::kLargePage / sizeof(BmPatternNode);
 
-    using Block = std::vector<BmPatternNode, LargePageAllocator<BmPatternNode>>;
+    using Block = std::vector<BmPatternNode, ZOV_SPACE::LargePageAllocator<BmPatternNode>>;
 
     struct Chain {
         std::uint32_t newest = 0;  // The number of its first record, counted from 1; 0: the chain is empty.
@@ -105,8 +105,8 @@ private:
     void addPattern(std::uint32_t number);
 
     std::vector<bool> bm_shift;  // By bucket key: true = no signature has it. Empty before the first record.
-    std::vector<Chain, LargePageAllocator<Chain>> bm_suffix;  // By hash; their number is a power of two.
-    unsigned _chainShift = 0;                                 // 64 - log2 of that number.
+    std::vector<Chain, ZOV_SPACE::LargePageAllocator<Chain>> bm_suffix;  // By hash; their number is a power of two.
+    unsigned _chainShift = 0;                                            // 64 - log2 of that number.
     std::uint32_t _currentSig = 0;
     std::uint32_t _totalSigs = 0;         // Where the announced records end; 0: nothing was announced.
     std::vector<Block> _blocks;           // All records, oldest first, numbered from 0.

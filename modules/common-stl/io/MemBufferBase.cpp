@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "BufferSupport.h"
+#include "LargePages.h"
 
 namespace ZOV_SPACE {
 
@@ -22,6 +23,7 @@ MemBufferBase::Buffer::Buffer(long firstPosition, long n, bool exact)
     if (!exact) n = std::max<long>(n, kMinBlock);
     if (n <= INT_MAX) data.reset(static_cast<char*>(std::calloc(bytes(n), 1)));
     if (!data) kBufferUnit.raise<IOException>(systemErrorText(ENOMEM));
+    preferLargePages(data.get(), bytes(n));
     capacity = static_cast<int>(n);
 }
 

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "LargePages.h"
 #include "Raise.h"
 #include "utils/RarCursor.h"
 #include "utils/RarStream.h"
@@ -36,6 +37,7 @@ void rarRepeatNear(unsigned char* to, std::uint32_t distance, std::uint32_t leng
 
 RarWindow::RarWindow(std::uint32_t size) : _bytes(static_cast<char*>(std::calloc(size, 1))), _size(size) {
     if (!_bytes) kUnit.raise<OutOfMemoryException>("Out of memory");
+    preferLargePages(_bytes.get(), size);
 }
 
 void RarWindow::clear() {

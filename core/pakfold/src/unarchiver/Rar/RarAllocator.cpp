@@ -3,6 +3,7 @@
 #include <bit>
 #include <utility>
 
+#include "LargePages.h"
 #include "Raise.h"
 #include "unarchiver/ScanBudget.h"
 
@@ -73,6 +74,7 @@ void SubAllocator::StartSubAllocator(int megabytes) {
     const std::uint32_t bytes = size / kUnitBytes * kUnitBytes + kUnitBytes;
     _memory.reset(static_cast<char*>(std::malloc(bytes)));
     if (!_memory) kUnit.raise<OutOfMemoryException>("Out of memory");
+    preferLargePages(_memory.get(), bytes);
     _heap = reinterpret_cast<unsigned char*>(_memory.get());
     _size = size;
     _heapBytes = bytes;

@@ -1,17 +1,14 @@
 #include "unarchiver/RarModel.h"
 
+#include <algorithm>
+#include <array>
 #include <span>
 #include <utility>
-
-#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 namespace {
 
 constexpr unsigned kFrequencyStep = 4;
-
-// What a new model costs, as so many bytes of output: its tables. A header asks for one in eight bytes.
-constexpr std::int64_t kStartCost = 16 << 10;
 
 constexpr unsigned kPeriodBits = 7;
 constexpr unsigned kInterval = 1 << 7;
@@ -45,14 +42,6 @@ constexpr unsigned highSymbolFlag(unsigned char symbol) { return symbol >= 0x40 
 constexpr unsigned meanStep(unsigned estimate) { return (estimate + (1 << (kPeriodBits - 2))) >> kPeriodBits; }
 
 }  // namespace
-
-void RangeCoder::InitDecoder(RarBitInputStream* in) {
-    _in = in;
-    _low = 0;
-    _range = 0xFFFFFFFF;
-    _code = 0;
-    for (int i = 0; i < 4; ++i) _code = _code << 8 | nextByte();
-}
 
 std::uint32_t SEE2_CONTEXT::takeMean() {
     const std::uint32_t mean = static_cast<std::uint32_t>(sum) >> shift;
@@ -243,7 +232,194 @@ bool PPM_CONTEXT::decodeSymbol2(ModelPPM* model) {
     return false;
 }
 
-int ModelPPM::DecodeChar() {
+STATE* ModelPPM::stateOf(PPM_CONTEXT& context, unsigned char symbol) {
+    if (context.stateCount == 1) return &context.only;
+    STATE* const states = statesOf(context);
+    if (!states) return nullptr;
+    STATE* const end = states + context.stateCount;
+    STATE* const state = std::find_if(states, end, [symbol](const STATE& s) { return s.symbol == symbol; });
+    return state == end ? corrupt() : state;
+}
+
+// Strengthens a symbol that is new enough in the next shorter context, too. Returns its state there, if looked for.
+STATE* ModelPPM::raiseInSuffix(const STATE& found) {
+    if (found.frequency >= kMostFrequency / 4 || _minContext->suffix == 0) return nullptr;
+    PPM_CONTEXT* const suffix = contextAt(_minContext->suffix);
+    STATE* state = suffix ? stateOf(*suffix, found.symbol) : nullptr;
+    if (!state) return nullptr;
+    if (suffix->stateCount == 1) {
+        if (state->frequency < 32) ++state->frequency;
+        return state;
+    }
+    if (state != statesOf(*suffix) && state->frequency >= state[-1].frequency) {
+        std::swap(state[0], state[-1]);
+        --state;
+    }
+    if (state->frequency < kMostFrequency - 9) {
+        state->frequency = static_cast<unsigned char>(state->frequency + 2);
+        suffix->several.sum = static_cast<std::uint16_t>(suffix->several.sum + 2);
+    }
+    return state;
+}
+
+// The frequency of the only state of new contexts: how often the symbol followed in the context they extend.
+unsigned ModelPPM::initialFrequency(PPM_CONTEXT& context, unsigned char symbol) {
+    const STATE* const state = stateOf(context, symbol);
+    if (!state) return 0;
+    if (context.stateCount == 1) return state->frequency;
+    const int hits = state->frequency - 1;
+    const int others = context.several.sum - context.stateCount - hits;
+    if (others <= 0) {
+        corrupt();
+        return 0;
+    }
+    const int estimate = 2 * hits <= others ? 5 * hits > others : (2 * hits + 3 * others - 1) / (2 * others);
+    return static_cast<unsigned>(1 + estimate);
+}
+
+// Makes the contexts of the found symbol's successors that were not made yet, from the shortest one up. They continue
+// with the symbol that stands in the text where the states refer to. `skip` leaves out the found state itself;
+// `inSuffix` is the symbol's state in the suffix when that is known. Null when memory ran out or the model is corrupt.
+PPM_CONTEXT* ModelPPM::CreateSuccessors(bool skip, STATE* inSuffix) {
+    PPM_CONTEXT* context = _minContext;
+    const unsigned char symbol = _found->symbol;
+    const Offset branch = _found->successor;
+    std::array<STATE*, kMostOrder> parents;
+    std::size_t count = 0;
+    if (!skip) parents[count++] = _found;
+    while (context->suffix != 0) {
+        context = contextAt(context->suffix);
+        STATE* const state = !context   ? nullptr
+                             : inSuffix ? std::exchange(inSuffix, nullptr)
+                                        : stateOf(*context, symbol);
+        if (!state) return nullptr;
+        if (state->successor != branch) {
+            context = contextAt(state->successor);
+            if (!context) return nullptr;
+            break;
+        }
+        if (count == parents.size()) return corrupt();
+        parents[count++] = state;
+    }
+    if (count == 0) return context;
+    if (!_allocator.contains(branch, 1)) return corrupt();
+    STATE first;
+    first.symbol = *_allocator.at(branch);
+    first.frequency = static_cast<unsigned char>(initialFrequency(*context, first.symbol));
+    first.successor = branch + 1;
+    if (_corrupt) return nullptr;
+    while (count-- > 0) {
+        const Offset at = _allocator.AllocContext();
+        if (at == 0) return nullptr;
+        PPM_CONTEXT* const child = contextAt(at);
+        if (!child) return nullptr;
+        child->stateCount = 1;
+        child->only = first;
+        child->suffix = _allocator.offsetOf(context);
+        parents[count]->successor = at;
+        context = child;
+    }
+    return context;
+}
+
+// For one state more. Also turns a binary context into one with several states.
+bool ModelPPM::makeRoom(PPM_CONTEXT& context, unsigned foundInStates) {
+    const unsigned states = context.stateCount;
+    if (states == 1) {
+        const Offset at = _allocator.AllocUnits(1);
+        if (at == 0) return false;
+        STATE state = context.only;
+        state.frequency = static_cast<unsigned char>(state.frequency < kMostFrequency / 4 - 1 ? 2 * state.frequency
+                                                                                              : kMostFrequency - 4);
+        context.several.states = at;
+        context.several.sum = static_cast<std::uint16_t>(state.frequency + _initialEscape + (foundInStates > 3));
+        *statesOf(context) = state;
+        return true;
+    }
+    if (states >= kMostStates) return corrupt() != nullptr;
+    if (states % 2 == 0) {
+        const Offset at = _allocator.ExpandUnits(context.several.states, states / 2);
+        if (at == 0) return false;
+        context.several.states = at;
+    }
+    const unsigned sum = context.several.sum;
+    const unsigned more = (2 * states < foundInStates) + 2U * ((4 * states <= foundInStates) & (sum <= 8 * states));
+    context.several.sum = static_cast<std::uint16_t>(sum + more);
+    return true;
+}
+
+// Adds the symbol to the contexts that were escaped from. False when memory ran out or the model is corrupt.
+bool ModelPPM::enterInLongerContexts(const STATE& found, Offset successor) {
+    const unsigned foundInStates = _minContext->stateCount;
+    const unsigned others = _minContext->several.sum - foundInStates - (found.frequency - 1U);
+    for (PPM_CONTEXT* context = _maxContext; context != _minContext; context = contextAt(context->suffix)) {
+        if (!context || !makeRoom(*context, foundInStates)) return false;
+        STATE* const states = statesOf(*context);
+        if (!states) return false;
+        const unsigned sum = context->several.sum;
+        const unsigned scaled = 2U * found.frequency * (sum + 6);
+        const unsigned total = others + sum;
+        unsigned frequency;
+        if (scaled < 6 * total) {
+            frequency = 1U + (scaled > total) + (scaled >= 4 * total);
+            context->several.sum = static_cast<std::uint16_t>(sum + 3);
+        } else {
+            frequency = 4U + (scaled >= 9 * total) + (scaled >= 12 * total) + (scaled >= 15 * total);
+            context->several.sum = static_cast<std::uint16_t>(sum + frequency);
+        }
+        STATE& state = states[context->stateCount];
+        state.symbol = found.symbol;
+        state.frequency = static_cast<unsigned char>(frequency);
+        state.successor = successor;
+        context->stateCount = static_cast<std::uint16_t>(context->stateCount + 1);
+    }
+    return true;
+}
+
+// False when memory ran out or the model is corrupt.
+bool ModelPPM::UpdateModel() {
+    STATE found = *_found;
+    STATE* const inSuffix = raiseInSuffix(found);
+    if (_corrupt) return false;
+    if (_orderFall == 0) {
+        PPM_CONTEXT* const next = CreateSuccessors(true, inSuffix);
+        if (!next) return false;
+        _found->successor = _allocator.offsetOf(next);
+        _minContext = _maxContext = next;
+        return true;
+    }
+    if (!_allocator.appendText(found.symbol)) return false;
+    Offset successor = _allocator.textEnd();
+    PPM_CONTEXT* next = _minContext;
+    if (found.successor == 0) {
+        _found->successor = successor;
+    } else {
+        next = isContext(found.successor) ? contextAt(found.successor) : CreateSuccessors(false, inSuffix);
+        if (!next) return false;
+        if (--_orderFall == 0) {
+            successor = _allocator.offsetOf(next);
+            if (_maxContext != _minContext) _allocator.dropText();
+        }
+    }
+    if (!enterInLongerContexts(found, successor)) return false;
+    _minContext = _maxContext = next;
+    return true;
+}
+
+int ModelPPM::finishSymbol() {
+    const unsigned char symbol = _found->symbol;
+    const Offset successor = _found->successor;
+    _previousSymbol = symbol;
+    if (_orderFall == 0 && isContext(successor)) {
+        _minContext = _maxContext = contextAt(successor);
+    } else if (!UpdateModel() && !_corrupt) {
+        RestartModelRare();
+    }
+    return _corrupt ? -1 : symbol;
+}
+
+// One function with all that a symbol usually needs: its calls would cost a tenth more.
+[[gnu::flatten]] int ModelPPM::DecodeChar() {
     if (!std::exchange(_ready, false)) return -1;
     PPM_CONTEXT& context = *_minContext;
     if (!(context.stateCount == 1 ? context.decodeBinSymbol(this) : context.decodeSymbol1(this))) return -1;
@@ -255,30 +431,6 @@ int ModelPPM::DecodeChar() {
     const int symbol = finishSymbol();
     _ready = symbol >= 0;
     return symbol;
-}
-
-bool ModelPPM::DecodeInit(RarBitInputStream* in, int& escapeChar) {
-    const auto nextByte = [in] { return static_cast<int>(in->nextByte()); };
-    constexpr int kReset = 0x20;
-    constexpr int kNewEscape = 0x40;
-    constexpr int kOrderMask = 0x1F;
-    const int flags = nextByte();
-    const bool reset = flags & kReset;
-    const int megabytes = reset ? nextByte() + 1 : 0;
-    if (!reset && !_ready) return false;
-    if (flags & kNewEscape) escapeChar = nextByte();
-    _coder.InitDecoder(in);
-    if (!reset) return true;
-    _ready = false;
-    int order = (flags & kOrderMask) + 1;
-    if (order > 16) order = 16 + 3 * (order - 16);
-    if (order == 1) {
-        _allocator.StopSubAllocator();
-        return false;
-    }
-    ScanBudget::chargeDiscardedBytes(kStartCost);
-    restart(order, megabytes);
-    return _ready = true;
 }
 
 }  // namespace ZOV_SPACE

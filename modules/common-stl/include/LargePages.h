@@ -1,21 +1,28 @@
-// LargePageAllocator: memory for tables larger than the processor's table of page addresses covers, in pages of 2 MiB
-// where the system gives them. A look at a random place then waits for the data only, not for the data's address too.
-// Elements are left uninitialised unless their type says otherwise. Smaller requests take ordinary memory.
-#ifndef SIGNATURES_LARGEPAGES_H
-#define SIGNATURES_LARGEPAGES_H
+// LargePages.h: memory in pages of 2 MiB, where the system gives them. A look at a random place of something larger
+// than the processor's table of page addresses covers then waits for the data only, not for the data's address too, and
+// memory that is filled from end to end costs one page fault where it cost 512.
+#ifndef COMMON_STL_LARGEPAGES_H
+#define COMMON_STL_LARGEPAGES_H
 
 #include <cstddef>
 #include <memory>
 #include <new>
 #include <utility>
 
-constexpr std::size_t kLargePage = std::size_t{2} << 20;  // Bytes; a request of at least this much gets large pages.
+namespace ZOV_SPACE {
+
+constexpr std::size_t kLargePage = std::size_t{2} << 20;  // Bytes.
+
+// Asks for large pages wherever whole ones fit in the memory, for what is not touched yet. Only a wish: never fails.
+void preferLargePages(void* memory, std::size_t bytes);
 
 // Whole large pages, at an address that is a multiple of kLargePage; untouched ones cost no memory. Throws
 // std::bad_alloc.
 void* mapLargePages(std::size_t bytes);
 void unmapLargePages(void* pages, std::size_t bytes);
 
+// For containers. Requests of less than a large page take ordinary memory. Elements are left uninitialised unless their
+// type says otherwise.
 template <typename T>
 class LargePageAllocator {
 public:
@@ -47,4 +54,6 @@ public:
     bool operator==(const LargePageAllocator&) const { return true; }
 };
 
-#endif  // SIGNATURES_LARGEPAGES_H
+}  // namespace ZOV_SPACE
+
+#endif  // COMMON_STL_LARGEPAGES_H
