@@ -23,7 +23,8 @@ public:
     // implemented".
     void decompress(InputStream& in, OutputStream& out) override;
     std::string getAlgorithmName() const override;  // "rar"
-    virtual int getAlorithm() const;                // kAlgorithmRar. NOLINT(bugprone-virtual-near-miss): spelled so.
+    // NOLINTNEXTLINE(bugprone-virtual-near-miss): kAlgorithmRar, spelled so.
+    virtual int getAlorithm() const;
 
     // Decodes the next entry: at most `packedSize` bytes from the stream, to at most `unpackedSize` bytes. `solid` is
     // not 0 for an entry that continues the one before it. Data that makes no sense to the method ends the entry

@@ -16,11 +16,9 @@ std::vector<std::unique_ptr<ArchiveId>>* PackFactory::factory = nullptr;
 constinit Mutex PackFactory::mutex;
 
 void VoleEngineFactory::registerId(std::unique_ptr<ArchiveId> id) {
-    if (!factory) {
-        const Monitor guard(mutex);
-        // Never destroyed: scans on other threads may outlive the library's static objects.
-        if (!factory) factory = std::make_unique<std::vector<std::unique_ptr<ArchiveId>>>().release();
-    }
+    const Monitor guard(mutex);
+    // Never destroyed: scans on other threads may outlive the library's static objects.
+    if (!factory) factory = std::make_unique<std::vector<std::unique_ptr<ArchiveId>>>().release();
     factory->push_back(std::move(id));
 }
 

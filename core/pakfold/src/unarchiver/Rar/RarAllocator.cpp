@@ -20,7 +20,7 @@ constexpr std::uint32_t kGlueInterval = 255;
 constexpr std::uint16_t kFreeStamp = 0xFFFF;  // No context has so many states, no state that frequency.
 
 // The sizes of blocks in units: 1 to 4, 6 to 12 by 2, 15 to 24 by 3, 28 to 128 by 4.
-constexpr auto kUnitsOfSize = [] {
+constexpr std::array<unsigned char, 38> unitsOfSize() {
     std::array<unsigned char, 38> units{};
     unsigned value = 0;
     for (unsigned i = 0; i < units.size(); ++i) {
@@ -28,10 +28,11 @@ constexpr auto kUnitsOfSize = [] {
         units[i] = static_cast<unsigned char>(value);
     }
     return units;
-}();
+}
+constexpr auto kUnitsOfSize = unitsOfSize();
 
 // The smallest size that has room for so many units, less one.
-constexpr auto kSizeOfUnits = [] {
+constexpr std::array<unsigned char, kMostUnits> sizeOfUnits() {
     std::array<unsigned char, kMostUnits> sizes{};
     unsigned char size = 0;
     for (unsigned i = 0; i < sizes.size(); ++i) {
@@ -39,7 +40,8 @@ constexpr auto kSizeOfUnits = [] {
         sizes[i] = size;
     }
     return sizes;
-}();
+}
+constexpr auto kSizeOfUnits = sizeOfUnits();
 
 constexpr std::uint32_t unitsOf(int size) { return kUnitsOfSize[static_cast<unsigned>(size)]; }
 constexpr std::uint32_t bytesOf(int size) { return unitsOf(size) * kUnitBytes; }

@@ -9,6 +9,9 @@ namespace {
 constexpr std::uint32_t kAdaptEvery = 32;  // Bytes of a channel.
 constexpr int kLowestWeight = -17, kHighestWeight = 16;
 
+// The lowest eight bits as a number of two's complement.
+constexpr int asSignedByte(int value) { return ((value + 0x80) & 0xFF) - 0x80; }
+
 }  // namespace
 
 void RarAudio::setChannels(std::size_t count) {
@@ -29,13 +32,13 @@ unsigned char RarAudio::DecodeAudio(std::uint32_t delta) {
     for (std::size_t i = 0; i < kWeights; ++i) predicted += channel.weights[i] * inputs[i];
     const int byte = (((predicted >> 3) & 0xFF) - static_cast<int>(delta)) & 0xFF;
 
-    const int error = static_cast<signed char>(delta) * 8;
+    const int error = asSignedByte(static_cast<int>(delta)) * 8;
     channel.errors[0] += static_cast<std::uint32_t>(std::abs(error));
     for (std::size_t i = 0; i < kWeights; ++i) {
         channel.errors[2 * i + 1] += static_cast<std::uint32_t>(std::abs(error - inputs[i]));
         channel.errors[2 * i + 2] += static_cast<std::uint32_t>(std::abs(error + inputs[i]));
     }
-    _channelDelta = channel.lastDelta = static_cast<signed char>(byte - channel.lastByte);
+    _channelDelta = channel.lastDelta = asSignedByte(byte - channel.lastByte);
     channel.lastByte = byte;
     if (++channel.count % kAdaptEvery == 0) adapt(channel);
     if (++_current == _channels) _current = 0;

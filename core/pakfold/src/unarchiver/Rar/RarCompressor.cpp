@@ -18,6 +18,7 @@ void RarDecompressor::decompress(InputStream&, OutputStream&) {
 
 std::string RarDecompressor::getAlgorithmName() const { return "rar"; }
 
+// NOLINTNEXTLINE(bugprone-virtual-near-miss)
 int RarDecompressor::getAlorithm() const { return kAlgorithmRar; }
 
 void RarDecompressor::decompress(InputStream& in, std::int64_t packedSize, OutputStream& out, std::int64_t unpackedSize,

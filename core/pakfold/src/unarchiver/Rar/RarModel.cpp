@@ -17,15 +17,16 @@ constexpr unsigned kInterval = 1 << 7;
 constexpr std::array<unsigned char, 16> kEscapeOfEstimate = {25, 14, 9, 7, 5, 5, 4, 4, 4, 3, 3, 3, 2, 2, 2, 2};
 
 // The part of a binary estimate's index that says how many states the suffix has, by that number less one.
-constexpr auto kBinIndexOfStates = [] {
+constexpr std::array<unsigned char, 256> binIndexOfStates() {
     std::array<unsigned char, 256> index{};
     for (unsigned i = 0; i < index.size(); ++i) index[i] = i < 2 ? static_cast<unsigned char>(2 * i) : i < 11 ? 4 : 6;
     return index;
-}();
+}
+constexpr auto kBinIndexOfStates = binIndexOfStates();
 
 // The row of an escape estimate by the number of candidates less one: 0, 1, 2, 3, then 2 of the next, then 3, and so
 // on.
-constexpr auto kSeeRowOfCandidates = [] {
+constexpr std::array<unsigned char, 256> seeRowOfCandidates() {
     std::array<unsigned char, 256> rows{};
     unsigned char row = 0;
     for (unsigned i = 0, left = 1, run = 1; i < rows.size(); ++i) {
@@ -35,7 +36,8 @@ constexpr auto kSeeRowOfCandidates = [] {
         left = i < 2 ? 1 : run++;
     }
     return rows;
-}();
+}
+constexpr auto kSeeRowOfCandidates = seeRowOfCandidates();
 
 constexpr unsigned highSymbolFlag(unsigned char symbol) { return symbol >= 0x40 ? 8 : 0; }
 

@@ -51,7 +51,7 @@ Stream* RarDecompressSession::setStreams(InputStream& in, std::int64_t packedSiz
     if (_isFresh) reset();
     Stream* const result = stream.get();
     _out = std::move(stream);
-    return result;
+    return result;  // cppcheck-suppress returnDanglingLifetime ; _out owns it now
 }
 
 void RarDecompressSession::reset() {
