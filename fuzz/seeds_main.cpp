@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,88 +23,42 @@ using namespace ZOV_SPACE;
 namespace fs = std::filesystem;
 
 using Bytes = std::vector<unsigned char>;
-using Op = VmOperation;
 
 const std::string kText = "the quick brown vole digs the quick brown burrow under the quick brown field\n";
 
 std::string text(const Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
 
-class Seeds {
-public:
-    explicit Seeds(fs::path root) : _root(std::move(root)) {}
+fs::path root;
 
-    void add(const std::string& target, const std::string& name, const std::string& bytes) const {
-        fs::create_directories(_root / target);
-        std::ofstream out(_root / target / name, std::ios::binary);
-        if (!(out << bytes).flush()) throw std::runtime_error("cannot write " + name);
-    }
-
-private:
-    fs::path _root;
-};
-
-// Adds 1 to each byte of the block.
-Bytes incrementProgram() {
-    RarVmAssembler program;
-    program.dword(Op::mov, reg(0), imm(0));
-    const std::uint32_t loop = program.next();
-    program.byte(Op::inc, at(reg(0))).dword(Op::inc, reg(0)).dword(Op::cmp, reg(0), reg(4)).jump(Op::jb, loop);
-    return program.dword(Op::ret).build();
+void add(const std::string& target, const std::string& name, const std::string& bytes) {
+    fs::create_directories(root / target);
+    std::ofstream out(root / target / name, std::ios::binary);
+    if (!(out << bytes).flush()) throw std::runtime_error("cannot write " + name);
 }
 
 // Every command, and operands of every form.
 Bytes everyCommand() {
-    RarVmAssembler program;
-    program.staticData({1, 2, 3, 4, 5, 6, 7, 8});
-    for (int number = 0; number <= static_cast<int>(Op::print); ++number) {
-        const auto operation = static_cast<Op>(number);
-        switch (operation) {
-            case Op::jz:
-            case Op::jnz:
-            case Op::js:
-            case Op::jns:
-            case Op::jb:
-            case Op::jbe:
-            case Op::ja:
-            case Op::jae:
-            case Op::jmp:
-            case Op::call:
-                program.jump(operation, program.next() + 1);
-                break;
-            case Op::ret:
-            case Op::pushAll:
-            case Op::popAll:
-            case Op::pushFlags:
-            case Op::popFlags:
-            case Op::print:
-                if (operation != Op::ret) program.dword(operation);
-                break;
-            case Op::push:
-            case Op::inc:
-            case Op::dec:
-            case Op::bitNot:
-            case Op::neg:
-                program.dword(operation, at(reg(1), 16));
-                break;
-            case Op::pop:
-                program.dword(operation, reg(2));
-                break;
-            default:
-                program.dword(operation, reg(1), at(reg(2))).dword(operation, at(0x3C020), imm(77));
+    using enum VmOperation;
+    const std::set<VmOperation> jumps{jz, jnz, js, jns, jb, jbe, ja, jae, jmp, call},
+        unary{push, inc, dec, bitNot, neg}, bare{pushAll, popAll, pushFlags, popFlags, print};
+    RarVmAssembler program({1, 2, 3, 4, 5, 6, 7, 8});
+    for (int number = 0; number <= static_cast<int>(print); ++number) {
+        const auto operation = static_cast<VmOperation>(number);
+        if (operation == ret) continue;
+        if (jumps.contains(operation)) {
+            program.jump(operation, program.next() + 1);
+        } else if (bare.contains(operation)) {
+            program.dword(operation);
+        } else if (unary.contains(operation)) {
+            program.dword(operation, at(reg(1), 16));
+        } else if (operation == pop) {
+            program.dword(operation, reg(2));
+        } else {
+            program.dword(operation, reg(1), at(reg(2))).dword(operation, at(0x3C020), imm(77));
         }
     }
-    return program.dword(Op::ret).build();
+    return program.dword(ret).build();
 }
-
-// As a filter's description has it: which program, how far ahead its block begins, the block's length, the program.
-Bytes filterDescription(const Bytes& program) {
-    RarBitWriter bits;
-    for (const std::uint32_t number : {0U, 5U, 40U, static_cast<std::uint32_t>(program.size())}) bits.putNumber(number);
-    for (const unsigned char byte : program) bits.put(byte, 8);
-    return bits.bytes();
-}
-
-constexpr unsigned kNumber = 0x80, kLength = 0x20;  // What a filter's description has.
 
 void writeEverything(RarEncoder& encoder) {
     encoder.text(kText);
@@ -131,7 +87,7 @@ Packed packed20() {
 
 Packed packed29(const Bytes& program = {}) {
     RarEncoder encoder(29);
-    if (!program.empty()) encoder.filter(kNumber | kLength, filterDescription(program));
+    if (!program.empty()) encoder.filter(kFilterHead, filterOf(0, 5, 40, program));
     writeEverything(encoder);
     return finished(encoder);
 }
@@ -150,8 +106,8 @@ Packed packedPpmCommands() {
     encoder.text(kText);
     put({PpmEncoder::kEscape, 4, 0, 0, 18, 9});  // A match,
     put({PpmEncoder::kEscape, 5, 10});           // a run,
-    const std::string filter = text(filterDescription(incrementProgram()));
-    put({PpmEncoder::kEscape, 3, static_cast<char>(kNumber | kLength | 6), static_cast<char>(filter.size() - 7)});
+    const std::string filter = text(filterOf(0, 5, 40, incrementProgram()));
+    put({PpmEncoder::kEscape, 3, static_cast<char>(kFilterHead | 6), static_cast<char>(filter.size() - 7)});
     put(filter);
     encoder.text(kText);
     return {encoder.finish(), 1000};  // More than it is: it has an end of its own.
@@ -162,13 +118,13 @@ std::string twoEntries(const Packed& first, const Packed& second = {}) {
            first.bytes + second.bytes;
 }
 
-void addRarData(const Seeds& seeds) {
-    seeds.add("rar20", "lz", twoEntries(packed20()));
+void addRarData() {
+    add("rar20", "lz", twoEntries(packed20()));
     RarEncoder chain20(20);
     writeEverything(chain20);
     const Packed first20 = finished(chain20, true);
     writeEverything(chain20);
-    seeds.add("rar20", "lz-solid", twoEntries(first20, finished(chain20)));
+    add("rar20", "lz-solid", twoEntries(first20, finished(chain20)));
     // Sound of one and of four channels: tables whose symbols all have eight bits, by the ninth of the code lengths.
     for (const unsigned channels : {1U, 4U}) {
         RarBitWriter bits;
@@ -176,10 +132,10 @@ void addRarData(const Seeds& seeds) {
         for (unsigned i = 0; i < 19; ++i) bits.put(i == 9 || i == 0 ? 1 : 0, 4);
         for (unsigned i = 0; i < 257 * channels; ++i) bits.put(i % 257 == 256 ? 0 : 1, 1);
         for (unsigned i = 0; i < 300; ++i) bits.put(i * i % 509, 9);
-        seeds.add("rar20", "sound-" + std::to_string(channels), twoEntries({text(bits.bytes()), 300}));
+        add("rar20", "sound-" + std::to_string(channels), twoEntries({text(bits.bytes()), 300}));
     }
 
-    seeds.add("rar29", "lz", twoEntries(packed29()));
+    add("rar29", "lz", twoEntries(packed29()));
     RarEncoder chain29(29);
     writeEverything(chain29);
     chain29.nextBlock(true);
@@ -187,27 +143,27 @@ void addRarData(const Seeds& seeds) {
     const Packed first29 = finished(chain29);
     writeEverything(chain29);
     const Packed second29 = finished(chain29);
-    seeds.add("rar29", "lz-blocks-solid", twoEntries(first29, second29));
-    seeds.add("rar29", "lz-filter", twoEntries(packed29(incrementProgram())));
-    seeds.add("rar29", "lz-filter-e8", twoEntries(packed29(standInProgram(kFilterE8))));
-    seeds.add("rar29", "lz-filter-delta", twoEntries(packed29(standInProgram(kFilterDelta))));
+    add("rar29", "lz-blocks-solid", twoEntries(first29, second29));
+    add("rar29", "lz-filter", twoEntries(packed29(incrementProgram())));
+    add("rar29", "lz-filter-e8", twoEntries(packed29(standInProgram(kFilterE8))));
+    add("rar29", "lz-filter-delta", twoEntries(packed29(standInProgram(kFilterDelta))));
     PpmEncoder chain(5, 1);
     chain.text(kText);
     const Packed firstPpm{chain.finish(), kText.size()};
     chain.nextEntry();
     chain.text(kText);
-    seeds.add("rar29", "ppm-solid", twoEntries(firstPpm, {chain.finish(), kText.size()}));
-    seeds.add("rar29", "ppm-commands", twoEntries(packedPpmCommands()));
-    seeds.add("rar29", "ppm-then-lz", twoEntries(packedPpm(), packed29()));
+    add("rar29", "ppm-solid", twoEntries(firstPpm, {chain.finish(), kText.size()}));
+    add("rar29", "ppm-commands", twoEntries(packedPpmCommands()));
+    add("rar29", "ppm-then-lz", twoEntries(packedPpm(), packed29()));
 
-    seeds.add("ppm", "text", packedPpm().bytes);
+    add("ppm", "text", packedPpm().bytes);
     PpmEncoder blocks(64, 1);
     blocks.text(kText);
     blocks.nextBlock();
     for (int c = 0; c < 256; ++c) blocks.text(std::string(1, static_cast<char>(c)));
     blocks.nextBlock(true);
     blocks.text(std::string(300, 'a') + kText);
-    seeds.add("ppm", "blocks", blocks.finish());
+    add("ppm", "blocks", blocks.finish());
     // One letter is wrong in each line, behind the longest contexts there are: the heap is full before the text is
     // over.
     PpmEncoder lines(64, 1);
@@ -217,23 +173,23 @@ void addRarData(const Seeds& seeds) {
         line[random() % line.size()] = static_cast<char>('A' + random() % 26);
         lines.text(line);
     }
-    seeds.add("ppm", "full-heap", lines.finish());
+    add("ppm", "full-heap", lines.finish());
 }
 
-void addPrograms(const Seeds& seeds) {
+void addPrograms() {
     std::string block;
     for (const unsigned reg : {3U, 300U, 0x40U, 0U, 0U, 5U, 6U}) block += littleEndian(reg, 4);
     for (int i = 0; i < 80; ++i) block += static_cast<char>(i % 7 == 0 ? 0xE8 : i);
-    const auto add = [&](const std::string& name, const Bytes& code) {
-        seeds.add("vm", name, littleEndian(code.size(), 2) + text(code) + block);
+    const auto addCode = [&](const std::string& name, const Bytes& code) {
+        add("vm", name, littleEndian(code.size(), 2) + text(code) + block);
     };
-    add("increment", incrementProgram());
-    add("every-command", everyCommand());
+    addCode("increment", incrementProgram());
+    addCode("every-command", everyCommand());
     constexpr std::pair<const char*, VM_StandardFilters> kFilters[] = {
         {"e8", kFilterE8},   {"e8e9", kFilterE8E9},   {"itanium", kFilterItanium}, {"delta", kFilterDelta},
         {"rgb", kFilterRgb}, {"audio", kFilterAudio}, {"upcase", kFilterUpcase},
     };
-    for (const auto& [name, filter] : kFilters) add(std::string("filter-") + name, standInProgram(filter));
+    for (const auto& [name, filter] : kFilters) addCode(std::string("filter-") + name, standInProgram(filter));
 }
 
 RarFile rarFile(const std::string& name, const Packed& data, unsigned version, unsigned flags = 0) {
@@ -298,14 +254,14 @@ std::string oddZip() {
         .archive();
 }
 
-void addContents(const Seeds& seeds) {
-    seeds.add("zip", "mixed", mixedZip());
-    seeds.add("zip", "odd", oddZip());
-    seeds.add("zip", "split-encrypted",
-              "PK\7\10" + ZipBuilder({{"a", kText}, {"encrypted", kText, 8, 0, 1}, {"b", kText, 0}}).archive());
-    seeds.add("rar", "mixed", mixedRar());
-    seeds.add("rar", "solid", solidRar());
-    seeds.add("rar", "odd", oddRar());
+void addContents() {
+    add("zip", "mixed", mixedZip());
+    add("zip", "odd", oddZip());
+    add("zip", "split-encrypted",
+        "PK\7\10" + ZipBuilder({{"a", kText}, {"encrypted", kText, 8, 0, 1}, {"b", kText, 0}}).archive());
+    add("rar", "mixed", mixedRar());
+    add("rar", "solid", solidRar());
+    add("rar", "odd", oddRar());
 
     const std::string pe = PeBuilder().withSections(2).build();
     PeBuilder moved;
@@ -315,52 +271,50 @@ void addContents(const Seeds& seeds) {
     moved.withSections(17).paddedTo = 0;
     PeBuilder wild;
     wild.sections = {{0xFFFFF000, 0, 0x3FF, 0xFFFFFFFF}, {0x10FF, 0, 0xFFFFFF00, 0x1000}};
-    seeds.add("pe", "plain", pe.substr(0, 0x300));
-    seeds.add("pe", "moved", moved.build());
-    seeds.add("pe", "wild", wild.build());
-    seeds.add("pe", "zeros", std::string(700, '\0'));
+    add("pe", "plain", pe.substr(0, 0x300));
+    add("pe", "moved", moved.build());
+    add("pe", "wild", wild.build());
+    add("pe", "zeros", std::string(700, '\0'));
 
-    seeds.add("scan_file", "text", "\t A Known  Content \r\n\n a known content\n");
-    seeds.add("scan_file", "known", "a known start");
-    seeds.add("scan_file", "executable", pe.substr(0, 0x300));
-    seeds.add("scan_file", "rar-in-zip", ZipBuilder({{"in.rar", mixedRar()}, {"in.zip", mixedZip(), 0}}).archive());
-    seeds.add("scan_file", "zip-in-rar",
-              RarBuilder::marker() + RarBuilder::archive() + RarBuilder::stored("in.zip", oddZip()) +
-                  RarBuilder::stored("in.exe", pe.substr(0, 0x300)) + RarBuilder::end());
-    seeds.add("scan_file", "rar-solid", solidRar());
+    add("scan_file", "text", "\t A Known  Content \r\n\n a known content\n");
+    add("scan_file", "known", "a known start");
+    add("scan_file", "executable", pe.substr(0, 0x300));
+    add("scan_file", "rar-in-zip", ZipBuilder({{"in.rar", mixedRar()}, {"in.zip", mixedZip(), 0}}).archive());
+    add("scan_file", "zip-in-rar",
+        RarBuilder::marker() + RarBuilder::archive() + RarBuilder::stored("in.zip", oddZip()) +
+            RarBuilder::stored("in.exe", pe.substr(0, 0x300)) + RarBuilder::end());
+    add("scan_file", "rar-solid", solidRar());
     ZipMember bomb{"bomb", std::string(5 << 18, '\0')};
     bomb.unpacked = 1 << 18;
-    seeds.add("scan_file", "larger-than-announced", ZipBuilder({bomb}).archive());
+    add("scan_file", "larger-than-announced", ZipBuilder({bomb}).archive());
 }
 
-void addSettings(const Seeds& seeds) {
-    seeds.add("patterns", "md5",
-              "# comment\n#count:3\n" + md5Record(std::string(300, 'a'), "Letters") + md5Record("b", "B") +
-                  "00:1:short\n\n" + md5Record("c", "One-Too-Many"));
-    seeds.add("patterns", "count", "#count:4294967297\n#count:-1\n#count:00000000000009\n" + md5Record("b", "B"));
-    seeds.add("patterns", "chk",
-              startRecord(std::string(255, 'a'), "Start") +
-                  "3:0200:8000:4:00000000:1cdf4421:7fff:4:1cdf4421:Entry\n"
-                  "03:0301:0::4:00000000:1cdf4421:fff0:4:1cdf4421:Section\r\n"
-                  "0:0100:12c:ff:61616161:00000000:0:0:00000000:End:more\n"
-                  "9:0000:0:0:00000000:00000000:0:0:00000000:Target\n"
-                  "0:0400:0:0:00000000:00000000:0:0:00000000:Type\n");
-    seeds.add("patterns", "long-line", std::string(1022, '#') + "\n" + std::string(1100, '0') + ":1:\n");
-    seeds.add("options", "all",
-              "# limits\nMaxUnarEntries = 10\n MaxUnarRatio=0 ; none\nMaxUnarLevelEntries\t=\t20\n"
-              "MaxUnarDepth = 99999999999\nMaxUnarSize = \nMaxUnarDepth = x\n");
-    seeds.add("options", "illegal", "MaxUnarSize = 1x\nMaxUnarEntries == 1\n=\n;\n" + std::string(1100, 'M') + "\n");
-    seeds.add("list", "list",
-              "<?xml version=\"1.0\"?>\n<a><FalseAlarm><item name=\"Example-False-Alarm\"/><b/></FalseAlarm>\n"
-              "<!-- --><Spyware><item name=\"Example-Spy&#x77;are-\"/><item name=''/></Spyware></a>\n");
-    seeds.add("list", "declarations",
-              "<!DOCTYPE a [<!ELEMENT a ANY><!ATTLIST item name CDATA \"default\"><!ENTITY e \"x\">]>"
-              "<a><Spyware><item/></Spyware><![CDATA[<]]>&e;</a>");
-    seeds.add("list", "deep", [] {
-        std::string deep = "<a>";
-        for (int i = 0; i < 260; ++i) deep += "<b>";
-        return deep;
-    }());
+void addSettings() {
+    add("patterns", "md5",
+        "# comment\n#count:3\n" + md5Record(std::string(300, 'a'), "Letters") + md5Record("b", "B") + "00:1:short\n\n" +
+            md5Record("c", "One-Too-Many"));
+    add("patterns", "count", "#count:4294967297\n#count:-1\n#count:00000000000009\n" + md5Record("b", "B"));
+    add("patterns", "chk",
+        startRecord(std::string(255, 'a'), "Start") +
+            "3:0200:8000:4:00000000:1cdf4421:7fff:4:1cdf4421:Entry\n"
+            "03:0301:0::4:00000000:1cdf4421:fff0:4:1cdf4421:Section\r\n"
+            "0:0100:12c:ff:61616161:00000000:0:0:00000000:End:more\n"
+            "9:0000:0:0:00000000:00000000:0:0:00000000:Target\n"
+            "0:0400:0:0:00000000:00000000:0:0:00000000:Type\n");
+    add("patterns", "long-line", std::string(1022, '#') + "\n" + std::string(1100, '0') + ":1:\n");
+    add("options", "all",
+        "# limits\nMaxUnarEntries = 10\n MaxUnarRatio=0 ; none\nMaxUnarLevelEntries\t=\t20\n"
+        "MaxUnarDepth = 99999999999\nMaxUnarSize = \nMaxUnarDepth = x\n");
+    add("options", "illegal", "MaxUnarSize = 1x\nMaxUnarEntries == 1\n=\n;\n" + std::string(1100, 'M') + "\n");
+    add("list", "list",
+        "<?xml version=\"1.0\"?>\n<a><FalseAlarm><item name=\"Example-False-Alarm\"/><b/></FalseAlarm>\n"
+        "<!-- --><Spyware><item name=\"Example-Spy&#x77;are-\"/><item name=''/></Spyware></a>\n");
+    add("list", "declarations",
+        "<!DOCTYPE a [<!ELEMENT a ANY><!ATTLIST item name CDATA \"default\"><!ENTITY e \"x\">]>"
+        "<a><Spyware><item/></Spyware><![CDATA[<]]>&e;</a>");
+    std::string deep = "<a>";
+    for (int i = 0; i < 260; ++i) deep += "<b>";
+    add("list", "deep", deep);
 }
 
 }  // namespace
@@ -370,15 +324,10 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
         return 2;
     }
-    try {
-        const Seeds seeds(argv[1]);
-        addRarData(seeds);
-        addPrograms(seeds);
-        addContents(seeds);
-        addSettings(seeds);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
-        return 1;
-    }
+    root = argv[1];
+    addRarData();
+    addPrograms();
+    addContents();
+    addSettings();
     return 0;
 }

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "io/BufferBaseStreams.h"
-#include "io/MemBufferBase.h"
 #include "support/CapturedLog.h"
 #include "support/EntryCollector.h"
 #include "support/RarBuilder.h"
+#include "support/StopAfter.h"
+#include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "unarchiver/RarBlock.h"
 
@@ -18,7 +18,6 @@ namespace {
 
 using B = RarBuilder;
 
-constexpr const char* kUnit = "../../core/pakfold/src/unarchiver/Rar";
 const std::string kNotRar = "! Not a rar package";
 const std::string kBadArchive = "! Rar archive info error";
 const std::string kBadHead = "! Rar head error";
@@ -27,8 +26,7 @@ const std::string kDecoded = "! Unsupported RAR unpack version:15";  // What ask
 // What the walk hands over, then "! " and the text of the ArchivingException that ends it.
 std::string walk(const std::string& bytes, EntryCollector& entries, unsigned offset = 0,
                  DecompressProcessor* decompression = nullptr) {
-    MemBufferBase buffer;
-    buffer.append(bytes.data(), static_cast<int>(bytes.size()));
+    StringBuffer buffer(bytes);
     RarUnarchiver unarchiver(&buffer, entries, decompression, offset);
     const std::string error = thrownBy<ArchivingException>([&] { unarchiver.start(); });
     return entries.contents() + (error == "<nothing>" ? "" : "! " + error);
@@ -67,66 +65,54 @@ std::string nestedArchives(int depth) {
 }
 
 TEST(RarUnarchiver, findsItsMarkerAndItsArchiveHeader) {
-    const std::string good = B::marker() + B::archive() + B::stored("a", "hello");
+    const std::string entry = B::stored("a", "hello"), good = B::marker() + B::archive() + entry;
     for (std::size_t i = 0; i < 7; ++i) EXPECT_EQ(walk(changed(good, i, 0x80)), kNotRar) << i;
     for (std::size_t i = 7; i < 20; ++i) EXPECT_EQ(walk(changed(good, i, 0x01)), kBadArchive) << i;
 
-    const std::string entry = B::stored("a", "hello");
-    const auto archive = [&](unsigned flags, const std::string& fields, const std::string& data = "",
-                             std::optional<unsigned> size = {}) {
-        return walk(B::marker() + B::block(0x73, flags, fields, data, size) + entry);
+    const std::string reserved(6, '\0'), text = B::block(0x75, 0, "text"), found = "a=hello ";
+    const std::pair<std::string, std::string> headers[] = {
+        {B::block(0x73, 0, "\1\2\3\4\5\6"), found},
+        {B::block(0x73, 0x8000, reserved, "some data"), found},
+        {B::block(0x73, 0x0200, reserved + "v and what is unknown"), found},
+        {B::block(0x73, 0x0002, reserved + text), found},
+        {B::block(0x73, 0x0002, reserved + text + "behind it"), found},
+        {B::archive(0x0002, text), found},
+        {B::archive(0x0002, nestedArchives(8)), found},
+        {B::archive(0x0002, nestedArchives(9)), kBadArchive},
+        {B::block(0x73, 0, reserved, "", 12), kBadArchive},
+        {B::block(0x73, 0x0002, reserved), kBadArchive},
+        {B::block(0x73, 0x0002, reserved + text.substr(0, text.size() - 1)), kBadArchive},
+        {B::block(0x73, 0x0002, reserved + "1234567"), kBadArchive},
+        {"", kBadArchive},
     };
-    const std::string reserved(6, '\0');
-    const std::string text = B::block(0x75, 0, "text");
+    for (const auto& [header, expected] : headers) {
+        EXPECT_EQ(walk(B::marker() + header + entry), expected) << testing::PrintToString(header);
+    }
     EXPECT_EQ(walk(""), kNotRar);
     EXPECT_EQ(walk(B::marker()), kBadArchive);
-    EXPECT_EQ(walk(B::marker() + entry), kBadArchive);
-    EXPECT_EQ(archive(0, "\1\2\3\4\5\6"), "a=hello ");
-    EXPECT_EQ(archive(0x8000, reserved, "some data"), "a=hello ");
-    EXPECT_EQ(archive(0x0200, reserved + "v and what is unknown"), "a=hello ");
-    EXPECT_EQ(archive(0, reserved, "", 12), kBadArchive);
-    EXPECT_EQ(archive(0x0002, reserved + text), "a=hello ");
-    EXPECT_EQ(archive(0x0002, reserved + text + "behind it"), "a=hello ");
-    EXPECT_EQ(archive(0x0002, reserved), kBadArchive);
-    EXPECT_EQ(archive(0x0002, reserved + text.substr(0, text.size() - 1)), kBadArchive);
-    EXPECT_EQ(archive(0x0002, reserved + "1234567"), kBadArchive);
-    EXPECT_EQ(walk(B::marker() + B::archive(0x0002, text) + entry), "a=hello ");
-    EXPECT_EQ(walk(B::marker() + B::archive(0x0002, nestedArchives(8)) + entry), "a=hello ");
-    EXPECT_EQ(walk(B::marker() + B::archive(0x0002, nestedArchives(9)) + entry), kBadArchive);
 }
 
 TEST(RarUnarchiver, offsetsNameTheByteBehindTheMarker) {
     const std::string good = B::marker() + B::archive() + B::stored("a", "hello");
-    for (const unsigned offset : {1u, 2u, 3u, 4u, 5u, 6u, 106u, 108u, 524296u, 0x80000000u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(walk(std::string(100, '\0') + good, offset), kNotRar) << offset;
-    }
-    EXPECT_EQ(walk(std::string(100, '\0') + good, 107), "a=hello ");
-    EXPECT_EQ(walk(good, 7), "a=hello ");
-    EXPECT_EQ(walk(std::string(524288, 'x') + good, 524295), "a=hello ");
-    EXPECT_EQ(walk(std::string(524289, 'x') + good, 524296), kNotRar);
-}
-
-TEST(RarUnarchiver, checkFormatLeavesTheStreamWhereItIs) {
-    const CrcArchiveId<RarUnarchiver, RarCrc> id;
-    for (const auto& [bytes, isRar] : {std::pair{B::marker() + "x", true},
-                                       {B::marker().substr(0, 6), false},
-                                       {changed(B::marker(), 6, 1), false},
-                                       {"PK\3\4 and more", false},
-                                       {B::archive(), false},
-                                       {"", false}}) {
-        MemBufferBase buffer;
-        buffer.append("#", 1);
-        buffer.append(bytes.data(), static_cast<int>(bytes.size()));
-        BufferBaseInputStream in(&buffer, 1);
-        EXPECT_EQ(id.accept(in), isRar) << bytes;
-        EXPECT_EQ(in.available(), static_cast<int>(bytes.size()));
+    const struct {
+        std::size_t before;
+        unsigned offset;
+        bool found;
+    } rows[] = {{0, 7, true},      {100, 107, true},       {100, 1, false},        {100, 6, false},
+                {100, 106, false}, {100, 108, false},      {100, 524296, false},   {100, 0x80000000, false},
+                {100, ~0u, false}, {524288, 524295, true}, {524289, 524296, false}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(walk(std::string(row.before, 'x') + good, row.offset), row.found ? "a=hello " : kNotRar)
+            << row.before << " " << row.offset;
     }
 }
 
 TEST(RarUnarchiver, readsHeadersToTheEndThatTheyAnnounce) {
     const std::string fullTime = "\xFF\xFFwwwxxxxxxxyyyyyyyzzzzzzz";
     const std::string shortTime = "\x08\xB0xxxxyyy";  // Creation with three more bytes, archiving without.
-    const std::string text = B::block(0x75, 0, "text");
+    const auto everything = [&](RarFile& f) {
+        f.flags = 0x1500, f.salt = "saltsalt", f.extendedTime = fullTime, f.unpackedHigh = 9, f.extra = "unknown";
+    };
     const std::pair<const char*, std::string> cases[] = {
         {"plain", fileWith([](RarFile&) {})},
         {"64-bit sizes", fileWith([](RarFile& f) { f.flags = 0x0100; })},
@@ -136,16 +122,10 @@ TEST(RarUnarchiver, readsHeadersToTheEndThatTheyAnnounce) {
         {"times cut", fileWith([&](RarFile& f) { f.flags = 0x1000, f.extendedTime = fullTime.substr(0, 9); })},
         {"times cut in the groups", fileWith([&](RarFile& f) { f.flags = 0x1000, f.extendedTime = "\xFF"; })},
         {"times missing", fileWith([](RarFile& f) { f.flags = 0x1000; })},
-        {"all of them", fileWith([&](RarFile& f) {
-             f.flags = 0x1500, f.salt = "saltsalt", f.extendedTime = fullTime;
-             f.packedHigh = 0, f.unpackedHigh = 9, f.extra = "unknown";
-         })},
-        {"all of them, checked alone", fileWith([&](RarFile& f) {
-             f.flags = 0x1500, f.salt = "saltsalt", f.extendedTime = fullTime;
-             f.packedHigh = 0, f.unpackedHigh = 9, f.extra = "unknown", f.extraInCrc = false;
-         })},
+        {"all of them", fileWith(everything)},
+        {"all of them, checked alone", fileWith([&](RarFile& f) { everything(f), f.extraInCrc = false; })},
         {"encoded name", fileWith([](RarFile& f) { f.flags = 0x0200, f.name = std::string("a\0\1\2\3", 5); })},
-        {"nested", fileWith([&](RarFile& f) { f.flags = 0x0002, f.extra = text + "more"; })},
+        {"nested", fileWith([&](RarFile& f) { f.flags = 0x0002, f.extra = B::block(0x75, 0, "text") + "more"; })},
         {"nested to the bound", fileWith([&](RarFile& f) { f.flags = 0x0002, f.extra = nestedArchives(8); })},
     };
     for (const auto& [what, block] : cases) {
@@ -166,17 +146,11 @@ TEST(RarUnarchiver, describesEntries) {
                 fileWith([](RarFile& f) { f.flags = 0x0100, f.packedHigh = ~0u, f.unpackedHigh = ~0u; })),
          entries);
     ASSERT_EQ(entries.entries.size(), 3u);  // The third reaches beyond any source, so that nothing can follow.
-    const CollectedEntry& first = entries.entries[0];
+    const CollectedEntry &first = entries.entries[0], &second = entries.entries[1], &third = entries.entries[2];
     EXPECT_EQ(first.name, "dir\\a");
-    EXPECT_EQ(first.algorithm, 4);
-    EXPECT_EQ(first.flags, 0x20);
-    EXPECT_EQ(first.time, 0x2D6A8C61u);
-    EXPECT_EQ(first.compressedSize, 5);
-    EXPECT_EQ(first.uncompressedSize, 70000);
-    EXPECT_EQ(first.checkSum, 0x12345678u);
-    EXPECT_EQ(entries.entries[1].uncompressedSize, -1);
-    EXPECT_EQ(entries.entries[2].compressedSize, -1);
-    EXPECT_EQ(entries.entries[2].uncompressedSize, -1);
+    EXPECT_TRUE(first.algorithm == 4 && first.flags == 0x20 && first.time == 0x2D6A8C61u);
+    EXPECT_TRUE(first.compressedSize == 5 && first.uncompressedSize == 70000 && first.checkSum == 0x12345678u);
+    EXPECT_TRUE(second.uncompressedSize == -1 && third.compressedSize == -1 && third.uncompressedSize == -1);
 }
 
 TEST(RarUnarchiver, passesOverWhatIsNoEntry) {
@@ -232,70 +206,60 @@ TEST(RarUnarchiver, endsAtWhatItCannotRead) {
     EXPECT_EQ(log.count("Unknown rar type [7c]"), 1u);
     EXPECT_EQ(log.count("h_type[72], h_flags[1a21], h_size[0007]a_size[00000000]"), 2u);
     EXPECT_EQ(log.count("RarUnarchiver::start"), 2u);
-    MemBufferBase empty;
+    StringBuffer empty("");
     EntryCollector entries;
-    EXPECT_EQ(unitThrownBy([&] { RarUnarchiver(&empty, entries, nullptr, 0).start(); }), kUnit);
+    EXPECT_EQ(unitThrownBy([&] { RarUnarchiver(&empty, entries, nullptr, 0).start(); }),
+              "../../core/pakfold/src/unarchiver/Rar");
 }
 
+// Entries with broken headers are offered unless they are solid.
 TEST(RarUnarchiver, doesWithAnEntryWhatTheProcessorSays) {
     struct Case {
         unsigned archiveFlags, flags, method;
         int action;
         bool stream;
         std::string expected;
+        bool broken = false;
     };
     constexpr unsigned kSolid = 0x0010, kSolidArchive = 0x0008;
-    const std::string aborted = "a= ! Archiving aborted";
-    const Case cases[] = {
-        {0, 0, 0x30, kActionAbort, true, aborted},
-        {0, 0, 0x30, kActionSkip, true, "a= z=zz "},
-        {0, 0, 0x30, kActionCopy, true, "a=hello z=zz "},
-        {0, 0, 0x30, kActionCopy, false, "a= z= "},
-        {0, 0, 0x30, kActionDecompress, false, "a= z= "},
-        {0, kSolid, 0x30, kActionSkip, true, "a= z=zz "},
-        {0, kSolid, 0x30, kActionCopy, true, "a=hello z=zz "},
-        {0, kSolid, 0x30, kActionDecompress, true, "a=hello z=zz "},
-        {0, 0, 0x35, kActionAbort, true, aborted},
-        {0, 0, 0x35, kActionSkip, true, "a= z=zz "},
-        {0, 0, 0x35, 3, true, "a= z=zz "},
-        {0, 0, 0x35, kActionCopy, true, "a=hello z=zz "},
-        {0, 0, 0x35, kActionDecompress, false, "a= z= "},
-        {0, 0, 0x35, kActionDecompress, true, "a= " + kDecoded},
-        {0, 0, 0x2F, kActionDecompress, true, "a= " + kDecoded},
-        {0, kSolid, 0x35, kActionAbort, true, aborted},
-        {0, kSolid, 0x35, kActionSkip, true, "a= " + kDecoded},
-        {0, kSolid, 0x35, 3, true, "a= " + kDecoded},
-        {0, kSolid, 0x35, kActionCopy, false, "a= " + kDecoded},
-        {0, kSolid, 0x35, kActionDecompress, false, "a= " + kDecoded},
-        {0, kSolid, 0x35, kActionDecompress, true, "a= " + kDecoded},
-        {kSolidArchive, 0, 0x35, kActionSkip, true, "a= " + kDecoded},
-        {kSolidArchive, 0, 0x30, kActionSkip, true, "a= z=zz "},
-    };
+    constexpr int kAbort = kActionAbort, kSkip = kActionSkip, kCopy = kActionCopy, kUnpack = kActionDecompress;
+    const std::string aborted = "a= ! Archiving aborted", decoded = "a= " + kDecoded;
+    const Case cases[] = {{0, 0, 0x30, kAbort, true, aborted},
+                          {0, 0, 0x30, kSkip, true, "a= z=zz "},
+                          {0, 0, 0x30, kCopy, true, "a=hello z=zz "},
+                          {0, 0, 0x30, kCopy, false, "a= z= "},
+                          {0, kSolid, 0x30, kSkip, true, "a= z=zz "},
+                          {0, kSolid, 0x30, kUnpack, true, "a=hello z=zz "},
+                          {0, 0, 0x35, kAbort, true, aborted},
+                          {0, 0, 0x35, kSkip, true, "a= z=zz "},
+                          {0, 0, 0x35, 3, true, "a= z=zz "},
+                          {0, 0, 0x35, kCopy, true, "a=hello z=zz "},
+                          {0, 0, 0x35, kUnpack, false, "a= z= "},
+                          {0, 0, 0x35, kUnpack, true, decoded},
+                          {0, 0, 0x2F, kUnpack, true, decoded},
+                          {0, kSolid, 0x35, kAbort, true, aborted},
+                          {0, kSolid, 0x35, kSkip, true, decoded},
+                          {0, kSolid, 0x35, kCopy, false, decoded},
+                          {0, kSolid, 0x35, kUnpack, true, decoded},
+                          {kSolidArchive, 0, 0x35, kSkip, true, decoded},
+                          {kSolidArchive, 0, 0x30, kSkip, true, "a= z=zz "},
+                          {0, 0, 0x30, kUnpack, true, "a=hello z=zz ", true},
+                          {0, 0, 0x33, kUnpack, true, decoded, true},
+                          {0, kSolid, 0x30, kUnpack, true, "z=zz ", true},
+                          {0, kSolid, 0x33, kUnpack, true, kDecoded, true}};
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << std::hex << c.archiveFlags << ' ' << c.flags << ' ' << c.method << " action "
-                                        << c.action << " stream " << c.stream);
+        SCOPED_TRACE("row " + std::to_string(&c - cases));
+        CapturedLog log;
         EntryCollector entries;
         entries.actionOf["a"] = c.action;
         entries.giveStreams = c.stream;
-        const std::string bytes = B::marker() + B::archive(c.archiveFlags) +
-                                  fileWith([&](RarFile& f) { f.flags = c.flags, f.method = c.method, f.unpVer = 15; });
-        EXPECT_EQ(walk(bytes + B::stored("z", "zz"), entries), c.expected);
+        const std::string entry =
+            fileWith([&](RarFile& f) { f.flags = c.flags, f.method = c.method, f.unpVer = 15, f.broken = c.broken; });
+        EXPECT_EQ(walk(B::marker() + B::archive(c.archiveFlags) + entry + B::stored("z", "zz"), entries), c.expected);
+        EXPECT_EQ(log.count("Rar Broken File Header!"), c.broken ? 1u : 0u);
         if (!c.stream || entries.entries.size() < 2) continue;
-        for (const CollectedEntry& entry : entries.entries) EXPECT_EQ(entry.flushed + entry.closed, 2);
+        for (const CollectedEntry& each : entries.entries) EXPECT_EQ(each.flushed + each.closed, 2);
     }
-}
-
-TEST(RarUnarchiver, offersEntriesWithBrokenHeadersUnlessSolid) {
-    const auto walkBroken = [](unsigned flags, unsigned method) {
-        return walk(
-            around(fileWith([&](RarFile& f) { f.broken = true, f.flags = flags, f.method = method, f.unpVer = 15; })));
-    };
-    CapturedLog log;
-    EXPECT_EQ(walkBroken(0, 0x30), "a=hello z=zz ");
-    EXPECT_EQ(log.count("Rar Broken File Header!"), 1u);
-    EXPECT_EQ(walkBroken(0, 0x33), "a= " + kDecoded);
-    EXPECT_EQ(walkBroken(0x0010, 0x30), "z=zz ");
-    EXPECT_EQ(walkBroken(0x0010, 0x33), kDecoded);
 }
 
 TEST(RarUnarchiver, aFullSinkEndsItsEntryOnly) {
@@ -308,21 +272,10 @@ TEST(RarUnarchiver, aFullSinkEndsItsEntryOnly) {
 }
 
 TEST(RarUnarchiver, tellsTheProcessorsOfEveryEntry) {
-    struct Counter : DecompressProcessor {
-        int init() override { return ++inits; }
-        int setFileName(std::string&) override { return 0; }
-        int setContentType(std::string&) override { return 0; }
-        int check(InputStream*) override { return 0; }
-        int check(BufferBase*) override { return 0; }
-        int requiredLength() override { return 0; }
-        int getAction() override { return 0; }
-        int inits = 0;
-    } counter;
+    StopAfter counter(1000);
     EntryCollector entries;
     walk(around(B::stored("a", "hello") + B::stored("s", "split", 0x0001)), entries, 0, &counter);
-    EXPECT_EQ(counter.inits, 2);
-    EXPECT_EQ(entries.begun, 2);
-    EXPECT_EQ(entries.ended + entries.released, 0);
+    EXPECT_TRUE(counter.begun == 2 && entries.begun == 2 && entries.ended + entries.released == 0);
 }
 
 // One of everything, in few bytes.
@@ -345,19 +298,16 @@ TEST(RarUnarchiver, entriesBeforeATruncationAreWhole) {
         walk(bytes.substr(0, size), entries);
         ASSERT_LE(entries.entries.size(), 3u);
         for (std::size_t i = 0; i < entries.entries.size(); ++i) {
-            const CollectedEntry& cut = entries.entries[i];
-            EXPECT_EQ(cut.name, all.entries[i].name);
-            if (i + 1 < entries.entries.size()) {
-                EXPECT_EQ(cut.bytes, all.entries[i].bytes);
-            }
-            EXPECT_TRUE(all.entries[i].bytes.starts_with(cut.bytes));
+            const CollectedEntry &cut = entries.entries[i], &whole = all.entries[i];
+            EXPECT_EQ(cut.name, whole.name);
+            EXPECT_TRUE(whole.bytes.starts_with(cut.bytes));
+            EXPECT_TRUE(cut.bytes == whole.bytes || i + 1 == entries.entries.size());
         }
     }
 }
 
 TEST(RarUnarchiver, anyChangedBitLeavesTheWalkBounded) {
     const std::string bytes = sampler();
-    int unlike = 0;
     for (std::size_t bit = 0; bit < bytes.size() * 8; ++bit) {
         SCOPED_TRACE(bit);
         EntryCollector entries;
@@ -366,9 +316,7 @@ TEST(RarUnarchiver, anyChangedBitLeavesTheWalkBounded) {
         EXPECT_LE(entries.entries.size(), bytes.size() / 32);
         // No other exceptions; an IOException when an entry now counts as compressed.
         EXPECT_TRUE(result.find('<') == std::string::npos || result.find("IOException") != std::string::npos) << result;
-        if (result != "a=hello b=hello c=last ") ++unlike;
     }
-    EXPECT_GT(unlike, 0);
 }
 
 }  // namespace

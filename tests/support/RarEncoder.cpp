@@ -70,6 +70,15 @@ void makeCodes(const unsigned char* lengths, std::size_t count, std::uint32_t* c
 
 }  // namespace
 
+std::vector<unsigned char> filterOf(std::uint32_t number, std::uint32_t ahead, std::uint32_t length,
+                                    const std::vector<unsigned char>& program) {
+    RarBitWriter bits;
+    for (const std::uint32_t each : {number, ahead, length}) bits.putNumber(each);
+    if (!program.empty()) bits.putNumber(static_cast<std::uint32_t>(program.size()));
+    for (const unsigned char byte : program) bits.put(byte, 8);
+    return bits.bytes();
+}
+
 RarEncoder::RarEncoder(int version) : _version(version) {
     const std::array<std::size_t, kAlphabets> sizes = is20() ? std::array<std::size_t, kAlphabets>{298, 48, 0, 28}
                                                              : std::array<std::size_t, kAlphabets>{299, 60, 17, 28};
@@ -185,8 +194,6 @@ std::string RarEncoder::finish(bool tablesFollow) {
     if (_tablesDue) _lowRepeats = _lastLow = 0;
     return packed;
 }
-
-std::string RarEncoder::finishWithoutEnd() { return takePacked(true); }
 
 std::string RarEncoder::takePacked(bool codeAll) {
     writeBlock(codeAll);

@@ -14,6 +14,12 @@
 
 namespace ZOV_SPACE {
 
+// A filter's description behind its first byte, which has these bits: which program (0: all anew), how far ahead the
+// block begins, and its length; the program when it is new.
+constexpr unsigned kFilterHead = 0xA0;
+std::vector<unsigned char> filterOf(std::uint32_t number, std::uint32_t ahead, std::uint32_t length,
+                                    const std::vector<unsigned char>& program = {});
+
 class RarEncoder {
 public:
     static constexpr std::uint32_t kWindowBytes = 4 << 20;
@@ -40,8 +46,6 @@ public:
     // The packed bytes of the entry. With RAR 2.9 an end mark says whether the next entry has tables; with RAR 2.0
     // tables for it may follow instead.
     std::string finish(bool tablesFollow = false);
-    // Without an end: as far as it goes.
-    std::string finishWithoutEnd();
 
     const std::string& unpacked() const { return _unpacked; }  // Of all entries so far.
     // Of this entry, and afterwards it is another's turn.

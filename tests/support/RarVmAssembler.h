@@ -2,11 +2,11 @@
 #ifndef TESTS_SUPPORT_RARVMASSEMBLER_H
 #define TESTS_SUPPORT_RARVMASSEMBLER_H
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <initializer_list>
-#include <limits>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -45,117 +45,100 @@ private:
     unsigned _used = 0;
 };
 
+// As it is coded: the first bits, and the number behind them, if any.
 struct RarVmOperand {
-    enum class Form { none, immediate, inRegister, atRegister, atRegisterAndBase, atAddress } form = Form::none;
-    unsigned number = 0;  // Of the register.
-    std::uint32_t value = 0;
+    unsigned head = 0, headBits = 0;
+    bool hasNumber = false;
+    std::uint32_t number = 0;
+
+    bool isImmediate() const { return headBits == 2; }
 };
 
-inline RarVmOperand imm(std::uint32_t value) { return {RarVmOperand::Form::immediate, 0, value}; }
-inline RarVmOperand reg(unsigned number) { return {RarVmOperand::Form::inRegister, number, 0}; }
-inline RarVmOperand at(RarVmOperand base) { return {RarVmOperand::Form::atRegister, base.number, 0}; }
-inline RarVmOperand at(RarVmOperand base, std::uint32_t n) {
-    return {RarVmOperand::Form::atRegisterAndBase, base.number, n};
-}
-inline RarVmOperand at(std::uint32_t address) { return {RarVmOperand::Form::atAddress, 0, address}; }
+inline RarVmOperand imm(std::uint32_t value) { return {0, 2, true, value}; }
+inline RarVmOperand reg(unsigned number) { return {8 | number, 4}; }
+inline RarVmOperand at(RarVmOperand base) { return {2 << 3 | (base.head & 7), 6}; }
+inline RarVmOperand at(RarVmOperand base, std::uint32_t n) { return {6 << 3 | (base.head & 7), 7, true, n}; }
+inline RarVmOperand at(std::uint32_t address) { return {7, 4, true, address}; }
 
 class RarVmAssembler {
 public:
-    using Operation = VmOperation;
-
-    RarVmAssembler& staticData(const std::vector<unsigned char>& bytes) {
-        _staticData = bytes;
-        return *this;
+    explicit RarVmAssembler(const std::vector<unsigned char>& staticData = {}) {
+        _bits.put(0, 8);
+        _bits.put(staticData.empty() ? 0 : 1, 1);
+        if (!staticData.empty()) _bits.putNumber(static_cast<std::uint32_t>(staticData.size() - 1));
+        for (const unsigned char data : staticData) _bits.put(data, 8);
     }
-    RarVmAssembler& dword(Operation operation, RarVmOperand to = {}, RarVmOperand from = {}) {
+
+    RarVmAssembler& dword(VmOperation operation, RarVmOperand to = {}, RarVmOperand from = {}) {
         return command(operation, false, to, from);
     }
-    RarVmAssembler& byte(Operation operation, RarVmOperand to = {}, RarVmOperand from = {}) {
+    RarVmAssembler& byte(VmOperation operation, RarVmOperand to = {}, RarVmOperand from = {}) {
         return command(operation, true, to, from);
     }
+    RarVmAssembler& mov(RarVmOperand to, RarVmOperand from) { return dword(VmOperation::mov, to, from); }
     // To the command with that number; they count from 0.
-    RarVmAssembler& jump(Operation operation, std::uint32_t target) { return dword(operation, imm(target + 256)); }
-    std::uint32_t next() const { return static_cast<std::uint32_t>(_commands.size()); }
+    RarVmAssembler& jump(VmOperation operation, std::uint32_t target) { return dword(operation, imm(target + 256)); }
+    std::uint32_t next() const { return _count; }
 
-    std::vector<unsigned char> build() const {
-        RarBitWriter bits;
-        bits.put(0, 8);
-        bits.put(_staticData.empty() ? 0 : 1, 1);
-        if (!_staticData.empty()) bits.putNumber(static_cast<std::uint32_t>(_staticData.size() - 1));
-        for (const unsigned char data : _staticData) bits.put(data, 8);
-        for (const Command& each : _commands) write(bits, each);
-        std::vector<unsigned char> code = bits.bytes();
+    std::vector<unsigned char> build() const { return checked(_bits.bytes()); }
+
+    // The code with the check byte that it needs.
+    static std::vector<unsigned char> checked(std::vector<unsigned char> code) {
+        if (!code.empty()) code[0] = 0;
         for (std::size_t i = 1; i < code.size(); ++i) code[0] ^= code[i];
         return code;
     }
 
 private:
-    struct Command {
-        Operation operation;
-        bool byteMode;
-        std::array<RarVmOperand, 2> operands;
-    };
-
-    RarVmAssembler& command(Operation operation, bool byteMode, RarVmOperand to, RarVmOperand from) {
-        _commands.push_back({operation, byteMode, {to, from}});
+    RarVmAssembler& command(VmOperation operation, bool byteMode, RarVmOperand to, RarVmOperand from) {
+        const auto number = static_cast<unsigned>(operation);
+        number < 8 ? _bits.put(number, 4) : _bits.put(number + 24, 6);
+        if (hasModeBit(operation)) _bits.put(byteMode, 1);
+        for (const RarVmOperand& operand : {to, from}) {
+            _bits.put(operand.head, operand.headBits);
+            if (!operand.hasNumber) continue;
+            const bool isByte = byteMode && operand.isImmediate();
+            isByte ? _bits.put(operand.number & 0xFF, 8) : _bits.putNumber(operand.number);
+        }
+        ++_count;
         return *this;
     }
-    static bool hasModeBit(Operation operation) {
+    static bool hasModeBit(VmOperation operation) {
         using enum VmOperation;
-        for (const Operation without : {jz,
-                                        jnz,
-                                        jmp,
-                                        js,
-                                        jns,
-                                        jb,
-                                        jbe,
-                                        ja,
-                                        jae,
-                                        push,
-                                        pop,
-                                        call,
-                                        ret,
-                                        pushAll,
-                                        popAll,
-                                        pushFlags,
-                                        popFlags,
-                                        movZeroExtended,
-                                        movSignExtended,
-                                        print}) {
-            if (operation == without) return false;
-        }
-        return true;
-    }
-    static void write(RarBitWriter& bits, const Command& command) {
-        const auto number = static_cast<unsigned>(command.operation);
-        number < 8 ? bits.put(number, 4) : bits.put(number + 24, 6);
-        if (hasModeBit(command.operation)) bits.put(command.byteMode, 1);
-        for (const RarVmOperand& operand : command.operands) write(bits, operand, command.byteMode);
-    }
-    static void write(RarBitWriter& bits, const RarVmOperand& operand, bool byteMode) {
-        using Form = RarVmOperand::Form;
-        switch (operand.form) {
-            case Form::none:
-                return;
-            case Form::inRegister:
-                return bits.put(8 | operand.number, 4);
-            case Form::immediate:
-                bits.put(0, 2);
-                return byteMode ? bits.put(operand.value & 0xFF, 8) : bits.putNumber(operand.value);
-            case Form::atRegister:
-                return bits.put(2 << 3 | operand.number, 6);
-            case Form::atRegisterAndBase:
-                bits.put(6 << 3 | operand.number, 7);
-                return bits.putNumber(operand.value);
-            case Form::atAddress:
-                bits.put(7, 4);
-                return bits.putNumber(operand.value);
-        }
+        static constexpr VmOperation kWithout[] = {jz,
+                                                   jnz,
+                                                   jmp,
+                                                   js,
+                                                   jns,
+                                                   jb,
+                                                   jbe,
+                                                   ja,
+                                                   jae,
+                                                   push,
+                                                   pop,
+                                                   call,
+                                                   ret,
+                                                   pushAll,
+                                                   popAll,
+                                                   pushFlags,
+                                                   popFlags,
+                                                   movZeroExtended,
+                                                   movSignExtended,
+                                                   print};
+        return std::find(std::begin(kWithout), std::end(kWithout), operation) == std::end(kWithout);
     }
 
-    std::vector<unsigned char> _staticData;
-    std::vector<Command> _commands;
+    RarBitWriter _bits;
+    std::uint32_t _count = 0;
 };
+
+// Adds 1 to each byte of the block (its length is in R4), in place.
+inline std::vector<unsigned char> incrementProgram() {
+    using enum VmOperation;
+    RarVmAssembler program;
+    program.mov(reg(0), imm(0)).byte(inc, at(reg(0))).dword(inc, reg(0)).dword(cmp, reg(0), reg(4)).jump(jb, 1);
+    return program.dword(ret).build();
+}
 
 // What a program makes of a block, run as archives' filters are.
 inline std::vector<unsigned char> runProgram(RarVM& vm, const std::vector<unsigned char>& code,
@@ -176,60 +159,40 @@ inline std::vector<unsigned char> runProgram(RarVM& vm, const std::vector<unsign
 // Code that has the length and the CRC-32 given and passes its check, and so counts as a standard filter's program:
 // both sums are linear in the code's bits, so elimination finds the bits of the first bytes to set.
 inline std::vector<unsigned char> standInProgram(std::size_t length, std::uint32_t crc32) {
-    const auto sumsOf = [](const std::vector<unsigned char>& code) {
-        RarCrc crc;
-        std::uint64_t sums = ~crc.add(code.data(), static_cast<unsigned>(code.size()));
+    const auto codeOf = [length](std::uint64_t start) {
+        std::vector<unsigned char> code(length);
+        for (std::size_t i = 0; i < 8; ++i) code[i] = static_cast<unsigned char>(start >> 8 * i);
+        return code;
+    };
+    const auto sumsOf = [&codeOf](std::uint64_t start) {
+        const std::vector<unsigned char> code = codeOf(start);
+        std::uint64_t sums = ~RarCrc().add(code.data(), static_cast<unsigned>(code.size()));
         for (const unsigned char byte : code) sums ^= std::uint64_t{byte} << 32;
         return sums;
     };
-    std::vector<unsigned char> code(length, 0);
-    const std::uint64_t sumsOfZeros = sumsOf(code);
-    std::uint64_t missing = sumsOfZeros ^ crc32;
-    // By its highest bit: what a combination of the code's bits, the second number, adds to the sums.
+    // By its highest bit: what some bits of the start, the second number, add to the sums.
     std::array<std::pair<std::uint64_t, std::uint64_t>, 40> basis{};
-    const auto reduce = [&basis](std::uint64_t& sums, std::uint64_t& bits) {
-        for (; sums != 0;) {
-            const auto& row = basis[static_cast<std::size_t>(std::bit_width(sums)) - 1];
-            if (row.first == 0) return;
+    const auto reduce = [&basis](std::uint64_t sums, std::uint64_t start) {
+        while (sums != 0) {
+            auto& row = basis[static_cast<std::size_t>(std::bit_width(sums)) - 1];
+            if (row.first == 0) row = {sums, start};
             sums ^= row.first;
-            bits ^= row.second;
+            start ^= row.second;
         }
+        return start;
     };
-    for (unsigned bit = 0; bit < 64; ++bit) {
-        std::vector<unsigned char> one(length, 0);
-        one[bit / 8] = static_cast<unsigned char>(1U << bit % 8);
-        std::uint64_t sums = sumsOf(one) ^ sumsOfZeros;
-        std::uint64_t bits = std::uint64_t{1} << bit;
-        reduce(sums, bits);
-        if (sums != 0) basis[static_cast<std::size_t>(std::bit_width(sums)) - 1] = {sums, bits};
-    }
-    std::uint64_t chosen = 0;
-    reduce(missing, chosen);
-    for (unsigned bit = 0; bit < 64; ++bit) {
-        if (chosen >> bit & 1) code[bit / 8] = static_cast<unsigned char>(code[bit / 8] | 1U << bit % 8);
-    }
-    return code;
+    const std::uint64_t sumsOfZeros = sumsOf(0);
+    for (std::uint64_t bit = 1; bit != 0; bit <<= 1) reduce(sumsOf(bit) ^ sumsOfZeros, bit);
+    return codeOf(reduce(sumsOfZeros ^ crc32, 0));
 }
 
 inline std::vector<unsigned char> standInProgram(VM_StandardFilters filter) {
-    switch (filter) {
-        case kFilterE8:
-            return standInProgram(53, 0xAD576887);
-        case kFilterE8E9:
-            return standInProgram(57, 0x3CD7E57E);
-        case kFilterItanium:
-            return standInProgram(120, 0x3769893F);
-        case kFilterDelta:
-            return standInProgram(29, 0x0E06077D);
-        case kFilterRgb:
-            return standInProgram(149, 0x1C2C5DC8);
-        case kFilterAudio:
-            return standInProgram(216, 0xBC85E701);
-        case kFilterUpcase:
-            return standInProgram(40, 0x46B9C560);
-        default:
-            return {};
-    }
+    // From kFilterE8 on.
+    static constexpr std::pair<std::size_t, std::uint32_t> kPrograms[] = {
+        {53, 0xAD576887},  {57, 0x3CD7E57E},  {120, 0x3769893F}, {29, 0x0E06077D},
+        {149, 0x1C2C5DC8}, {216, 0xBC85E701}, {40, 0x46B9C560}};
+    const auto& [length, crc32] = kPrograms[filter - kFilterE8];
+    return standInProgram(length, crc32);
 }
 
 }  // namespace ZOV_SPACE
