@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <random>
 #include <string>
 
 namespace ZOV_SPACE {
@@ -20,26 +19,18 @@ std::uint32_t bitwiseCrc32(const std::string& bytes) {
 
 TEST(Crc, everyAlignmentAndLengthAgreesWithTheBitwiseMethod) {
     ASSERT_EQ(bitwiseCrc32("123456789"), 0xCBF43926);
-    std::mt19937 random(1);
-    std::string bytes(80, '\0');
-    for (char& c : bytes) c = static_cast<char>(random());
+    std::string bytes;
+    for (int i = 0; i < 80; ++i) bytes += static_cast<char>(i * i * 37);
+    Iso3309Crc inPieces;
     for (unsigned start = 0; start < 9; ++start) {
         for (unsigned n = 0; n <= 64; ++n) {
-            SCOPED_TRACE(testing::Message() << n << " bytes from " << start);
             const char* const run = bytes.data() + start;
-            const auto inPieces = [&](Crc& crc) {
-                for (unsigned i = 0; i < n / 2; ++i) crc.add(run[i]);
-                crc.add(nullptr, 5);
-                return crc.add(run + n / 2, n - n / 2);
-            };
             const std::uint32_t expected = bitwiseCrc32(bytes.substr(start, n));
-            Iso3309Crc iso;
-            RarCrc rar, rarInPieces;
-            ASSERT_EQ(iso.add(run, n), expected);
-            ASSERT_EQ(rar.add(run, n), ~expected);
-            ASSERT_EQ(inPieces(rarInPieces), ~expected);
-            iso.reset();
-            ASSERT_EQ(inPieces(iso), expected);
+            inPieces.reset();
+            for (unsigned i = 0; i < n / 2; ++i) inPieces.add(run[i]);
+            inPieces.add(nullptr, 5);
+            ASSERT_EQ(inPieces.add(run + n / 2, n - n / 2), expected) << n << " bytes from " << start;
+            ASSERT_EQ(RarCrc().add(run, n), ~expected) << n << " bytes from " << start;
         }
     }
 }
