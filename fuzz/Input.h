@@ -93,4 +93,11 @@ private:
     int _count = 0;
 };
 
+template <class Unarchiver>
+void walk(std::string_view input) {
+    InputBuffer buffer(input);
+    DroppedEntries entries;
+    Unarchiver(&buffer, entries, nullptr, 0).start();
+}
+
 #endif  // FUZZ_INPUT_H

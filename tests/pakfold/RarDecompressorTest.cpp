@@ -326,12 +326,9 @@ TEST(RarDecompressor, stopsAtTheLimitOrSaysThatItIsCrossed) {
         encoder.text("0123456789");
         encoder.match(10, 10);
         const std::string packed = encoder.finish();
-        EXPECT_EQ(unpack(packed, 5, version), "01234");
+        EXPECT_EQ(unpack(packed, 5, version) + unpack(packed, 0, version), "01234");
         EXPECT_EQ(thrownBy([&] { unpack(packed, 15, version); }), "Rar output buffer overrun");
-        if (version == 29) {
-            EXPECT_EQ(unpack(packed, 100, version), encoder.unpacked());
-        }
-        EXPECT_EQ(unpack(packed, 0, version), "");
+        EXPECT_TRUE(version == 20 || unpack(packed, 100, version) == encoder.unpacked());
     }
 }
 
@@ -351,14 +348,13 @@ TEST(RarDecompressor, theProcessorEndsEntriesThatAreNotSolid) {
 
 // Whatever the data, entries end in bounded time with the texts that belong to them.
 TEST(RarDecompressor, survivesDamage) {
-    std::vector<std::pair<int, std::string>> seeds;
+    std::vector<std::pair<int, std::string>> seeds{{20, "\xC0"}};
     for (const int version : {20, 29}) {
         RarEncoder encoder(version);
         if (version == 29) addFilter(encoder, 0, 5, 100, incrementProgram());
-        Writer writer(encoder, 12);
-        writer.write(400, version == 20);
+        Writer(encoder, 12).write(400, version == 20);
         encoder.nextBlock();
-        writer.write(400, version == 20);
+        Writer(encoder, 13).write(400, version == 20);
         seeds.emplace_back(version, encoder.finish());
     }
     PpmEncoder ppm(6, 1);
@@ -366,22 +362,24 @@ TEST(RarDecompressor, survivesDamage) {
     ppm.nextBlock();
     ppm.text(words(50, 4));
     seeds.emplace_back(29, ppm.finish());
-    seeds.emplace_back(20, "\xC0");
 
     const std::set<std::string> known{"<nothing>", "RarStream overflow.", "copyContent() overflow",
                                       "Rar output buffer overrun"};
     std::mt19937 random(13);
     for (const auto& [version, packed] : seeds) {
         RarDecompressor rar(nullptr);
-        for (int round = 0; round < 1500; ++round) {
+        for (unsigned round = 0; round < 1500; ++round) {
             std::string damaged = packed;
-            if (round % 3 == 0) damaged.resize(static_cast<std::size_t>(round / 3) % (packed.size() + 1));
-            if (round % 3 == 1) damaged.resize(random() % 300);
-            for (unsigned flips = round % 3 == 2 ? 1 + random() % 4 : 0; flips > 0; --flips) {
-                damaged[random() % damaged.size()] ^= static_cast<char>(1U << random() % 8);
-            }
-            if (round % 3 == 1)
+            if (round % 3 == 0) {
+                damaged.resize(round / 3 % (packed.size() + 1));
+            } else if (round % 3 == 1) {
+                damaged.resize(random() % 300);
                 std::generate(damaged.begin(), damaged.end(), [&] { return static_cast<char>(random()); });
+            } else {
+                for (auto flips = 1 + random() % 4; flips > 0; --flips) {
+                    damaged[random() % damaged.size()] ^= static_cast<char>(1U << random() % 8);
+                }
+            }
             if (round % 7 == 0 && !damaged.empty()) damaged[0] = static_cast<char>(damaged[0] | 0x80);  // Audio or PPM.
             StringOutputStream out;
             const int solid = round % 5 == 0 ? 0 : kSolid;
