@@ -30,7 +30,9 @@ TEST(Crc, everyAlignmentAndLengthAgreesWithTheBitwiseMethod) {
             for (unsigned i = 0; i < n / 2; ++i) inPieces.add(run[i]);
             inPieces.add(nullptr, 5);
             ASSERT_EQ(inPieces.add(run + n / 2, n - n / 2), expected) << n << " bytes from " << start;
-            ASSERT_EQ(RarCrc().add(run, n), ~expected) << n << " bytes from " << start;
+            RarCrc rar;
+            for (unsigned i = 0; i < n / 2; ++i) rar.add(run[i]);
+            ASSERT_EQ(rar.add(run + n / 2, n - n / 2), ~expected) << n << " bytes from " << start;
         }
     }
 }
