@@ -1,15 +1,25 @@
 #include "io/File.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <functional>
+#include <memory>
 #include <string>
 
+#include "FileLock.h"
+#include "io/FileBufferBase.h"
+#include "io/FileViewBufferBase.h"
+#include "io/InputStream.h"
+#include "io/OutputStream.h"
 #include "support/TempDir.h"
 
 namespace ZOV_SPACE {
 namespace {
+
+namespace fs = std::filesystem;
 
 struct FileTest : testing::Test {
     File at(const std::string& name) const { return File(top.path().string(), name); }
@@ -28,56 +38,65 @@ TEST(File, takesPathsApart) {
         EXPECT_EQ(file.getParent(), parent) << path;
         EXPECT_EQ(file.getName(), name) << path;
     }
-    EXPECT_EQ(File("/", "x").getPath(), "/x");
     EXPECT_FALSE(File(std::string("/tmp\0x", 6)).exists());
 }
 
 TEST_F(FileTest, tellsWhatIsThere) {
     top.write("file", "12345");
-    std::filesystem::create_symlink("file", top / "link");
-    std::filesystem::create_symlink("nowhere", top / "broken");
+    fs::create_symlink("file", top / "link");
+    fs::create_symlink("nowhere", top / "broken");
     ASSERT_EQ(::mkfifo(at("pipe").getPath().c_str(), 0600), 0);
-    EXPECT_TRUE(at("link").isFile());
-    EXPECT_EQ(at("link").length(), 5);
-    EXPECT_FALSE(at("broken").exists());
-    EXPECT_EQ(at("broken").length(), -1);
-    EXPECT_TRUE(at("pipe").exists());
+    EXPECT_TRUE(at("link").isFile() && at("link").length() == 5);
+    EXPECT_TRUE(!at("broken").exists() && at("broken").length() == -1);
     EXPECT_FALSE(at("pipe").isFile());
     std::vector<std::string> names;
     EXPECT_TRUE(File(top.path().string()).list(names));
     EXPECT_EQ(names.size(), 4u) << "without . and ..";
     EXPECT_FALSE(at("pipe").list(names)) << "and does not wait for a writer";
-    EXPECT_TRUE(at("a/b/c").mkdirs());
-    EXPECT_TRUE(at("a/b/c").mkdirs()) << "already there";
+    for (int turn = 0; turn < 2; ++turn) EXPECT_TRUE(at("a/b/c").mkdirs()) << turn;
     EXPECT_FALSE(at("file/d").mkdirs());
     EXPECT_EQ(errno, ENOTDIR);
     EXPECT_FALSE(at("a").remove()) << "not empty";
 }
 
-TEST_F(FileTest, removeAllLeavesWhatLinksPointTo) {
-    ASSERT_TRUE(at("kept").mkdir());
-    top.write("kept/file", "x");
-    ASSERT_TRUE(at("tree/deep").mkdirs());
-    top.write("tree/deep/file", "x");
-    for (const char* link : {"tree/deep/link", "top"}) std::filesystem::create_symlink(top / "kept", top / link);
-    EXPECT_TRUE(at("tree").removeAll());
-    EXPECT_FALSE(at("tree").exists());
-    EXPECT_TRUE(at("top/").removeAll());
-    EXPECT_FALSE(at("top").exists());
-    EXPECT_TRUE(at("kept/file").exists());
+TEST_F(FileTest, removeAllLeavesWhatLinksPointToAndStopsAtItsDepth) {
+    std::string deep = "tree";
+    for (std::size_t level = 1; level < File::kMaxRemoveDepth; ++level) deep += "/d";
+    ASSERT_TRUE(at("kept").mkdirs() && at(deep + "/d").mkdirs());
+    for (const char* file : {"kept/file", "tree/file"}) top.write(file, "x");
+    for (const char* link : {"tree/link", "top"}) fs::create_symlink(top / "kept", top / link);
+    EXPECT_FALSE(at("tree").removeAll());
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_FALSE(at("tree/file").exists()) << "what can be removed is";
+    ASSERT_TRUE(at(deep + "/d").remove());
+    for (const char* name : {"tree", "top/"}) EXPECT_TRUE(at(name).removeAll() && !at(name).exists()) << name;
     for (const char* refused : {"kept/.", "kept/..", "kept/./"}) EXPECT_FALSE(at(refused).removeAll()) << refused;
     EXPECT_FALSE(File("/").removeAll());
     EXPECT_TRUE(at("kept/file").exists());
 }
 
-TEST_F(FileTest, removeAllStopsAtItsDepth) {
-    std::string path = "tree";
-    for (std::size_t level = 1; level < File::kMaxRemoveDepth; ++level) path += "/d";
-    ASSERT_TRUE(at(path + "/d").mkdirs());
-    top.write("tree/file", "x");
-    EXPECT_FALSE(at("tree").removeAll());
-    EXPECT_EQ(errno, ELOOP);
-    EXPECT_FALSE(at("tree/file").exists()) << "what can be removed is";
+// What is opened on the library's own account is the owner's alone and not inherited by programs that the host starts.
+TEST(Descriptors, areTheirOwnersAloneAndNotInherited) {
+    const TempDir directory;
+    const std::string path = directory / "made";
+    const std::function<std::shared_ptr<void>()> makers[] = {
+        [&] { return std::make_shared<FileBufferBase>(); },
+        [&] { return std::make_shared<FileBufferBase>(directory.path().c_str()); },
+        [&] { return std::make_shared<FileOutputStream>(path.c_str()); },
+        [&] { return std::make_shared<FileLock>(path.c_str(), false); },
+        [&] { return std::make_shared<FileInputStream>(path.c_str()); },
+    };
+    const mode_t mask = ::umask(0);
+    for (const auto& make : makers) {
+        if (&make != std::end(makers) - 1) ::unlink(path.c_str());
+        const int fd = OwnFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)).get();  // The next to be given.
+        const auto opened = make();
+        struct stat status {};
+        EXPECT_EQ(::fstat(fd, &status), 0);
+        EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC) << &make - makers;
+        EXPECT_EQ(status.st_mode & 07777, 0600u) << &make - makers;
+    }
+    ::umask(mask);
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ TEST(RWLock, keepsWritersAloneAndWakesEveryone) {
     lock.unlock();
 }
 
-TEST(Semaphore, countsDownAndBlocksAtZero) {
+TEST(Counters, blockAtZeroAndWrap) {
     Semaphore semaphore(1);
     EXPECT_EQ(semaphore.trywait(), 0);
     EXPECT_EQ(semaphore.trywait(), -1);
@@ -86,9 +86,6 @@ TEST(Semaphore, countsDownAndBlocksAtZero) {
     EXPECT_EQ(semaphore.wait(), 0);
     poster.join();
     EXPECT_EQ(Semaphore(INT_MAX).post(), -1);
-}
-
-TEST(Sequence, zeroComesTwiceAfterAWrap) {
     Sequence single(INT_MAX), block(INT_MAX);
     for (int expected : {INT_MAX, 0, 0, 1}) EXPECT_EQ(single.getNext(), expected);
     for (int expected : {INT_MAX, 0, 4, 8}) EXPECT_EQ(block.getNext(4), expected);
@@ -101,24 +98,9 @@ TEST(MutexDeathTest, countsThatCannotBeStopTheProcess) {
     EXPECT_DEATH(Sequence(0).getNext(0), "Mutex:289: .*getNext.*`size > 0' failed");
 }
 
-TEST(FileLock, changesNothingButRegularFilesOfItsName) {
+TEST(FileLock, excludesOtherProcessesAndChangesNothingButRegularFilesOfItsName) {
     const TempDir directory;
-    const std::string target = directory.write("target", ""), link = directory / "link", pipe = directory / "pipe";
-    ASSERT_EQ(::chmod(target.c_str(), 0600), 0);
-    ASSERT_EQ(::symlink(target.c_str(), link.c_str()), 0);
-    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    EXPECT_FALSE(FileLock(link.c_str(), true).isValid());
-    FileLock(pipe.c_str(), true);
-    for (const std::string& path : {target, pipe}) {
-        struct stat status {};
-        ASSERT_EQ(::stat(path.c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 0777, 0600u) << path;
-    }
-}
-
-TEST(FileLock, excludesOtherProcesses) {
-    const TempDir directory;
-    const std::string path = directory.write("lock", "");
+    const std::string path = directory.write("lock", ""), pipe = directory / "pipe", link = directory / "link";
     const auto othersSee = [&path](short expected) {
         inOwnProcess([&] {
             struct flock record {};
@@ -127,8 +109,17 @@ TEST(FileLock, excludesOtherProcesses) {
             EXPECT_EQ(record.l_type, expected);
         });
     };
+    const auto accessTo = [](const std::string& file) { return std::filesystem::status(file).permissions(); };
+    constexpr std::filesystem::perms kOwner{0600}, kAll{0666};
+    std::filesystem::permissions(path, kOwner);
+    std::filesystem::create_symlink(path, link);
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_FALSE(FileLock(link.c_str(), true).isValid());
+    FileLock(pipe.c_str(), true);
+    EXPECT_TRUE(accessTo(path) == kOwner && accessTo(pipe) == kOwner);
+
     FileLock lock(path.c_str(), true);
-    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms{0666}) << "shared";
+    EXPECT_EQ(accessTo(path), kAll) << "shared";
     EXPECT_EQ(lock.lock(), 0);
     othersSee(F_WRLCK);
     EXPECT_EQ(lock.unlock(), 0);

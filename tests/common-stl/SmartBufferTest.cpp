@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <tuple>
 
 #include "io/SmartBufferBase.h"
 #include "support/FileSizeLimit.h"
@@ -19,32 +20,18 @@ std::string storageOf(SmartBufferBase& buffer) {
 }
 
 TEST(SmartBufferBase, choosesTheStorageByPolicyAndAnnouncedSize) {
-    struct PolicyCase {
-        int policy;
-        const char *atBarrier, *beyondBarrier;
-    };
-    for (const PolicyCase& c : {PolicyCase{0, "blocks", "blocks"},
-                                {1, "blocks", "file"},
-                                {2, "area", "area"},
-                                {3, "area", "file"},
-                                {4, "file", "file"},
-                                {5, "none", "none"}}) {
-        SmartBufferBase atBarrier(kBarrier, static_cast<BufferBasePolicy>(c.policy));
-        SmartBufferBase beyondBarrier(kBarrier + 1, static_cast<BufferBasePolicy>(c.policy));
-        EXPECT_EQ(storageOf(atBarrier), c.atBarrier) << c.policy;
-        EXPECT_EQ(storageOf(beyondBarrier), c.beyondBarrier) << c.policy;
+    const std::pair<std::string, std::string> policies[] = {{"blocks", "blocks"}, {"blocks", "file"}, {"area", "area"},
+                                                            {"area", "file"},     {"file", "file"},   {"none", "none"}};
+    for (const auto& storages : policies) {
+        const auto policy = static_cast<BufferBasePolicy>(&storages - policies);
+        SmartBufferBase atBarrier(kBarrier, policy), beyondBarrier(kBarrier + 1, policy);
+        EXPECT_EQ(std::pair(storageOf(atBarrier), storageOf(beyondBarrier)), storages) << policy;
     }
-    SmartBufferBase standard(kBarrier + 1);
-    EXPECT_EQ(storageOf(standard), "file");
 }
 
-TEST(SmartBufferBase, movesOnlyInTheOperationsThatCheck) {
-    struct MoveCase {
-        const char* name;
-        std::function<void(SmartBufferBase&)> call;
-        bool moves;
-    };
-    const MoveCase cases[] = {
+// The content is moved before an operation when it is beyond the barrier then; bulk appends never move it.
+TEST(SmartBufferBase, movesOnlyInTheOperationsThatCheckAndBeforeTheyWrite) {
+    const std::tuple<const char*, std::function<void(SmartBufferBase&)>, bool> cases[] = {
         {"write(buf)", [](SmartBufferBase& b) { b.write(0, "n", 1); }, true},
         {"insert(buf)", [](SmartBufferBase& b) { b.insert(0, "n", 1); }, true},
         {"cut(pos, n)", [](SmartBufferBase& b) { b.cut(0, 1); }, true},
@@ -53,35 +40,23 @@ TEST(SmartBufferBase, movesOnlyInTheOperationsThatCheck) {
         {"cut(pos)", [](SmartBufferBase& b) { b.cut(0); }, false},
         {"truncate", [](SmartBufferBase& b) { b.truncate(kBarrier + 1); }, false},
     };
-    const std::string content(2 * kBarrier, 'o');
-    for (const MoveCase& c : cases) {
+    for (const auto& [name, call, moves] : cases) {
         for (const auto policy : {kMemoryPolicy, kMemoryOrFilePolicy, kContinuousOrFilePolicy}) {
-            SmartBufferBase buffer(policy);
-            buffer.append(content.data(), static_cast<int>(content.size()));
-            EXPECT_NE(storageOf(buffer), "file") << "a bulk append never moves the content";
-            c.call(buffer);
-            EXPECT_EQ(storageOf(buffer) == "file", policy != kMemoryPolicy && c.moves) << c.name << policy;
-            EXPECT_EQ(buffer.read(kBarrier), 'o');
+            for (const long size : {kBarrier, 2 * kBarrier}) {
+                SmartBufferBase buffer(policy);
+                buffer.append(std::string(static_cast<std::size_t>(size), 'o').data(), static_cast<int>(size));
+                call(buffer);
+                const bool inFile = policy != kMemoryPolicy && moves && size > kBarrier;
+                EXPECT_EQ(storageOf(buffer) == "file", inFile) << name << policy << size;
+                EXPECT_EQ(buffer.read(kBarrier - 2), 'o');
+            }
         }
     }
 }
 
-TEST(SmartBufferBase, checksBeforeItWrites) {
-    SmartBufferBase buffer;
-    const std::string content(kBarrier, 'o');
-    buffer.append(content.data(), static_cast<int>(kBarrier));
-    buffer.append('x');
-    EXPECT_EQ(storageOf(buffer), "blocks") << "at the barrier, not beyond it, when the check was made";
-    buffer.append('y');
-    EXPECT_EQ(storageOf(buffer), "file");
-    EXPECT_EQ(buffer.getSize(), kBarrier + 2);
-    EXPECT_EQ(buffer.read(kBarrier + 1), 'y');
-}
-
 TEST(SmartBufferBase, keepsItsContentWhenTheMoveFails) {
-    const std::string content(2 * kBarrier, 'o');
     SmartBufferBase buffer;
-    buffer.append(content.data(), static_cast<int>(content.size()));
+    buffer.append(std::string(2 * kBarrier, 'o').data(), 2 * kBarrier);
     {
         const FileSizeLimit limit(2 * kBarrier - 4096);
         EXPECT_EQ(thrownBy([&] { buffer.append('x'); }), "File too large");

@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <memory>
+#include <tuple>
 
 #include "support/Thrown.h"
 
@@ -13,31 +14,24 @@ namespace {
 using namespace std::string_view_literals;
 
 TEST(StringHelper, comparesAsciiLettersOnlyWithoutCase) {
-    EXPECT_TRUE(StringHelper::equalsIgnoreCase("aBc", "Abc"));
-    EXPECT_FALSE(StringHelper::equalsIgnoreCase("@", "`"));
-    EXPECT_FALSE(StringHelper::equalsIgnoreCase("\xC4", "\xE4"));
-    EXPECT_FALSE(StringHelper::equalsIgnoreCase("", nullptr));
+    EXPECT_TRUE(StringHelper::equalsIgnoreCase("aBc", "Abc") && StringHelper::endsWithIgnoreCase("xAB", "ab"));
+    for (const auto& [a, b] : {std::pair{"@", "`"}, {"\xC4", "\xE4"}, {"", nullptr}, {"bc", "abc"}}) {
+        EXPECT_FALSE(StringHelper::equalsIgnoreCase(a, b) || StringHelper::endsWithIgnoreCase(a, b)) << a;
+    }
     EXPECT_FALSE(StringHelper::startsWithIgnoreCase("ab", "abc"));
-    EXPECT_TRUE(StringHelper::endsWithIgnoreCase("xAB", "ab"));
-    EXPECT_FALSE(StringHelper::endsWithIgnoreCase("bc", "abc"));
 }
 
 TEST(StringHelper, replacesAndAlwaysEnds) {
-    struct Case {
-        const char *why, *text, *from, *to, *expected;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, std::string, const char*, const char*, const char*> cases[] = {
         {"the new occurrence begins before the replacement", "xaabbx", "ab", "", "xx"},
         {"longer, with an end", "aab", "ab", "bba", "bbbbaa"},
         {"contained in its replacement", "a.a", "a", "aa", "aa.aa"},
         {"no start", "abc", nullptr, "x", "abc"},
         {"an empty text occurs nowhere", "abc", "", "x", "abc"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.why);
-        std::string text = c.text;
-        StringHelper::replace(text, c.from, c.to);
-        EXPECT_EQ(text, c.expected);
+    for (auto [why, text, from, to, expected] : cases) {
+        StringHelper::replace(text, from, to);
+        EXPECT_EQ(text, expected) << why;
     }
     std::string endless = "aab";  // aab -> abbaa -> bbaabaa, which has aab in it again.
     StringHelper::replace(endless, "ab", "bbaa");
@@ -45,19 +39,15 @@ TEST(StringHelper, replacesAndAlwaysEnds) {
 }
 
 TEST(Utils, takesFieldsBetweenRunsOfSeparators) {
-    struct Case {
-        const char* line;
-        int index;
-        const char *separators, *expected;
-    };
-    const Case cases[] = {{"12:ab::cd", 0, ":", "12"},    {"12:ab::cd", 2, ":", "cd"},   {"12:ab::cd", 3, ":", nullptr},
-                          {"a:b", INT_MAX, ":", nullptr}, {":x", 0, ":", nullptr},       {":::x", 1, ":", "x"},
-                          {"a:", 1, ":", nullptr},        {"a,;b;c", 1, ",;", "b"},      {"a:b", 0, "", "a:b"},
-                          {"a:b", 0, nullptr, "a:b"},     {"", 0, ":", nullptr},         {nullptr, 0, ":", nullptr},
-                          {"a:b", -1, ":", nullptr},      {"a\xFF\xFFz", 1, "\xFF", "z"}};
-    for (const Case& c : cases) {
-        const std::unique_ptr<char[]> copy(Utils::strToK(c.line, c.index, c.separators));
-        EXPECT_STREQ(copy.get(), c.expected) << (c.line ? c.line : "null") << ' ' << c.index;
+    const std::tuple<const char*, int, const char*, const char*> cases[] = {
+        {"12:ab::cd", 0, ":", "12"},    {"12:ab::cd", 2, ":", "cd"},   {"12:ab::cd", 3, ":", nullptr},
+        {"a:b", INT_MAX, ":", nullptr}, {":x", 0, ":", nullptr},       {":::x", 1, ":", "x"},
+        {"a:", 1, ":", nullptr},        {"a,;b;c", 1, ",;", "b"},      {"a:b", 0, "", "a:b"},
+        {"a:b", 0, nullptr, "a:b"},     {"", 0, ":", nullptr},         {nullptr, 0, ":", nullptr},
+        {"a:b", -1, ":", nullptr},      {"a\xFF\xFFz", 1, "\xFF", "z"}};
+    for (const auto& [line, index, separators, expected] : cases) {
+        const std::unique_ptr<char[]> copy(Utils::strToK(line, index, separators));
+        EXPECT_STREQ(copy.get(), expected) << (line ? line : "null") << ' ' << index;
     }
     EXPECT_EQ(Utils::field("a:bcd:e"sv.substr(0, 4), 1, ":"), "bc") << "stays inside the view";
 }

@@ -2,40 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <tuple>
 
-#include "Exception.h"
-#include "io/InputStream.h"
+#include "support/ChunkedInput.h"
+#include "support/Thrown.h"
 
 namespace ZOV_SPACE {
 namespace {
 
-// Delivers a text in pieces of at most `piece` bytes.
-class TextStream : public InputStream {
-public:
-    explicit TextStream(std::string text, int piece = 1 << 20) : _text(std::move(text)), _piece(piece) {}
-
-    using InputStream::read;
-    int read(char* buf, int len) override {
-        const std::size_t count = _text.copy(buf, static_cast<std::size_t>(std::min(len, _piece)), _position);
-        _position += count;
-        return static_cast<int>(count);
-    }
-
-private:
-    std::string _text;
-    std::size_t _position = 0;
-    int _piece;
-};
-
+// What is wrong with the document, or "<nothing>".
 std::string errorOf(XMLParser& parser, const std::string& document) {
-    TextStream stream(document);
-    try {
-        parser.load(stream);
-    } catch (Exception& e) {
-        return e.getMessage();
-    }
-    return "";
+    ChunkedInput stream(document);
+    return thrownBy<Exception>([&] { parser.load(stream); });
 }
 
 std::string repeated(std::size_t count, const std::string& text) {
@@ -49,21 +27,18 @@ constexpr const char* kLists =
     "</FalseAlarm><Empty/><FalseAlarm><item name='Four'/></FalseAlarm></lists>";
 
 TEST(XMLTree, findsNodesByPathHoweverTheStreamIsCut) {
-    struct Case {
-        const char* path;
-        int index, children;  // -1 children: not found.
-    };
-    const Case cases[] = {
+    // -1 children: not found.
+    const std::tuple<const char*, int, int> cases[] = {
         {"/FalseAlarm", -1, 3}, {"FalseAlarm/", 1, 1},         {"/FalseAlarm", 2, -1},  {"/FalseAlarm//item", 2, 0},
         {"/", -1, 3},           {"/lists/FalseAlarm", -1, -1}, {"/falsealarm", -1, -1}, {"/FalseAlar", -1, -1},
     };
     const auto parser = XMLParser::createDefaultXMLParser();
     for (int piece : {1, 7, 1 << 20}) {
-        TextStream stream(kLists, piece);
+        ChunkedInput stream(kLists, piece);
         parser->load(stream);
-        for (const Case& c : cases) {
-            const XMLNode* node = parser->getTree().getNode(c.path, c.index);
-            EXPECT_EQ(node ? node->getChildLength() : -1, c.children) << c.path << c.index;
+        for (const auto& [path, index, children] : cases) {
+            const XMLNode* node = parser->getTree().getNode(path, index);
+            EXPECT_EQ(node ? node->getChildLength() : -1, children) << path << index;
         }
     }
     const XMLNode* list = parser->getTree().getNode("/FalseAlarm", -1);
@@ -75,16 +50,13 @@ TEST(XMLTree, findsNodesByPathHoweverTheStreamIsCut) {
 
 TEST(XMLTree, saysWhatIsWrongAndWhereAndLoadsTheNext) {
     using Limits = XMLLimits;
-    struct Case {
-        std::string document, error;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, std::string> cases[] = {
         {"", "no element found at line 1"},
         {"<a>\n<b></a>", "mismatched tag at line 2"},
         {"<a/>\n\njunk", "junk after document element at line 3"},
         {"<!DOCTYPE a [\n<!ENTITY l 'lol'><!ENTITY m '&l;&l;'>]><a b='&m;'/>",
          "entity declarations are not accepted at line 2"},
-        {repeated(Limits::kDepth, "<a>") + repeated(Limits::kDepth, "</a>"), ""},
+        {repeated(Limits::kDepth, "<a>") + repeated(Limits::kDepth, "</a>"), "<nothing>"},
         {repeated(Limits::kDepth, "<a>") + "<b/>", "elements nested too deep at line 1"},
         {"<a>" + repeated(Limits::kElements, "<b/>") + "</a>", "too many elements at line 1"},
         {"<!DOCTYPE a [<!ATTLIST b c CDATA '" + std::string(Limits::kTokenBytes / 2, 'c') + "'>]><a>" +
@@ -94,15 +66,15 @@ TEST(XMLTree, saysWhatIsWrongAndWhereAndLoadsTheNext) {
              repeated(Limits::kAttributes / 3 + 1, "<b/>") + "</a>",
          "too many attributes at line 1"},
         {"<!--a--><!-- " + std::string(2 * Limits::kTokenBytes, '+') + " --><a/>", "token too long at line 1"},
-        {"<a>" + repeated(64, std::string(Limits::kTokenBytes - 32768, '+') + "<b/>") + "</a>", ""},
+        {"<a>" + repeated(64, std::string(Limits::kTokenBytes - 32768, '+') + "<b/>") + "</a>", "<nothing>"},
         {"<a>" + std::string(Limits::kDocumentBytes, '\n') + "</a>",
          "document too long at line " + std::to_string(Limits::kDocumentBytes - 2)},
     };
     const auto parser = XMLParser::createDefaultXMLParser();
-    for (const Case& c : cases) {
-        EXPECT_EQ(errorOf(*parser, c.document), c.error) << c.document.substr(0, 80);
-        EXPECT_EQ(parser->getTree().getNode("/", -1) == nullptr, !c.error.empty()) << "empty after a failure";
-        EXPECT_EQ(errorOf(*parser, kLists), "");
+    for (const auto& [document, error] : cases) {
+        EXPECT_EQ(errorOf(*parser, document), error) << document.substr(0, 80);
+        EXPECT_EQ(parser->getTree().getNode("/", -1) == nullptr, error != "<nothing>") << "empty after a failure";
+        EXPECT_EQ(errorOf(*parser, kLists), "<nothing>");
     }
 }
 
