@@ -1,15 +1,14 @@
 #include "Normalize.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <optional>
 #include <string>
+#include <tuple>
 
-#include "io/MemBufferBase.h"
-#include "io/OwnFd.h"
 #include "support/CapturedLog.h"
+#include "support/Content.h"
+#include "support/StringBuffer.h"
 
 namespace {
 
@@ -22,27 +21,20 @@ Text normalized(ZOV_SPACE::BufferBase& content) {
     IOBuffer input(&content);
     input.seek(SEEK_SET, 5);  // Wherever it stands.
     const auto result = normalize(&input);
-    if (!result) return std::nullopt;
-    std::string text(static_cast<std::size_t>(result->getSize()), '\0');
-    EXPECT_EQ(result->read(0, text.data(), static_cast<int>(text.size())), result->getSize());
-    return text;
+    return result ? Text(ZOV_SPACE::contentOf(*result)) : std::nullopt;
 }
 
-// The same from memory, from memory in two pieces, and from a file.
+// The same from memory, from memory in pieces, and from a file.
 Text normalized(const std::string& bytes) {
-    const auto size = static_cast<int>(bytes.size());
-    ZOV_SPACE::MemBufferBase whole(size), pieces(1);
-    for (ZOV_SPACE::MemBufferBase* const memory : {&whole, &pieces}) {
-        memory->append(bytes.data(), size / 2);
-        memory->append(bytes.data() + size / 2, size - size / 2);
+    ZOV_SPACE::StringBuffer whole(bytes);
+    ZOV_SPACE::MemBufferBase pieces(1);
+    for (std::size_t at = 0; at < bytes.size(); at += 500) {
+        pieces.append(bytes.data() + at, static_cast<int>(std::min<std::size_t>(500, bytes.size() - at)));
     }
     const Text text = normalized(whole);
     EXPECT_EQ(normalized(pieces), text);
-
-    const ZOV_SPACE::OwnFd file(::memfd_create("text", MFD_CLOEXEC));
-    EXPECT_EQ(::write(file.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    const auto view = SmartBufferBase::viewOf(file.get(), size);
-    EXPECT_EQ(normalized(*view), text);
+    const ZOV_SPACE::OwnFd file = ZOV_SPACE::fileOf(bytes);
+    EXPECT_EQ(normalized(*SmartBufferBase::viewOf(file.get(), static_cast<long>(bytes.size()))), text);
     return text;
 }
 
@@ -51,11 +43,7 @@ TEST(Normalize, givesTheTrimmedLinesInLowerCase) {
     const std::string x1023(1023, 'x');
     std::string largest = std::string(64, 'x') + "\n";  // The last line of 65536 bytes.
     for (int i = 0; i < 64; ++i) largest = x1023 + "\n" + largest;
-    const struct {
-        const char* why;
-        std::string text;
-        Text normalized;
-    } cases[] = {
+    const std::tuple<const char*, std::string, Text> cases[] = {
         {"empty", "", ""},
         {"blanks, no line feed at the end", "\t  Hello World \t", "hello world\n"},
         {"blank lines", "\n \t\nA\n\n\r\nB\n\n", "a\nb\n"},
@@ -72,7 +60,7 @@ TEST(Normalize, givesTheTrimmedLinesInLowerCase) {
         {"largest", std::string(65536, 'X'), largest},
         {"too large", std::string(65537, 'X'), std::nullopt},
     };
-    for (const auto& c : cases) EXPECT_EQ(normalized(c.text), c.normalized) << c.why;
+    for (const auto& [why, text, expected] : cases) EXPECT_EQ(normalized(text), expected) << why;
     EXPECT_EQ(normalize(nullptr), nullptr);
 }
 
@@ -81,7 +69,7 @@ TEST(Normalize, saysWhyItGivesNothing) {
     EXPECT_FALSE(normalized("\xFF"));
     EXPECT_EQ(log.lines(true)[0], "[pattern_assistant:1126] normalize, file is not text file");
     // A file that has shrunk since.
-    const ZOV_SPACE::OwnFd file(::memfd_create("text", MFD_CLOEXEC));
+    const ZOV_SPACE::OwnFd file = ZOV_SPACE::fileOf("");
     EXPECT_FALSE(normalized(*SmartBufferBase::viewOf(file.get(), 10)));
     EXPECT_EQ(log.count("fail to read 10 bytes from file"), 1U);
     EXPECT_EQ(LogLineNo, 1112);

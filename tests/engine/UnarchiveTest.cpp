@@ -1,30 +1,19 @@
 // From an archive to records on the work list, and to what a scan reports of them.
 #include "Unarchive.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <string>
+#include <tuple>
 #include <vector>
 
-#include "VoleOptions.h"
+#include "support/Content.h"
 #include "support/EngineLog.h"
+#include "support/EngineTest.h"
 #include "support/SignatureText.h"
 #include "support/StringBuffer.h"
-#include "support/TempDir.h"
 #include "support/ZipBuilder.h"
-#include "util/Diag.h"
-#include "voleeng.h"
 
 namespace {
 
 using namespace std::string_literals;
-namespace fs = std::filesystem;
-
-constexpr OptionValues kDefaults{VoleOptions::DefaultMaxEntries, VoleOptions::DefaultMaxRatio,
-                                 VoleOptions::DefaultMaxLevelEntries, VoleOptions::DefaultMaxDepth,
-                                 VoleOptions::DefaultMaxSize};
 
 struct Opened {
     int result = 0;
@@ -46,9 +35,7 @@ Opened open(const std::string& archive, const OptionValues& options, const std::
         EXPECT_EQ(entry.level, 1);
         EXPECT_EQ(entry.buffer->getType(), 6);
         opened.names.push_back(entry.name);
-        std::string content(static_cast<std::size_t>(entry.buffer->getSize()), '\0');
-        entry.buffer->read(0, content.data(), static_cast<int>(content.size()));
-        opened.contents.push_back(content);
+        opened.contents.push_back(contentOf(*entry.buffer));
     }
     return opened;
 }
@@ -68,60 +55,53 @@ ZipMember saying(std::uint32_t packed, std::uint32_t unpacked) {
 }
 
 TEST(Unarchive, entriesAreTakenUpToTheLimits) {
-    const auto with = [](int OptionValues::*limit, int value, OptionValues options = kDefaults) {
+    const auto with = [](int OptionValues::*limit, int value, OptionValues options = kDefaultLimits) {
         options.*limit = value;
         return options;
     };
     using O = OptionValues;
     const OptionValues anyRatio = with(&O::maxRatio, 0), anySize = with(&O::maxSize, 0, anyRatio);
     const std::string given = "Unarchive Exception: ";
-    const struct {
-        const char* what;
-        std::string archive;
-        OptionValues options;
-        std::size_t taken;
-        std::string message;  // Empty: none.
-    } cases[] = {
-        {"60 files", zipOfMany(0, 60), kDefaults, 50, given + "Reach the level entries limit [50]."},
-        {"50 files", zipOfMany(0, 50), kDefaults, 50, ""},
-        {"directories count", zipOfMany(49, 2), kDefaults, 1, given + "Reach the level entries limit [50]."},
-        {"directories alone", zipOfMany(60, 0), kDefaults, 0, ""},
+    // Ends with how many entries are taken, and the message, if any.
+    const std::tuple<const char*, std::string, OptionValues, std::size_t, std::string> cases[] = {
+        {"60 files", zipOfMany(0, 60), kDefaultLimits, 50, given + "Reach the level entries limit [50]."},
+        {"50 files", zipOfMany(0, 50), kDefaultLimits, 50, ""},
+        {"directories count", zipOfMany(49, 2), kDefaultLimits, 1, given + "Reach the level entries limit [50]."},
         {"any number per level", zipOfMany(0, 101), with(&O::maxLevelEntries, 0), 100,
          given + "Reach the entries limit [100]."},
         {"at the entries limit", zipOfMany(0, 100), with(&O::maxLevelEntries, 0), 100, ""},
         {"any number", zipOfMany(0, 120), with(&O::maxEntries, 0, with(&O::maxLevelEntries, 0)), 120, ""},
         {"entries limit before size", zipOf({{"a", "A"}, saying(1U << 30, 1)}), with(&O::maxEntries, 1), 1,
          given + "Reach the entries limit [1]."},
-        {"ratio 250", zipOf({saying(1000, 250'999)}), kDefaults, 1, ""},
-        {"ratio 251", zipOf({saying(1000, 251'000), {"b", "B"}}), kDefaults, 1, "Overratio entry: [251] > [250]"},
-        {"any ratio", zipOf({saying(1000, 1'048'576)}), anyRatio, 1, ""},
-        {"size before ratio", zipOf({saying(1, 1'048'577)}), kDefaults, 0,
+        {"ratio 250", zipOf({saying(1000, 250'999)}), kDefaultLimits, 1, ""},
+        {"ratio 251", zipOf({saying(1000, 251'000), {"b", "B"}}), kDefaultLimits, 1, "Overratio entry: [251] > [250]"},
+        {"size before ratio", zipOf({saying(1, 1'048'577)}), kDefaultLimits, 0,
          "Oversize entry(usize): [1048577] > [1048576]"},
         {"largest", zipOf({saying(1000, 1'048'576)}), anyRatio, 1, ""},
         {"too large", zipOf({saying(1000, 1'048'577), {"b", "B"}}), anyRatio, 1,
          "Oversize entry(usize): [1048577] > [1048576]"},
-        {"packed largest", zipOf({saying(1'048'576, 1)}), kDefaults, 1, ""},
-        {"packed too large", zipOf({saying(1'048'577, 1)}), kDefaults, 0,
+        {"packed largest", zipOf({saying(1'048'576, 1)}), kDefaultLimits, 1, ""},
+        {"packed too large", zipOf({saying(1'048'577, 1)}), kDefaultLimits, 0,
          "Oversize entry(size): [1048577] > [1048576]"},
         {"4 GiB", zipOf({saying(1000, 0xFFFFFFFFU)}), anyRatio, 0, "Oversize entry(usize): [-1] > [1048576]"},
         {"any size", zipOf({saying(1000, 0xFFFFFFFFU), {"b", "B"}}), anySize, 2, ""},
         {"no archives", zipOf({{"a", "A"}}), with(&O::maxDepth, 0), 0, ""},
-        {"packed into nothing", zipOf({{"a", "", 0, 0, 0, {}, {}, {}, 5U}}), kDefaults, 1, ""},
+        {"packed into nothing", zipOf({{"a", "", 0, 0, 0, {}, {}, {}, 5U}}), kDefaultLimits, 1, ""},
         {"descriptor's sizes", zipOf({{"a", std::string(9000, 'a'), 0, 16}}), with(&O::maxSize, 8999), 0,
          "Oversize entry(size): [9000] > [8999]"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        const Opened opened = open(c.archive, c.options);
-        EXPECT_EQ(opened.names.size(), c.taken);
-        EXPECT_EQ(opened.messages, c.message.empty() ? "" : c.message + "\n");
-        EXPECT_EQ(opened.result, c.message.starts_with(given) ? VOLE_SCAN_FAILED : 0);
+    for (const auto& [what, archive, options, taken, message] : cases) {
+        SCOPED_TRACE(what);
+        const Opened opened = open(archive, options);
+        EXPECT_EQ(opened.names.size(), taken);
+        EXPECT_EQ(opened.messages, message.empty() ? "" : message + "\n");
+        EXPECT_EQ(opened.result, message.starts_with(given) ? VOLE_SCAN_FAILED : 0);
     }
 }
 
 TEST(Unarchive, entriesThatUnpackToMoreThanTheySayAreCutAndReportedOnce) {
     const std::string large(300'000, 'x');
-    OptionValues options = kDefaults;
+    OptionValues options = kDefaultLimits;
     options.maxSize = 1000;
     const ZipMember liar{"liar", large, 8, 0, 0, {}, {}, {}, 10U}, odd{"odd", "as it is stored", 12};
     const Opened opened = open(zipOf({liar, odd, {"next", "next"}}), options);
@@ -130,25 +110,9 @@ TEST(Unarchive, entriesThatUnpackToMoreThanTheySayAreCutAndReportedOnce) {
     EXPECT_EQ(opened.result, 0);
 }
 
-TEST(Unarchive, aLargeMemberThatFailsWaitsInAFile) {
-    const std::string large(3 << 20, 'x'), packed = deflated(large);
-    const ZipMember torn{"torn", large, 8, kNoDescriptor, 0, {}, packed.substr(0, packed.size() / 2)};
-    OptionValues options = kDefaults;
-    options.maxSize = 4 << 20;
-    options.maxRatio = 0;
-    WorkList list;
-    const _st_ArchEntry record{std::make_unique<ZOV_SPACE::StringBuffer>(zipOf({torn})), 0, "f", {}};
-    unarchiveOneFile(options, list, record);
-    ASSERT_EQ(list.size(), 1U);
-    EXPECT_GT(list.front().buffer->getSize(), 1 << 20);
-    EXPECT_GE(list.front().buffer->getFileDescriptor(), 0);
-}
-
 TEST(Unarchive, namesAreDerivedFromTheArchives) {
-    const std::string x512(512, 'x'), parent(4080, 'p');
-    const struct {
-        std::string parent, entry, name;
-    } cases[] = {
+    const std::string x512(512, 'x'), p4080(4080, 'p');
+    const std::tuple<std::string, std::string, std::string> cases[] = {
         {"a.zip", "b/c", "a.zip.unar/b/c"},
         {"a.zip", "//b//c", "a.zip.unar/b//c"},
         {"a.zip", "", "a.zip.unar/1"},
@@ -156,39 +120,24 @@ TEST(Unarchive, namesAreDerivedFromTheArchives) {
         {"a.zip", "b\0c"s, "a.zip.unar/b"},
         {"a.zip", "\0c"s, "a.zip.unar/1"},
         {"a.zip", "../b%s", "a.zip.unar/../b%s"},
-        {parent, "tenletters", parent + ".unar/tenletters"},
-        {parent, "elevenchars", parent.substr(1) + ".unar/elevenchars"},
-        {parent, x512, parent.substr(502) + ".unar/" + x512},
+        {p4080, "tenletters", p4080 + ".unar/tenletters"},
+        {p4080, "elevenchars", p4080.substr(1) + ".unar/elevenchars"},
+        {p4080, x512, p4080.substr(502) + ".unar/" + x512},
     };
-    for (const auto& c : cases) {
-        const Opened opened = open(zipOf({{"first", "1"}, {"d/", "", 0}, {c.entry, "2"}}), kDefaults, c.parent);
+    for (const auto& [parent, entry, name] : cases) {
+        const Opened opened = open(zipOf({{"first", "1"}, {"d/", "", 0}, {entry, "2"}}), kDefaultLimits, parent);
         ASSERT_EQ(opened.names.size(), 2U);
-        EXPECT_EQ(opened.names[1], c.name);
+        EXPECT_EQ(opened.names[1], name);
     }
 }
 
-class ArchiveScan : public testing::Test {
+class ArchiveScan : public EngineTest {
 protected:
-    ArchiveScan() { freeResource(); }
-    ~ArchiveScan() override {
-        freeResource();
-        VoleOptions::set(kDefaults);
-        diag::setDumpPath(nullptr);
-    }
-
     void know(const std::string& records) {
+        const TempDir patterns;
         patterns.write("a.hdb", records);
-        ASSERT_EQ(init(patterns.path().c_str(), message), 0);
+        ASSERT_EQ(load(patterns), 0);
     }
-    // The virus's name, or the code.
-    std::string scan(const std::string& content) {
-        std::string virus;
-        const int result = scanFile(files.write("sample", content).c_str(), virus, message);
-        return result == VOLE_FOUND ? virus : std::to_string(result);
-    }
-
-    TempDir patterns, files;
-    std::string message;
 };
 
 const std::string kNeedle = "the needle in the haystack";
@@ -203,7 +152,7 @@ TEST_F(ArchiveScan, findsWhatIsNestedUpToTheDepthLimit) {
     know(md5Record(eicar, "Eicar"));
     EXPECT_EQ(scan(nested(2, eicar)), "Eicar");
     for (const int limit : {0, 1, 3, 50}) {
-        OptionValues options = kDefaults;
+        OptionValues options = kDefaultLimits;
         options.maxDepth = limit;
         VoleOptions::set(options);
         EXPECT_EQ(scan(nested(limit, eicar)), "Eicar");
@@ -212,7 +161,7 @@ TEST_F(ArchiveScan, findsWhatIsNestedUpToTheDepthLimit) {
 }
 
 TEST_F(ArchiveScan, findsWhatWasUnpackedBeforeAndBehindTrouble) {
-    OptionValues options = kDefaults;
+    OptionValues options = kDefaultLimits;
     options.maxSize = 1000;
     options.maxRatio = 0;
     VoleOptions::set(options);
@@ -225,10 +174,7 @@ TEST_F(ArchiveScan, findsWhatWasUnpackedBeforeAndBehindTrouble) {
     ZipBuilder many;
     for (int i = 0; i < 60; ++i) many.add(i == 49 ? needle : hay);
     const std::string sound = zipOf({hay, needle, hay});
-    const struct {
-        const char* what;
-        std::string archive, found;
-    } cases[] = {
+    const std::tuple<const char*, std::string, std::string> cases[] = {
         {"sound", sound, "Needle"},
         {"the last of those that are taken", many.archive(), "Needle"},
         {"behind an encrypted entry", zipOf({encrypted, needle}), "Needle"},
@@ -242,31 +188,29 @@ TEST_F(ArchiveScan, findsWhatWasUnpackedBeforeAndBehindTrouble) {
         {"in a ZIP behind one that fails", zipOf({{"a", zipOf({encrypted}), 0}, {"b", sound, 0}}), "Needle"},
         {"nowhere", zipOf({hay, hay}), "0"},
     };
-    for (const auto& c : cases) EXPECT_EQ(scan(c.archive), c.found) << c.what;
+    for (const auto& [what, archive, found] : cases) EXPECT_EQ(scan(archive), found) << what;
 }
 
 TEST_F(ArchiveScan, dumpsStayBelowTheDirectoryWhateverEntriesAreCalled) {
     const TempDir outside;
-    fs::create_directory(outside / "dumps");
-    diag::setDumpPath((outside / "dumps").c_str());
-    know(md5Record("x", "X"));
+    setDumpPath((outside / "dumps").c_str());
     const std::vector<std::string> names = {
         "../../../../../../../../evil1", "/evil2", "a/../../../../../../../../evil3", "..", "a", "a/b", "./c", "x\0y"s,
         std::string(512, 'l'),           ""};
     ZipBuilder zip;
     for (const std::string& name : names) zip.add({name, "content of <" + name + ">"});
+    know(md5Record("x", "X"));
     EXPECT_EQ(scan(zip.archive()), "0");
     std::size_t dumped = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(outside.path())) {
-        const std::string path = entry.path().lexically_relative(outside.path()).string();
-        EXPECT_TRUE(path.starts_with("dumps")) << path;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(outside.path())) {
         if (!entry.is_regular_file()) continue;
-        ++dumped;
+        EXPECT_TRUE(entry.path().string().starts_with((outside / "dumps/").string())) << entry.path();
         EXPECT_TRUE(TempDir::contentOf(entry.path()).starts_with("content of <"));
+        ++dumped;
     }
     // One of "a" and "a/b" must give way, and ".." names no file.
     EXPECT_GE(dumped, names.size() - 2);
-    EXPECT_FALSE(fs::exists("/evil2"));
+    EXPECT_FALSE(std::filesystem::exists("/evil2"));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/CapturedLog.h"
@@ -31,11 +32,7 @@ TEST(VirusList, readsTheNamesOfTwoSectionsOrSaysThatItCannot) {
     const TempDir dir;
     const std::string file = dir.write("pattern_assistant.xml", "");
     const std::string failed = "Fail to load false-alarm and spyware.";
-    const struct {
-        const char* why;
-        std::string xml;
-        std::size_t falseAlarms, spyware, lines;
-    } cases[] = {
+    const std::tuple<const char*, std::string, std::size_t, std::size_t, std::size_t> cases[] = {
         {"both", "<r><Spyware><i name='c'/></Spyware><FalseAlarm><i name='a'/><j name='b'/></FalseAlarm></r>", 2, 1, 1},
         {"children without one", "<r><FalseAlarm><i/><i Name='b'/><i name='c'/></FalseAlarm></r>", 1, 0, 1},
         {"empty name", "<r><FalseAlarm><i name=''/></FalseAlarm></r>", 1, 0, 1},
@@ -46,19 +43,17 @@ TEST(VirusList, readsTheNamesOfTwoSectionsOrSaysThatItCannot) {
         {"section as the root", "<FalseAlarm><i name='a'/></FalseAlarm>", 0, 0, 1},
         {"not closed", "<r><FalseAlarm><i name='a'/></FalseAlarm>", 0, 0, 2},
     };
-    for (const auto& c : cases) {
-        dir.write("pattern_assistant.xml", c.xml);
+    for (const auto& [why, xml, falseAlarms, spyware, lines] : cases) {
+        SCOPED_TRACE(why);
+        dir.write("pattern_assistant.xml", xml);
         CapturedLog log;
         VirusList list;
-        EXPECT_EQ(loadVirusList(&list, dir.path().string()), c.falseAlarms + c.spyware ? 0 : -488) << c.why;
-        EXPECT_EQ(list.falseAlarmCount(), c.falseAlarms) << c.why;
-        EXPECT_EQ(list.spywareCount(), c.spyware) << c.why;
-        EXPECT_EQ(log.lines().size(), c.lines) << c.why;
-        EXPECT_EQ(log.count(list.empty() ? failed
-                                         : "faList.size[" + std::to_string(c.falseAlarms) + "], spywareList.size[" +
-                                               std::to_string(c.spyware) + "]\n"),
-                  1U)
-            << c.why;
+        EXPECT_EQ(loadVirusList(&list, dir.path().string()), falseAlarms + spyware ? 0 : -488);
+        const std::string sizes = "faList.size[" + std::to_string(list.falseAlarmCount()) + "], spywareList.size[" +
+                                  std::to_string(list.spywareCount()) + "]\n";
+        EXPECT_EQ(std::pair(list.falseAlarmCount(), list.spywareCount()), std::pair(falseAlarms, spyware));
+        EXPECT_EQ(log.lines().size(), lines);
+        EXPECT_EQ(log.count(list.empty() ? failed : sizes), 1U);
     }
     std::filesystem::remove(file);
     CapturedLog log;

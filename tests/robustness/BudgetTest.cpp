@@ -1,14 +1,12 @@
 // Hostile files, each scanned in a process of its own that may use so much memory and time, with the default limits
 // and without any.
-#include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/resource.h>
 
-#include <fstream>
 #include <iostream>
 
 #include "Scene.h"
-#include "VoleOptions.h"
+#include "support/EngineTest.h"
 #include "support/FileSizeLimit.h"
 #include "support/OwnProcess.h"
 
@@ -20,10 +18,6 @@ using scene::zipOf;
 using ZOV_SPACE::PpmEncoder;
 using ZOV_SPACE::RarEncoder;
 using enum ZOV_SPACE::VmOperation;
-
-constexpr OptionValues kDefaults{VoleOptions::DefaultMaxEntries, VoleOptions::DefaultMaxRatio,
-                                 VoleOptions::DefaultMaxLevelEntries, VoleOptions::DefaultMaxDepth,
-                                 VoleOptions::DefaultMaxSize};
 
 // What one scan may take besides the limits: bytes of address space, and seconds of processor time on a slow machine.
 constexpr rlim_t kMemory = rlim_t{448} << 20;
@@ -47,13 +41,21 @@ rlim_t addressSpace() {
 // Of memory in use, in MiB; begins anew with resetPeak().
 std::string peak() {
     std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        if (word == "VmHWM:" && status >> word) return std::to_string(std::stol(word) / 1024);
-    }
-    return "?";
+    std::string word;
+    while (word != "VmHWM:" && status >> word) continue;
+    status >> word;
+    return std::to_string(std::stol(word) / 1024);
 }
 
 void resetPeak() { std::ofstream("/proc/self/clear_refs") << 5; }
+
+// Of processor time, so far.
+double seconds() {
+    rusage used{};
+    ::getrusage(RUSAGE_SELF, &used);
+    return static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
+           static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec) / 1e6;
+}
 
 // Deflated zeros, packed in a few levels.
 std::string nestedZeros(int depth, std::size_t bytes) {
@@ -151,12 +153,7 @@ std::string lookAheadBomb() {
     return zip.archive();
 }
 
-struct Row {
-    const char* name;
-    std::string (*make)();
-};
-
-const Row kFiles[] = {
+const std::pair<const char*, std::string (*)()> kFiles[] = {
     {"flat ZIP bomb", [] { return nestedZeros(1, 64 << 20); }},
     {"nested ZIP bomb", [] { return nestedZeros(12, 32 << 20); }},
     {"full work list", fullWorkList},
@@ -169,8 +166,20 @@ const Row kFiles[] = {
     {"filter flood", filterFlood},
 };
 
-double seconds(const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+void expectWithinBudget(const std::string& what, const std::string& path, const OptionValues& limits) {
+    ::malloc_trim(0);
+    std::string message, virus;
+    VoleOptions::set(limits);
+    const rlimit memory{addressSpace() + kMemory, RLIM_INFINITY}, time{kSeconds, kSeconds};
+    if (!kSanitized) ::setrlimit(RLIMIT_AS, &memory);
+    ::setrlimit(RLIMIT_CPU, &time);
+    const ZOV_SPACE::FileSizeLimit disk(kDisk);
+    resetPeak();
+    const std::string peakBefore = peak();
+    const double before = seconds();
+    EXPECT_EQ(scanFile(path.c_str(), virus, message), 0) << what << ": " << message;
+    std::cout << "[   BUDGET ] " << what << ": " << std::filesystem::file_size(path) << " bytes, " << seconds() - before
+              << " s, peak " << peak() << " MiB, before " << peakBefore << " MiB\n";
 }
 
 TEST(Budgets, everyScanEndsWithinThem) {
@@ -179,32 +188,14 @@ TEST(Budgets, everyScanEndsWithinThem) {
 #endif
     const TempDir patterns, files;
     scene::writePatterns(patterns, "One");
-    for (const Row& row : kFiles) {
-        const std::string path = files.write(row.name, row.make());
-        const auto bytes = std::filesystem::file_size(path);
+    for (const auto& [name, make] : kFiles) {
+        const std::string path = files.write(name, make());
         for (const bool limited : {true, false}) {
-            SCOPED_TRACE(row.name + std::string(limited ? "" : " without limits"));
             inOwnProcess([&] {
-                ::malloc_trim(0);
-                std::string message, virus;
+                std::string message;
                 ASSERT_EQ(init(patterns.path().c_str(), message), 0);
-                VoleOptions::set(limited ? kDefaults : OptionValues{0, 0, 0, 50, 0});
-                const rlimit memory{addressSpace() + kMemory, RLIM_INFINITY}, time{kSeconds, kSeconds};
-                if (!kSanitized) ::setrlimit(RLIMIT_AS, &memory);
-                ::setrlimit(RLIMIT_CPU, &time);
-                const ZOV_SPACE::FileSizeLimit disk(kDisk);
-                rusage before{}, after{};
-                resetPeak();
-                const std::string peakBefore = peak();
-                ::getrusage(RUSAGE_SELF, &before);
-                const int code = scanFile(path.c_str(), virus, message);
-                ::getrusage(RUSAGE_SELF, &after);
-                EXPECT_EQ(code, 0) << message;
-                std::cout << "[   BUDGET ] " << row.name << (limited ? "" : " without limits") << ": " << bytes
-                          << " bytes, "
-                          << seconds(after.ru_utime) + seconds(after.ru_stime) - seconds(before.ru_utime) -
-                                 seconds(before.ru_stime)
-                          << " s, peak " << peak() << " MiB, before " << peakBefore << " MiB\n";
+                expectWithinBudget(name + std::string(limited ? "" : " without limits"), path,
+                                   limited ? kDefaultLimits : OptionValues{0, 0, 0, 50, 0});
             });
         }
     }

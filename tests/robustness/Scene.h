@@ -14,6 +14,7 @@
 #include "support/RarVmAssembler.h"
 #include "support/SignatureText.h"
 #include "support/TempDir.h"
+#include "support/Verdict.h"
 #include "support/ZipBuilder.h"
 #include "voleeng.h"
 
@@ -160,13 +161,6 @@ private:
         return instance;
     }
 };
-
-// The verdict's name, or the code as text.
-inline std::string verdictOf(const std::string& path) {
-    std::string virus, message;
-    const int code = scanFile(path.c_str(), virus, message);
-    return code == VOLE_FOUND ? virus : std::to_string(code);
-}
 
 }  // namespace scene
 

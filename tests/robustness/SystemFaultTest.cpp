@@ -1,18 +1,18 @@
-// What the system can do to a scan or a reload: calls fail, transfers come short or are interrupted, the disk is full,
-// the pattern directory goes away. And what scans leave behind of their own.
+// System calls fail, are interrupted or come short; the disk is full; the signature files vanish. And what scans leave
+// behind of their own.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <iostream>
 #include <set>
+#include <vector>
 
 #include "Faults.h"
 #include "PatternSlot.h"
 #include "Scene.h"
-#include "VoleOptions.h"
 #include "io/FileBufferBase.h"
+#include "support/EngineTest.h"
 #include "support/FileSizeLimit.h"
 
 namespace {
@@ -21,65 +21,63 @@ namespace fs = std::filesystem;
 using faults::Plan;
 using faults::Target;
 
-constexpr OptionValues kDefaults{VoleOptions::DefaultMaxEntries, VoleOptions::DefaultMaxRatio,
-                                 VoleOptions::DefaultMaxLevelEntries, VoleOptions::DefaultMaxDepth,
-                                 VoleOptions::DefaultMaxSize};
-
 // Of a reload, up to the end of the directory.
 constexpr unsigned kCallsOfTheList = 11;
 
-std::size_t openDescriptors() {
+std::ptrdiff_t openDescriptors() {
     const fs::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), fs::directory_iterator()));
+    return std::distance(begin(all), fs::directory_iterator());
 }
 
-class SystemFaults : public testing::Test {
+class SystemFaults : public EngineTest {
 protected:
     SystemFaults() {
-        freeResource();
         scene::writePatterns(one, "One");
         scene::writePatterns(two, "Two");
-        EXPECT_EQ(init(one.path().c_str(), message), 0);
-        OptionValues any = kDefaults;
+        EXPECT_EQ(load(one), 0);
+        OptionValues any = kDefaultLimits;
         any.maxSize = any.maxRatio = 0;
         VoleOptions::set(any);
     }
-    ~SystemFaults() override {
-        setDumpPath(nullptr);
-        VoleOptions::set(kDefaults);
-        freeResource();
-    }
 
-    // Runs the scan under every plan of that kind, and without one in between. `check` sees the verdict.
+    // Runs attempt(plan), which returns the number of calls, under every plan of that kind.
+    template <class Attempt>
+    unsigned failInTurn(const std::string& what, const Plan& kind, Attempt attempt) {
+        return faults::inTurn(kind, [&](const Plan& plan) {
+            const unsigned met = attempt(plan);
+            if (!HasFailure()) return met;
+            ADD_FAILURE() << what << ", call " << plan.first << ", lasting " << plan.lasting;
+            return faults::kStop;
+        });
+    }
+    // The same of a scan, and one without a fault in between. `check` sees the verdict.
     template <class Check>
     unsigned scanUnder(const std::string& path, const Plan& kind, Check check) {
-        const std::size_t descriptors = openDescriptors();
-        return faults::inTurn(kind, [&](const Plan& plan) {
+        const auto descriptors = openDescriptors();
+        return failInTurn(path, kind, [&](const Plan& plan) {
             errors.taken();
             faults::begin(plan);
-            const std::string verdict = scene::verdictOf(path);
+            const std::string verdict = verdictOf(path);
             const unsigned met = faults::end();
             check(verdict);
-            EXPECT_EQ(scene::verdictOf(path), "Needle-One") << "the next scan";
+            EXPECT_EQ(verdictOf(path), "Needle-One") << "the next scan";
             EXPECT_EQ(openDescriptors(), descriptors);
-            if (!HasFailure()) return met;
-            ADD_FAILURE() << path << ", call " << plan.first << ", lasting " << plan.lasting << ": " << verdict;
-            return faults::kStop;
+            return met;
         });
     }
 
     // A file that is read into memory, one that is viewed, and one with an archive that goes through a file of ours.
-    std::vector<std::string> samples() const {
-        const std::string large(1'050'000, 'l'), inner = scene::zipOf({{"needle", scene::kNeedle}});
-        return {
-            files.write("small", scene::zipOf({{"folder/in", inner}})),
-            files.write("viewed", scene::zipOf({{"large", large, 0}, {"in", inner, 0}})),
-            files.write("kept", scene::zipOf({{"in", scene::zipOf({{"large", large, 0}, {"n", scene::kNeedle}})}}))};
+    std::vector<std::string> archives() const {
+        const std::string inner = scene::zipOf({{"needle", scene::kNeedle}});
+        return {samples.write("small", scene::zipOf({{"folder/in", inner}})),
+                samples.write("viewed", scene::zipOf({{"large", large, 0}, {"in", inner, 0}})),
+                samples.write("kept", scene::zipOf({{"in", withLarge}}))};
     }
 
-    TempDir one, two, files, dumps;
-    const std::string needle = files.write("needle", scene::kNeedle), sum = files.write("sum", "sum of this text");
-    std::string message;
+    TempDir one, two, dumps;
+    const std::string large = std::string(1'050'000, 'l'),
+                      withLarge = scene::zipOf({{"large", large, 0}, {"n", scene::kNeedle}});
+    const std::string needle = samples.write("needle", scene::kNeedle), sum = samples.write("sum", "sum of this text");
     scene::ErrorCount errors;
 };
 
@@ -88,7 +86,7 @@ TEST_F(SystemFaults, aScanSaysThatItFailed) {
                                      std::to_string(VOLE_OUT_OF_MEMORY), std::to_string(VOLE_SCAN_FAILED)};
     const Plan kinds[] = {
         {Target::calls, 0, false, EIO}, {Target::calls, 0, true, EMFILE}, {Target::calls, 0, true, ENOSPC}};
-    for (const std::string& path : samples()) {
+    for (const std::string& path : archives()) {
         for (const bool dumping : {false, true}) {
             setDumpPath(dumping ? dumps.path().c_str() : nullptr);
             for (const Plan& kind : kinds) {
@@ -107,12 +105,12 @@ TEST_F(SystemFaults, aScanSaysThatItFailed) {
 
 TEST_F(SystemFaults, shortAndInterruptedTransfersChangeNothing) {
     setDumpPath(dumps.path().c_str());
-    for (const std::string& path : samples()) {
+    for (const std::string& path : archives()) {
         for (const Target target : {Target::interrupted, Target::shortened}) {
             ASSERT_GT(scanUnder(path, {target}, [](const auto& verdict) { EXPECT_EQ(verdict, "Needle-One"); }), 1U);
         }
         faults::begin({Target::shortened, 1, true});
-        EXPECT_EQ(scene::verdictOf(path), "Needle-One");
+        EXPECT_EQ(verdictOf(path), "Needle-One");
         faults::end();
     }
     EXPECT_EQ(TempDir::contentOf(dumps / "small.unar/folder/in"), scene::zipOf({{"needle", scene::kNeedle}}));
@@ -120,16 +118,14 @@ TEST_F(SystemFaults, shortAndInterruptedTransfersChangeNothing) {
 
 // The member that does not fit is lost, with a message; what is behind it is found.
 TEST_F(SystemFaults, aFullDiskCostsNoMoreThanWhatDoesNotFit) {
-    const std::string large(1'050'000, 'l');
-    const std::string inner = scene::zipOf({{"l", large, 0}, {"n", scene::kNeedle}});
-    const std::string lost = files.write("lost", scene::zipOf({{"in", inner}, {"n", "other"}}));
-    const std::string found = files.write("found", scene::zipOf({{"in", inner}, {"n", scene::kNeedle}}));
-    ASSERT_EQ(scene::verdictOf(lost), "Needle-One");
+    const std::string lost = samples.write("lost", scene::zipOf({{"in", withLarge}, {"n", "other"}}));
+    const std::string found = samples.write("found", scene::zipOf({{"in", withLarge}, {"n", scene::kNeedle}}));
+    ASSERT_EQ(verdictOf(lost), "Needle-One");
     const ZOV_SPACE::FileSizeLimit fullDisk(65536);
-    EXPECT_EQ(scene::verdictOf(found), "Needle-One");
+    EXPECT_EQ(verdictOf(found), "Needle-One");
     errors.taken();
     // What cannot go to the disk may as well stay in memory.
-    EXPECT_TRUE(scene::verdictOf(lost) == "Needle-One" || errors.taken() > 0);
+    EXPECT_TRUE(verdictOf(lost) == "Needle-One" || errors.taken() > 0);
 }
 
 TEST_F(SystemFaults, aReloadIsWholeOrFails) {
@@ -137,21 +133,18 @@ TEST_F(SystemFaults, aReloadIsWholeOrFails) {
                              {Target::calls, 0, true, EMFILE},
                              {Target::interrupted},
                              {Target::shortened, 0, true}}) {
-        const unsigned failed = faults::inTurn(kind, [&](const Plan& plan) {
+        const unsigned failed = failInTurn("reload", kind, [&](const Plan& plan) {
             const PatternSlot* const before = activeSlot;
             faults::begin(plan);
-            const int code = reload(two.path().c_str(), message);
+            const int code = loadAnew(two);
             const unsigned met = faults::end();
             EXPECT_EQ(activeSlot != before, code == 0);
             EXPECT_TRUE(code == 0 || plan.target == Target::calls) << code;
             const std::string set = code == 0 ? "Two" : "One";
-            EXPECT_EQ(scene::verdictOf(needle), "Needle-" + set);
-            EXPECT_EQ(scene::verdictOf(sum), "Sum-" + set);
+            EXPECT_EQ(verdictOf(needle) + verdictOf(sum), "Needle-" + set + "Sum-" + set);
             EXPECT_EQ(IsSpyware(("Spy-" + set).c_str()), 1);
-            EXPECT_EQ(reload(one.path().c_str(), message), 0);
-            if (!HasFailure()) return met;
-            ADD_FAILURE() << "call " << plan.first << ", lasting " << plan.lasting << ": " << code << message;
-            return faults::kStop;
+            EXPECT_EQ(loadAnew(one), 0);
+            return met;
         });
         ASSERT_GT(failed, 2U);
         if (kind.target == Target::calls) std::cout << "[   FAULTS ] reload: " << failed << " calls failed in turn\n";
@@ -161,25 +154,22 @@ TEST_F(SystemFaults, aReloadIsWholeOrFails) {
 // At each system call of a reload, the signature files disappear: first themselves alone, then with the directory.
 TEST_F(SystemFaults, aPatternDirectoryThatVanishesIsNotHalfLoaded) {
     static fs::path from, to;
-    const std::string moved = (dumps / "moved").string();
+    to = dumps / "moved";
     for (const char* name : {"a.hdb", "b.chk", ""}) {
         from = *name ? two / name : two.path();
-        to = moved;
         unsigned refused = 0;
-        const unsigned moments = faults::inTurn({Target::moment}, [&](Plan plan) {
+        const unsigned moments = failInTurn(name, {Target::moment}, [&](Plan plan) {
             plan.action = [] { fs::rename(from, to); };
             faults::begin(plan);
-            const int code = reload(two.path().c_str(), message);
+            const int code = loadAnew(two);
             const unsigned met = faults::end();
             if (fs::exists(to)) fs::rename(to, from);
             refused += code != 0;
             // A file that is gone before its name was read is none of the set.
-            const bool whole = scene::verdictOf(needle) == "Needle-Two" && scene::verdictOf(sum) == "Sum-Two";
+            const bool whole = verdictOf(needle) + verdictOf(sum) == "Needle-TwoSum-Two";
             EXPECT_TRUE(code != 0 || whole || plan.first <= kCallsOfTheList) << "half a set";
-            EXPECT_EQ(reload(one.path().c_str(), message), 0);
-            if (!HasFailure()) return met;
-            ADD_FAILURE() << "moment " << plan.first << " " << name;
-            return faults::kStop;
+            EXPECT_EQ(loadAnew(one), 0);
+            return met;
         });
         ASSERT_GT(moments, 5U);
         EXPECT_GT(refused, 0U) << name;
@@ -197,24 +187,6 @@ TEST_F(SystemFaults, temporaryFilesHaveNoNamesAndNoOtherReaders) {
         EXPECT_EQ(status.st_nlink, 0U);
         EXPECT_EQ(status.st_mode & 07777, 0600U);
     }
-    ::umask(mask);
-}
-
-// Links that somebody planted in the dump directory lead nowhere; what is dumped is for its owner alone.
-TEST_F(SystemFaults, dumpsFollowNoLinks) {
-    const mode_t mask = ::umask(0);
-    const fs::path target = files.write("target", "as it was");
-    fs::create_directory(dumps / "s.unar");
-    fs::create_symlink(target, dumps / "s.unar/n");
-    fs::create_symlink(files.path(), dumps / "s.unar/folder");
-    setDumpPath(dumps.path().c_str());
-    const std::string sample =
-        files.write("s", scene::zipOf({{"n", "new"}, {"folder/target", "new"}, {"own/d", "new"}}));
-    EXPECT_EQ(scene::verdictOf(sample), "0");
-    EXPECT_EQ(TempDir::contentOf(target), "as it was");
-    EXPECT_EQ(TempDir::contentOf(dumps / "s.unar/own/d"), "new");
-    EXPECT_EQ(fs::status(dumps / "s.unar/own/d").permissions(), fs::perms(0600));
-    EXPECT_EQ(fs::status(dumps / "s.unar/own").permissions(), fs::perms(0700));
     ::umask(mask);
 }
 

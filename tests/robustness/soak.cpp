@@ -1,5 +1,5 @@
-// Scans, queries and reloads for a while, many at a time; every verdict has to belong to one of the two sets that are
-// swapped.
+// Scans, queries, changes of settings and reloads for a while, many at a time; every verdict has to belong to one of
+// the two sets that are swapped. In the last third everything is unloaded, too, over and over.
 //   usage: soak [SECONDS]
 #include <atomic>
 #include <chrono>
@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <mutex>
 #include <set>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -15,8 +14,6 @@
 #include "Scene.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr int kScanners = 8;
 constexpr int kQueriers = 2;
@@ -38,24 +35,28 @@ public:
     }
 
     // Whether nothing went wrong.
-    bool run(std::chrono::seconds duration) {
-        std::string message;
-        if (init(_sets[0].path().c_str(), message) != 0) return false;
+    bool run(std::chrono::milliseconds duration) {
+        check(load(0) == 0, "init");
         {
             std::vector<std::jthread> threads;
             for (unsigned i = 0; i < kScanners; ++i) threads.emplace_back([this, i] { scan(i); });
             for (int i = 0; i < kQueriers; ++i) threads.emplace_back([this] { query(); });
+            threads.emplace_back([this] { changeSettings(); });
             threads.emplace_back([this] { reloadInTurn(); });
-            std::this_thread::sleep_for(duration);
+            std::this_thread::sleep_for(duration * 2 / 3);
+            _unloading = true;
+            std::this_thread::sleep_for(duration / 3);
             _over = true;
         }
         // No slot was lost on the way.
+        std::string message;
         for (int i = 0; i < 2; ++i) check(reload(_sets[0].path().c_str(), message) == 0, "last reload: " + message);
         freeResource();
-        std::printf("soak: %lu scans, %lu queries, %lu reloads, %lu refusals \"No idle container.\", %zu errors\n",
-                    _scans.load(), _queries.load(), _reloads, _refusals, _errors.size());
+        std::printf("soak: %lu scans, %lu queries, %lu reloads, %lu refusals \"No idle container.\", %lu unloads, ",
+                    _scans.load(), _queries.load(), _reloads, _refusals, _unloads);
+        std::printf("%zu errors\n", _errors.size());
         for (const std::string& error : _errors) std::printf("soak: %s\n", error.c_str());
-        return _errors.empty() && _reloads > 0 && _scans > 0;
+        return _errors.empty() && _reloads > 0 && _unloads > 0 && _scans > 0;
     }
 
 private:
@@ -65,37 +66,57 @@ private:
         _errors.insert(what);
     }
 
+    int load(unsigned set) {
+        std::string message;
+        return init(_sets[set % 2].path().c_str(), message);
+    }
+
     void scan(unsigned number) {
         for (std::size_t turn = number; !_over; ++turn) {
             const Sample& sample = _samples[turn % _samples.size()];
-            const std::string verdict = scene::verdictOf(sample.path);
-            const bool right = sample.verdict.empty()
-                                   ? verdict == "0"
-                                   : verdict == sample.verdict + "-One" || verdict == sample.verdict + "-Two";
-            check(right, sample.path + ": " + verdict);
+            const std::string verdict = verdictOf(sample.path);
+            const bool clean = sample.verdict.empty() || _unloading;
+            const bool found = verdict == sample.verdict + "-One" || verdict == sample.verdict + "-Two";
+            check(found || (clean && verdict == "0"), sample.path + ": " + verdict);
             ++_scans;
         }
     }
 
-    // As long as a slot is held, it is one whole set; whatever is active, both lists know exactly one of the names.
+    // As long as a slot is held, it is one whole set; the lists know exactly one of the names, in any letter case.
     void query() {
         while (!_over) {
-            {
-                const SlotLease slot = SlotLease::acquire();
+            if (const SlotLease slot = SlotLease::acquire()) {
                 check(slot->paList->isFalseAlarm("fa-one") != slot->paList->isFalseAlarm("fa-two"), "false alarms");
                 check(slot->paList->isSpyware("spy-one") != slot->paList->isSpyware("SPY-TWO"), "spyware");
+            } else {
+                check(_unloading, "nothing is loaded");
             }
-            IsFalseAlarm("fa-one");
-            IsSpyware("spy-two");
+            for (const char* name : {"spy-one.x", "SPY-ONE.X", "Spy-Two.x", "sPY-tWO.x"}) IsSpyware(name);
             check(IsFalseAlarm("fa-none") == 0 && IsSpyware("none") == 0, "a name of neither set");
             _queries += 2;
             std::this_thread::yield();
         }
     }
 
+    void changeSettings() {
+        for (unsigned turn = 0; !_over; ++turn) {
+            VoleDebugger record{static_cast<int>(turn % 4), turn % 8 < 4 ? +[](const char*) {} : nullptr, {}};
+            setDebugger(&record);
+            setDumpPath(turn % 2 ? "/dev/null/a/directory/with/a/long/name" : nullptr);
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+        setDumpPath(nullptr);
+    }
+
     void reloadInTurn() {
         std::string message;
         for (unsigned turn = 1; !_over; ++turn) {
+            if (_unloading) {
+                check(freeResource() == 0, "freeResource");
+                check(reload(_sets[0].path().c_str(), message) == VOLE_NOT_LOADED, "a reload of nothing");
+                check(load(turn) == 0, "the next init");
+                ++_unloads;
+            }
             const int code = reload(_sets[turn % 2].path().c_str(), message);
             if (code == 0) {
                 ++_reloads;
@@ -110,9 +131,9 @@ private:
 
     TempDir _sets[2], _files;
     std::vector<Sample> _samples;
-    std::atomic<bool> _over = false;
+    std::atomic<bool> _over = false, _unloading = false;
     std::atomic<unsigned long> _scans = 0, _queries = 0;
-    unsigned long _reloads = 0, _refusals = 0;
+    unsigned long _reloads = 0, _refusals = 0, _unloads = 0;
     std::mutex _mutex;
     std::set<std::string> _errors;
 };
