@@ -53,35 +53,30 @@ TEST(BlockTest, everyVersionFindsTheSame) {
 TEST(SlotFilter, reportsEveryGroupThatIsHitAndNoneOutsideTheRange) {
     std::mt19937 random(2);
     std::vector<std::int16_t> slots;
-    std::vector<std::uint32_t> firstEntries;
-    std::vector<std::uint32_t> checkStrings;
+    std::vector<std::uint32_t> firstEntries{0}, checkStrings;
     for (int slot = -3000; slot < 3000; slot += 1 + static_cast<int>(random() % 3)) {
         slots.push_back(static_cast<std::int16_t>(slot));
-        firstEntries.push_back(static_cast<std::uint32_t>(checkStrings.size()));
         for (auto n = 1 + random() % (slot % 50 == 0 ? 12 : 3); n > 0; --n) {
             checkStrings.push_back(static_cast<std::uint32_t>(random() & 0x03030303));
         }
+        firstEntries.push_back(static_cast<std::uint32_t>(checkStrings.size()));
     }
-    firstEntries.push_back(static_cast<std::uint32_t>(checkStrings.size()));
     const SlotFilter filter(slots, firstEntries, checkStrings);
-    ASSERT_FALSE(filter.empty());
     for (int turn = 0; turn < 300; ++turn) {
         const std::size_t first = random() % slots.size();
         const std::size_t last =
-            first + 1 + random() % std::min<std::size_t>(slots.size() - first, turn < 150 ? 90 : 4000);
+            first + 1 + random() % std::min<std::size_t>(slots.size() - first, turn % 2 ? 90 : 4000);
         // On the heap and of the exact length, so that the address sanitizer sees a byte too many.
         std::vector<char> window(static_cast<std::size_t>(slots[last - 1] - slots[first]) + 4);
         std::generate(window.begin(), window.end(), [&] { return static_cast<char>(smallByte(random)); });
-
         std::vector<std::uint32_t> reported;
         filter.collect(first, last, window, reported);
         std::sort(reported.begin(), reported.end());
-        for (const std::uint32_t group : reported) ASSERT_TRUE(group >= first && group < last) << group;
+        ASSERT_TRUE(reported.empty() || (reported.front() >= first && reported.back() < last));
         for (std::size_t group = first; group < last; ++group) {
             const std::uint32_t bytes = ZOV_SPACE::loadU32(window.data() + (slots[group] - slots[first]));
-            const auto begin = checkStrings.begin() + firstEntries[group];
-            const bool hit = std::find(begin, checkStrings.begin() + firstEntries[group + 1], bytes) !=
-                             checkStrings.begin() + firstEntries[group + 1];
+            const auto end = checkStrings.begin() + firstEntries[group + 1];
+            const bool hit = std::find(checkStrings.begin() + firstEntries[group], end, bytes) != end;
             ASSERT_TRUE(!hit || std::binary_search(reported.begin(), reported.end(), group)) << group;
         }
     }

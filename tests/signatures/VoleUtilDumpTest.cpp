@@ -4,34 +4,36 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "VoleUtil.h"
 #include "io/FilteredBufferBase.h"
-#include "io/MemBufferBase.h"
 #include "support/CapturedLog.h"
+#include "support/StringBuffer.h"
 #include "support/TempDir.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using Names = std::vector<std::string>;
 
 class DumpBufferBase : public testing::Test {
 protected:
-    DumpBufferBase() {
-        fs::create_directory(root);
-        diag::setDumpPath(root.c_str());
-        buffer.append("dumped", 6);
-    }
+    DumpBufferBase() { useDirectory("dumps"); }
     ~DumpBufferBase() override { diag::setDumpPath(nullptr); }
 
+    void useDirectory(const std::string& name) {
+        root = outside / name;
+        diag::setDumpPath(root.c_str());
+    }
+
     // Relative to `outside`; links count as files.
-    std::vector<std::string> files() const {
-        std::vector<std::string> found;
+    Names files() const {
+        Names found;
         for (const auto& entry : fs::recursive_directory_iterator(outside.path())) {
-            if (entry.is_symlink() || !entry.is_directory()) {
-                found.push_back(entry.path().lexically_relative(outside.path()).string());
-            }
+            if (!entry.is_symlink() && entry.is_directory()) continue;
+            found.push_back(entry.path().lexically_relative(outside.path()).string());
         }
         std::sort(found.begin(), found.end());
         return found;
@@ -42,72 +44,55 @@ protected:
     }
 
     TempDir outside;
-    fs::path root = outside / "dumps";
-    ZOV_SPACE::MemBufferBase buffer;
+    fs::path root;
+    ZOV_SPACE::StringBuffer buffer{"dumped"};
 };
 
 TEST_F(DumpBufferBase, namesStayBelowTheDirectory) {
-    struct Case {
-        const char* why;
-        std::string name, file;  // file empty: none is written
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, std::string, std::string> cases[] = {
         {"many steps up", "../../../../etc/passwd", "etc/passwd"},
         {"steps up inside", "a/../../../b", "a/b"},
         {"absolute, runs of slashes", "//a///b/c", "a/b/c"},
         {"more dots are a name", ".../..a", ".../..a"},
         {"ends at a NUL", std::string("a\0/../b", 7), "a"},
         {"format characters", "%s%n", "%s%n"},
-        {"only steps up", "../..", ""},
+        {"only steps up", "../..", ""},  // No file is written.
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.why);
-        fs::remove_all(root);
-        fs::create_directory(root);
+    for (const auto& [why, name, file] : cases) {
+        SCOPED_TRACE(why);
+        useDirectory(why + std::string("/deep"));
         CapturedLog log;
-        VoleUtil::dumpBufferBase(&buffer, c.name);
-        EXPECT_EQ(log.count("Dump BufferBase >> [" + std::string(c.name.c_str()) + "] @ [" + root.string() + "]"), 1u);
-        EXPECT_EQ(log.count(failureFor("")), c.file.empty() ? 1u : 0u);
-        EXPECT_EQ(files(), std::vector<std::string>(c.file.empty() ? 0 : 1, "dumps/" + c.file));
-        if (c.file.empty()) continue;
-        EXPECT_EQ(TempDir::contentOf(root / c.file), "dumped");
-        EXPECT_EQ(log.count("[dump bufferbase]: " + (root / c.file).string()), 1u);
+        VoleUtil::dumpBufferBase(&buffer, name);
+        EXPECT_EQ(log.count("Dump BufferBase >> [" + std::string(name.c_str()) + "] @ [" + root.string() + "]"), 1u);
+        EXPECT_EQ(log.count(failureFor("")), file.empty() ? 1u : 0u);
+        EXPECT_EQ(log.count("[dump bufferbase]: " + (root / file).string()), file.empty() ? 0u : 1u);
+        EXPECT_EQ(TempDir::contentOf(root / file), file.empty() ? "" : "dumped");
     }
-}
-
-TEST_F(DumpBufferBase, doesNothingWithoutADirectoryOrAName) {
+    EXPECT_EQ(files().size(), std::size(cases) - 1);
     VoleUtil::dumpBufferBase(&buffer, std::string("\0a", 2));
     diag::setDumpPath("");
     VoleUtil::dumpBufferBase(&buffer, "a");
-    EXPECT_EQ(files(), std::vector<std::string>{});
+    EXPECT_EQ(files().size(), std::size(cases) - 1) << "nothing without a name or a directory";
 }
 
-TEST_F(DumpBufferBase, plantedLinksAndSpecialFilesAreNotFollowed) {
+TEST_F(DumpBufferBase, followsNoPlantedLinksAndSpecialFilesOrSaysThatItCannot) {
     const std::string victim = outside.write("victim", "untouched");
-    fs::create_directory(outside / "elsewhere");
+    fs::create_directories(outside / "elsewhere");
+    fs::create_directory(root);
     fs::create_directory_symlink(outside / "elsewhere", root / "folder");
     fs::create_symlink(victim, root / "file");
     fs::create_symlink(outside / "new", root / "dangling");
     ASSERT_EQ(::mkfifo((root / "fifo").c_str(), 0600), 0);
-
     for (const std::string name : {"folder/a", "file", "dangling", "fifo", "file/a"}) {
-        SCOPED_TRACE(name);
         CapturedLog log;
         VoleUtil::dumpBufferBase(&buffer, name);
-        EXPECT_EQ(log.count(failureFor(name)), 1u);
+        EXPECT_EQ(log.count(failureFor(name)), 1u) << name;
     }
-    EXPECT_EQ(files(),
-              (std::vector<std::string>{"dumps/dangling", "dumps/fifo", "dumps/file", "dumps/folder", "victim"}));
+    EXPECT_EQ(files(), (Names{"dumps/dangling", "dumps/fifo", "dumps/file", "dumps/folder", "victim"}));
     EXPECT_EQ(TempDir::contentOf(victim), "untouched");
-}
-
-TEST_F(DumpBufferBase, makesTheDirectoryAndFoldersOrSaysThatItCannot) {
-    diag::setDumpPath((outside / "new/deep").c_str());
-    VoleUtil::dumpBufferBase(&buffer, "a");
     CapturedLog log;
-    VoleUtil::dumpBufferBase(&buffer, "a/b/c");
-    EXPECT_EQ(log.count("/new/deep/a/b] fail."), 1u);
-    EXPECT_EQ(files(), std::vector<std::string>{"new/deep/a"});
+    VoleUtil::dumpBufferBase(&buffer, "file/b/c");
+    EXPECT_EQ(log.count("/dumps/file/b] fail."), 1u);
 }
 
 TEST_F(DumpBufferBase, longComponentsAreCutAndStayApart) {
@@ -119,16 +104,18 @@ TEST_F(DumpBufferBase, longComponentsAreCutAndStayApart) {
     EXPECT_NE(files()[0].substr(0, 206), files()[1].substr(0, 206));
 }
 
-TEST_F(DumpBufferBase, contentReplacesWhatWasThere) {
+TEST_F(DumpBufferBase, contentReplacesWhatWasThereForTheOwnerAlone) {
     const std::string content = std::string(150000, 'x') + std::string(150000, 'y');
-    ZOV_SPACE::MemBufferBase large;
-    large.append(content.data(), static_cast<int>(content.size()));
-    VoleUtil::dumpBufferBase(&large, "a");
-    EXPECT_EQ(TempDir::contentOf(root / "a"), content);
-    EXPECT_EQ(fs::status(root / "a").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    ZOV_SPACE::StringBuffer large(content);
+    const mode_t mask = ::umask(0);
+    VoleUtil::dumpBufferBase(&large, "own/a");
+    ::umask(mask);
+    EXPECT_EQ(TempDir::contentOf(root / "own/a"), content);
+    EXPECT_EQ(fs::status(root / "own/a").permissions(), fs::perms(0600));
+    EXPECT_EQ(fs::status(root / "own").permissions(), fs::perms(0700));
     ZOV_SPACE::LimitedBufferBase limited(&buffer, 3);
-    EXPECT_NO_THROW(VoleUtil::dumpBufferBase(&limited, "a"));
-    EXPECT_EQ(TempDir::contentOf(root / "a"), "") << "the buffer throws";
+    EXPECT_NO_THROW(VoleUtil::dumpBufferBase(&limited, "own/a"));
+    EXPECT_EQ(TempDir::contentOf(root / "own/a"), "") << "the buffer throws";
 }
 
 }  // namespace
