@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "../support/Eicar.h"
 #include "../support/TempDir.h"
 
 #define HOSTS_OWN(name) \
@@ -36,11 +37,9 @@ TEST(OwnNames, areNotCalledByTheLibrary) {
     ASSERT_FALSE(HasFailure());
 
     const TempDir dir;
-    const std::string sample =
-        dir.write("s", "X5O!P%@AP[4\\PZX54(P^)7CC)7}$EICAR" + std::string("-STANDARD-ANTIVIRUS-TEST-FILE!$H+H*"));
     std::string message, virus;
     EXPECT_EQ(initEngine(VOLE_STARTER_PATTERNS, message), 0) << message;
-    EXPECT_EQ(scan(sample.c_str(), virus, message), 1);
+    EXPECT_EQ(scan(dir.write("s", eicar()).c_str(), virus, message), 1);
     EXPECT_EQ(virus, "Eicar-Test-File");
     EXPECT_EQ(unload(), 0);
 }

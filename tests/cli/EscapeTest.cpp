@@ -4,13 +4,9 @@
 
 namespace {
 
-struct EscapeCase {
-    const char* why;
-    const char* text;
-    const char* escaped;
-};
-
-constexpr EscapeCase kCases[] = {
+constexpr struct {
+    const char *why, *text, *escaped;
+} kCases[] = {
     {"UTF-8 of every length stays", "a: \u00e9\u20ac\U0001f600", "a: \u00e9\u20ac\U0001f600"},
     {"a line end would forge a result line", "a\nb: OK", "a\\nb: OK"},
     {"other controls", "\r\x1b[31m\t\x01\x7f", "\\r\\x1b[31m\\t\\x01\\x7f"},
@@ -27,7 +23,7 @@ constexpr EscapeCase kCases[] = {
 };
 
 TEST(Escape, leavesNothingThatSteersATerminal) {
-    for (const EscapeCase& c : kCases) {
+    for (const auto& c : kCases) {
         std::string line = ">";
         appendEscaped(line, c.text);
         EXPECT_EQ(line, std::string(">") + c.escaped) << c.why;
