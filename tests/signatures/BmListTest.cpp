@@ -102,6 +102,11 @@ TEST(BmList, findsEveryRecordInWhateverStepsItWasFilledAndTheNewestOfEqualOnes) 
         ASSERT_TRUE(list.verifyFileSize(static_cast<std::uint32_t>(i * 7)));
         ASSERT_FALSE(list.verifyFileSize(static_cast<std::uint32_t>(i * 7 + 1 + i % 6)));
     }
+    list.reset();
+    EXPECT_FALSE(list.verifyFileSize(68) || list.count() > 0);
+    EXPECT_EQ(faultOf(list, lineOf(kDigest, "again")), "<nothing>");
+    EXPECT_EQ(found(list, kDigest), "again");
+    EXPECT_TRUE(list.verifyFileSize(68)) << "the suppression of repeated sizes starts over, too";
 }
 
 }  // namespace

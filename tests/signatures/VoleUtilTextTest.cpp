@@ -81,6 +81,7 @@ TEST(VoleUtilText, strncmpNocaseTakesOverTheCaseOfTheSecondText) {
         EXPECT_EQ(VoleUtil::strncmp_nocase(a.data(), b.data(), n), result) << why;
         EXPECT_STREQ(a.data(), afterwards) << why;
     }
+    EXPECT_EQ(VoleUtil::strcmp_nocase("aB[", "Ab[") + VoleUtil::strcmp_nocase("\xC4", "\xE4"), -1);
 }
 
 TEST(VoleUtilText, trimming) {
