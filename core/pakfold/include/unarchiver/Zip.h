@@ -55,6 +55,7 @@ public:
 
 private:
     void walk();
+    bool walkUntilFailure();  // False after an entry's failure, which a line has told.
     bool processNext();
     void skipSplitMarker();
     void findExtent(ZipDataExtent& extent) const;

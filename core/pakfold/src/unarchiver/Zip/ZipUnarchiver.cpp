@@ -66,15 +66,20 @@ bool ZipUnarchiver::checkFormat(InputStream& in) {
 void ZipUnarchiver::start() {
     _entries.beginUnarchiving();
     skipSplitMarker();
+    if (!walkUntilFailure()) restart();
+}
+
+bool ZipUnarchiver::walkUntilFailure() {
     try {
         walk();
+        return true;
     } catch (const FinalFailure&) {
         throw;
     } catch (const OutOfBudgetException&) {
         throw;
     } catch (ArchivingException& failure) {
         kDiag.at().err("Zip entry passed over: %s", failure.toString());
-        restart();
+        return false;
     }
 }
 
@@ -82,19 +87,12 @@ void ZipUnarchiver::restart() {
     const long next = _buffer && _headerStart < LONG_MAX - kMarkerSize
                           ? findLocalHeader(*_buffer, static_cast<long>(_headerStart) + kMarkerSize)
                           : -1;
-    if (next == -1) kZipUnit.raise<ArchivingException>("failed to restart zip unarchiving");
-    try {
+    if (next != -1) {
         _bufferStream = std::make_unique<BufferBaseInputStream>(_buffer, next);
         _in = std::make_unique<PositionInputStream>(_bufferStream.get(), next);
-        walk();
-    } catch (const FinalFailure&) {
-        throw;
-    } catch (const OutOfBudgetException&) {
-        throw;
-    } catch (ArchivingException& failure) {
-        kDiag.at().err("Zip entry passed over: %s", failure.toString());
-        kZipUnit.raise<ArchivingException>("failed to restart zip unarchiving");
+        if (walkUntilFailure()) return;
     }
+    kZipUnit.raise<ArchivingException>("failed to restart zip unarchiving");
 }
 
 void ZipUnarchiver::skipSplitMarker() {
