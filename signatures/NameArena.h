@@ -5,18 +5,19 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <memory>
 #include <string_view>
 #include <vector>
+
+#include "LargePages.h"
 
 class NameArena {
 public:
     const char* store(std::string_view name) {
         if (_left <= name.size()) {
-            const std::size_t size = std::max(kBlockSize, name.size() + 1);
-            _blocks.push_back(std::make_unique_for_overwrite<char[]>(size));
-            _next = _blocks.back().get();
-            _left = size;
+            const std::size_t usual = _blocks.size() < kSmallBlocks ? kSmallBlock : ZOV_SPACE::kLargePage;
+            _blocks.emplace_back(std::max(usual, name.size() + 1));
+            _next = _blocks.back().data();
+            _left = _blocks.back().size();
         }
         char* const copy = _next;
         *std::copy(name.begin(), name.end(), copy) = '\0';
@@ -28,9 +29,11 @@ public:
     void clear() { *this = NameArena(); }
 
 private:
-    static constexpr std::size_t kBlockSize = 64 * 1024;
+    // So much for few signatures; for more, every block is a large page.
+    static constexpr std::size_t kSmallBlock = 64 * 1024;
+    static constexpr std::size_t kSmallBlocks = 16;
 
-    std::vector<std::unique_ptr<char[]>> _blocks;
+    std::vector<std::vector<char, ZOV_SPACE::LargePageAllocator<char>>> _blocks;
     char* _next = nullptr;
     std::size_t _left = 0;
 };
