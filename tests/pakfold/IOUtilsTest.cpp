@@ -9,29 +9,12 @@
 
 #include "io/InputStream.h"
 #include "io/OutputStream.h"
+#include "support/ChunkedInput.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
 
 namespace ZOV_SPACE {
 namespace {
-
-// Hands out its content in pieces of at most `piece` bytes.
-class TrickleStream : public InputStream {
-public:
-    TrickleStream(std::string content, int piece) : _content(std::move(content)), _piece(piece) {}
-
-    int read() override { return _position < _content.size() ? static_cast<unsigned char>(_content[_position++]) : -1; }
-    int read(char* buf, int len) override {
-        const std::size_t count = _content.copy(buf, static_cast<std::size_t>(std::min(len, _piece)), _position);
-        _position += count;
-        return static_cast<int>(count);
-    }
-
-private:
-    std::string _content;
-    int _piece;
-    std::size_t _position = 0;
-};
 
 TEST(IOUtils, integersRoundTripLowByteFirst) {
     StringOutputStream out;
@@ -45,7 +28,7 @@ TEST(IOUtils, integersRoundTripLowByteFirst) {
     const std::string expected = "\xFE\xDC\xFE\xFE\xDC\xBA\x98";
     EXPECT_EQ(out.getString(), expected);
     EXPECT_EQ(bytes, expected);
-    TrickleStream in(expected + "abc", 1);
+    ChunkedInput in(expected + "abc", 1);
     EXPECT_TRUE(IOUtils::readUChar(in) == 0xFE && IOUtils::readUChar(bytes) == 0xFE);
     EXPECT_TRUE(IOUtils::readUShort(in) == 0xFEDC && IOUtils::readUShort(bytes + 1) == 0xFEDC);
     EXPECT_TRUE(IOUtils::readUInt(in) == 0x98BADCFEu && IOUtils::readUInt(bytes + 3) == 0x98BADCFEu);
@@ -53,7 +36,7 @@ TEST(IOUtils, integersRoundTripLowByteFirst) {
 }
 
 TEST(IOUtils, lookingAheadLeavesTheStreamWhereItWas) {
-    TrickleStream source(std::string(20, 'x') + "\x01\x02\x03\x84" + std::string(20, 'y'), 3);
+    ChunkedInput source(std::string(20, 'x') + "\x01\x02\x03\x84" + std::string(20, 'y'), 3);
     BufferedInputStream in(&source, 4);  // Keeps what the mark's limit asks for, and little more.
     EXPECT_EQ(IOUtils::getUInt(in, 20), 0x84030201u);
     EXPECT_EQ(IOUtils::getUShort(in, 20), 0x0201);
@@ -78,7 +61,7 @@ TEST(IOUtils, copiesAndSkipsWhateverThePieces) {
         for (long i = 0; i < size; ++i) content += static_cast<char>(i * 7 + i / 251);
         for (const int piece : {1, 3, 512, 8192, 100000}) {
             SCOPED_TRACE(testing::Message() << size << " bytes in pieces of " << piece);
-            TrickleStream whole(content, piece), full(content, piece);
+            ChunkedInput whole(content, piece), full(content, piece);
             StringOutputStream out;
             IOUtils::readAndWrite(whole, out);
             EXPECT_EQ(out.getString(), content);
@@ -86,7 +69,7 @@ TEST(IOUtils, copiesAndSkipsWhateverThePieces) {
             EXPECT_EQ(IOUtils::readFull(full, buf.data(), static_cast<int>(buf.size())), size);
             EXPECT_EQ(buf, content + "##########");
             for (const long most : {-1L, 0L, 1L, 8192L, 8193L, 10000L}) {
-                TrickleStream part(content, piece);
+                ChunkedInput part(content, piece);
                 StringOutputStream copied;
                 IOUtils::readAndWrite(part, copied, most);
                 const long copiedSize = std::clamp(most, 0L, size);
@@ -98,7 +81,7 @@ TEST(IOUtils, copiesAndSkipsWhateverThePieces) {
 }
 
 TEST(IOUtils, stringsEndAtAZeroByteOrWithTheStream) {
-    TrickleStream in(std::string("ab\0\0\xFFz", 6), 1);
+    ChunkedInput in(std::string("ab\0\0\xFFz", 6), 1);
     for (const char* expected : {"ab", "", "\xFFz", ""}) EXPECT_EQ(IOUtils::readString(in), expected);
 }
 
