@@ -3,7 +3,7 @@
 #include "ByteOrder.h"
 #include "Exception.h"
 #include "Input.h"
-#include "unarchiver/RarCompressor.h"
+#include "rar/RarDecompressor.h"
 
 using namespace ZOV_SPACE;
 

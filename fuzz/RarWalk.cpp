@@ -1,5 +1,5 @@
 #include "Input.h"
 #include "Target.h"
-#include "unarchiver/Rar.h"
+#include "rar/RarUnarchiver.h"
 
 static const Target target("rar", walk<ZOV_SPACE::RarUnarchiver>);

@@ -5,7 +5,7 @@
 
 #include "Input.h"
 #include "Target.h"
-#include "unarchiver/RarVm.h"
+#include "rar/vm/RarVm.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #include "Input.h"
 #include "Target.h"
-#include "unarchiver/Zip.h"
+#include "zip/ZipUnarchiver.h"
 
 static const Target target("zip", walk<ZOV_SPACE::ZipUnarchiver>);

@@ -1,4 +1,4 @@
-#include "unarchiver/DeflateDecompressor.h"
+#include "zip/DeflateDecompressor.h"
 
 #include <gtest/gtest.h>
 

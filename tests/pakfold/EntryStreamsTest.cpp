@@ -1,4 +1,4 @@
-#include "unarchiver/EntryStreams.h"
+#include "EntryStreams.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "unarchiver/FileTypeIdent.h"
+#include "FileTypeIdent.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "FileTypeProcessor.h"
 #include "Utils.h"
 #include "support/StringBuffer.h"
-#include "unarchiver/FileTypeProcessor.h"
 
 namespace ZOV_SPACE {
 namespace {

@@ -1,4 +1,4 @@
-#include "utils/IOUtils.h"
+#include "IOUtils.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "unarchiver/RarCompressor.h"
+#include "rar/RarDecompressor.h"
 
 #include <gtest/gtest.h>
 
@@ -7,12 +7,12 @@
 #include <set>
 #include <string>
 
+#include "EntryStreams.h"
 #include "support/PpmEncoder.h"
 #include "support/RarEncoder.h"
 #include "support/StopAfter.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
-#include "unarchiver/EntryStreams.h"
 #include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {

@@ -1,4 +1,4 @@
-#include "unarchiver/RarModel.h"
+#include "rar/ppm/RarModel.h"
 
 #include <gtest/gtest.h>
 

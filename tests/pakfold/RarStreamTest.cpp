@@ -1,4 +1,4 @@
-#include "utils/RarStream.h"
+#include "rar/RarStream.h"
 
 #include <gtest/gtest.h>
 

@@ -1,17 +1,17 @@
-#include "unarchiver/Rar.h"
+#include "rar/RarUnarchiver.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "rar/RarBlock.h"
 #include "support/CapturedLog.h"
 #include "support/EntryCollector.h"
 #include "support/RarBuilder.h"
 #include "support/StopAfter.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
-#include "unarchiver/RarBlock.h"
 
 namespace ZOV_SPACE {
 namespace {

@@ -1,4 +1,4 @@
-#include "unarchiver/RarVm.h"
+#include "rar/vm/RarVm.h"
 
 #include <gtest/gtest.h>
 
@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "rar/RarStream.h"
 #include "support/RarVmAssembler.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "unarchiver/ScanBudget.h"
-#include "utils/RarStream.h"
 
 namespace ZOV_SPACE {
 namespace {

@@ -10,7 +10,7 @@
 #include "support/Thrown.h"
 #include "support/ZipBuilder.h"
 #include "unarchiver/ScanBudget.h"
-#include "unarchiver/Zip.h"
+#include "zip/ZipUnarchiver.h"
 
 namespace ZOV_SPACE {
 namespace {

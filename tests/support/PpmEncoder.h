@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "unarchiver/RarModel.h"
+#include "rar/ppm/RarModel.h"
 
 namespace ZOV_SPACE {
 

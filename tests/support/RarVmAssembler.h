@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "unarchiver/RarVm.h"
+#include "rar/vm/RarVm.h"
 #include "utils/Crc.h"
 
 namespace ZOV_SPACE {

@@ -1,0 +1,87 @@
+// EntryStreams.h: the small streams between an archive and those who read or take one entry's data.
+//
+// The streams they work on are borrowed. Each is used by one thread at a time.
+#ifndef PAKFOLD_ENTRYSTREAMS_H
+#define PAKFOLD_ENTRYSTREAMS_H
+
+#include <cstdint>
+
+#include "io/InputStream.h"
+#include "io/OutputStream.h"
+
+namespace ZOV_SPACE {
+
+// The next `total` bytes of a stream, and no more: whoever reads them cannot leave the walk at an unknown place.
+class BoundedInputStream : public InputStream {
+public:
+    // A negative total counts as 0.
+    BoundedInputStream(InputStream* in, std::int64_t total) : _in(in), _left(total > 0 ? total : 0) {}
+    ~BoundedInputStream() override;
+
+    int available() override;
+    void close() override;
+    int read() override;
+    int read(char* buf, int len) override;
+    long skip(long n) override;
+
+    std::int64_t left() const { return _left; }
+    // Moves behind the last of the bytes. False when the stream ends before.
+    bool skipRest();
+
+private:
+    InputStream* _in;
+    std::int64_t _left;
+};
+
+// Writes what is read from a stream to a second one as well, which may be null.
+class PumpInputStream : public InputStream {
+public:
+    PumpInputStream(InputStream* in, OutputStream* copy) : _in(in), _copy(copy) {}
+    ~PumpInputStream() override;
+
+    int available() override;
+    void close() override;
+    int read() override;
+    // Kept as is: the copy gets as many bytes as were asked for; those that were not read are zero.
+    int read(char* buf, int len) override;
+    long skip(long n) override;  // Copies, too. Returns n.
+    void mark(int readLimit) override;
+    void reset() override;  // Like mark(): IOException "Unimplemented".
+
+private:
+    InputStream* _in;
+    OutputStream* _copy;
+};
+
+// Drops what it is given, at the expense of the scan's budget: ArchivingException "Out of budget" when that is used up.
+class NullOutputStream : public OutputStream {
+public:
+    NullOutputStream() = default;
+    ~NullOutputStream() override;
+
+    using OutputStream::write;
+    void close() override;
+    int write(char c) override;
+    int write(const char* buf, int len) override;
+};
+
+// Hands bytes on until the stream behind it throws UnarchiveRatioExceed, and drops the rest like NullOutputStream. For
+// entries that must be decoded to their end because later ones build on them.
+class CutOffOutputStream : public OutputStream {
+public:
+    explicit CutOffOutputStream(OutputStream* out) : _out(out) {}
+    ~CutOffOutputStream() override;
+
+    using OutputStream::write;
+    void close() override;
+    int write(char c) override;
+    int write(const char* buf, int len) override;
+
+private:
+    OutputStream* _out;  // Null once it is full.
+    NullOutputStream _rest;
+};
+
+}  // namespace ZOV_SPACE
+
+#endif  // PAKFOLD_ENTRYSTREAMS_H

@@ -1,0 +1,136 @@
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "LargePages.h"
+#include "Raise.h"
+#include "rar/RarStream.h"
+#include "rar/lz/RarCursor.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr ThrowUnit kUnit{"../../core/pakfold/src/utils/RarStream"};
+
+constexpr std::uint32_t kPiece = 256;  // Copied between two checks; below the margin, so that a match may be longer.
+static_assert(kPiece < RarBufferOutputStream::kMargin);
+
+}  // namespace
+
+void rarRepeatNear(unsigned char* to, std::uint32_t distance, std::uint32_t length) {
+    const unsigned char* const from = to - distance;
+    if (distance == 1) {
+        std::memset(to, *from, length);
+    } else if (length < 16) {
+        for (std::uint32_t i = 0; i < length; ++i) to[i] = from[i];
+    } else {
+        // What is copied repeats with the distance, so that twice as much can be copied each time.
+        for (std::uint32_t period = distance; length > 0; period *= 2) {
+            const std::uint32_t piece = std::min(period, length);
+            std::memcpy(to, from, piece);
+            to += piece;
+            length -= piece;
+        }
+    }
+}
+
+RarWindow::RarWindow(std::uint32_t size) : _bytes(static_cast<char*>(std::calloc(size, 1))), _size(size) {
+    if (!_bytes) kUnit.raise<OutOfMemoryException>("Out of memory");
+    preferLargePages(_bytes.get(), size);
+}
+
+void RarWindow::clear() {
+    std::memset(_bytes.get(), 0, _reach);
+    _reach = 0;
+}
+
+RarBufferOutputStream::RarBufferOutputStream(OutputStream* target, std::int64_t windowSize, std::int64_t limit,
+                                             RarBufferOutputStream* previous)
+    : RarBufferOutputStream(
+          target, previous ? previous->releaseWindow() : RarWindow(static_cast<std::uint32_t>(windowSize)), limit) {
+    if (previous) _flushed = _write = previous->_write;
+}
+
+RarBufferOutputStream::RarBufferOutputStream(OutputStream* target, RarWindow window, std::int64_t limit)
+    : _target(target), _limit(limit), _window(std::move(window)), _bytes(_window.bytes()) {}
+
+RarBufferOutputStream::~RarBufferOutputStream() = default;
+
+RarWindow RarBufferOutputStream::releaseWindow() {
+    _window.wroteTo(_write);
+    return std::move(_window);
+}
+
+void RarBufferOutputStream::wrap() {
+    _window.wroteTo(_window.size());
+    _write -= _window.size();
+}
+
+void RarBufferOutputStream::copyContent(unsigned int distance, unsigned int length) {
+    if (distance > _window.size()) kUnit.raise<IOException>("copyContent() overflow");
+    while (length > 0) {
+        const std::uint32_t piece = std::min<std::uint32_t>(length, kPiece);
+        autoFlash();
+        copyPiece(distance, piece);
+        length -= piece;
+    }
+}
+
+// REQUIRES: distance <= size of the window, length <= kPiece.
+void RarBufferOutputStream::copyPiece(std::uint32_t distance, std::uint32_t length) {
+    const std::uint32_t size = _window.size();
+    std::uint32_t from = _write >= distance ? _write - distance : _write + (size - distance);
+    if (length < size - std::max(from, _write) && distance != 0) {
+        if (distance < kRarFarCopy && from < _write) {
+            rarRepeatNear(_bytes + _write, distance, length);
+            return advance(length);
+        }
+        if (distance >= kRarFarCopy && size - distance >= kRarFarCopy) {
+            rarCopyFar(_bytes + _write, _bytes + from, length);
+            return advance(length);
+        }
+    }
+    for (; length > 0; --length) {
+        _bytes[_write] = _bytes[from];
+        if (++from == size) from = 0;
+        advance(1);
+    }
+}
+
+void RarBufferOutputStream::checkLimit(std::int64_t n) const {
+    if (_flushedTotal + n > _limit) kUnit.raise<IOException>("Rar output buffer overrun");
+}
+
+void RarBufferOutputStream::writeToTarget(const unsigned char* bytes, std::uint32_t n) {
+    checkLimit(n);
+    if (n > 0) _target->write(reinterpret_cast<const char*>(bytes), static_cast<int>(n));
+    _flushedTotal += n;
+}
+
+void RarBufferOutputStream::flushPlain(std::uint32_t n) {
+    if (n == 0) return;
+    checkLimit(n);
+    const std::uint32_t first = std::min(n, _window.size() - _flushed);
+    writeToTarget(_bytes + _flushed, first);
+    writeToTarget(_bytes, n - first);
+    passFlushed(n);
+}
+
+void RarBufferOutputStream::passFlushed(std::uint32_t n) {
+    _flushed += n;
+    if (_flushed >= _window.size()) _flushed -= _window.size();
+    _flushedCount += n;
+}
+
+void RarBufferOutputStream::flashOutput(int max) {
+    if (max > 0) flushPlain(std::min(pending(), static_cast<std::uint32_t>(max)));
+}
+
+void RarBufferOutputStream::flashOutput() { flushPlain(pending()); }
+
+void RarBufferOutputStream::finishOutput() { flashOutput(); }
+
+bool RarBufferOutputStream::limitReached() { return _flushedTotal + pending() >= _limit; }
+
+}  // namespace ZOV_SPACE

@@ -1,0 +1,222 @@
+#include "rar/RarUnarchiver.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+#include "EntryStreams.h"
+#include "IOUtils.h"
+#include "Raise.h"
+#include "io/BufferBaseStreams.h"
+#include "rar/RarBlock.h"
+#include "rar/RarDecompressor.h"
+#include "util/Diag.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/Rar"};
+constexpr diag::Unit kDiag{"../../core/pakfold/src/unarchiver/Rar"};
+
+constexpr int kCheckMarkLimit = 1024;
+constexpr unsigned kMarkerBytes = 7;
+constexpr unsigned kFurthestMarker = 524288;
+// Sizes above are as good as this one. Where long has 32 bits, skipping by 64-bit sizes takes very many steps.
+constexpr std::int64_t kBeyondAnySource = std::int64_t{1} << 32;
+
+[[noreturn]] void raiseOutOfMemory() { kUnit.raise<OutOfMemoryException>("Out of memory"); }
+
+std::unique_ptr<InputStream> streamOf(BufferBase* buffer) {
+    try {
+        return std::make_unique<BufferBaseInputStream>(buffer);
+    } catch (const std::bad_alloc&) {
+        raiseOutOfMemory();
+    }
+}
+
+int size32(std::int64_t size) {
+    constexpr std::int64_t kLargest = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<int>(static_cast<std::uint32_t>(std::min(size, kLargest)));
+}
+
+void describe(const RarFileBlock& file, RarEntryInfo& info) {
+    info.algorithm = kAlgorithmRar;
+    info.name = file.rawName().substr(0, file.rawName().find('\0'));
+    info.flags = static_cast<int>(file.attr);
+    info.time = file.ftime;
+    info.compressedSize = size32(file.packedSize());
+    info.uncompressedSize = size32(file.unpackedSize());
+    info.checkSum = file.file_crc;
+}
+
+// A sink that takes no more ends the entry, not the walk; it keeps what it has.
+template <class Call>
+void untilSinkIsFull(Call call) {
+    try {
+        call();
+    } catch (const UnarchiveRatioExceed&) {
+    }
+}
+
+void skipToMarker(InputStream& in, unsigned int offset) {
+    if (offset == 0) return;
+    offset -= kMarkerBytes;  // Kept as is: below 7 this wraps, and is refused like every offset that is too large.
+    if (offset > kFurthestMarker) kUnit.raise<ArchivingException>("Not a rar package");
+    in.skip(static_cast<long>(offset));
+}
+
+// The next block when it is a whole and sound one of this type, otherwise null.
+std::unique_ptr<RarBlock> soundBlock(InputStream& in, int type) {
+    std::unique_ptr<RarBlock> block = RarBlock::parseBlock(in);
+    if (!block || block->continueParse(in) != 0 || block->h_type != type || block->verify() != 0) return nullptr;
+    return block;
+}
+
+// The entries, from behind the archive header on.
+class EntryWalk {
+public:
+    EntryWalk(InputStream& in, ArchiveEntryProcessor& entries, DecompressProcessor* decompression, bool solidArchive)
+        : _in(in),
+          _entries(entries),
+          _decompression(decompression),
+          _decompressor(decompression),
+          _solidArchive(solidArchive) {}
+
+    void run();
+
+private:
+    void takeFile(RarFileBlock& file);
+    void offer(const RarFileBlock& file, BoundedInputStream& data);
+    void transfer(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out);
+    void transferSolid(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out);
+    void decode(const RarFileBlock& file, InputStream& data, OutputStream& out);
+
+    // Whether later entries may build on what this one unpacks to. The first entry of a solid archive has no flag of
+    // its own.
+    bool othersBuildOn(const RarFileBlock& file) const { return !file.isStored() && (file.isSolid() || _solidArchive); }
+
+    InputStream& _in;
+    ArchiveEntryProcessor& _entries;
+    DecompressProcessor* _decompression;
+    RarDecompressor _decompressor;
+    bool _solidArchive;
+};
+
+void EntryWalk::run() {
+    while (const std::unique_ptr<RarBlock> block = RarBlock::parseBlock(_in)) {
+        if (block->continueParse(_in) != 0) kUnit.raise<ArchivingException>("Rar head error");
+        if (block->h_type == RarBlock::kFile) {
+            takeFile(static_cast<RarFileBlock&>(*block));
+        } else {
+            block->skipData(_in);
+        }
+    }
+}
+
+void EntryWalk::takeFile(RarFileBlock& file) {
+    if (file.isSplitBefore()) return;
+    BoundedInputStream data(&_in, std::min(file.packedSize(), kBeyondAnySource));
+    const bool sound = file.verify() == 0;
+    if (!sound) kDiag.at().dbg("Rar Broken File Header!");
+    if (sound || !file.isSolid()) {
+        offer(file, data);
+    } else if (!file.isStored() && file.hasReadableData()) {
+        NullOutputStream nothing;
+        decode(file, data, nothing);
+    }
+    data.skipRest();
+}
+
+void EntryWalk::offer(const RarFileBlock& file, BoundedInputStream& data) {
+    if (_decompression) _decompression->init();
+    _entries.beginUnarchiving();
+    RarEntryInfo info;
+    describe(file, info);
+    int action = kActionSkip;
+    const std::unique_ptr<OutputStream> out = _entries.processEntry(&info, action);
+    if (action == kActionAbort) kUnit.raise<ArchivingException>("Archiving aborted");
+    if (file.hasReadableData()) untilSinkIsFull([&] { transfer(file, data, action, out.get()); });
+    if (!out) return;
+    untilSinkIsFull([&] {
+        out->flush();
+        out->close();
+    });
+}
+
+void EntryWalk::transfer(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out) {
+    if (othersBuildOn(file)) {
+        transferSolid(file, data, action, out);
+    } else if (!out) {
+        return;
+    } else if (action == kActionCopy || (action == kActionDecompress && file.isStored())) {
+        IOUtils::readAndWrite(data, *out);
+    } else if (action == kActionDecompress) {
+        decode(file, data, *out);
+    }
+}
+
+void EntryWalk::transferSolid(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out) {
+    NullOutputStream nothing;
+    CutOffOutputStream sink(out);
+    if (out && action == kActionDecompress) {
+        decode(file, data, sink);
+    } else if (out && action == kActionCopy) {
+        PumpInputStream pump(&data, &sink);
+        decode(file, pump, nothing);
+    } else {
+        decode(file, data, nothing);
+    }
+}
+
+void EntryWalk::decode(const RarFileBlock& file, InputStream& data, OutputStream& out) {
+    try {
+        _decompressor.decompress(data, file.packedSize(), out, file.unpackedSize(), file.unp_ver,
+                                 file.isSolid() ? static_cast<int>(RarFileBlock::kSolid) : 0);
+    } catch (CompressionException& e) {
+        kUnit.raise<ArchivingException>(e.getMessage());
+    }
+}
+
+}  // namespace
+
+RarEntryInfo::~RarEntryInfo() = default;
+
+bool RarUnarchiver::checkFormat(InputStream& in) {
+    in.mark(kCheckMarkLimit);
+    const std::unique_ptr<RarBlock> block = RarBlock::parseBlock(in);
+    in.reset();
+    return block && block->h_type == RarBlock::kMarker && block->verify() == 0;
+}
+
+RarUnarchiver::RarUnarchiver(InputStream* in, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
+                             unsigned int offset)
+    : _in(in), _entries(entries), _decompression(decompression), _offset(offset) {}
+
+RarUnarchiver::RarUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
+                             unsigned int offset)
+    : _ownStream(streamOf(buffer)),
+      _in(_ownStream.get()),
+      _entries(entries),
+      _decompression(decompression),
+      _offset(offset) {}
+
+RarUnarchiver::~RarUnarchiver() = default;
+
+void RarUnarchiver::start() {
+    kDiag.at().dbg("RarUnarchiver::start");
+    try {
+        walk();
+    } catch (const std::bad_alloc&) {
+        raiseOutOfMemory();
+    }
+}
+
+void RarUnarchiver::walk() {
+    skipToMarker(*_in, _offset);
+    if (!soundBlock(*_in, RarBlock::kMarker)) kUnit.raise<ArchivingException>("Not a rar package");
+    const std::unique_ptr<RarBlock> archive = soundBlock(*_in, RarBlock::kArchive);
+    if (!archive || !archive->skipData(*_in)) kUnit.raise<ArchivingException>("Rar archive info error");
+    EntryWalk(*_in, _entries, _decompression, static_cast<RarArchiveBlock&>(*archive).isSolid()).run();
+}
+
+}  // namespace ZOV_SPACE

@@ -1,0 +1,79 @@
+#include <algorithm>
+#include <utility>
+
+#include "rar/RarStream.h"
+
+namespace ZOV_SPACE {
+
+RarOutputFilter::~RarOutputFilter() = default;
+
+RarVMOutputStream::RarVMOutputStream(OutputStream* target, std::int64_t windowSize, std::int64_t limit,
+                                     RarBufferOutputStream* previous)
+    : RarBufferOutputStream(target, windowSize, limit, previous) {}
+
+RarVMOutputStream::RarVMOutputStream(OutputStream* target, RarWindow window, std::int64_t limit)
+    : RarBufferOutputStream(target, std::move(window), limit) {}
+
+RarVMOutputStream::~RarVMOutputStream() = default;
+
+bool RarVMOutputStream::registerFilter(std::unique_ptr<RarOutputFilter> filter) {
+    const std::uint32_t size = windowSize();
+    const std::uint32_t ahead = (filter->getStart() % size + size - writePosition()) % size;
+    const std::int64_t start = writeCount() + ahead;
+    if (_filters.size() >= kMostPending || std::int64_t{filter->getLength()} > std::int64_t{size} - 2 * kMargin) {
+        return false;
+    }
+    const auto sameBlock = [start](const RarQueuedFilter& queued) { return queued.start == start; };
+    if (static_cast<std::size_t>(std::count_if(_filters.begin(), _filters.end(), sameBlock)) >= kMostOnOneBlock) {
+        return false;
+    }
+    const auto behind = std::find_if(_filters.begin(), _filters.end(),
+                                     [start](const RarQueuedFilter& queued) { return queued.start > start; });
+    _filters.insert(behind, RarQueuedFilter{start, std::move(filter)});
+    return true;
+}
+
+void RarVMOutputStream::flashOutput() {
+    while (flushToFirstFilter()) runFirstFilter();
+}
+
+// Writes the plain bytes before the first filter's block; whether that block is complete.
+bool RarVMOutputStream::flushToFirstFilter() {
+    const auto useless = [this](const RarQueuedFilter& queued) {
+        return queued.start < flushedCount() || queued.filter->getLength() == 0;
+    };
+    _filters.erase(_filters.begin(), std::find_if_not(_filters.begin(), _filters.end(), useless));
+    if (_filters.empty() || _filters.front().start >= writeCount()) {
+        flushPlain(pending());
+        return false;
+    }
+    flushPlain(static_cast<std::uint32_t>(_filters.front().start - flushedCount()));
+    return pending() >= _filters.front().filter->getLength();
+}
+
+void RarVMOutputStream::runFirstFilter() {
+    const std::unique_ptr<RarOutputFilter> filter = std::move(_filters.front().filter);
+    _filters.erase(_filters.begin());
+    const std::uint32_t length = filter->getLength();
+    const std::uint32_t first = std::min(length, windowSize() - flushedPosition());
+    filter->copy(window() + flushedPosition(), first);
+    if (!filter->ready()) filter->copy(window(), length - first);
+    filter->execute(this, &_filters);
+    passFlushed(length);
+}
+
+void RarVMOutputStream::finishOutput() {
+    flashOutput();
+    dropFilters();
+    flashOutput();
+}
+
+// Bytes of a block do not count before its filter has made its own of them.
+bool RarVMOutputStream::limitReached() {
+    if (!RarBufferOutputStream::limitReached()) return false;
+    if (_filters.empty()) return true;
+    flashOutput();
+    return pending() == 0 && RarBufferOutputStream::limitReached();
+}
+
+}  // namespace ZOV_SPACE

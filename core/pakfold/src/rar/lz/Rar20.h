@@ -1,0 +1,54 @@
+// Rar20.h: the RAR 2.0 method: LZ77 with prefix codes, and the multimedia mode.
+#ifndef PAKFOLD_RAR_LZ_RAR20_H
+#define PAKFOLD_RAR_LZ_RAR20_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "rar/lz/RarAudio.h"
+#include "rar/lz/RarLz.h"
+
+namespace ZOV_SPACE {
+
+// One chain of solid entries.
+class Rar20 {
+public:
+    explicit Rar20(RarHistory& history) : _history(history) {}
+
+    void reset();  // For an entry that continues none; its tables must be read then.
+    bool ReadTables20(RarBitInputStream& in);
+    // Tables may follow the last symbol of an entry; the next one needs them.
+    void ReadLastTables(RarBitInputStream& in);
+
+    // Decodes as far as no check is due, which may be nothing. False when tables could not be read.
+    bool run(RarBitInputStream& in, RarBufferOutputStream& out);
+    // Decodes one symbol. False when tables could not be read.
+    bool step(RarBitInputStream& in, RarBufferOutputStream& out);
+
+    // For runRarLz().
+    const Decode* main() const { return &_main; }
+    static bool isControl(std::uint32_t symbol) { return symbol == kNewTables; }
+    template <class Bits, class Window>
+    void copyMatch(std::uint32_t symbol, Bits& bits, Window& window);
+
+private:
+    static constexpr std::uint32_t kRepeatLast = 256, kOldDistance = 257, kShortDistance = 261, kNewTables = 269,
+                                   kMatch = 270, kLastSymbol = 297;
+    static constexpr std::size_t kMainSymbols = 298, kDistanceSymbols = 48, kAudioSymbols = 257;
+    static constexpr std::uint32_t kNewAudioTables = 256;
+
+    bool readLengths(RarBitInputStream& in, std::size_t count);
+    bool runAudio(RarBitInputStream& in, RarBufferOutputStream& out);
+
+    RarHistory& _history;
+    bool _audioMode = false;
+    RarAudio _audio;
+    std::array<unsigned char, kAudioSymbols * RarAudio::kMostChannels> _lengths{};
+    Decode _main, _distances, _repeats;
+    std::array<Decode, RarAudio::kMostChannels> _channels;
+};
+
+}  // namespace ZOV_SPACE
+
+#endif  // PAKFOLD_RAR_LZ_RAR20_H

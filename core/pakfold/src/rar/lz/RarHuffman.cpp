@@ -1,0 +1,66 @@
+#include "rar/lz/RarHuffman.h"
+
+#include <algorithm>
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr std::uint32_t kFull = 0x10000;  // Behind the last 16-bit pattern.
+
+// The symbol with the index; beyond the alphabet, the first.
+std::uint32_t symbolAt(const Decode& decode, std::uint32_t index) {
+    return decode.symbols[index < decode.size ? index : 0];
+}
+
+void makeLimits(const unsigned char* lengths, Decode& decode) {
+    std::array<std::uint32_t, Decode::kLongestCode + 1> count{};
+    for (std::uint32_t i = 0; i < decode.size; ++i) ++count[lengths[i]];
+    std::uint32_t limit = 0, position = 0;
+    decode.limit[0] = decode.position[0] = 0;
+    for (unsigned length = 1; length <= Decode::kLongestCode; ++length) {
+        limit = std::min(limit + (count[length] << (16 - length)), kFull);
+        decode.limit[length] = limit;
+        decode.position[length] = position;
+        position += count[length];
+    }
+}
+
+void makeSymbols(const unsigned char* lengths, Decode& decode) {
+    auto next = decode.position;
+    decode.symbols.fill(0);
+    for (std::uint32_t i = 0; i < decode.size; ++i) {
+        if (lengths[i] != 0) decode.symbols[next[lengths[i]]++] = static_cast<std::uint16_t>(i);
+    }
+}
+
+void makeQuickTable(Decode& decode) {
+    auto* entry = decode.quick.begin();
+    for (unsigned length = 1; length <= Decode::kQuickBits; ++length) {
+        const std::uint32_t codes = (decode.limit[length] - decode.limit[length - 1]) >> (16 - length);
+        const std::uint32_t run = 1U << (Decode::kQuickBits - length);
+        for (std::uint32_t i = 0; i < codes; ++i) {
+            const std::uint32_t symbol = symbolAt(decode, decode.position[length] + i);
+            entry = std::fill_n(entry, run, static_cast<std::uint16_t>(symbol << 4 | length));
+        }
+    }
+    std::fill(entry, decode.quick.end(), std::uint16_t{0});
+}
+
+}  // namespace
+
+void MakeDecodeTables(const unsigned char* lengths, Decode* decode, int size) {
+    decode->size = static_cast<std::uint32_t>(size);
+    makeLimits(lengths, *decode);
+    makeSymbols(lengths, *decode);
+    makeQuickTable(*decode);
+}
+
+std::uint32_t decodeLongCode(const Decode& decode, std::uint32_t bits) {
+    const std::uint32_t code = bits & 0xFFFE;
+    unsigned length = 1;
+    while (length < Decode::kLongestCode && code >= decode.limit[length]) ++length;
+    const std::uint32_t index = decode.position[length] + ((code - decode.limit[length - 1]) >> (16 - length));
+    return symbolAt(decode, index) << 4 | length;
+}
+
+}  // namespace ZOV_SPACE

@@ -1,0 +1,163 @@
+#include "zip/DeflateDecompressor.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <limits>
+#include <span>
+
+#include "Raise.h"
+#include "utils/OutputSpace.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/Deflate"};
+
+constexpr int kRawWindowBits = -15;  // Negative: without header and trailer.
+// What zlib compares before it trusts our idea of its structure: the first digit, and the size passed beside it.
+constexpr const char* kZlibVersion = "1.1.4";
+
+[[noreturn]] void raiseZlib(int code, const char* text) {
+    if (code == Z_MEM_ERROR) kUnit.raise<OutOfMemoryException>("Out of memory");
+    if (code == Z_NEED_DICT) kUnit.raise<CompressionException>("inflate: need dictionary");
+    kUnit.raise<CompressionException>("inflate: error " + std::to_string(code) + ": " + (text ? text : ""));
+}
+
+class Inflater {
+public:
+    explicit Inflater(bool raw) {
+        constexpr int kStateSize = static_cast<int>(sizeof(z_stream));
+        const int result = raw ? ::inflateInit2_(&_state, kRawWindowBits, kZlibVersion, kStateSize)
+                               : ::inflateInit_(&_state, kZlibVersion, kStateSize);
+        if (result != Z_OK) raiseZlib(result, _state.msg);
+    }
+    Inflater(const Inflater&) = delete;
+    Inflater& operator=(const Inflater&) = delete;
+    ~Inflater() { ::inflateEnd(&_state); }
+
+    // The next input, borrowed until it is used up.
+    void feed(std::span<const char> input) {
+        // zlib reads through this pointer only, whatever its type says.
+        _state.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(input.data()));
+        _state.avail_in = static_cast<uInt>(input.size());
+    }
+
+    // Inflates into the space and returns how much of it was filled: all, or as much as the input gave.
+    std::size_t inflate(std::span<char> space) {
+        _state.next_out = reinterpret_cast<Bytef*>(space.data());
+        _state.avail_out = static_cast<uInt>(space.size());
+        _result = ::inflate(&_state, Z_NO_FLUSH);
+        return space.size() - _state.avail_out;
+    }
+
+    bool ended() const { return _result == Z_STREAM_END; }
+    bool failed() const { return !ended() && _result != Z_OK && _result != Z_BUF_ERROR; }
+    int unusedInput() const { return static_cast<int>(_state.avail_in); }
+
+    [[noreturn]] void raiseFailure() const { raiseZlib(_result, _state.msg); }
+    [[noreturn]] static void raiseTooShort() { raiseZlib(Z_BUF_ERROR, nullptr); }
+
+private:
+    z_stream _state{};
+    int _result = Z_OK;
+};
+
+// Where inflated bytes go: into the stream's own memory while it lends some, otherwise to it in pieces of one size.
+class Sink {
+public:
+    // A processor is asked about pieces, so none is bypassed.
+    Sink(OutputStream& out, DecompressProcessor* processor)
+        : _out(out), _processor(processor), _lender(processor ? nullptr : dynamic_cast<OutputSpace*>(&out)) {}
+
+    std::span<char> space() {
+        if (_lender) {
+            const std::span<char> lent = _lender->lendSpace();
+            if (!lent.empty()) return lent;
+            _lender = nullptr;
+        }
+        if (!_piece) _piece = std::make_unique_for_overwrite<char[]>(kPiece);
+        return {_piece.get() + _filled, static_cast<std::size_t>(kPiece - _filled)};
+    }
+
+    // Takes `n` bytes of the space as filled. False when the processor wants no more.
+    bool commit(std::size_t n) {
+        if (_lender) {
+            _lender->commitSpace(static_cast<long>(n));
+            return true;
+        }
+        _filled += static_cast<int>(n);
+        return _filled < kPiece || flush();
+    }
+
+    bool flush() {
+        if (_filled == 0) return true;
+        if (_processor && _processor->getAction() == DecompressProcessor::kStop) return false;
+        const int count = _filled;
+        _filled = 0;
+        _out.write(_piece.get(), count);
+        return true;
+    }
+
+private:
+    static constexpr int kPiece = DeflateDecompressor::kOutputPiece;
+
+    OutputStream& _out;
+    DecompressProcessor* _processor;
+    OutputSpace* _lender;
+    std::unique_ptr<char[]> _piece;
+    int _filled = 0;
+};
+
+enum class Fed { kGoesOn, kStopped, kFailed };
+
+// Inflates the input that was fed, until zlib wants more, has reached the end or fails, or the processor stops it.
+Fed inflateFed(Inflater& inflater, Sink& sink) {
+    while (true) {
+        const std::span<char> space = sink.space();
+        const std::size_t count = inflater.inflate(space);
+        if (!sink.commit(count)) return Fed::kStopped;
+        if (inflater.failed()) return sink.flush() ? Fed::kFailed : Fed::kStopped;
+        if (inflater.ended() || count < space.size()) return Fed::kGoesOn;
+    }
+}
+
+}  // namespace
+
+DeflateDecompressor::~DeflateDecompressor() = default;
+
+void DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out) {
+    if (!in.markSupported()) kUnit.raise<CompressionException>("mark() not supported by input stream");
+    Inflater inflater(_raw);
+    Sink sink(out, _processor);
+    const auto input = std::make_unique_for_overwrite<char[]>(kInputPiece);
+    const bool sizeKnown = compressedSize != kUnknownSize;
+    std::int64_t left = sizeKnown ? compressedSize : std::numeric_limits<std::int64_t>::max();
+    while (!inflater.ended()) {
+        in.mark(kInputPiece);
+        const int count =
+            left > 0 ? in.read(input.get(), static_cast<int>(std::min<std::int64_t>(left, kInputPiece))) : 0;
+        if (count < 1) {
+            if (sink.flush()) Inflater::raiseTooShort();
+            return;
+        }
+        left -= count;
+        inflater.feed({input.get(), static_cast<std::size_t>(count)});
+        const Fed result = inflateFed(inflater, sink);
+        if (!sizeKnown && inflater.unusedInput() > 0) {
+            in.reset();
+            in.skip(count - inflater.unusedInput());
+        }
+        if (result == Fed::kFailed) inflater.raiseFailure();
+        if (result == Fed::kStopped) return;
+    }
+    sink.flush();
+}
+
+int DeflateDecompressor::getAlgorithm() const { return kAlgorithmDeflate; }
+
+std::string DeflateDecompressor::getAlgorithmName() const { return "inflate"; }
+
+const char* DeflateDecompressor::version() { return ::zlibVersion(); }
+
+}  // namespace ZOV_SPACE

@@ -1,0 +1,45 @@
+// DeflateDecompressor: streams deflated data (RFC 1951, or RFC 1950 with header and trailer) through zlib. Its memory
+// is fixed: one input and one output buffer a call, and zlib's own state.
+#ifndef PAKFOLD_ZIP_DEFLATEDECOMPRESSOR_H
+#define PAKFOLD_ZIP_DEFLATEDECOMPRESSOR_H
+
+#include <cstdint>
+#include <string>
+
+#include "unarchiver/Pakfold.h"
+
+namespace ZOV_SPACE {
+
+class DeflateDecompressor : public Decompressor {
+public:
+    static constexpr int kInputPiece = 33792;   // Most bytes asked of the input at a time.
+    static constexpr int kOutputPiece = 51200;  // Bytes written at a time, but for the last.
+    static constexpr std::int64_t kUnknownSize = -1;
+
+    // `raw`: the data has neither zlib header nor trailer. The processor may be null; it is borrowed, and asked before
+    // each piece of output is written.
+    DeflateDecompressor(bool raw, DecompressProcessor* processor) : _raw(raw), _processor(processor) {}
+    ~DeflateDecompressor() override;
+
+    using Decompressor::decompress;
+    // Inflates at most `compressedSize` bytes of the input, which must support marks. Of a known size all may have been
+    // read when it returns; with kUnknownSize the input stands right behind the deflated data, or behind what zlib took
+    // of damaged data.
+    // An output that is an OutputSpace, too, is filled in place while it lends space.
+    // What could be inflated has been written when it throws: CompressionException "mark() not supported by input
+    // stream", "inflate: need dictionary", or "inflate: error " with zlib's code and text (code -5 when the data ends
+    // too soon); OutOfMemoryException "Out of memory"; what the streams throw.
+    void decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out);
+
+    int getAlgorithm() const override;              // kAlgorithmDeflate
+    std::string getAlgorithmName() const override;  // "inflate"
+    static const char* version();                   // zlib's.
+
+private:
+    bool _raw;
+    DecompressProcessor* _processor;
+};
+
+}  // namespace ZOV_SPACE
+
+#endif  // PAKFOLD_ZIP_DEFLATEDECOMPRESSOR_H

@@ -1,0 +1,191 @@
+#include "zip/ZipDataExtent.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include "ByteOrder.h"
+#include "IOUtils.h"
+#include "PositionInputStream.h"
+#include "io/BufferBaseStreams.h"
+#include "unarchiver/ScanBudget.h"
+#include "utils/Crc.h"
+#include "zip/DeflateDecompressor.h"
+#include "zip/ZipConstants.h"
+#include "zip/ZipSupport.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr long kFirstSearchPiece = 1024;
+constexpr long kSearchPiece = 65536;
+constexpr int kLongestDescriptor = 24;
+
+// Counts what is inflated, and keeps it while it is little.
+class ContentKeeper : public OutputStream {
+public:
+    explicit ContentKeeper(ZipDataExtent& extent)
+        : _extent(extent),
+          _mostKept(
+              std::clamp(ScanBudget::discardedBytesLeft(), ZipDataExtent::kAlwaysKept, ZipDataExtent::kMostKept)) {
+        _extent.hasContent = true;
+    }
+
+    using OutputStream::write;
+    int write(const char* buf, int len) override {
+        _extent.unpackedSize += len;
+        if (_extent.hasContent && _extent.unpackedSize <= _mostKept) {
+            _extent.content.emplace_back(buf, static_cast<std::size_t>(len));
+            return len;
+        }
+        ScanBudget::chargeDiscardedBytes(_extent.hasContent ? _extent.unpackedSize : len);
+        _extent.content = {};
+        _extent.hasContent = false;
+        return len;
+    }
+
+private:
+    ZipDataExtent& _extent;
+    std::int64_t _mostKept;
+};
+
+// Slides over the buffer in pieces that overlap, so that whatever begins in one can be seen whole. They grow, so that a
+// search costs about as much as it has to pass over.
+class Search {
+public:
+    Search(BufferBase& buffer, long start) : _buffer(buffer), _next(start) {}
+
+    // False at the buffer's end.
+    bool nextPiece() {
+        const int count = _buffer.read(_next, _bytes.get(), static_cast<int>(_wanted) + kLongestDescriptor);
+        if (count < 1) return false;
+        std::memset(_bytes.get() + count, 0, kLongestDescriptor);
+        _start = _next;
+        _count = std::min<long>(count, _wanted);
+        _next += _count;
+        _wanted = std::min(2 * _wanted, kSearchPiece);
+        return true;
+    }
+
+    long start() const { return _start; }  // Of the piece, in the buffer.
+    long count() const { return _count; }  // Positions in it, each followed by kLongestDescriptor readable bytes.
+    const char* bytes() const { return _bytes.get(); }
+
+private:
+    BufferBase& _buffer;
+    long _next;
+    long _wanted = kFirstSearchPiece;
+    long _start = 0;
+    long _count = 0;
+    std::unique_ptr<char[]> _bytes = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kSearchPiece) +
+                                                                            std::size_t{2} * kLongestDescriptor);
+};
+
+struct Descriptor {
+    std::uint32_t checkSum = 0;
+    std::uint32_t unpackedSize = 0;
+};
+
+// Whether the bytes are a data descriptor whose packed size is this one. One without signature must be followed by
+// another record, since little else distinguishes it from data.
+bool readDescriptor(const char* bytes, std::uint32_t packedSize, Descriptor& descriptor) {
+    const bool hasSignature = loadU32(bytes) == ZipConstants::EXTSIG;
+    const char* const fields = bytes + (hasSignature ? 4 : 0);
+    if (loadU32(fields + 4) != packedSize) return false;
+    const bool large = loadU32(fields + 8) == 0 && (packedSize != 0 || !startsRecord(loadU32(fields + 12)));
+    descriptor = {loadU32(fields), loadU32(fields + (large ? 12 : 8))};
+    return hasSignature || startsRecord(loadU32(fields + (large ? 20 : 12)));
+}
+
+// The checksum of the bytes from the start up to a position that only moves forward.
+class RunningCheckSum {
+public:
+    RunningCheckSum(const Search& search, long start) : _search(search), _done(start) {}
+
+    // REQUIRES: the position is in the current piece, or where it ends.
+    std::uint32_t upTo(long position) {
+        _crc.add(_search.bytes() + (_done - _search.start()), static_cast<unsigned>(position - _done));
+        _done = position;
+        return _crc.crc();
+    }
+
+private:
+    const Search& _search;
+    long _done;
+    Iso3309Crc _crc;
+};
+
+std::uint32_t checkSumOfDescriptor(InputStream& in) {
+    std::array<char, 8> bytes{};
+    IOUtils::readFull(in, bytes.data(), static_cast<int>(bytes.size()));
+    const std::uint32_t first = loadU32(bytes.data());
+    if (startsRecord(first)) return 0;
+    return first == ZipConstants::EXTSIG ? loadU32(bytes.data() + 4) : first;
+}
+
+ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
+    ZipDataExtent extent;
+    extent.known = true;
+    Search search(buffer, start);
+    RunningCheckSum checkSum(search, start);
+    while (search.nextPiece()) {
+        for (long i = 0; i < search.count(); ++i) {
+            const char* const bytes = search.bytes() + i;
+            const auto distance = static_cast<std::uint32_t>(search.start() - start + i);
+            if (loadU32(bytes + 4) != distance && loadU32(bytes + 8) != distance) continue;
+            Descriptor descriptor;
+            if (!readDescriptor(bytes, distance, descriptor)) continue;
+            if (stored && descriptor.unpackedSize != distance) continue;
+            if (stored && checkSum.upTo(search.start() + i) != descriptor.checkSum) continue;
+            extent.packedSize = distance;
+            extent.unpackedSize = descriptor.unpackedSize;
+            extent.checkSum = descriptor.checkSum;
+            ScanBudget::chargeDiscardedBytes(i);
+            return extent;
+        }
+        ScanBudget::chargeDiscardedBytes(search.count());
+        if (stored) checkSum.upTo(search.start() + search.count());
+    }
+    extent.packedSize = extent.unpackedSize = std::max(buffer.getSize() - start, 0L);
+    extent.failure = "missing data descriptor";
+    return extent;
+}
+
+}  // namespace
+
+ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start) {
+    ZipDataExtent extent;
+    extent.known = true;
+    BufferBaseInputStream data(&buffer, start);
+    PositionInputStream counted(&data);
+    ContentKeeper keeper(extent);
+    try {
+        DeflateDecompressor(true, nullptr).decompress(counted, DeflateDecompressor::kUnknownSize, keeper);
+    } catch (CompressionException& damage) {
+        extent.failure = damage.getMessage();
+    }
+    extent.packedSize = counted.position();
+    extent.checkSum = checkSumOfDescriptor(data);
+    return extent;
+}
+
+ZipDataExtent findStoredExtent(BufferBase& buffer, long start) { return findExtent(buffer, start, true); }
+
+ZipDataExtent findForeignExtent(BufferBase& buffer, long start) { return findExtent(buffer, start, false); }
+
+long findLocalHeader(BufferBase& buffer, long start) {
+    Search search(buffer, start);
+    while (search.nextPiece()) {
+        // The last position may be followed by three more bytes of a signature.
+        const char* const end = search.bytes() + search.count();
+        for (const char* p = search.bytes(); p < end; ++p) {
+            p = static_cast<const char*>(std::memchr(p, 'P', static_cast<std::size_t>(end - p)));
+            if (!p) break;
+            if (loadU32(p) == ZipConstants::LOCSIG) return search.start() + (p - search.bytes());
+        }
+    }
+    return -1;
+}
+
+}  // namespace ZOV_SPACE

@@ -1,0 +1,41 @@
+// ZipDataExtent: how far an entry's data reaches, and finding that out where the header does not say it.
+#ifndef PAKFOLD_ZIP_ZIPDATAEXTENT_H
+#define PAKFOLD_ZIP_ZIPDATAEXTENT_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "io/BufferBase.h"
+
+namespace ZOV_SPACE {
+
+struct ZipDataExtent {
+    // Of content that was inflated to find its end, so much is kept, so that it need not be inflated again. It is
+    // charged only when nobody takes it; a scan whose budget is spent therefore keeps less.
+    static constexpr std::int64_t kMostKept = std::int64_t{8} << 20;
+    static constexpr std::int64_t kAlwaysKept = std::int64_t{1} << 20;
+
+    bool known = false;           // The sizes are the data's, not those of some entry before.
+    std::int64_t packedSize = 0;  // Bytes.
+    std::int64_t unpackedSize = 0;
+    std::uint32_t checkSum = 0;        // As the data descriptor says it.
+    std::string failure;               // Why the data ends there before its end was found; empty when all is well.
+    bool hasContent = false;           // Whether `content` is all of the unpacked data that can be had.
+    std::vector<std::string> content;  // In pieces.
+};
+
+// The data begins at `start`. Output that is inflated and dropped is charged to the scan's budget, and so are the bytes
+// that are searched.
+ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start);
+// The end is where a data descriptor agrees with the distance from the start and, for a stored entry, with the data's
+// checksum; without one, the end of the buffer.
+ZipDataExtent findStoredExtent(BufferBase& buffer, long start);
+ZipDataExtent findForeignExtent(BufferBase& buffer, long start);  // For methods that nobody here can decode.
+
+// Where the next local header begins, from `start` on; -1 when there is none.
+long findLocalHeader(BufferBase& buffer, long start);
+
+}  // namespace ZOV_SPACE
+
+#endif  // PAKFOLD_ZIP_ZIPDATAEXTENT_H

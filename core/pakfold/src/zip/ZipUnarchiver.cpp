@@ -1,0 +1,269 @@
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <span>
+#include <string>
+
+#include "EntryStreams.h"
+#include "IOUtils.h"
+#include "io/BufferBaseStreams.h"
+#include "unarchiver/ScanBudget.h"
+#include "util/Diag.h"
+#include "utils/OutputSpace.h"
+#include "zip/DeflateDecompressor.h"
+#include "zip/ZipDataExtent.h"
+#include "zip/ZipSupport.h"
+#include "zip/ZipUnarchiver.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr diag::Unit kDiag{kZipUnitName};
+
+constexpr int kMarkerSize = 4;
+
+// A failure that ends the walk for good.
+class FinalFailure : public ArchivingException {
+public:
+    using ArchivingException::ArchivingException;
+};
+
+int clampedSize(std::int64_t size) { return static_cast<int>(std::min<std::int64_t>(size, INT_MAX)); }
+
+}  // namespace
+
+ZipEntryInfo::~ZipEntryInfo() = default;
+
+ZipArchiveProcessor::~ZipArchiveProcessor() = default;
+bool ZipArchiveProcessor::process(const ArchiveEntryInfo*) { return true; }
+
+ZipUnarchiver::ZipUnarchiver(InputStream* in, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
+                             unsigned flags)
+    : _in(std::make_unique<PositionInputStream>(in)), _entries(entries), _decompression(decompression), _flags(flags) {}
+
+ZipUnarchiver::ZipUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
+                             unsigned flags)
+    : _buffer(buffer),
+      _bufferStream(std::make_unique<BufferBaseInputStream>(buffer)),
+      _in(std::make_unique<PositionInputStream>(_bufferStream.get())),
+      _entries(entries),
+      _decompression(decompression),
+      _flags(flags) {}
+
+ZipUnarchiver::~ZipUnarchiver() = default;
+
+bool ZipUnarchiver::checkFormat(InputStream& in) {
+    std::array<char, 2 * kMarkerSize> bytes{};
+    in.mark(static_cast<int>(bytes.size()));
+    IOUtils::readFull(in, bytes.data(), static_cast<int>(bytes.size()));
+    in.reset();
+    const std::uint32_t first = IOUtils::readUInt(bytes.data());
+    if (first == ZipConstants::LOCSIG) return true;
+    const bool marker = first == ZipConstants::SPHSIG || first == ZipConstants::EXTSIG;
+    return marker && IOUtils::readUInt(bytes.data() + kMarkerSize) == ZipConstants::LOCSIG;
+}
+
+void ZipUnarchiver::start() {
+    _entries.beginUnarchiving();
+    skipSplitMarker();
+    if (!walkUntilFailure()) restart();
+}
+
+bool ZipUnarchiver::walkUntilFailure() {
+    try {
+        walk();
+        return true;
+    } catch (const FinalFailure&) {
+        throw;
+    } catch (const OutOfBudgetException&) {
+        throw;
+    } catch (ArchivingException& failure) {
+        kDiag.at().err("Zip entry passed over: %s", failure.toString());
+        return false;
+    }
+}
+
+void ZipUnarchiver::restart() {
+    const long next = _buffer && _headerStart < LONG_MAX - kMarkerSize
+                          ? findLocalHeader(*_buffer, static_cast<long>(_headerStart) + kMarkerSize)
+                          : -1;
+    if (next != -1) {
+        _bufferStream = std::make_unique<BufferBaseInputStream>(_buffer, next);
+        _in = std::make_unique<PositionInputStream>(_bufferStream.get(), next);
+        if (walkUntilFailure()) return;
+    }
+    kZipUnit.raise<ArchivingException>("failed to restart zip unarchiving");
+}
+
+void ZipUnarchiver::skipSplitMarker() {
+    _in->mark(kMarkerSize);
+    std::array<char, kMarkerSize> bytes{};
+    IOUtils::readFull(*_in, bytes.data(), kMarkerSize);
+    const std::uint32_t first = IOUtils::readUInt(bytes.data());
+    if (first != ZipConstants::SPHSIG && first != ZipConstants::EXTSIG) _in->reset();
+}
+
+void ZipUnarchiver::walk() {
+    while (processNext()) {
+    }
+    finish();
+}
+
+// One entry. False when no local header follows.
+bool ZipUnarchiver::processNext() {
+    _headerStart = _in->position();
+    _in->mark(ZipConstants::LOCHDR);
+    if (!_info.read(*_in, false)) {
+        _in->reset();
+        return false;
+    }
+    ZipDataExtent extent;
+    findExtent(extent);
+    ZipEntryInfo entry;
+    fill(entry, extent);
+    int action = kActionSkip;
+    const std::unique_ptr<OutputStream> out = offer(entry, extent, action);
+    if (action == kActionAbort) kZipUnit.raise<FinalFailure>("Archiving aborted");
+    if (_info.hasDataDescriptor() || _info.compressedSize > 0) moveData(entry, extent, action, out.get());
+    if (_info.hasDataDescriptor()) {
+        _info.readDataDescriptor(*_in);
+        entry.compressedSize = _info.compressedSize;
+        entry.uncompressedSize = _info.uncompressedSize;
+        entry.checkSum = _info.checkSum;
+    }
+    if (out) {
+        out->flush();
+        out->close();
+    }
+    return true;
+}
+
+// Where the entry's data ends, as far as that can be known before it is unpacked.
+void ZipUnarchiver::findExtent(ZipDataExtent& extent) const {
+    if (!_info.hasDataDescriptor()) {
+        extent.known = true;
+        extent.packedSize = std::max(_info.compressedSize, 0);
+        extent.unpackedSize = _info.uncompressedSize;
+    } else if (_buffer) {
+        const auto start = static_cast<long>(_in->position());
+        if (_info.method == ZipConstants::DEFLATED) {
+            extent = findDeflatedExtent(*_buffer, start);
+        } else if (_info.method == ZipConstants::STORED) {
+            extent = findStoredExtent(*_buffer, start);
+        } else {
+            extent = findForeignExtent(*_buffer, start);
+        }
+    }
+}
+
+void ZipUnarchiver::fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const {
+    const bool measured = _info.hasDataDescriptor() && extent.known;
+    entry.name = _info.name;
+    entry.compressedSize = measured ? clampedSize(extent.packedSize) : _info.compressedSize;
+    entry.uncompressedSize = measured ? clampedSize(extent.unpackedSize) : _info.uncompressedSize;
+    entry.checkSum = measured ? extent.checkSum : _info.checkSum;
+    entry.time = _info.time;
+    entry.algorithm = kAlgorithmUnknown;
+    if (_info.method == ZipConstants::STORED) entry.algorithm = kAlgorithmStored;
+    if (_info.method == ZipConstants::DEFLATED) entry.algorithm = kAlgorithmDeflate;
+}
+
+// A processor that ends the walk does not take the content either.
+std::unique_ptr<OutputStream> ZipUnarchiver::offer(ZipEntryInfo& entry, const ZipDataExtent& extent, int& action) {
+    try {
+        return _entries.processEntry(&entry, action);
+    } catch (...) {
+        if (extent.hasContent) static_cast<void>(ScanBudget::takeDiscardedBytes(extent.unpackedSize));
+        throw;
+    }
+}
+
+// Carries out the action and leaves the stream behind the entry's data, if its end is known.
+void ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExtent& extent, int action, OutputStream* out) {
+    const std::int64_t end = _in->position() + extent.packedSize;
+    const bool unpacks = out && action == kActionDecompress;
+    // Content that was inflated to find its end and that nobody takes.
+    if (!unpacks && extent.hasContent) ScanBudget::chargeDiscardedBytes(extent.unpackedSize);
+    try {
+        if (unpacks) {
+            unpack(entry, extent, *out);
+        } else if (out && action == kActionCopy) {
+            copyStored(extent, *out);
+        } else {
+            passOver(extent);
+        }
+    } catch (const UnarchiveRatioExceed&) {
+        // The entry is full; the walk goes on behind it.
+    } catch (IOException& failure) {
+        kZipUnit.raise<ArchivingException>(failure.getMessage());
+    } catch (CompressionException& failure) {
+        kZipUnit.raise<ArchivingException>(failure.getMessage());
+    }
+    if (!extent.failure.empty()) kZipUnit.raise<ArchivingException>(extent.failure);
+    if (extent.known) _in->skipTo(end);
+}
+
+void ZipUnarchiver::unpack(const ZipEntryInfo& entry, const ZipDataExtent& extent, OutputStream& out) {
+    if (entry.algorithm == kAlgorithmStored) {
+        copyStored(extent, out);
+    } else if (entry.algorithm == kAlgorithmDeflate) {
+        unpackDeflated(extent, out);
+    } else {
+        kZipUnit.raise<ArchivingException>("Unknown algorithm: " + std::to_string(_info.method) + " in zip");
+    }
+}
+
+// The bytes as they are in the archive. Of a stream whose sizes are unknown, as many as the last known size says.
+void ZipUnarchiver::copyStored(const ZipDataExtent& extent, OutputStream& out) {
+    std::int64_t left = extent.known ? extent.packedSize : _info.compressedSize;
+    auto* const lender = dynamic_cast<OutputSpace*>(&out);
+    while (lender && left > 0) {
+        const std::span<char> space = lender->lendSpace();
+        const auto wanted = std::min<std::int64_t>(static_cast<std::int64_t>(space.size()), left);
+        if (wanted == 0) break;
+        const int count = _in->read(space.data(), clampedSize(wanted));
+        if (count < 1) return;
+        lender->commitSpace(count);
+        left -= count;
+    }
+    IOUtils::readAndWrite(*_in, out, static_cast<long>(left));
+}
+
+void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& out) {
+    if (extent.hasContent && !_decompression) {
+        for (const std::string& piece : extent.content) out.write(piece.data(), static_cast<int>(piece.size()));
+        return;
+    }
+    DeflateDecompressor inflate(true, _decompression);
+    if (extent.known && extent.failure.empty()) {
+        inflate.decompress(*_in, extent.packedSize, out);
+    } else if (extent.known) {
+        inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, out);
+    } else {
+        CutOffOutputStream cutOff(&out);  // The end shows only once all has been inflated.
+        inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, cutOff);
+    }
+}
+
+// The data of an entry whose end is not known has to be decoded.
+void ZipUnarchiver::passOver(const ZipDataExtent& extent) {
+    if (extent.known) return;
+    if (_info.method == ZipConstants::DEFLATED) {
+        NullOutputStream nothing;
+        DeflateDecompressor(true, nullptr).decompress(*_in, DeflateDecompressor::kUnknownSize, nothing);
+    } else {
+        _in->skip(std::max(_info.compressedSize, 0));
+    }
+}
+
+void ZipUnarchiver::finish() {
+    _info.readCentralDirs(*_in, static_cast<int>(_flags - 1));
+    _info.end.read(*_in);
+    ZipEntryInfo last;
+    int action = kActionSkip;
+    _entries.processEntry(&last, action);
+    _entries.endUnarchiving();
+    _entries.releaseSession();
+}
+
+}  // namespace ZOV_SPACE

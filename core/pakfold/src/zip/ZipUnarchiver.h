@@ -1,0 +1,83 @@
+// ZipUnarchiver.h: ZIP archives (APPNOTE.TXT, PKWARE), read front to back by their local headers. Stored and deflated
+// entries can be unpacked.
+#ifndef PAKFOLD_ZIP_ZIPUNARCHIVER_H
+#define PAKFOLD_ZIP_ZIPUNARCHIVER_H
+
+#include <cstdint>
+#include <memory>
+
+#include "PositionInputStream.h"
+#include "unarchiver/Pakfold.h"
+#include "zip/ZipInfo.h"
+
+namespace ZOV_SPACE {
+
+struct ZipDataExtent;
+
+class ZipEntryInfo : public ArchiveEntryInfo {
+public:
+    ~ZipEntryInfo() override;
+};
+
+class ZipArchiveProcessor : public ArchiveProcessor {
+public:
+    ~ZipArchiveProcessor() override;
+    bool process(const ArchiveEntryInfo* entry) override;  // true
+};
+
+// Walks one archive, in the order of the local headers; the central directory is read but not used.
+//
+// - The source is borrowed and must support marks. Over a buffer the size of an entry whose sizes follow its data is
+//   found by looking ahead, before the entry is offered; what is inflated for that and dropped counts against the
+//   scan's budget. If the data is damaged, the entry is offered with the sizes up to there.
+// - Behind the last entry an empty record is offered: no name, all numbers 0.
+// - When an entry fails the walk, it resumes once, with the next local header that can be found behind the entry's.
+//   What fails after that ends it with "failed to restart zip unarchiving".
+//   Throws:  ArchivingException "encrypted ZIP entry", "bad entry name", "Unknown algorithm: <method> in zip",
+//            "Archiving aborted", "missing data descriptor", "empty file name in central directory", or with the text
+//            of what failed while data was moved; IOException "unexpected EOF"; OutOfMemoryException; what the
+//            processor throws.
+class ZipUnarchiver : public Unarchiver {
+public:
+    // `flags`, minus one, is how many central directory entries are read; 0 stands for all.
+    ZipUnarchiver(InputStream* in, ArchiveEntryProcessor& entries, DecompressProcessor* decompression, unsigned flags);
+    ZipUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
+                  unsigned flags);
+    ~ZipUnarchiver() override;
+
+    void start() override;
+    // Goes on behind the entry that failed.
+    void restart();
+
+    // Whether the stream begins with a local header, or with a split archive's marker and one. The stream stays where
+    // it is.
+    static bool checkFormat(InputStream& in);
+
+private:
+    void walk();
+    bool walkUntilFailure();  // False after an entry's failure, which a line has told.
+    bool processNext();
+    void skipSplitMarker();
+    void findExtent(ZipDataExtent& extent) const;
+    void fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const;
+    std::unique_ptr<OutputStream> offer(ZipEntryInfo& entry, const ZipDataExtent& extent, int& action);
+    void moveData(const ZipEntryInfo& entry, const ZipDataExtent& extent, int action, OutputStream* out);
+    void unpack(const ZipEntryInfo& entry, const ZipDataExtent& extent, OutputStream& out);
+    void copyStored(const ZipDataExtent& extent, OutputStream& out);
+    void unpackDeflated(const ZipDataExtent& extent, OutputStream& out);
+    void passOver(const ZipDataExtent& extent);
+    void finish();
+
+    BufferBase* _buffer = nullptr;  // Null: the source is a stream.
+    std::unique_ptr<InputStream> _bufferStream;
+    std::unique_ptr<PositionInputStream> _in;
+    ArchiveEntryProcessor& _entries;
+    DecompressProcessor* _decompression;
+    unsigned _flags;
+    std::int64_t _headerStart = 0;  // Of the current entry.
+    ZipInfo _info;
+};
+
+}  // namespace ZOV_SPACE
+
+#endif  // PAKFOLD_ZIP_ZIPUNARCHIVER_H
