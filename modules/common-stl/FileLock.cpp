@@ -29,7 +29,7 @@ void FileLock::setPath(const char* path, bool shared) {
     if (!path || !*path) return;
     std::memcpy(_path.data(), path, strnlen(path, kMaxPathLength));
 
-    _fd.reset(::open(_path.data(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW, kPrivateMode));
+    _fd = openFile(_path.data(), O_RDWR | O_CREAT | O_NOCTTY | O_NOFOLLOW, kPrivateMode);
     // The mode is a courtesy to other users: when the file is someone else's, the lock works all the same.
     if (_shared && regularFileSize(_fd.get())) static_cast<void>(::fchmod(_fd.get(), kSharedMode));
     _lockRecord = wholeFile(F_WRLCK);

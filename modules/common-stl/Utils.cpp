@@ -8,6 +8,7 @@
 
 #include "Ascii.h"
 #include "Raise.h"
+#include "Text.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -15,14 +16,8 @@ namespace {
 constexpr ThrowUnit kUnit{"Utils"};
 
 constexpr std::size_t kFormatBufferSize = 4096;  // The terminating NUL included.
-constexpr std::string_view kWhiteSpace = "\n\r\t ";
 
-std::string_view viewOf(const char* text) { return text ? std::string_view(text) : std::string_view(); }
-
-void trimEnds(std::string& text, std::string_view chars) {
-    text.erase(text.find_last_not_of(chars) + 1);  // npos + 1 is 0: nothing else was there.
-    text.erase(0, std::min(text.find_first_not_of(chars), text.size()));
-}
+void trimInPlace(std::string& text, std::string_view set) { text = std::string(text::trim(text, set)); }
 
 void replaceOnce(std::string& text, std::string_view from, std::string_view to) {
     std::string result;
@@ -32,30 +27,6 @@ void replaceOnce(std::string& text, std::string_view from, std::string_view to) 
     }
     text = result.append(text, done);
 }
-
-// A set of separators for one or many characters; one is by far the most common and left to memchr().
-class Separators {
-public:
-    explicit Separators(std::string_view characters) : _characters(characters) {}
-
-    // The first position from `from` on that holds a separator, or does not; the length of the line when none.
-    std::size_t next(std::string_view line, std::size_t from) const {
-        const std::size_t at =
-            _characters.size() == 1 ? line.find(_characters.front(), from) : line.find_first_of(_characters, from);
-        return std::min(at, line.size());
-    }
-    std::size_t nextOther(std::string_view line, std::size_t from) const {
-        while (from < line.size() && contains(line[from])) ++from;
-        return from;
-    }
-
-private:
-    bool contains(char c) const {
-        return _characters.size() == 1 ? c == _characters.front() : _characters.find(c) != std::string_view::npos;
-    }
-
-    std::string_view _characters;
-};
 
 unsigned int digitOrRaise(char c, int base) {
     switch (base) {
@@ -84,7 +55,7 @@ std::tm localNow() {
 bool StringHelper::equals(const char* a, const char* b) { return a && b ? std::strcmp(a, b) == 0 : a == b; }
 
 bool StringHelper::equalsIgnoreCase(const char* a, const char* b) {
-    return a && b ? ascii::sameIgnoringCase(a, b) : a == b;
+    return a && b ? text::sameIgnoringCase(a, b) : a == b;
 }
 
 bool StringHelper::startsWith(const char* text, const char* prefix) {
@@ -92,27 +63,22 @@ bool StringHelper::startsWith(const char* text, const char* prefix) {
 }
 
 bool StringHelper::startsWithIgnoreCase(const char* text, const char* prefix) {
-    if (!text || !prefix) return false;
-    return ascii::sameIgnoringCase(std::string_view(text).substr(0, std::strlen(prefix)), prefix);
+    return text && prefix && text::startsWithIgnoringCase(text, prefix);
 }
 
-bool StringHelper::endsWith(const char* text, const char* suffix) {
-    return text && suffix && std::string_view(text).ends_with(suffix);
-}
+bool StringHelper::endsWith(const char* text, const char* suffix) { return text::endsWith(text, suffix); }
 
 bool StringHelper::endsWithIgnoreCase(const char* text, const char* suffix) {
-    if (!text || !suffix) return false;
-    const std::string_view whole(text), end(suffix);
-    return end.size() <= whole.size() && ascii::sameIgnoringCase(whole.substr(whole.size() - end.size()), end);
+    return text && suffix && text::endsWithIgnoringCase(text, suffix);
 }
 
-void StringHelper::trim(std::string& text, const char* chars) { trimEnds(text, viewOf(chars)); }
+void StringHelper::trim(std::string& text, const char* chars) { trimInPlace(text, text::viewOf(chars)); }
 
 std::string StringHelper::ntoa(int value) { return std::to_string(value); }
 
 std::string StringHelper::ltoa(long value) { return std::to_string(value); }
 
-bool StringHelper::atob(const char* text) { return text && ascii::sameIgnoringCase(text, "true"); }
+bool StringHelper::atob(const char* text) { return text && text::sameIgnoringCase(text, "true"); }
 
 const char* StringHelper::btoa(bool value) { return value ? "true" : "false"; }
 
@@ -146,19 +112,12 @@ void StringHelper::tolower(std::string& text) {
 
 std::optional<std::string_view> Utils::field(std::string_view line, int index, std::string_view separators) {
     if (index < 0) return std::nullopt;
-    const Separators set(separators);
-    std::size_t start = 0;
-    for (; index > 0; --index) {
-        start = set.nextOther(line, set.next(line, start));
-        if (start == line.size()) return std::nullopt;
-    }
-    const std::size_t end = set.next(line, start);
-    if (end == start) return std::nullopt;
-    return line.substr(start, end - start);
+    const std::string_view found = text::field(line, static_cast<std::size_t>(index), separators);
+    return found.empty() ? std::nullopt : std::optional(found);
 }
 
 char* Utils::strToK(const char* line, int index, const char* separators) {
-    const auto found = field(viewOf(line), index, viewOf(separators));
+    const auto found = field(text::viewOf(line), index, text::viewOf(separators));
     if (!found) return nullptr;
     char* copy = new char[found->size() + 1];
     copy[found->copy(copy, found->size())] = '\0';
@@ -178,7 +137,7 @@ int Utils::parseInt(const char* text, int length, int base) {
 }
 
 bool Utils::isdigits(const char* text, const char* allowed) {
-    const std::string_view bytes = viewOf(text), others = viewOf(allowed);
+    const std::string_view bytes = text::viewOf(text), others = text::viewOf(allowed);
     return !bytes.empty() && std::all_of(bytes.begin(), bytes.end(), [others](char c) {
         return ascii::isDigit(c) || others.find(c) != std::string_view::npos;
     });
@@ -224,19 +183,17 @@ std::string Utils::getLocalTime() {
 void Utils::stringTokenizer(const char* text, std::vector<std::string>& list, const char* separators,
                             TokenCallback callback, void* argument) {
     list.clear();
-    const std::string_view line = viewOf(text);
-    const Separators set(viewOf(separators));
-    for (std::size_t start = set.nextOther(line, 0); start < line.size();) {
-        const std::size_t end = set.next(line, start);
-        const std::string token(line.substr(start, end - start));
+    text::Fields fields(text::viewOf(text), text::viewOf(separators));
+    for (std::string_view field; fields.next(field);) {
+        if (field.empty()) continue;
+        const std::string token(field);
         if (callback && argument) callback(token, argument);
         list.push_back(token);
-        start = set.nextOther(line, end);
     }
 }
 
 void Utils::trimString(std::string& text, const char* chars) {
-    trimEnds(text, chars ? std::string_view(chars) : kWhiteSpace);
+    trimInPlace(text, chars ? std::string_view(chars) : text::kBlanks);
 }
 
 }  // namespace ZOV_SPACE

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Ascii.h"
+#include "Text.h"
 #include "Utils.h"
 #include "io/BufferBase.h"
 #include "io/InputStream.h"
@@ -104,7 +104,7 @@ int firstRow(const Row (&table)[n], Predicate predicate) {
 
 int rowOfExtension(std::string_view extension) {
     return firstRow(kExtensions,
-                    [=](const ExtensionRow& row) { return ascii::sameIgnoringCase(row.extension, extension); });
+                    [=](const ExtensionRow& row) { return text::sameIgnoringCase(row.extension, extension); });
 }
 
 struct TestRange {
@@ -184,14 +184,14 @@ bool FileTypeIdent::isExtInList(const char* extension, const char* list) {
     StringHelper::trim(wanted, kBlanks);
     const auto pieces = trimmedPieces(list);
     return std::any_of(pieces.begin(), pieces.end(),
-                       [&](const std::string& piece) { return ascii::sameIgnoringCase(piece, wanted); });
+                       [&](const std::string& piece) { return text::sameIgnoringCase(piece, wanted); });
 }
 
 int FileTypeIdent::indexTypeTbl(const std::string& extension) { return rowOfExtension(extension); }
 
 int FileTypeIdent::indexContentTbl(const std::string& contentType) {
     return firstRow(kContentTypes, [&](const ContentTypeRow& row) {
-        return ascii::sameIgnoringCase(row.contentType.substr(0, contentType.size()), contentType);
+        return text::startsWithIgnoringCase(row.contentType, contentType);
     });
 }
 

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "Ascii.h"
 #include "FileTypeIdent.h"
+#include "Text.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -47,7 +47,7 @@ bool has(Bytes head, int length, int needed, std::string_view magic, int offset 
 
 // REQUIRES: as many bytes as the tag has. The tag has no byte 0, so that the comparison also ends at one.
 bool hasTag(Bytes bytes, std::string_view tag) {
-    return ascii::sameIgnoringCase({reinterpret_cast<const char*>(bytes), tag.size()}, tag);
+    return text::sameIgnoringCase({reinterpret_cast<const char*>(bytes), tag.size()}, tag);
 }
 
 bool beginsWithTag(Bytes head, int length, std::string_view tag) {

@@ -3,8 +3,7 @@
 #ifndef COMMON_STL_ASCII_H
 #define COMMON_STL_ASCII_H
 
-#include <algorithm>
-#include <string_view>
+#include <array>
 
 namespace ZOV_SPACE::ascii {
 
@@ -17,18 +16,21 @@ constexpr bool isCntrl(char c) { return (c >= 0 && c < ' ') || c == 0x7F; }
 constexpr char toLower(char c) { return isUpper(c) ? static_cast<char>(c + ('a' - 'A')) : c; }
 constexpr char toUpper(char c) { return isLower(c) ? static_cast<char>(c - ('a' - 'A')) : c; }
 
+// By byte; -1 for what is no hexadecimal digit. A table, because pattern files are made of these digits.
+inline constexpr auto kHexValues = [] {
+    std::array<signed char, 256> values{};
+    values.fill(-1);
+    for (unsigned char i = 0; i < 16; ++i) {
+        values[static_cast<unsigned char>("0123456789abcdef"[i])] = static_cast<signed char>(i);
+        values[static_cast<unsigned char>("0123456789ABCDEF"[i])] = static_cast<signed char>(i);
+    }
+    return values;
+}();
+
 // The value of a hexadecimal digit of either case, or -1.
-constexpr int hexValue(char c) {
-    if (isDigit(c)) return c - '0';
-    const char lower = toLower(c);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
+constexpr int hexValue(char c) { return kHexValues[static_cast<unsigned char>(c)]; }
 
 constexpr bool isXDigit(char c) { return hexValue(c) >= 0; }
-
-constexpr bool sameIgnoringCase(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return toLower(x) == toLower(y); });
-}
 
 }  // namespace ZOV_SPACE::ascii
 

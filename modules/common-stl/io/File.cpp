@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "NoCancel.h"
+#include "io/FileIo.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -30,7 +31,7 @@ struct CloseDirectory {
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 Directory openDirectory(int parent, const char* path, int extraFlags = 0) {
-    OwnFd fd(::openat(parent, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | extraFlags));
+    OwnFd fd = openFileAt(parent, path, O_RDONLY | O_DIRECTORY | extraFlags);
     if (!fd) return nullptr;
     Directory directory(::fdopendir(fd.get()));
     if (directory) fd.release();
@@ -182,7 +183,7 @@ bool File::renameTo(const File& target) const { return std::rename(_path.c_str()
 
 OwnFd File::createTemporary(std::string& path, std::string_view prefix) {
     path.assign(kTemporaryDirectory).append(prefix).append(kTemporaryTemplate);
-    OwnFd fd(::mkostemp(path.data(), O_CLOEXEC));
+    OwnFd fd = createTemporaryFile(path.data());
     if (!fd) path.clear();
     return fd;
 }

@@ -11,6 +11,7 @@
 #include <new>
 
 #include "BufferSupport.h"
+#include "io/FileIo.h"
 
 namespace ZOV_SPACE {
 
@@ -20,15 +21,6 @@ constexpr long kMoveBytes = 65536;
 constexpr mode_t kMode = S_IRUSR | S_IWUSR;
 
 [[noreturn]] void raiseErrno(int error = errno) { kBufferUnit.raise<IOException>(systemErrorText(error)); }
-
-int openAnonymous() {
-    const int fd = ::open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, kMode);
-    if (fd >= 0) return fd;
-    char path[] = "/tmp/XXXXXX";  // The file system has no unnamed files.
-    const int named = ::mkostemp(path, O_CLOEXEC);
-    if (named >= 0) ::unlink(path);
-    return named;
-}
 
 }  // namespace
 
@@ -43,10 +35,10 @@ FileBufferBase::~FileBufferBase() {
 void FileBufferBase::_init() {
     _type = kTypeFile;
     if (_path.empty()) {
-        _file.reset(openAnonymous());
+        _file = createAnonymousFile();
     } else {
         _path += "/XXXXXX";
-        _file.reset(::mkostemp(_path.data(), O_CLOEXEC));
+        _file = createTemporaryFile(_path.data());
         _created = static_cast<bool>(_file);
     }
     _valid = static_cast<bool>(_file);
@@ -56,7 +48,7 @@ void FileBufferBase::open() {
     if (_path.empty()) kBufferUnit.raise<IOException>("The method is not supported, if the file name is empty.");
     Monitor guard(_mutex);
     if (_valid || !_created) return;
-    _file.reset(::open(_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kMode));
+    _file = openFile(_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, kMode);
     _valid = static_cast<bool>(_file);
     _window.drop();
     _setSize(0);
@@ -92,8 +84,8 @@ void FileBufferBase::_fileMove(long to, long from) {
         const long n = std::min(left, pieceBytes);
         left -= n;
         const long offset = to > from ? left : done;
-        if (preadAll(_file.get(), piece.get(), n, from + offset) < n) raiseErrno(EIO);
-        pwriteAll(_file.get(), piece.get(), n, to + offset);
+        if (readFile(_file.get(), piece.get(), n, from + offset) < n) raiseErrno(EIO);
+        writeFile(_file.get(), piece.get(), n, to + offset);
         done += n;
     }
 }
@@ -162,7 +154,7 @@ int FileBufferBase::insert(long pos, const char* buf, int n) {
     while (error == EINTR);
     if (error != 0) raiseErrno(error);
     _fileMove(pos + n, pos);
-    pwriteAll(_file.get(), buf, n, pos);
+    writeFile(_file.get(), buf, n, pos);
     _setSize(_size + n);
     return n;
 }

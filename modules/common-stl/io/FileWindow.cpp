@@ -1,39 +1,24 @@
 #include "io/FileWindow.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
 #include "BufferSupport.h"
+#include "io/FileIo.h"
 
 namespace ZOV_SPACE {
 
-long preadAll(int fd, char* buf, long n, long pos) {
-    long done = 0;
-    while (done < n) {
-        const ssize_t count = ::pread(fd, buf + done, static_cast<std::size_t>(n - done), off_t{pos} + done);
-        if (count == 0) break;
-        if (count > 0) {
-            done += static_cast<long>(count);
-        } else if (errno != EINTR) {
-            kBufferUnit.raise<IOException>(systemErrorText());
-        }
-    }
-    return done;
+long readFile(int fd, char* buf, long n, long pos) {
+    const std::int64_t count = readAllAt(fd, buf, static_cast<std::size_t>(n), pos);
+    if (count < 0) kBufferUnit.raise<IOException>(systemErrorText());
+    return static_cast<long>(count);
 }
 
-void pwriteAll(int fd, const char* buf, long n, long pos) {
-    for (long done = 0; done < n;) {
-        const ssize_t count = ::pwrite(fd, buf + done, static_cast<std::size_t>(n - done), off_t{pos} + done);
-        if (count >= 0) {
-            done += static_cast<long>(count);
-        } else if (errno != EINTR) {
-            kBufferUnit.raise<IOException>(systemErrorText());
-        }
-    }
+void writeFile(int fd, const char* buf, long n, long pos) {
+    if (!writeAllAt(fd, buf, static_cast<std::size_t>(n), pos)) kBufferUnit.raise<IOException>(systemErrorText());
 }
 
 int FileWindow::read(int fd, long pos, char* buf, int n, long contentEnd) {
@@ -42,7 +27,7 @@ int FileWindow::read(int fd, long pos, char* buf, int n, long contentEnd) {
         if (!holds(pos + done)) {
             if (n - done >= kBytes) {
                 flush(fd);
-                return done + static_cast<int>(preadAll(fd, buf + done, n - done, pos + done));
+                return done + static_cast<int>(readFile(fd, buf + done, n - done, pos + done));
             }
             select(fd, pos + done, contentEnd);
             if (!holds(pos + done)) break;
@@ -63,8 +48,8 @@ void FileWindow::write(int fd, long pos, const char* buf, int n, long contentEnd
         drop();
         // What makes the file longer first: on a full disk that fails, and nothing is overwritten yet.
         const int inside = static_cast<int>(std::clamp<long>(contentEnd - pos, 0, n));
-        pwriteAll(fd, buf + inside, n - inside, pos + inside);
-        pwriteAll(fd, buf, inside, pos);
+        writeFile(fd, buf + inside, n - inside, pos + inside);
+        writeFile(fd, buf, inside, pos);
         return;
     }
     select(fd, pos, contentEnd);
@@ -77,7 +62,7 @@ void FileWindow::write(int fd, long pos, const char* buf, int n, long contentEnd
 
 void FileWindow::flush(int fd) {
     if (_dirtyEnd == 0) return;
-    pwriteAll(fd, _bytes.get() + _dirtyBegin, _dirtyEnd - _dirtyBegin, _start + _dirtyBegin);
+    writeFile(fd, _bytes.get() + _dirtyBegin, _dirtyEnd - _dirtyBegin, _start + _dirtyBegin);
     _dirtyBegin = _dirtyEnd = 0;
 }
 
@@ -102,7 +87,7 @@ void FileWindow::select(int fd, long pos, long contentEnd) {
     if (!_bytes) _bytes.reset(new (std::nothrow) char[kBytes]);
     if (!_bytes) kBufferUnit.raise<IOException>(systemErrorText(ENOMEM));
     const long wanted = std::clamp<long>(contentEnd - start, 0, kBytes);
-    _filled = static_cast<int>(preadAll(fd, _bytes.get(), wanted, start));
+    _filled = static_cast<int>(readFile(fd, _bytes.get(), wanted, start));
     _start = start;
     _selected = true;
 }

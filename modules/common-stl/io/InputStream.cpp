@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "Raise.h"
+#include "io/FileIo.h"
 
 namespace ZOV_SPACE {
 
@@ -30,11 +31,9 @@ void requireOpen(bool closed) {
 }
 
 int readDescriptor(int fd, char* buf, int len) {
-    for (;;) {
-        const ssize_t count = ::read(fd, buf, static_cast<std::size_t>(len));
-        if (count >= 0) return static_cast<int>(count);
-        if (errno != EINTR) kUnit.raise<IOException>(systemErrorText());
-    }
+    const ssize_t count = readSome(fd, buf, static_cast<std::size_t>(len));
+    if (count < 0) kUnit.raise<IOException>(systemErrorText());
+    return static_cast<int>(count);
 }
 
 std::unique_ptr<char[]> allocate(int bytes) {
@@ -77,7 +76,8 @@ bool InputStream::markSupported() { return false; }
 void InputStream::mark(int) {}
 void InputStream::reset() {}
 
-FileInputStream::FileInputStream(const char* path) : _fd(::open(path ? path : "", O_RDONLY | O_CLOEXEC)), _opened(_fd) {
+FileInputStream::FileInputStream(const char* path) : _opened(openFile(path ? path : "", O_RDONLY)) {
+    _fd = _opened.get();
     if (_fd < 0) kUnit.raise<IOException>(std::string(path ? path : "") + ": " + systemErrorText());
 }
 

@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "Raise.h"
+#include "io/FileIo.h"
 
 namespace ZOV_SPACE {
 
@@ -49,7 +50,8 @@ int OutputStream::write(const char* s) {
 int OutputStream::write(const char*, int) { raiseUnimplemented(); }
 
 FileOutputStream::FileOutputStream(const char* path, int flags)
-    : _fd(::open(path ? path : "", flags | O_CLOEXEC, kNewFileMode)), _opened(_fd) {
+    : _opened(openFile(path ? path : "", flags, kNewFileMode)) {
+    _fd = _opened.get();
     if (_fd < 0) kUnit.raise<IOException>(std::string(path ? path : "") + ": " + systemErrorText());
 }
 
@@ -72,14 +74,7 @@ int FileOutputStream::write(char c) { return write(&c, 1); }
 int FileOutputStream::write(const char* buf, int len) {
     checkOpen();
     if (buf == nullptr || len < 1) return 0;
-    for (int done = 0; done < len;) {
-        const ssize_t count = ::write(_fd, buf + done, static_cast<std::size_t>(len - done));
-        if (count >= 0) {
-            done += static_cast<int>(count);
-        } else if (errno != EINTR) {
-            kUnit.raise<IOException>(systemErrorText());
-        }
-    }
+    if (!writeAll(_fd, buf, static_cast<std::size_t>(len))) kUnit.raise<IOException>(systemErrorText());
     return len;
 }
 

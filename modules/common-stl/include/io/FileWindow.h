@@ -39,9 +39,9 @@ private:
     bool _selected = false;
 };
 
-// The whole range, through as many calls as it takes. The read returns fewer bytes only at the file's end.
-long preadAll(int fd, char* buf, long n, long pos);
-void pwriteAll(int fd, const char* buf, long n, long pos);
+// The whole range; IOException otherwise. The read returns fewer bytes only at the file's end.
+long readFile(int fd, char* buf, long n, long pos);
+void writeFile(int fd, const char* buf, long n, long pos);
 
 }  // namespace ZOV_SPACE
 

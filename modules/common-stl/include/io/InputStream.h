@@ -57,7 +57,7 @@ public:
 
 private:
     bool _closed = false;
-    int _fd;
+    int _fd = -1;
     off_t _mark = -1;  // -1: none set.
     OwnFd _opened;
 };

@@ -53,7 +53,7 @@ private:
     void checkOpen() const;
 
     bool _closed = false;
-    int _fd;
+    int _fd = -1;
     OwnFd _opened;
 };
 

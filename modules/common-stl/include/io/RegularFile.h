@@ -10,14 +10,12 @@
 #include <cstdint>
 #include <optional>
 
-#include "io/OwnFd.h"
+#include "io/FileIo.h"
 
 namespace ZOV_SPACE {
 
 // Opens for reading without waiting for anything; links are followed. Holds nothing, with errno set, on failure.
-inline OwnFd openForReading(const char* path) {
-    return OwnFd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-}
+inline OwnFd openForReading(const char* path) { return openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY); }
 
 // The size in bytes of an open regular file; nothing, with errno set, for anything else.
 inline std::optional<std::uint64_t> regularFileSize(int fd) {
