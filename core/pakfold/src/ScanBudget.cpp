@@ -24,9 +24,13 @@ std::int64_t ScanBudget::left(const std::int64_t ScanBudget::*units) {
     return _current ? _current->*units : std::numeric_limits<std::int64_t>::max();
 }
 
-void ScanBudget::chargeDiscardedBytes(std::int64_t n) {
-    if (!takeDiscardedBytes(n)) kUnit.raise<OutOfBudgetException>("Out of budget");
+static void require(bool enough) {
+    if (!enough) kUnit.raise<OutOfBudgetException>("Out of budget");
 }
+
+void ScanBudget::chargeDiscardedBytes(std::int64_t n) { require(takeDiscardedBytes(n)); }
+
+void ScanBudget::chargeTakenBytes(std::int64_t n) { require(take(&ScanBudget::_takenBytes, n)); }
 
 bool ScanBudget::takeDiscardedBytes(std::int64_t n) { return take(&ScanBudget::_discardedBytes, n); }
 

@@ -1,5 +1,6 @@
-// ScanBudget: work that one scan may spend on bytes which nobody looks at or which an archive's own programs ask for.
-// The archives themselves bound none of it: an entry that is skipped may have to be decoded all the same.
+// ScanBudget: work that one scan may spend on unpacking: bytes that somebody takes, bytes which nobody looks at, and
+// what an archive's own programs ask for. The archives themselves bound none of it: archives in archives are unpacked
+// again and again, and an entry that is skipped may have to be decoded all the same.
 //
 // The scan keeps a budget and installs it for its thread; whoever spends asks for the current one. Without one, as in
 // tools and tests of single parts, spending is free.
@@ -22,7 +23,8 @@ public:
 class ScanBudget {
 public:
     static constexpr std::int64_t kDiscardedBytes = std::int64_t{1} << 30;
-    // A dropped byte from a PPM model counts as so many.
+    static constexpr std::int64_t kTakenBytes = std::int64_t{4} << 30;
+    // A byte from a PPM model counts as so many, taken or dropped.
     static constexpr std::int64_t kBytesPerPpmSymbol = 16;
     static constexpr std::int64_t kVmInstructions = 250'000'000;
     static constexpr std::int64_t kVmCodeBytes = std::int64_t{16} << 20;
@@ -46,6 +48,9 @@ public:
     static bool takeDiscardedBytes(std::int64_t n);
     static std::int64_t discardedBytesLeft();  // A very large number without a budget.
 
+    // For output that somebody takes. Throws OutOfBudgetException "Out of budget" once more than kTakenBytes were.
+    static void chargeTakenBytes(std::int64_t n);
+
     // Take `n` units and return true, or return false when fewer are left; then the rest is gone, too.
     static bool takeVmInstructions(std::int64_t n);
     static bool takeVmCodeBytes(std::int64_t n);
@@ -59,6 +64,7 @@ private:
     static thread_local ScanBudget* _current;
 
     std::int64_t _discardedBytes = kDiscardedBytes;
+    std::int64_t _takenBytes = kTakenBytes;
     std::int64_t _vmInstructions = kVmInstructions;
     std::int64_t _vmCodeBytes = kVmCodeBytes;
 };
