@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include "NoCancel.h"
 #include "PatternLoader.h"
 #include "PatternSlot.h"
 #include "ResultText.h"
@@ -57,6 +58,8 @@ struct Library {
 };
 
 bool openLibrary(const std::string& path, Library& library, std::string& message) {
+    // Cancelled in there, a thread would leave the loader's locks taken.
+    const ZOV_SPACE::NoCancel guard;
     // A FIFO of that name would block for ever.
     void* const handle = ZOV_SPACE::File(path).isFile() ? ::dlopen(path.c_str(), RTLD_LAZY) : nullptr;
     if (!handle) {

@@ -14,7 +14,7 @@
 #include "VoleUtil.h"
 #include "io/BufferBase.h"
 #include "io/File.h"
-#include "io/OwnFd.h"
+#include "io/FileIo.h"
 #include "util/Diag.h"
 #include "utils/Crc.h"
 
@@ -53,21 +53,21 @@ std::vector<std::string> componentsOf(const std::string& path) {
 
 // Opens the dump directory, which may be a link and is made, with its parents, when there is none.
 OwnFd openDumpDirectory(const std::string& path) {
-    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-    OwnFd directory(::open(path.c_str(), kFlags));
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY;
+    OwnFd directory = ZOV_SPACE::openFile(path.c_str(), kFlags);
     if (directory || errno != ENOENT) return directory;
     ZOV_SPACE::File(path).mkdirs();  // Whether it worked shows next.
-    return OwnFd(::open(path.c_str(), kFlags));
+    return ZOV_SPACE::openFile(path.c_str(), kFlags);
 }
 
 OwnFd enterFolder(const OwnFd& parent, const std::string& name) {
     ::mkdirat(parent.get(), name.c_str(), kFolderMode);  // Whether it worked, or there was one, shows next.
-    return OwnFd(::openat(parent.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return ZOV_SPACE::openFileAt(parent.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
 }
 
 OwnFd createFile(const OwnFd& folder, const std::string& name) {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    OwnFd file(::openat(folder.get(), name.c_str(), kFlags, kFileMode));
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK;
+    OwnFd file = ZOV_SPACE::openFileAt(folder.get(), name.c_str(), kFlags, kFileMode);
     struct stat status;
     if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return OwnFd();
     return file;
