@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "Ascii.h"
 #include "Raise.h"
@@ -18,15 +19,6 @@ constexpr ThrowUnit kUnit{"Utils"};
 constexpr std::size_t kFormatBufferSize = 4096;  // The terminating NUL included.
 
 void trimInPlace(std::string& text, std::string_view set) { text = std::string(text::trim(text, set)); }
-
-void replaceOnce(std::string& text, std::string_view from, std::string_view to) {
-    std::string result;
-    std::size_t done = 0;
-    for (std::size_t at; (at = text.find(from, done)) != std::string::npos; done = at + from.size()) {
-        result.append(text, done, at - done).append(to);
-    }
-    text = result.append(text, done);
-}
 
 unsigned int digitOrRaise(char c, int base) {
     switch (base) {
@@ -86,20 +78,30 @@ void StringHelper::replaceChar(std::string& text, char from, char to) {
     std::replace(text.begin(), text.end(), from, to);
 }
 
+// The text moves from `pending`, where it stands backwards, to `result`, which never has an occurrence in it behind
+// `settled`. A replacement goes back to `pending`, so that it is looked at together with what surrounds it.
 void StringHelper::replace(std::string& text, const char* from, const char* to) {
     if (!from || !*from || !to) return;
     const std::string_view what(from), by(to);
-    if (by.find(what) != std::string_view::npos) return replaceOnce(text, what, by);
+    const std::string again(by.rbegin(), by.rend());
+    std::size_t looksAgain = std::string::npos;  // A text that does not grow ends by itself.
+    if (by.size() > what.size()) looksAgain = kMaxGrowingReplacements;
+    if (by.find(what) != std::string_view::npos) looksAgain = 0;
 
-    // A text that does not grow ends by itself: it gets shorter, or steadily earlier or later in the dictionary.
-    const bool growing = by.size() > what.size();
-    std::size_t at = 0;
-    for (std::size_t count = 0; !growing || count < kMaxGrowingReplacements; ++count) {
-        at = text.find(what, at);
-        if (at == std::string::npos) return;
-        text.replace(at, what.size(), by);
-        at -= std::min(at, what.size() - 1);  // Nothing before this can have become an occurrence.
+    std::string result, pending(text.rbegin(), text.rend());
+    for (std::size_t settled = 0; !pending.empty();) {
+        result.push_back(pending.back());
+        pending.pop_back();
+        if (result.size() - settled < what.size() || !result.ends_with(what)) continue;
+        result.resize(result.size() - what.size());
+        if (looksAgain > 0) {
+            --looksAgain;
+            pending += again;
+        } else {
+            settled = result.append(by).size();
+        }
     }
+    text = std::move(result);
 }
 
 void StringHelper::toupper(std::string& text) {
@@ -186,9 +188,9 @@ void Utils::stringTokenizer(const char* text, std::vector<std::string>& list, co
     text::Fields fields(text::viewOf(text), text::viewOf(separators));
     for (std::string_view field; fields.next(field);) {
         if (field.empty()) continue;
-        const std::string token(field);
+        std::string token(field);
         if (callback && argument) callback(token, argument);
-        list.push_back(token);
+        list.push_back(std::move(token));
     }
 }
 

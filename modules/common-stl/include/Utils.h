@@ -32,11 +32,10 @@ public:
 
     static void replaceChar(std::string& text, char from, char to);
 
-    // Replaces `from` by `to`, searching again from the start after each replacement, so that what a replacement
-    // brings together is replaced as well ("aab" with "ab" -> "b" gives "b"). Nothing happens when either is null or
-    // `from` is empty. Replacing that could go on for ever is bounded:
-    //   - when `to` contains `from`, every occurrence in the original text is replaced once, from left to right;
-    //   - when `to` is longer than `from`, it ends after kMaxGrowingReplacements.
+    // Replaces every `from` by `to`, searching again from the start after each replacement, so that what a
+    // replacement brings together is replaced as well ("aab" with "ab" -> "b" gives "b"). Nothing happens when either
+    // is null or `from` is empty. What could go on for ever is bounded: a replacement is not looked at again when `to`
+    // contains `from`, nor, when `to` is longer than `from`, after the first kMaxGrowingReplacements.
     static void replace(std::string& text, const char* from, const char* to);
     static constexpr std::size_t kMaxGrowingReplacements = 65536;
 
@@ -78,9 +77,9 @@ public:
     static std::string getLocalDate();  // "2024-01-31"
     static std::string getLocalTime();  // "23:59:59"
 
-    using TokenCallback = void (*)(const std::string& token, void* argument);
-    // Replaces the contents of `list` by the runs of characters outside `separators`. Each token goes to the callback
-    // before it is appended, provided that both the callback and its argument are given.
+    using TokenCallback = void (*)(std::string& token, void* argument);
+    // Replaces the contents of `list` by the runs of characters outside `separators`. Each token goes to the callback,
+    // which may change it, before it is appended, provided that both the callback and its argument are given.
     static void stringTokenizer(const char* text, std::vector<std::string>& list, const char* separators,
                                 TokenCallback callback = nullptr, void* argument = nullptr);
 
