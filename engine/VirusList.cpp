@@ -31,8 +31,8 @@ void forEachName(const ZOV_SPACE::XMLTree& tree, const char* path, Add add) {
     if (!node) return;
     for (int i = 0; i < node->getChildLength(); ++i) {
         const ZOV_SPACE::XMLNode* const child = node->getChild(i);
-        const std::string* const name = child ? child->getAttribute(kNameAttribute) : nullptr;
-        if (name) add(*name);
+        const auto name = child ? child->getAttribute(kNameAttribute) : std::nullopt;
+        if (name) add(std::string(*name));
     }
 }
 

@@ -1,15 +1,26 @@
+// How a document becomes a tree. expat is fed piece by piece and calls back for every start and end of an element; the
+// elements that are open stand on a stack of ours. Elements go to one flat store and know their children by address, so
+// nothing here recurses, however deep a document is nested.
+//
+// Memory. What the tree takes is added up as it grows, together with what expat keeps for every open element, and ends
+// at XMLLimits::kMemoryBytes: a document type's default values can make a small file into any amount of attributes.
+//
+// Tokens. Versions of expat differ in when they look at a token that is not complete yet, so where it stands after a
+// piece proves nothing. A token's length is asked for when expat reports it. For one that is never completed, what was
+// fed since is bounded: no version lets more than twice a token's length, and a piece, lie unread.
 #include "util/XMLTree.h"
 
 #include <expat.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <exception>
 #include <new>
 #include <type_traits>
+#include <unordered_set>
 
 #include "Raise.h"
+#include "Text.h"
 #include "io/InputStream.h"
 
 namespace ZOV_SPACE {
@@ -17,7 +28,12 @@ namespace {
 
 constexpr ThrowUnit kUnit{"util/XMLTree"};
 
-constexpr int kPieceSize = 16384;
+constexpr std::size_t kPieceSize = 16384;
+constexpr std::size_t kMostUnread = 2 * XMLLimits::kTokenBytes + kPieceSize;
+constexpr std::size_t kTextPage = 64u << 10;
+// Bytes that are paid for besides, roughly: what expat keeps for an open element, and an entry of our table of names.
+constexpr std::size_t kOpenElement = 256;
+constexpr std::size_t kNameEntry = 64;
 
 struct FreeParser {
     void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
@@ -38,20 +54,18 @@ public:
         XML_SetUserData(parser, this);
         XML_SetElementHandler(parser, &onStart, &onEnd);
         XML_SetEntityDeclHandler(parser, &onEntityDeclaration);
+        XML_SetCharacterDataHandler(parser, &onText);
+        XML_SetDefaultHandlerExpand(parser, &onOther);
     }
 
-    void feed(const char* data, int length, bool last) {
-        _documentBytes += static_cast<std::size_t>(length);
+    void feed(const char* data, std::size_t length, bool last) {
+        _documentBytes += length;
         if (_documentBytes > XMLLimits::kDocumentBytes) refuse("document too long");
-        const XML_Status status = XML_Parse(_parser, data, length, last);
+        const XML_Status status = XML_Parse(_parser, data, static_cast<int>(length), last);
         if (_thrown) std::rethrow_exception(_thrown);
         if (status != XML_STATUS_OK) refuse(XML_ErrorString(XML_GetErrorCode(_parser)));
-        // expat looks again at an unfinished token from its start with every piece: a long one costs the square.
-        const auto tokenStart = static_cast<std::int64_t>(XML_GetCurrentByteIndex(_parser));
-        const auto fed = static_cast<std::int64_t>(_documentBytes);
-        if (tokenStart >= 0 && fed - tokenStart > static_cast<std::int64_t>(XMLLimits::kTokenBytes)) {
-            refuse("token too long");
-        }
+        const auto read = static_cast<std::int64_t>(XML_GetCurrentByteIndex(_parser));
+        if (read >= 0 && static_cast<std::int64_t>(_documentBytes) - read > std::int64_t{kMostUnread}) refuseToken();
     }
 
     XMLTree takeTree() { return std::move(_tree); }
@@ -63,13 +77,26 @@ private:
 
     // Comes for an empty element even when the parser was stopped at its start.
     static void XMLCALL onEnd(void* self, const XML_Char*) {
-        static_cast<XMLTreeBuilder*>(self)->guarded([](XMLTreeBuilder& builder) { builder._path.pop_back(); });
+        static_cast<XMLTreeBuilder*>(self)->guarded([](XMLTreeBuilder& builder) {
+            builder.checkToken();
+            builder._path.pop_back();
+            builder._memory -= kOpenElement;
+        });
     }
 
     static void XMLCALL onEntityDeclaration(void* self, const XML_Char*, int, const XML_Char*, int, const XML_Char*,
                                             const XML_Char*, const XML_Char*, const XML_Char*) {
         static_cast<XMLTreeBuilder*>(self)->guarded(
             [](XMLTreeBuilder& builder) { builder.refuse("entity declarations are not accepted"); });
+    }
+
+    // Text, like white space outside the root, comes in pieces as they happen to be fed.
+    static void XMLCALL onText(void*, const XML_Char*, int) {}
+
+    // Comments, declarations and all else that has no handler of its own.
+    static void XMLCALL onOther(void* self, const XML_Char* bytes, int length) {
+        if (length > 0 && ascii::isSpace(bytes[0])) return;
+        static_cast<XMLTreeBuilder*>(self)->guarded([](XMLTreeBuilder& builder) { builder.checkToken(); });
     }
 
     template <class Handler>
@@ -83,33 +110,67 @@ private:
         }
     }
 
+    void checkToken() const {
+        if (static_cast<std::size_t>(XML_GetCurrentByteCount(_parser)) > XMLLimits::kTokenBytes) refuseToken();
+    }
+
     void start(const XML_Char* name, const XML_Char** attributes) {
-        if (_path.size() >= XMLLimits::kDepth) refuse("elements nested too deep");
-        if (_tree._nodes.size() >= XMLLimits::kElements) refuse("too many elements");
-        XMLNode& node = _tree._nodes.emplace_back(text(name));
-        for (; *attributes; attributes += 2) {
-            if (++_attributes > XMLLimits::kAttributes) refuse("too many attributes");
-            node._attributes.emplace_back(text(attributes[0]), text(attributes[1]));
-        }
+        checkToken();
+        charge(sizeof(XMLNode) + 2 * sizeof(XMLNode*) + kOpenElement);  // The parent's list of children grows by half.
+        XMLNode& node = _tree._nodes.emplace_back(nameText(name));
+        std::size_t count = 0;
+        while (attributes[2 * count]) ++count;
+        if (count > 0) setAttributes(node, attributes, count);
         if (!_path.empty()) _path.back()->_children.push_back(&node);
         _path.push_back(&node);
     }
 
-    std::string text(const XML_Char* bytes) {
-        const std::size_t length = std::strlen(bytes);
-        if (length > XMLLimits::kTextBytes - _textBytes) refuse("too much text in elements");
-        _textBytes += length;
-        return std::string(bytes, length);
+    void setAttributes(XMLNode& node, const XML_Char** attributes, std::size_t count) {
+        charge(count * sizeof(XMLNode::Attribute));
+        node._attributes = std::make_unique<XMLNode::Attribute[]>(count);
+        node._attributeCount = count;
+        for (std::size_t i = 0; i < count; ++i) {
+            node._attributes[i] = {nameText(attributes[2 * i]), text(attributes[2 * i + 1])};
+        }
     }
+
+    // Elements and attributes have few names.
+    std::string_view nameText(std::string_view name) {
+        const auto known = _names.find(name);
+        if (known != _names.end()) return *known;
+        charge(kNameEntry);
+        return *_names.insert(text(name)).first;
+    }
+
+    // A copy of the bytes in the tree's pages, which never move.
+    std::string_view text(std::string_view bytes) {
+        std::deque<std::string>& pages = _tree._texts;
+        if (pages.empty() || bytes.size() > pages.back().capacity() - pages.back().size()) {
+            const std::size_t page = std::max(bytes.size(), kTextPage);
+            charge(page);
+            pages.emplace_back().reserve(page);
+        }
+        std::string& page = pages.back();
+        const std::size_t at = page.size();
+        page += bytes;
+        return std::string_view(page).substr(at);
+    }
+
+    void charge(std::size_t bytes) {
+        if (bytes > XMLLimits::kMemoryBytes - _memory) refuse("too much memory needed");
+        _memory += bytes;
+    }
+
+    [[noreturn]] void refuseToken() const { refuse("token too long"); }
 
     [[noreturn]] void refuse(const std::string& why) const { kUnit.raise<Exception>(atLine(_parser, why)); }
 
     XML_Parser _parser;
     XMLTree _tree;
     std::vector<XMLNode*> _path;  // From the root to the element that is open.
+    std::unordered_set<std::string_view> _names;
     std::size_t _documentBytes = 0;
-    std::size_t _textBytes = 0;
-    std::size_t _attributes = 0;
+    std::size_t _memory = 0;
     std::exception_ptr _thrown;
 };
 
@@ -125,9 +186,9 @@ public:
         XMLTreeBuilder builder(_parser.get());
         std::vector<char> piece(kPieceSize);
         for (;;) {
-            const int length = stream.read(piece.data(), kPieceSize);
+            const int length = stream.read(piece.data(), static_cast<int>(kPieceSize));
             if (length <= 0) break;
-            builder.feed(piece.data(), length, false);
+            builder.feed(piece.data(), static_cast<std::size_t>(length), false);
         }
         builder.feed(nullptr, 0, true);
         _tree = builder.takeTree();
@@ -143,19 +204,18 @@ const XMLNode* XMLNode::getChild(int index) const {
     return index >= 0 && index < getChildLength() ? _children[static_cast<std::size_t>(index)] : nullptr;
 }
 
-const std::string* XMLNode::getAttribute(std::string_view name) const {
-    for (const auto& [key, value] : _attributes) {
-        if (key == name) return &value;
+std::optional<std::string_view> XMLNode::getAttribute(std::string_view name) const {
+    for (std::size_t i = 0; i < _attributeCount; ++i) {
+        if (_attributes[i].name == name) return _attributes[i].value;
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 const XMLNode* XMLTree::getNode(std::string_view path, int index) const {
     if (_nodes.empty() || index < -1) return nullptr;
     std::vector<const XMLNode*> matches = {&_nodes.front()};
-    while (!path.empty()) {
-        const std::string_view key = path.substr(0, path.find('/'));
-        path.remove_prefix(std::min(key.size() + 1, path.size()));
+    text::Fields keys(path, "/");
+    for (std::string_view key; keys.next(key);) {
         if (key.empty()) continue;
         std::vector<const XMLNode*> next;
         for (const XMLNode* parent : matches) {

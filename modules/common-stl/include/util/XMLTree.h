@@ -5,18 +5,19 @@
 //     parser->load(stream);
 //     if (const XMLNode* node = parser->getTree().getNode("/FalseAlarm", -1)) ... node->getChild(0) ...
 //
-// Documents come from anywhere: what a document may cost is bounded by the constants of XMLLimits, and documents that
-// declare entities are refused.
+// Documents come from anywhere. How many elements one has and how deep they are nested does not matter; what it may
+// take is bounded by XMLLimits, and documents that declare entities are refused.
 //   Threads: a loaded tree may be read from any; loading is for one at a time.
 #ifndef COMMON_STL_UTIL_XMLTREE_H
 #define COMMON_STL_UTIL_XMLTREE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "CPObject.h"
@@ -26,33 +27,37 @@ namespace ZOV_SPACE {
 class InputStream;
 
 struct XMLLimits {
-    static constexpr std::size_t kDocumentBytes = 16u << 20;
-    static constexpr std::size_t kTokenBytes = 256u << 10;  // One tag, comment or the like.
-    static constexpr std::size_t kElements = 1u << 18;
-    static constexpr std::size_t kAttributes = 1u << 19;  // Of all elements; defaults from a document type count, too.
-    static constexpr std::size_t kTextBytes = 16u << 20;  // Element names, attribute names and values.
-    static constexpr std::size_t kDepth = 256;
+    static constexpr std::size_t kDocumentBytes = 256u << 20;
+    static constexpr std::size_t kTokenBytes = 256u << 10;  // One tag, comment, declaration or the like.
+    // The tree, and what the parser keeps for open elements. By the size of a pointer, of which a tree mostly consists:
+    // so as many elements fit in both word sizes.
+    static constexpr std::size_t kMemoryBytes = sizeof(void*) << 28;
 };
 
-// An element. Belongs to its tree, and so do its children.
-class XMLNode : public CPObject {
+// An element. Belongs to its tree, and so do its children and its texts.
+class XMLNode {
 public:
-    explicit XMLNode(std::string name) : _name(std::move(name)) {}
+    explicit XMLNode(std::string_view name) : _name(name) {}
     XMLNode(const XMLNode&) = delete;
     XMLNode& operator=(const XMLNode&) = delete;
 
-    const std::string& getName() const { return _name; }
+    std::string_view getName() const { return _name; }
     int getChildLength() const { return static_cast<int>(_children.size()); }
-    const XMLNode* getChild(int index) const;                      // Null when there is none.
-    const std::string* getAttribute(std::string_view name) const;  // Null when there is none.
+    const XMLNode* getChild(int index) const;  // Null when there is none.
+    std::optional<std::string_view> getAttribute(std::string_view name) const;
 
 private:
     friend class XMLTree;
     friend class XMLTreeBuilder;
 
-    std::string _name;
-    std::vector<std::pair<std::string, std::string>> _attributes;
-    std::vector<XMLNode*> _children;
+    struct Attribute {
+        std::string_view name, value;
+    };
+
+    std::string_view _name;
+    std::unique_ptr<Attribute[]> _attributes;
+    std::size_t _attributeCount = 0;
+    std::vector<const XMLNode*> _children;
 };
 
 class XMLTree : public CPObject {
@@ -69,7 +74,9 @@ public:
 private:
     friend class XMLTreeBuilder;
 
-    std::deque<XMLNode> _nodes;  // The root first. One flat store, so that taking it down does not recurse.
+    // The root first. One flat store: no depth can make building, walking or taking down the tree recurse.
+    std::deque<XMLNode> _nodes;
+    std::deque<std::string> _texts;  // Pages of them; names once each.
 };
 
 class XMLParser : public CPObject {
@@ -78,8 +85,8 @@ public:
     static std::unique_ptr<XMLParser> createDefaultXMLParser();
 
     // Reads the stream to its end and replaces the tree. Throws Exception: expat's text and the line for what is not
-    // well-formed, a text of its own and the line for what exceeds XMLLimits; what the stream throws passes through.
-    // The tree is empty then.
+    // well-formed, a text of its own and the line for what exceeds XMLLimits; std::bad_alloc; what the stream throws
+    // passes through. The tree is empty then.
     virtual void load(InputStream& stream) = 0;
 
     const XMLTree& getTree() const { return _tree; }
