@@ -11,7 +11,6 @@
 #include "io/BufferBaseStreams.h"
 #include "io/SmartBufferBase.h"
 #include "util/Diag.h"
-#include "utils/OutputSpace.h"
 
 using ZOV_SPACE::ArchiveEntryInfo;
 using ZOV_SPACE::OutputStream;
@@ -32,7 +31,7 @@ constexpr long kMostInMemory = 16L << 20;
 constexpr long kSmallestLoan = 64L << 10;
 
 // Writes a record's content, and has it scanned when it is complete.
-class ContentOutputStream : public ZOV_SPACE::BufferBaseOutputStream, public ZOV_SPACE::OutputSpace {
+class ContentOutputStream : public ZOV_SPACE::BufferBaseOutputStream {
 public:
     // `announced`: the content's size, in bytes, as the archive says it.
     // `spare` takes the content when it is needed no more.

@@ -21,12 +21,6 @@ using ZOV_SPACE::SmartBufferBase;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
-// Whether the file under the buffer, which is read as the scan goes, failed it: what was seen of it proves nothing.
-bool sourceFailed(const _st_ArchEntry& record) {
-    const auto* const buffer = dynamic_cast<const SmartBufferBase*>(record.buffer.get());
-    return buffer && buffer->sourceFailed();
-}
-
 bool recordMatches(const _st_ArchEntry& record, std::string& virusName) {
     if (!record.early) return scanContent(*record.buffer, virusName);
     diag::deliver(record.early->scanLines);
@@ -43,7 +37,8 @@ int scanAll(WorkList& workList, const OptionValues& options, std::string& virusN
         if (recordMatches(record, virusName)) return VOLE_FOUND;
         // What could not be unarchived has been logged; entries queued before that are still scanned.
         static_cast<void>(unarchiveOneFile(options, workList, record));
-        unreadable = unreadable || sourceFailed(record);
+        // A file is read as the scan goes. When it failed, what was seen of it proves nothing.
+        unreadable = unreadable || (record.buffer && record.buffer->sourceFailed());
     }
     return unreadable ? VOLE_CANNOT_READ : VOLE_CLEAN;
 }

@@ -19,10 +19,9 @@ public:
     WrappedLimitedBufferBase(std::unique_ptr<ZOV_SPACE::SmartBufferBase> inner, long limit);
     ~WrappedLimitedBufferBase() override;
 
-    // At most `wanted` writable bytes behind the content, fewer where the limit ends them, and
-    // making the first `n` of them content; see SmartBufferBase.
-    std::span<char> appendSpace(long wanted);
-    void commitAppend(long n) { _owned->commitAppend(n); }
+    // Fewer bytes than wanted where the limit ends them.
+    std::span<char> appendSpace(long wanted) override;
+    void commitAppend(long n) override { _owned->commitAppend(n); }
     // Content above the memory barrier of all buffers moves to a file; see SmartBufferBase.
     void useSharedBarrier() { _owned->useSharedBarrier(); }
     // Hands the content out; the buffer is empty from then on.

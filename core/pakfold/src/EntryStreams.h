@@ -63,6 +63,7 @@ public:
     void close() override;
     int write(char c) override;
     int write(const char* buf, int len) override;
+    bool discards() const override { return true; }
 };
 
 // Hands bytes on until the stream behind it throws UnarchiveRatioExceed, and drops the rest like NullOutputStream. For

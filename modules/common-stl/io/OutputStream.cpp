@@ -49,6 +49,10 @@ int OutputStream::write(const char* s) {
 
 int OutputStream::write(const char*, int) { raiseUnimplemented(); }
 
+std::span<char> OutputStream::lendSpace() { return {}; }
+void OutputStream::commitSpace(long) { raiseUnimplemented(); }
+bool OutputStream::discards() const { return false; }
+
 FileOutputStream::FileOutputStream(const char* path, int flags)
     : _opened(openFile(path ? path : "", flags, kNewFileMode)) {
     _fd = _opened.get();

@@ -77,7 +77,7 @@ void SmartBufferBase::_checkBarrier() {
 void SmartBufferBase::useSharedBarrier() {
     _ownBarrier = -1;
     _checkBarrier();
-    if (auto* blocks = dynamic_cast<MemBufferBase*>(_inner.get())) blocks->releaseSpare();
+    releaseSpare();
 }
 
 int SmartBufferBase::read(long pos) { return _storage().read(pos); }
@@ -134,27 +134,13 @@ int SmartBufferBase::getFileDescriptor() { return _inner ? _inner->getFileDescri
 
 std::span<const char> SmartBufferBase::view(long pos) { return _inner ? _inner->view(pos) : std::span<const char>{}; }
 
-std::span<char> SmartBufferBase::appendSpace(long n) {
-    BufferBase& storage = _storage();
-    if (auto* blocks = dynamic_cast<MemBufferBase*>(&storage)) return blocks->appendSpace(n);
-    if (auto* area = dynamic_cast<ContinuousMemBufferBase*>(&storage)) return area->appendSpace(n);
-    return {};
+std::span<char> SmartBufferBase::appendSpace(long n) { return _storage().appendSpace(n); }
+void SmartBufferBase::commitAppend(long n) { _storage().commitAppend(n); }
+
+void SmartBufferBase::releaseSpare() {
+    if (_inner) _inner->releaseSpare();
 }
 
-void SmartBufferBase::commitAppend(long n) {
-    BufferBase& storage = _storage();
-    if (auto* blocks = dynamic_cast<MemBufferBase*>(&storage)) {
-        blocks->commitAppend(n);
-    } else if (auto* area = dynamic_cast<ContinuousMemBufferBase*>(&storage)) {
-        area->commitAppend(n);
-    } else if (n > 0) {
-        kBufferUnit.raise<IOException>("Index out of bound");  // No space was given.
-    }
-}
-
-bool SmartBufferBase::sourceFailed() const {
-    const auto* source = dynamic_cast<const FileViewBufferBase*>(_inner.get());
-    return source != nullptr && source->sourceFailed();
-}
+bool SmartBufferBase::sourceFailed() const { return _inner && _inner->sourceFailed(); }
 
 }  // namespace ZOV_SPACE

@@ -16,7 +16,7 @@ void RarDecompressSession::decompress(InputStream& in, std::int64_t packedSize, 
                                       std::int64_t unpackedSize, int unpackVersion, int solid) {
     _isFresh = solid == 0 || !_out;
     _asked = solid == 0 ? _processor : nullptr;
-    _isDiscarded = dynamic_cast<NullOutputStream*>(&out) != nullptr;
+    _isDiscarded = out.discards();
     switch (unpackVersion) {
         case 20:
         case 26:

@@ -7,7 +7,6 @@
 #include <span>
 
 #include "Raise.h"
-#include "utils/OutputSpace.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -67,14 +66,13 @@ private:
 class Sink {
 public:
     // A processor is asked about pieces, so none is bypassed.
-    Sink(OutputStream& out, DecompressProcessor* processor)
-        : _out(out), _processor(processor), _lender(processor ? nullptr : dynamic_cast<OutputSpace*>(&out)) {}
+    Sink(OutputStream& out, DecompressProcessor* processor) : _out(out), _processor(processor), _lends(!processor) {}
 
     std::span<char> space() {
-        if (_lender) {
-            const std::span<char> lent = _lender->lendSpace();
+        if (_lends) {
+            const std::span<char> lent = _out.lendSpace();
             if (!lent.empty()) return lent;
-            _lender = nullptr;
+            _lends = false;
         }
         if (!_piece) _piece = std::make_unique_for_overwrite<char[]>(kPiece);
         return {_piece.get() + _filled, static_cast<std::size_t>(kPiece - _filled)};
@@ -82,8 +80,8 @@ public:
 
     // Takes `n` bytes of the space as filled. False when the processor wants no more.
     bool commit(std::size_t n) {
-        if (_lender) {
-            _lender->commitSpace(static_cast<long>(n));
+        if (_lends) {
+            _out.commitSpace(static_cast<long>(n));
             return true;
         }
         _filled += static_cast<int>(n);
@@ -104,7 +102,7 @@ private:
 
     OutputStream& _out;
     DecompressProcessor* _processor;
-    OutputSpace* _lender;
+    bool _lends;
     std::unique_ptr<char[]> _piece;
     int _filled = 0;
 };

@@ -25,7 +25,7 @@ public:
     // Inflates at most `compressedSize` bytes of the input, which must support marks. Of a known size all may have been
     // read when it returns; with kUnknownSize the input stands right behind the deflated data, or behind what zlib took
     // of damaged data.
-    // An output that is an OutputSpace, too, is filled in place while it lends space.
+    // An output that lends space is filled in place.
     // What could be inflated has been written when it throws: CompressionException "mark() not supported by input
     // stream", "inflate: need dictionary", or "inflate: error " with zlib's code and text (code -5 when the data ends
     // too soon); OutOfMemoryException "Out of memory"; what the streams throw.

@@ -9,7 +9,6 @@
 #include "io/BufferBaseStreams.h"
 #include "unarchiver/ScanBudget.h"
 #include "util/Diag.h"
-#include "utils/OutputSpace.h"
 #include "zip/DeflateDecompressor.h"
 #include "zip/ZipDataExtent.h"
 #include "zip/ZipSupport.h"
@@ -216,14 +215,13 @@ void ZipUnarchiver::unpack(const ZipEntryInfo& entry, const ZipDataExtent& exten
 // The bytes as they are in the archive. Of a stream whose sizes are unknown, as many as the last known size says.
 void ZipUnarchiver::copyStored(const ZipDataExtent& extent, OutputStream& out) {
     std::int64_t left = extent.known ? extent.packedSize : _info.compressedSize;
-    auto* const lender = dynamic_cast<OutputSpace*>(&out);
-    while (lender && left > 0) {
-        const std::span<char> space = lender->lendSpace();
+    while (left > 0) {
+        const std::span<char> space = out.lendSpace();
         const auto wanted = std::min<std::int64_t>(static_cast<std::int64_t>(space.size()), left);
         if (wanted == 0) break;
         const int count = _in->read(space.data(), clampedSize(wanted));
         if (count < 1) return;
-        lender->commitSpace(count);
+        out.commitSpace(count);
         left -= count;
     }
     IOUtils::readAndWrite(*_in, out, static_cast<long>(left));

@@ -57,6 +57,17 @@ public:
     // afterwards: only for a caller who owns the buffer alone.
     virtual std::span<const char> view(long pos);
 
+    // Filling the end in place, without an intermediate copy. appendSpace() gives `n` writable bytes that lie
+    // contiguously behind the content; none when `n` is below 1 or the storage has no such memory. commitAppend()
+    // makes the first `n` of them content: "Index out of bound" when they were not given. Any other change of the
+    // buffer in between invalidates the space. No lock is taken: only for a caller who owns the buffer alone.
+    virtual std::span<char> appendSpace(long n);
+    virtual void commitAppend(long n);
+    // Gives back memory behind the content, for a caller who owns the buffer alone. Default: there is none.
+    virtual void releaseSpare();
+    // Whether a file that the content is read from could not be read as announced. Default: false.
+    virtual bool sourceFailed() const;
+
 protected:
     // For getSize() without a lock: the field's type is part of the layout, so the accesses are atomic, not the field.
     // Writers exclude each other, and may read the field as it is.

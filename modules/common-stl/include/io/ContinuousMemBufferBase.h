@@ -31,10 +31,8 @@ public:
     int truncate(long len) override;
     char* getMemAddress() override;  // Null while nothing was allocated. Moves when the area grows.
     std::span<const char> view(long pos) override;
-
-    // As those of MemBufferBase.
-    std::span<char> appendSpace(long n);
-    void commitAppend(long n);
+    std::span<char> appendSpace(long n) override;
+    void commitAppend(long n) override;
 
 private:
     bool _tryEnsureCapacity(long n);

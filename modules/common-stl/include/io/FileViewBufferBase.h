@@ -42,7 +42,7 @@ public:
     long getSize() const override;
     int getFileDescriptor() override;
 
-    bool sourceFailed() const;
+    bool sourceFailed() const override;
 
 private:
     int _read(long pos, char* buf, int n);

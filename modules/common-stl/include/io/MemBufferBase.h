@@ -37,15 +37,10 @@ public:
     int truncate(long len) override;
     std::span<const char> view(long pos) override;
 
-    // Filling the end in place, without an intermediate copy. appendSpace() gives `n` writable bytes that lie
-    // contiguously behind the content (empty when `n` is below 1); commitAppend() makes the first `n` of them content
-    // ("Index out of bound" when they were not given). Any other change of the buffer in between invalidates the
-    // space. No lock is taken: only for a caller who owns the buffer alone.
-    std::span<char> appendSpace(long n);
-    void commitAppend(long n);
-
-    // Gives back the memory behind the content, which counts even while it is untouched where addresses are scarce.
-    void releaseSpare();
+    std::span<char> appendSpace(long n) override;
+    void commitAppend(long n) override;
+    // Memory counts even while it is untouched where addresses are scarce.
+    void releaseSpare() override;
 
 private:
     struct Buffer {

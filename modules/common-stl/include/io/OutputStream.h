@@ -7,6 +7,7 @@
 #include <fcntl.h>
 
 #include <memory>
+#include <span>
 #include <string>
 
 #include "CPObject.h"
@@ -29,6 +30,14 @@ public:
     virtual int write(char c);
     virtual int write(const char* s);  // Measures the text and calls write(s, length); nobody overrides it.
     virtual int write(const char* buf, int len);
+
+    // A stream may lend the memory that its bytes end up in, so that they can be produced there instead of being
+    // copied: writable bytes behind what was written so far, as many as the stream likes, and none when it wants
+    // write() called from now on. They may be used until the next operation on the stream. Default: none.
+    virtual std::span<char> lendSpace();
+    // The first `n` of the bytes that were lent last have been written. IOException when none were.
+    virtual void commitSpace(long n);
+    virtual bool discards() const;  // Whether nobody looks at what is written. Default: false.
 };
 
 // Writes a descriptor from its current offset. No operation but the destructor may follow close().

@@ -59,13 +59,11 @@ public:
     int getFileDescriptor() override;
     std::span<const char> view(long pos) override;
 
-    // As those of MemBufferBase while the storage is memory; otherwise the space is empty. Like a bulk append they do
-    // not check the barrier.
-    std::span<char> appendSpace(long n);
-    void commitAppend(long n);
-
-    // Whether a viewed file could not be read as announced; false for every other storage.
-    bool sourceFailed() const;
+    // Like a bulk append these do not check the barrier.
+    std::span<char> appendSpace(long n) override;
+    void commitAppend(long n) override;
+    void releaseSpare() override;
+    bool sourceFailed() const override;
 
     // From now on _barrier counts; content that is larger moves at once, and other content keeps no more memory than it
     // needs. For a caller who owns the buffer alone.
