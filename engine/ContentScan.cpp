@@ -93,6 +93,7 @@ const ZOV_SPACE::ArchiveId& probe(ZOV_SPACE::BufferBase& content) {
 
 EarlyScan scanned(ZOV_SPACE::BufferBase& content) {
     EarlyScan early;
+    early.dumpDirectory = diag::dumpPath();
     diag::Hold hold;
     early.found = scanContent(content, early.virusName);
     early.scanLines = hold.take();
@@ -122,7 +123,7 @@ const ZOV_SPACE::ArchiveId& formatOf(const _st_ArchEntry& record, int maxDepth) 
         return ZOV_SPACE::ARCHIVEID_NONE;
     }
     if (!record.early || !record.early->format) return probe(*record.buffer);
-    diag::deliver(record.early->formatLines);
+    record.early->formatLines.deliver();
     return *record.early->format;
 }
 
@@ -133,13 +134,12 @@ std::unique_ptr<SmartBufferBase> scanEarly(_st_ArchEntry& record, WrappedLimited
         const bool mayBeOpened = !early.found && withinDepth(record, maxDepth);
         if (mayBeOpened) probeEarly(content, early);
         const bool isArchive = mayBeOpened && early.format != &ZOV_SPACE::ARCHIVEID_NONE;
-        early.contentLetGo = !isArchive && diag::dumpPath().empty();
-        if (early.contentLetGo) {
-            released = content.letGo();
-        } else {
-            content.useSharedBarrier();
-        }
+        const bool needed = isArchive || !early.dumpDirectory.empty();
+        if (needed) content.useSharedBarrier();
         record.early = std::move(early);
+        if (needed) return nullptr;
+        released = content.letGo();
+        record.buffer.reset();
     } catch (const std::bad_alloc&) {
     } catch (const std::length_error&) {
     } catch (const Exception&) {

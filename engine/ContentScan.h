@@ -1,4 +1,11 @@
-// ContentScan.h: both passes over one content.
+// ContentScan.h: what is done to one content, the file itself or a member of an archive in it.
+//
+// A content is scanned in two passes: over its bytes as they are, then over its normalised text, if it is a short plain
+// text. Each pass leases the signatures that are active when it begins. Then it is probed for a format that can be
+// opened. A member of an archive goes through all that as soon as it is unpacked, while its bytes are in the
+// processor's caches; nearly all are then let go of, so that a large archive needs the space of its largest member. What
+// came of it waits in the member's record, lines included, for the member's turn on the work list. So a host hears of
+// findings in the order of the list, but the signatures and the dump directory are those of the moment of the scan.
 #ifndef ENGINE_CONTENTSCAN_H
 #define ENGINE_CONTENTSCAN_H
 
@@ -16,9 +23,8 @@ bool scanContent(ZOV_SPACE::BufferBase& content, std::string& virusName);
 // so.
 const ZOV_SPACE::ArchiveId& formatOf(const _st_ArchEntry& record, int maxDepth);
 
-// Does both before the record's turn, while the bytes of `content`, the record's buffer, are in the processor's caches,
-// and holds back what there is to say. Content that no later step needs is let go of and returned. What fails is left
-// to the record's turn.
+// Does both before the record's turn and holds back what there is to say. `content` is the record's buffer. When no
+// later step needs it, the buffer is destroyed and its storage returned. What fails is left to the record's turn.
 std::unique_ptr<ZOV_SPACE::SmartBufferBase> scanEarly(_st_ArchEntry& record, WrappedLimitedBufferBase& content,
                                                       int maxDepth);
 

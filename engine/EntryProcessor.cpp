@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "ContentScan.h"
@@ -10,6 +11,7 @@
 #include "WrappedLimitedBufferBase.h"
 #include "io/BufferBaseStreams.h"
 #include "io/SmartBufferBase.h"
+#include "unarchiver/ScanBudget.h"
 #include "util/Diag.h"
 
 using ZOV_SPACE::ArchiveEntryInfo;
@@ -22,22 +24,22 @@ namespace {
 constexpr diag::Unit kDiag{"Unarchive"};
 constexpr ZOV_SPACE::ThrowUnit kUnit{"Unarchive"};
 
-// Of the folder, in names, that an archive's entries lie in: the archive itself may be an entry with its own name.
-constexpr const char* kFolderSuffix = ".unar/";
-
 // Bytes of one content that stay in memory while it is unpacked and scanned; only one at a time is.
 constexpr long kMostInMemory = 16L << 20;
 
 constexpr long kSmallestLoan = 64L << 10;
+
+[[noreturn]] void raiseNoRoom() { kUnit.raise<ZOV_SPACE::OutOfBudgetException>("Out of budget"); }
 
 // Writes a record's content, and has it scanned when it is complete.
 class ContentOutputStream : public ZOV_SPACE::BufferBaseOutputStream {
 public:
     // `announced`: the content's size, in bytes, as the archive says it.
     // `spare` takes the content when it is needed no more.
-    ContentOutputStream(_st_ArchEntry& record, WrappedLimitedBufferBase& content, long announced, int maxDepth,
-                        std::unique_ptr<SmartBufferBase>& spare)
+    ContentOutputStream(WorkList& workList, _st_ArchEntry& record, WrappedLimitedBufferBase& content, long announced,
+                        int maxDepth, std::unique_ptr<SmartBufferBase>& spare)
         : BufferBaseOutputStream(&content),
+          _workList(workList),
           _record(record),
           _content(content),
           _announced(announced),
@@ -52,9 +54,11 @@ public:
         } catch (const ZOV_SPACE::Exception&) {
         } catch (const std::bad_alloc&) {
         }
+        _workList.recount(_record);
     }
 
     std::span<char> lendSpace() override {
+        if (_complete) return {};
         const long size = _content.getSize();
         if (_announced > kMostInMemory || size > kMostInMemory - kSmallestLoan) return {};
         return _content.appendSpace(_announced > size ? _announced - size : kSmallestLoan);
@@ -69,9 +73,21 @@ public:
         BufferBaseOutputStream::close();
         _complete = true;
         _spare = scanEarly(_record, _content, _maxDepth);
+        if (!_workList.recount(_record)) giveUp();
     }
 
 private:
+    // The content would be opened or dumped in its turn, but there is no room to keep it until then.
+    [[noreturn]] void giveUp() {
+        if (_record.early) {
+            _record.early->format = &ZOV_SPACE::ARCHIVEID_NONE;
+            _record.buffer.reset();
+            _workList.recount(_record);
+        }
+        raiseNoRoom();
+    }
+
+    WorkList& _workList;
     _st_ArchEntry& _record;
     WrappedLimitedBufferBase& _content;
     long _announced;
@@ -82,9 +98,11 @@ private:
 
 }  // namespace
 
-EntryProcessor::EntryProcessor(const OptionValues& options, WorkList& workList, const std::string& archiveName,
-                               int level)
-    : _options(options), _workList(workList), _archiveName(archiveName), _level(level) {}
+EntryProcessor::EntryProcessor(const OptionValues& options, WorkList& workList, std::string archiveName, int level)
+    : _options(options),
+      _workList(workList),
+      _archiveName(std::make_shared<const std::string>(std::move(archiveName))),
+      _level(level) {}
 
 EntryProcessor::~EntryProcessor() = default;
 
@@ -103,6 +121,7 @@ std::unique_ptr<OutputStream> EntryProcessor::processEntry(ArchiveEntryInfo* ent
     if (size == 0 && usize == 0) return nullptr;
     checkCounts();
     if (!passesLimits(static_cast<unsigned>(size), static_cast<unsigned>(usize))) return nullptr;
+    if (!_workList.hasRoom()) raiseNoRoom();
 
     action = entry->algorithm == ZOV_SPACE::kAlgorithmUnknown ? ZOV_SPACE::kActionCopy : ZOV_SPACE::kActionDecompress;
     entry->processorWord = _sequence;
@@ -143,13 +162,11 @@ bool EntryProcessor::passesLimits(unsigned int packedSize, unsigned int unpacked
     return true;
 }
 
-std::string EntryProcessor::derivedName(const ArchiveEntryInfo& entry) const {
-    std::string inner = entry.name.substr(0, entry.name.find('\0'));
-    inner.erase(0, inner.find_first_not_of('/'));
-    if (inner.empty()) inner = std::to_string(_sequence);
-    std::string name = _archiveName + kFolderSuffix + inner;
-    if (name.size() > kLongestName) name.erase(0, name.size() - kLongestName);
-    return name;
+ContentName EntryProcessor::nameOf(const ArchiveEntryInfo& entry) const {
+    std::string_view inner(entry.name);
+    inner = inner.substr(0, inner.find('\0'));
+    inner.remove_prefix(std::min(inner.find_first_not_of('/'), inner.size()));
+    return inner.empty() ? ContentName(_archiveName, std::to_string(_sequence)) : ContentName(_archiveName, inner);
 }
 
 std::unique_ptr<SmartBufferBase> EntryProcessor::storageFor(long announced) {
@@ -170,7 +187,7 @@ std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entr
     const auto capacity = std::min<unsigned int>(announced, WrappedLimitedBufferBase::kHighestLimit);
     auto buffer = std::make_unique<WrappedLimitedBufferBase>(storageFor(static_cast<long>(capacity)), _options.maxSize);
     WrappedLimitedBufferBase& content = *buffer;
-    _workList.push_back({std::move(buffer), _level, derivedName(entry), {}});
-    return std::make_unique<ContentOutputStream>(_workList.back(), content, static_cast<long>(capacity),
+    _st_ArchEntry& record = _workList.append({std::move(buffer), _level, nameOf(entry)});
+    return std::make_unique<ContentOutputStream>(_workList, record, content, static_cast<long>(capacity),
                                                  _options.maxDepth, _spare);
 }

@@ -18,12 +18,9 @@
 
 class EntryProcessor : public ZOV_SPACE::ArchiveEntryProcessor {
 public:
-    // Bytes that a derived name keeps, from its end.
-    static constexpr std::size_t kLongestName = 4096;
-
     // `archiveName` is the name of the record that is the archive, `level` that of the entries. List and options are
     // borrowed.
-    EntryProcessor(const OptionValues& options, WorkList& workList, const std::string& archiveName, int level);
+    EntryProcessor(const OptionValues& options, WorkList& workList, std::string archiveName, int level);
     ~EntryProcessor() override;
 
     std::unique_ptr<ZOV_SPACE::OutputStream> processEntry(ZOV_SPACE::ArchiveEntryInfo* entry, int& action) override;
@@ -31,13 +28,13 @@ public:
 private:
     void checkCounts() const;
     bool passesLimits(unsigned int packedSize, unsigned int unpackedSize) const;
-    std::string derivedName(const ZOV_SPACE::ArchiveEntryInfo& entry) const;
+    ContentName nameOf(const ZOV_SPACE::ArchiveEntryInfo& entry) const;
     std::unique_ptr<ZOV_SPACE::SmartBufferBase> storageFor(long announced);
     std::unique_ptr<ZOV_SPACE::OutputStream> queue(const ZOV_SPACE::ArchiveEntryInfo& entry);
 
     const OptionValues& _options;
     WorkList& _workList;
-    const std::string& _archiveName;
+    std::shared_ptr<const std::string> _archiveName;
     int _level;
     int _addedEntries = 0;  // Offered so far.
     int _sequence = 0;      // Accepted so far.

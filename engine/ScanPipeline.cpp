@@ -23,7 +23,7 @@ constexpr diag::Unit kDiag{"pattern_assistant"};
 
 bool recordMatches(const _st_ArchEntry& record, std::string& virusName) {
     if (!record.early) return scanContent(*record.buffer, virusName);
-    diag::deliver(record.early->scanLines);
+    record.early->scanLines.deliver();
     if (record.early->found) virusName = record.early->virusName;
     return record.early->found;
 }
@@ -32,8 +32,7 @@ bool recordMatches(const _st_ArchEntry& record, std::string& virusName) {
 int scanAll(WorkList& workList, const OptionValues& options, std::string& virusName) {
     bool unreadable = false;
     while (!workList.empty()) {
-        const _st_ArchEntry record = std::move(workList.front());
-        workList.pop_front();
+        const _st_ArchEntry record = workList.takeFirst();
         if (recordMatches(record, virusName)) return VOLE_FOUND;
         // What could not be unarchived has been logged; entries queued before that are still scanned.
         static_cast<void>(unarchiveOneFile(options, workList, record));
@@ -45,7 +44,7 @@ int scanAll(WorkList& workList, const OptionValues& options, std::string& virusN
 
 void logDropped(const WorkList& workList) {
     for (const _st_ArchEntry& record : workList) {
-        kDiag.at().dbg(" ### Deleting arch_entry [%s] ...", record.name.c_str());
+        kDiag.at().dbg(" ### Deleting arch_entry [%s] ...", record.name.text().c_str());
     }
 }
 
@@ -59,7 +58,7 @@ int scanDescriptor(int fd, unsigned int size, const std::string& name, std::stri
     if (!file) return VOLE_CANNOT_READ;
     const OptionValues options = VoleOptions::get();
     try {
-        workList.push_back({std::move(file), 0, name, {}});
+        workList.append({std::move(file), 0, ContentName(name)});
     } catch (const std::bad_alloc&) {
         kDiag.at(1263).err("Cannot create ArchEntry.");
         return VOLE_NO_ENTRY;

@@ -2,6 +2,7 @@
 
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "ContentScan.h"
 #include "EntryProcessor.h"
@@ -14,25 +15,34 @@ namespace {
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
-void openArchive(const OptionValues& options, WorkList& workList, const _st_ArchEntry& record) {
+// Below the directory that was set when the content was scanned.
+void dumpContent(const _st_ArchEntry& record, const std::string& name) {
+    const bool isMember = record.level != 0;
+    if (!isMember || !record.buffer) return;
+    VoleUtil::dumpBufferBase(record.buffer.get(), name, record.early ? record.early->dumpDirectory : diag::dumpPath());
+}
+
+void openArchive(const OptionValues& options, WorkList& workList, const _st_ArchEntry& record,
+                 std::string name) {
     const ZOV_SPACE::ArchiveId& format = formatOf(record, options.maxDepth);
     if (&format == &ZOV_SPACE::ARCHIVEID_NONE) return;
     kDiag.at().dbg("Archiver found !!");
-    EntryProcessor entries(options, workList, record.name, record.level + 1);
+    EntryProcessor entries(options, workList, std::move(name), record.level + 1);
     format.unarchiver(record.buffer.get(), entries, nullptr)->start();
 }
 
 }  // namespace
 
 int unarchiveOneFile(const OptionValues& options, WorkList& workList, const _st_ArchEntry& record) {
-    kDiag.at().dbg("UnarchiveOneFile: bb @%p, list_size=%d, name=[%s], level=%d.",
-                   static_cast<void*>(record.buffer.get()), static_cast<int>(workList.size()), record.name.c_str(),
-                   record.level);
-    if (!record.buffer) return VOLE_CANNOT_READ;
     try {
-        const bool hasContent = !record.early || !record.early->contentLetGo;
-        if (record.level != 0 && hasContent) VoleUtil::dumpBufferBase(record.buffer.get(), record.name);
-        openArchive(options, workList, record);
+        std::string name = record.name.text();
+        // The address tells records apart in the log, also those whose content is gone.
+        const void* const content = record.buffer ? static_cast<const void*>(record.buffer.get()) : &record;
+        kDiag.at().dbg("UnarchiveOneFile: bb @%p, list_size=%d, name=[%s], level=%d.", content,
+                       static_cast<int>(workList.size()), name.c_str(), record.level);
+        if (!record.buffer && !record.early) return VOLE_CANNOT_READ;
+        dumpContent(record, name);
+        openArchive(options, workList, record, std::move(name));
         return 0;
     } catch (ZOV_SPACE::Exception& e) {
         kDiag.at().err("Unarchive Exception: %s", e.toString());

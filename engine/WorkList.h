@@ -1,36 +1,87 @@
 // WorkList.h: what a scan has still to report on.
+//
+// A scan takes contents off the front of its list and appends what it finds in them. Very many small ones may wait, so
+// a record whose content is needed no more keeps a few hundred bytes, and nothing that is done per record costs more
+// the longer the list is. The list counts what waits on it, so that a scan can be bounded whatever its options allow.
 #ifndef ENGINE_WORKLIST_H
 #define ENGINE_WORKLIST_H
 
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
+#include <utility>
 
 #include "io/BufferBase.h"
 #include "unarchiver/Pakfold.h"
 #include "util/Diag.h"
 
-// What scanning a content before its turn gave.
+// What scanning a content before its turn gave, and what was in force then.
 struct EarlyScan {
     bool found = false;
-    std::string virusName;
-    std::vector<diag::HeldLine> scanLines;
     // Which archive format the content has, ARCHIVEID_NONE for most; null when nobody looked.
     const ZOV_SPACE::ArchiveId* format = nullptr;
-    std::vector<diag::HeldLine> formatLines;
-    bool contentLetGo = false;
+    std::string virusName;
+    std::string dumpDirectory;
+    diag::HeldLines scanLines;
+    diag::HeldLines formatLines;
+};
+
+// The name of a content: its own, or that of the archive it is in with ".unar/" and its own behind, of which the last
+// kLongest bytes count. An archive's name is shared by all that is in it, so that long ones do not multiply.
+class ContentName {
+public:
+    static constexpr std::size_t kLongest = 4096;  // Bytes.
+
+    explicit ContentName(std::string name) : _own(std::move(name)) {}
+    ContentName(std::shared_ptr<const std::string> archive, std::string_view member);
+
+    std::string text() const;
+    std::size_t ownBytes() const { return _own.size(); }
+
+private:
+    std::shared_ptr<const std::string> _archive;  // Null for the file itself.
+    std::string _own;
 };
 
 // One content on the work list.
 struct _st_ArchEntry {
-    std::unique_ptr<ZOV_SPACE::BufferBase> buffer;
-    int level;  // Archive nesting; 0 for the file itself.
-    std::string name;
-    std::optional<EarlyScan> early;
+    std::unique_ptr<ZOV_SPACE::BufferBase> buffer;  // Null once the content was scanned and is needed no more.
+    int level;                                      // Archive nesting; 0 for the file itself.
+    ContentName name;
+    std::optional<EarlyScan> early = std::nullopt;
+    std::int64_t countedBytes = 0;  // Kept by the list.
 };
 
-using WorkList = std::list<_st_ArchEntry>;
+class WorkList {
+public:
+    // Bytes that may wait in one scan: contents, in memory and in files, and their records.
+    static constexpr std::int64_t kMostWaiting = std::int64_t{1} << 30;
+
+    explicit WorkList(std::int64_t mostWaiting = kMostWaiting) : _mostWaiting(mostWaiting) {}
+
+    bool empty() const { return _count == 0; }
+    std::size_t size() const { return _count; }
+    auto begin() const { return _records.begin(); }
+    auto end() const { return _records.end(); }
+
+    // The record stays where it is until it is taken. Its content counts from the first recount() on.
+    _st_ArchEntry& append(_st_ArchEntry record);
+    _st_ArchEntry takeFirst();  // REQUIRES: not empty.
+
+    // Counts anew what a record of the list keeps; whether all that waits is within the bound.
+    bool recount(_st_ArchEntry& record);
+    bool hasRoom() const { return _waiting <= _mostWaiting; }
+
+private:
+    void count(_st_ArchEntry& record, std::int64_t bytes);
+
+    std::list<_st_ArchEntry> _records;
+    std::size_t _count = 0;  // The list's own count walks over it where strings have the legacy layout.
+    std::int64_t _mostWaiting;
+    std::int64_t _waiting = 0;
+};
 
 #endif  // ENGINE_WORKLIST_H

@@ -26,12 +26,6 @@ std::span<char> WrappedLimitedBufferBase::appendSpace(long wanted) {
     return room > 0 ? _owned->appendSpace(room) : std::span<char>{};
 }
 
-std::unique_ptr<ZOV_SPACE::SmartBufferBase> WrappedLimitedBufferBase::letGo() {
-    auto content = std::exchange(_owned, std::make_unique<ZOV_SPACE::SmartBufferBase>(0L));
-    _inner = _owned.get();
-    return content;
-}
-
 void WrappedLimitedBufferBase::raiseExceeded() {
     if (!std::exchange(_reported, true)) kDiag.at().err("Unarchive Exception: %s", kExceeded);
     kUnit.raise<ZOV_SPACE::UnarchiveRatioExceed>(kExceeded);

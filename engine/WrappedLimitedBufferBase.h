@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <span>
+#include <utility>
 
 #include "io/FilteredBufferBase.h"
 #include "io/SmartBufferBase.h"
@@ -24,8 +25,8 @@ public:
     void commitAppend(long n) override { _owned->commitAppend(n); }
     // Content above the memory barrier of all buffers moves to a file; see SmartBufferBase.
     void useSharedBarrier() { _owned->useSharedBarrier(); }
-    // Hands the content out; the buffer is empty from then on.
-    std::unique_ptr<ZOV_SPACE::SmartBufferBase> letGo();
+    // Hands the content out; nothing but the destructor may be called from then on.
+    std::unique_ptr<ZOV_SPACE::SmartBufferBase> letGo() { return std::move(_owned); }
 
     int write(long pos, char c) override;
     int write(long pos, const char* buf, int n) override;

@@ -185,6 +185,8 @@ public:
     // Writes the buffer to a file below the host's dump directory, under its cleaned name; nothing when no directory
     // is set. Names cannot leave the directory, nor can links that were planted in it.
     static void dumpBufferBase(ZOV_SPACE::BufferBase* buffer, const std::string& name);
+    // The same below another directory; nothing when that is empty.
+    static void dumpBufferBase(ZOV_SPACE::BufferBase* buffer, const std::string& name, const std::string& directory);
 
     // Collapses every run of '/' into one, in place.
     static void DepuratePathname(std::string& path);

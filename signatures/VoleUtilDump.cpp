@@ -127,8 +127,14 @@ void dump(BufferBase& buffer, const std::string& directory, const std::string& n
 
 void VoleUtil::dumpBufferBase(BufferBase* buffer, const std::string& name) {
     try {
-        const std::string directory = diag::dumpPath();
-        if (directory.empty()) return;
+        dumpBufferBase(buffer, name, diag::dumpPath());
+    } catch (const std::exception&) {
+    }
+}
+
+void VoleUtil::dumpBufferBase(BufferBase* buffer, const std::string& name, const std::string& directory) {
+    if (directory.empty()) return;
+    try {
         kDiag.at().dbg("Dump BufferBase >> [%s] @ [%s]", name.c_str(), directory.c_str());
         const std::string text = name.substr(0, name.find('\0'));  // A name ends at its first NUL.
         if (buffer && !text.empty()) dump(*buffer, directory, text);

@@ -22,7 +22,7 @@ struct Opened {
 };
 
 Opened open(const std::string& archive, const OptionValues& options, const std::string& name = "f") {
-    const _st_ArchEntry record{std::make_unique<ZOV_SPACE::StringBuffer>(archive), 0, name, {}};
+    const _st_ArchEntry record{std::make_unique<ZOV_SPACE::StringBuffer>(archive), 0, ContentName(name)};
     const TempDir dumps;
     setDumpPath(dumps.path().c_str());  // Content that is to be dumped is not let go of.
     WorkList list;
@@ -34,7 +34,7 @@ Opened open(const std::string& archive, const OptionValues& options, const std::
     for (const _st_ArchEntry& entry : list) {
         EXPECT_EQ(entry.level, 1);
         EXPECT_EQ(entry.buffer->getType(), 6);
-        opened.names.push_back(entry.name);
+        opened.names.push_back(entry.name.text());
         opened.contents.push_back(contentOf(*entry.buffer));
     }
     return opened;

@@ -1,8 +1,11 @@
 #include "util/Diag.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "voleeng.h"
 
@@ -34,6 +37,23 @@ bool wanted(Kind kind) {
     return false;
 }
 
+// Writes the position that a line of the kind begins with, and a NUL; returns its length.
+std::size_t writePrefix(char* line, Kind kind, const char* unit, int number) {
+    line[0] = '\0';
+    if (kind != Kind::debug) return 0;
+    const int length = std::snprintf(line, kPrefixSize, "[%s:%d] ", unit, number);
+    return length < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(length), kPrefixSize - 1);
+}
+
+// What stands ahead of each message that is held back.
+struct HeldHeader {
+    const char* unit;
+    int number;
+    std::uint16_t length;  // Bytes of the message.
+    Kind kind;
+};
+static_assert(kMessageSize <= UINT16_MAX);
+
 }  // namespace
 
 void print(Kind kind, const char* format, std::va_list arguments) {
@@ -43,15 +63,10 @@ void print(Kind kind, const char* format, std::va_list arguments) {
     const char* unit = __atomic_load_n(&LogFileName, __ATOMIC_RELAXED);
     const int number = __atomic_load_n(&LogLineNo, __ATOMIC_RELAXED);
     char line[kPrefixSize + kMessageSize];
-    std::size_t prefixLength = 0;
-    if (kind == Kind::debug) {
-        const int length = std::snprintf(line, kPrefixSize, "[%s:%d] ", unit, number);
-        prefixLength = length < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(length), kPrefixSize - 1);
-    }
-    line[prefixLength] = '\0';
-    if (std::vsnprintf(line + prefixLength, kMessageSize, format, arguments) < 0) line[prefixLength] = '\0';
+    char* const message = line + writePrefix(line, kind, unit, number);
+    if (std::vsnprintf(message, kMessageSize, format, arguments) < 0) message[0] = '\0';
     if (hold) {
-        hold->_lines.push_back({unit, number, line});
+        hold->_lines.add(kind, unit, number, message);
     } else {
         send(line);
     }
@@ -61,10 +76,28 @@ Hold::Hold() { hold = this; }
 
 Hold::~Hold() { hold = nullptr; }
 
-void deliver(const std::vector<HeldLine>& lines) {
-    for (const HeldLine& line : lines) {
-        storePosition(line.unit, line.number);
-        if (const auto send = sink()) send(line.text.c_str());
+HeldLines Hold::take() {
+    _lines.shrinkToFit();
+    return std::exchange(_lines, {});
+}
+
+void HeldLines::add(Kind kind, const char* unit, int number, std::string_view message) {
+    const HeldHeader header{unit, number, static_cast<std::uint16_t>(message.size()), kind};
+    _bytes.append(reinterpret_cast<const char*>(&header), sizeof header).append(message);
+}
+
+void HeldLines::deliver() const {
+    HeldHeader header;
+    for (std::size_t at = 0; at < _bytes.size(); at += header.length) {
+        std::memcpy(&header, _bytes.data() + at, sizeof header);
+        at += sizeof header;
+        storePosition(header.unit, header.number);
+        const auto send = sink();
+        if (!send || !wanted(header.kind)) continue;
+        char line[kPrefixSize + kMessageSize];
+        char* const message = line + writePrefix(line, header.kind, header.unit, header.number);
+        message[_bytes.copy(message, header.length, at)] = '\0';
+        send(line);
     }
 }
 

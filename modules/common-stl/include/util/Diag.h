@@ -13,8 +13,7 @@
 
 #include <cstdarg>
 #include <string>
-#include <utility>
-#include <vector>
+#include <string_view>
 
 namespace diag {
 
@@ -22,7 +21,7 @@ constexpr std::size_t kPrefixSize = 128;    // Bytes for "[unit:line] ", its NUL
 constexpr std::size_t kMessageSize = 4096;  // Bytes for the message, its NUL included; what is longer is cut.
 
 // Severity, by what it takes to be printed (a callback is always needed).
-enum class Kind {
+enum class Kind : unsigned char {
     info,   // always
     error,  // level 1 and above
     debug,  // level 3 and above; the line carries the position as a prefix
@@ -57,11 +56,17 @@ private:
     const char* _name;
 };
 
-// A line that was held back.
-struct HeldLine {
-    const char* unit;
-    int number;
-    std::string text;
+// Lines that were held back. They share one piece of memory, because the lines of very many contents may wait.
+class HeldLines {
+public:
+    void add(Kind kind, const char* unit, int number, std::string_view message);
+    // Delivers each, with its position, unless the level has fallen below its kind's since.
+    void deliver() const;
+    void shrinkToFit() { _bytes.shrink_to_fit(); }
+    std::size_t bytes() const { return _bytes.capacity(); }
+
+private:
+    std::string _bytes;  // For each line a header and the message.
 };
 
 // Holds back what this thread would deliver while the object lives, so that work may be done before its turn and be
@@ -73,16 +78,13 @@ public:
     Hold& operator=(const Hold&) = delete;
     ~Hold();
 
-    std::vector<HeldLine> take() { return std::move(_lines); }
+    HeldLines take();  // Those so far, in no more memory than they need.
 
 private:
     friend void print(Kind kind, const char* format, std::va_list arguments);
 
-    std::vector<HeldLine> _lines;
+    HeldLines _lines;
 };
-
-// Delivers lines that were held back, with their positions.
-void deliver(const std::vector<HeldLine>& lines);
 
 // The debugger record's fields, as setDebugger() and setDumpPath() change them while other threads log.
 void setSink(int level, void (*print)(const char*));
