@@ -123,7 +123,11 @@ std::unique_ptr<OutputStream> EntryProcessor::processEntry(ArchiveEntryInfo* ent
     if (!passesLimits(static_cast<unsigned>(size), static_cast<unsigned>(usize))) return nullptr;
     if (!_workList.hasRoom()) raiseNoRoom();
 
-    action = entry->algorithm == ZOV_SPACE::kAlgorithmUnknown ? ZOV_SPACE::kActionCopy : ZOV_SPACE::kActionDecompress;
+    action = ZOV_SPACE::kActionDecompress;
+    if (entry->algorithm == ZOV_SPACE::kAlgorithmUnknown) {
+        kDiag.at().err("Unknown method, the packed bytes are scanned: <%s>", entry->name.c_str());
+        action = ZOV_SPACE::kActionCopy;
+    }
     entry->processorWord = _sequence;
     auto out = queue(*entry);
     ++_sequence;
