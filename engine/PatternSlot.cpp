@@ -14,6 +14,8 @@ PatternSlot* newSlot() {
     }
 }
 
+PatternSet takeSet(PatternSlot& slot) { return {std::move(slot.paList), std::move(slot.patterns)}; }
+
 void releaseSlot(PatternSlot*& slot) {
     std::unique_ptr<PatternSlot> owner(std::exchange(slot, nullptr));
     if (!owner) return;
@@ -25,6 +27,11 @@ void releaseSlot(PatternSlot*& slot) {
     }
     // The last user deletes it. It may have done so by now: the pointer must not be followed any more.
     if (inUse) static_cast<void>(owner.release());
+}
+
+PatternSlot* exchangeActive(PatternSlot* slot) {
+    const Monitor guard(switchMutex);
+    return activeSlot.exchange(slot, std::memory_order_acq_rel);
 }
 
 }  // namespace
@@ -41,26 +48,38 @@ SlotLease SlotLease::acquire() {
 
 SlotLease::~SlotLease() {
     if (!_slot) return;
-    bool last;
+    PatternSet unused{nullptr, nullptr};
+    std::unique_ptr<PatternSlot> unusedSlot;
     {
         const Monitor guard(_slot->mutex);
-        last = --_slot->busyCount == 0 && _slot->abandoned;
+        if (--_slot->busyCount != 0) return;
+        if (_slot->abandoned) unusedSlot.reset(_slot);
+        if (_slot->replaced) unused = takeSet(*_slot);
     }
-    if (last) std::unique_ptr<PatternSlot>(_slot).reset();
 }
 
 bool renewStandby(PatternSlot* slot) {
-    auto lists = std::make_unique<VirusList>();
-    auto patterns = std::make_unique<PatternContainer>();
+    PatternSet set;
     {
         const Monitor switchGuard(switchMutex);
         if (!slot) return false;
         const Monitor slotGuard(slot->mutex);
         if (slot->busyCount != 0) return false;
-        slot->paList.swap(lists);
-        slot->patterns.swap(patterns);
+        slot->replaced = false;
+        std::swap(static_cast<PatternSet&>(*slot), set);
     }
-    return true;  // The old lists go here, with no lock held: that may take long.
+    return true;
+}
+
+void emptyStandby(PatternSlot* slot) {
+    PatternSet unused{nullptr, nullptr};
+    const Monitor guard(slot->mutex);
+    slot->replaced = true;
+    if (slot->busyCount == 0) unused = takeSet(*slot);
+}
+
+void activate(PatternSlot* slot) {
+    if (PatternSlot* const earlier = exchangeActive(slot)) emptyStandby(earlier);
 }
 
 bool createSlots(bool& secondFailed) {
@@ -79,11 +98,7 @@ bool createSlots(bool& secondFailed) {
 }
 
 void releaseSlots() {
-    {
-        // First of all, so that no scan can acquire a slot that is about to go.
-        const Monitor guard(switchMutex);
-        activeSlot.store(nullptr, std::memory_order_release);
-    }
+    exchangeActive(nullptr);  // First of all, so that no scan can acquire a slot that is about to go.
     releaseSlot(slotA);
     releaseSlot(slotB);
 }

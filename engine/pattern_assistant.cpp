@@ -1,6 +1,7 @@
 // The exported functions. Each translates arguments, calls one inner function and turns exceptions into codes.
 #include <cxxabi.h>
 
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -103,7 +104,7 @@ int initEngine(const char* directory, std::string& message) {
         kDiag.at(670).err("rc2 is %d", listResult);
         kDiag.at(671).err("%s", message.c_str());
     }
-    if (patternResult == 0 || listResult == 0) activeSlot.store(slotA, std::memory_order_release);
+    if (patternResult == 0 || listResult == 0) activate(slotA);
 
     const int pluginResult = loadHeuPlugin(directory, message);
     if (pluginResult != 0) {
@@ -127,11 +128,12 @@ int reloadEngine(const char* directory, std::string& message) {
         resultMessage(VOLE_STANDBY_BUSY, directory, message);
         return VOLE_STANDBY_BUSY;
     }
+    std::unique_ptr<PatternSlot, decltype(&emptyStandby)> unlessActivated(standby, &emptyStandby);
     const int patternResult = load_pattern(standby->patterns.get(), directory, message);
     const int listResult = directory ? loadVirusList(standby->paList.get(), directory) : VOLE_INVALID_LIST;
     if (patternResult != 0) return report(patternResult, directory, message, kDiag.at(726));
     if (listResult != 0) return report(listResult, directory, message, kDiag.at(732));
-    activeSlot.store(standby, std::memory_order_release);
+    activate(unlessActivated.release());
     return 0;
 }
 
