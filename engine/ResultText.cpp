@@ -20,18 +20,18 @@ struct ResultText {
     const char* after = "";
 };
 
-constexpr int kFirstCode = -500;
-constexpr int kLastCode = -472;
+constexpr int kFirstCode = VOLE_ALREADY_LOADED;
+constexpr int kLastCode = VOLE_STANDBY_BUSY;
 
-// Texts without a caller are kept: hosts receive the same message for the same number. Also kept as it is: -486, unlike
-// its siblings, ends without a full stop.
+// Kept as is: texts that no caller asks for, so that hosts receive the same message for the same number; and that of
+// VOLE_NO_LIST, which ends without a full stop. A bare number is reserved and has no text.
 constexpr ResultText kResultTexts[] = {
     {VOLE_ALREADY_LOADED, "pattern for VoleEngine has been loaded."},
-    {-499, "pattern for VoleEngine has not been loaded."},
+    {VOLE_NO_PATTERNS, "pattern for VoleEngine has not been loaded."},
     {VOLE_INVALID_DIRECTORY, "", Arg::bare, " isn't a valid pattern dir path."},
-    {-497, "pattern is in busy now, fail to free it."},
+    {VOLE_PATTERNS_BUSY, "pattern is in busy now, fail to free it."},
     {VOLE_OUT_OF_MEMORY, "fail to allocate memory."},
-    {-495, "pattern is empty."},
+    {VOLE_EMPTY_PATTERNS, "pattern is empty."},
     {VOLE_INVALID_PATTERN, "fail to load pattern file: ", Arg::shown, ", maybe this pattern file format is not valid."},
     {VOLE_CANNOT_OPEN, "fail to open file: ", Arg::shown},
     {-492, ""},
@@ -39,16 +39,16 @@ constexpr ResultText kResultTexts[] = {
     {VOLE_NO_OPTION_FILE, ""},
     {VOLE_INVALID_OPTION, ""},
     {VOLE_INVALID_LIST, "fail to load pa list from ", Arg::shown},
-    {-487, "PA list has been loaded."},
-    {-486, "PA list has not been loaded"},
-    {-485, "PA list is in busy now, fail to free it."},
+    {VOLE_LIST_LOADED, "PA list has been loaded."},
+    {VOLE_NO_LIST, "PA list has not been loaded"},
+    {VOLE_LIST_BUSY, "PA list is in busy now, fail to free it."},
     {-484, ""},
     {VOLE_SCAN_FAILED, ""},
     {VOLE_NO_ENTRY, ""},
     {VOLE_CANNOT_READ, ""},
     {-480, ""},
     {VOLE_PLUGIN_FAILED, ""},
-    {-478, "heu-eng for VoleEngine has been loaded."},
+    {VOLE_PLUGIN_LOADED, "heu-eng for VoleEngine has been loaded."},
     {-477, ""},
     {VOLE_PLUGIN_PRESENT, ""},
     {-475, ""},

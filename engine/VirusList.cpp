@@ -22,7 +22,6 @@ constexpr diag::Unit kDiag{"pattern_assistant"};
 
 constexpr const char* kListFile = "pattern_assistant.xml";
 constexpr const char* kNameAttribute = "name";
-constexpr int kNoList = -487;
 
 // Passes the name of each child of the node at `path` to `add`. A missing node has none.
 template <class Add>
@@ -67,7 +66,7 @@ bool VirusList::isSpyware(const char* name) {
 }
 
 int loadVirusList(VirusList* list, const std::string& directory) {
-    if (!list) return kNoList;
+    if (!list) return VOLE_LIST_LOADED;  // Kept as is: a wrong text, but hosts know the number.
     const auto parser = ZOV_SPACE::XMLParser::createDefaultXMLParser();
     if (!parser) {
         kDiag.at(358).err("Fail to create XMLParser.");

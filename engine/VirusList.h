@@ -29,7 +29,7 @@ private:
 };
 
 // Fills a list from "pattern_assistant.xml" in a pattern directory. 0, VOLE_INVALID_LIST when it is empty afterwards,
-// -487 when `list` is null, VOLE_OUT_OF_MEMORY when there is no XML parser.
+// VOLE_LIST_LOADED when `list` is null, VOLE_OUT_OF_MEMORY when there is no XML parser.
 int loadVirusList(VirusList* list, const std::string& directory);
 
 #endif  // ENGINE_VIRUSLIST_H

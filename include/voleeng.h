@@ -15,6 +15,11 @@
 // and may run while scans do. The engine creates no threads, throws nothing and never closes or keeps what the host
 // passed in.
 //
+// Fork. A forked child may use everything when no call into the engine was under way at the moment of the fork, in any
+// thread; it has a copy of all that was loaded. Otherwise, and when a function of the engine was calling the host back,
+// the child must leave the engine alone and go on to exec() or _exit(): locks that were held at that moment, by threads
+// which the child does not have, are never released in it. The parent goes on as before in either case.
+//
 // Null arguments never crash: each function says what a null means. An out-parameter keeps its contents unless the
 // function's comment says that it is set.
 #ifndef VOLEENG_H
@@ -49,21 +54,29 @@ struct VoleDebugger {
 
 // Results of init(), reload() and scanFile(). Codes between -500 and -472 that are not named here are reserved.
 // The texts are those that the functions leave in their message argument.
+// "Never answered": no exported function gives the code to a host; what it would say is kept for its number.
 enum VoleResult {
     VOLE_CLEAN = 0,                 // success; of scanFile(): nothing found
     VOLE_FOUND = 1,                 // of scanFile(): a signature matched
     VOLE_ALREADY_LOADED = -500,     // "pattern for VoleEngine has been loaded."
+    VOLE_NO_PATTERNS = -499,        // "pattern for VoleEngine has not been loaded." Never answered.
     VOLE_INVALID_DIRECTORY = -498,  // "<dir> isn't a valid pattern dir path."
+    VOLE_PATTERNS_BUSY = -497,      // "pattern is in busy now, fail to free it." Never answered.
     VOLE_OUT_OF_MEMORY = -496,      // "fail to allocate memory."
+    VOLE_EMPTY_PATTERNS = -495,     // "pattern is empty." Never answered.
     VOLE_INVALID_PATTERN = -494,    // "fail to load pattern file: <dir>, maybe this pattern file format is not valid."
     VOLE_CANNOT_OPEN = -493,        // "fail to open file: <path>"
     VOLE_NO_OPTION_FILE = -490,     // (no text) voleeng.ini cannot be opened; only logged by init()
     VOLE_INVALID_OPTION = -489,     // (no text) voleeng.ini holds an illegal value; only logged by init()
     VOLE_INVALID_LIST = -488,       // "fail to load pa list from <dir>"
+    VOLE_LIST_LOADED = -487,        // "PA list has been loaded." Never answered.
+    VOLE_NO_LIST = -486,            // "PA list has not been loaded" Never answered.
+    VOLE_LIST_BUSY = -485,          // "PA list is in busy now, fail to free it." Never answered.
     VOLE_SCAN_FAILED = -483,        // (no text) the scan failed in a way that has no code of its own
     VOLE_NO_ENTRY = -482,           // (no text) the scan could not set up its work list
     VOLE_CANNOT_READ = -481,        // (no text) the file could not be read
     VOLE_PLUGIN_FAILED = -479,      // (no text) the heuristic plug-in is missing or unusable
+    VOLE_PLUGIN_LOADED = -478,      // "heu-eng for VoleEngine has been loaded." Never answered.
     VOLE_PLUGIN_PRESENT = -476,     // (no text) a plug-in instance exists already
     VOLE_NOT_LOADED = -473,         // (no text) reload() before a successful init()
     VOLE_STANDBY_BUSY = -472,       // "No idle container."
@@ -77,17 +90,21 @@ enum VoleResult {
 VOLEENG_API int init(const char* dir, std::string& message);
 
 // Loads `dir` into the idle slot and switches to it when both the signatures and the lists loaded; otherwise the
-// active set stays. Scans that run keep the set they started on. The options file and the plug-in are not read again.
+// active set stays. A scan that runs keeps its set only to the end of the pass it is in (one content's bytes, or its
+// normalised text): what it comes to after the switch meets the new set, so that one file may be judged by both. The
+// replaced set is let go of with its last user. The options file and the plug-in are not read again.
 // -472 when the idle slot is still held by a scan: call again later.
 VOLEENG_API int reload(const char* dir, std::string& message);
 
-// Releases both signature sets. Always 0. Scans that are under way finish on the set they hold, which goes with the
-// last of them; later ones find nothing loaded. The plug-in instance and the debugger settings stay.
+// Releases both signature sets. Always 0. A pass that is under way (see reload()) finishes on the set it holds, which
+// goes with its last user; what a running scan comes to later finds nothing loaded, and so counts as clean. The plug-in
+// instance and the debugger settings stay.
 VOLEENG_API int freeResource();
 
 // Scans the regular file `path`. 1: `virusName` is set to the name of the signature that matched. 0: clean, or nothing
 // is loaded. Negative: one of the codes above, with its text in `message`. Links are followed; folders, FIFOs,
-// devices and files above 2^31 - 1 bytes give -493. A null `path` gives -493.
+// devices and files above 2^31 - 1 bytes give -493. A null `path` gives -493. Members of archives are scanned, and it is
+// settled where they are dumped, as soon as they are unpacked; what is found and said of them comes in their turn.
 VOLEENG_API int scanFile(const char* path, std::string& virusName, std::string& message);
 
 // 1 when `name` is on the false-alarm list, ignoring ASCII letter case; else 0. Null: 0.
