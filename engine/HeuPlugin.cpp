@@ -16,14 +16,9 @@ constexpr diag::Unit kDiag{"pattern_assistant"};
 
 constexpr const char* kLibraryFile = "libheueng.so";
 constexpr const char* kConfigurationFile = "heueng.ini";
-constexpr int kLibraryLoaded = -478;
 
 using LoadOption = int (*)(const char* path);
 using CreateInstance = void* (*)();
-using CheckSusVirus = int (*)(void* instance, int target, int* verdict, int* extra);
-
-// Written before heu_instance is published, so that whoever sees the instance sees its own library's function.
-CheckSusVirus checkFunction = nullptr;
 
 // Kept as is: nothing sets it, so its result code never shows.
 constexpr void* kLibraryGuard = nullptr;
@@ -84,8 +79,8 @@ bool configure(const Library& library, const std::string& path, std::string& mes
 
 int loadHeuPlugin(const std::string& directory, std::string& message) {
     if (kLibraryGuard) {
-        resultMessage(kLibraryLoaded, nullptr, message);
-        return kLibraryLoaded;
+        resultMessage(VOLE_PLUGIN_LOADED, nullptr, message);
+        return VOLE_PLUGIN_LOADED;
     }
     Library library;
     if (!openLibrary(pathIn(directory, kLibraryFile), library, message)) return VOLE_PLUGIN_FAILED;
@@ -95,7 +90,7 @@ int loadHeuPlugin(const std::string& directory, std::string& message) {
         return VOLE_PLUGIN_PRESENT;
     }
     void* const instance = library.createInstance();
-    checkFunction = library.check;
+    heuCheckFunction = library.check;
     __atomic_store_n(&heu_instance, instance, __ATOMIC_RELEASE);
     return 0;
 }
@@ -109,6 +104,6 @@ int askHeuPlugin(int target, int* extra) {
         return 0;
     }
     int verdict = 0;
-    checkFunction(instance, target, &verdict, extra);
+    heuCheckFunction(instance, target, &verdict, extra);
     return verdict;
 }

@@ -66,9 +66,6 @@ bool readOption(std::FILE* file, const Option& option, OptionValues& values) {
 
 }  // namespace
 
-VoleOptions* VoleOptions::_instance = nullptr;
-constinit ZOV_SPACE::Mutex VoleOptions::_mutex;
-
 VoleOptions& VoleOptions::instance() {
     if (!_instance) _instance = std::unique_ptr<VoleOptions>(new VoleOptions).release();
     return *_instance;

@@ -35,10 +35,11 @@ public:
 private:
     VoleOptions() = default;
 
-    static VoleOptions& instance();  // REQUIRES: _mutex is held.
+    static VoleOptions& instance() VOLE_REQUIRES(_mutex);
 
-    static VoleOptions* _instance;
+    // Defined in Load.cpp.
     static ZOV_SPACE::Mutex _mutex;
+    static VoleOptions* _instance VOLE_GUARDED_BY(_mutex);
 
     OptionValues _values{DefaultMaxEntries, DefaultMaxRatio, DefaultMaxLevelEntries, DefaultMaxDepth, DefaultMaxSize};
 };
