@@ -1,14 +1,13 @@
 #include "EngineSession.h"
 
 #include <charconv>
-#include <cstdio>
 #include <iterator>
 #include <optional>
 #include <string_view>
 #include <utility>
 
 #include "EntryTracker.h"
-#include "Escape.h"
+#include "Messages.h"
 #include "voleeng.h"
 
 namespace {
@@ -37,10 +36,7 @@ LoadReport* loadReport = nullptr;
 void printDiagnostic(const char* text) {
     std::string_view message(text);
     while (!message.empty() && message.back() == '\n') message.remove_suffix(1);
-    std::string line;
-    appendEscaped(line, message);
-    line += '\n';
-    std::fputs(line.c_str(), stderr);
+    printMessage("", message);
 }
 
 // What follows the mark in the line; nothing when the mark is not there.
@@ -99,7 +95,7 @@ EngineSession::EngineSession(const EngineOptions& options) : _diagnostics(option
     setDiagnostics(kAllDiagnostics, collectLoadLine);
     std::string message;
     const int result = init(options.patternDir.c_str(), message);
-    setDiagnostics(options.diagnostics ? kAllDiagnostics : 0, options.diagnostics ? printDiagnostic : nullptr);
+    listenAsAsked();
     loadReport = nullptr;
 
     if (options.diagnostics && !message.empty()) printDiagnostic(message.c_str());
@@ -134,6 +130,10 @@ ScanResult EngineSession::scan(const std::string& path) const {
     return {Verdict::failed, textOrCode(message, result), {}};
 }
 
+void EngineSession::listenAsAsked() const {
+    setDiagnostics(_diagnostics ? kAllDiagnostics : 0, _diagnostics ? printDiagnostic : nullptr);
+}
+
 // Only the engine's diagnostics tell in which archive member a match was. They slow a scan down, so only a file that
 // is known to be infected is scanned with them.
 std::string EngineSession::findEntry(const std::string& path) const {
@@ -143,7 +143,7 @@ std::string EngineSession::findEntry(const std::string& path) const {
     std::string name;
     std::string message;
     const int result = scanFile(path.c_str(), name, message);
-    setDiagnostics(_diagnostics ? kAllDiagnostics : 0, _diagnostics ? printDiagnostic : nullptr);
+    listenAsAsked();
     entryTracker = nullptr;
     return result == VOLE_FOUND ? tracker.current() : std::string();
 }

@@ -24,7 +24,7 @@ enum class Verdict { clean, found, failed };
 struct ScanResult {
     Verdict verdict;
     std::string text;   // found: the signature's name; failed: the reason, never empty
-    std::string entry;  // found in an archive member: its path, with the archives that it lies in as folders
+    std::string entry;  // of a match in an archive member: its path, with the archives that it lies in as folders
 };
 
 class EngineSession {
@@ -43,6 +43,7 @@ public:
     const std::vector<std::string>& limits() const { return _limits; }
 
 private:
+    void listenAsAsked() const;
     std::string findEntry(const std::string& path) const;
 
     bool _diagnostics;

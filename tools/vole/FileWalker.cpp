@@ -8,8 +8,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <system_error>
 #include <utility>
+
+#include "Messages.h"
 
 namespace {
 
@@ -46,9 +47,7 @@ DirStream openDir(const char* path, int extraOpenFlags) {
     return dir;
 }
 
-std::string folderErrorText(int errorNumber) {
-    return "cannot read the folder: " + std::generic_category().message(errorNumber);
-}
+std::string folderErrorText(int errorNumber) { return "cannot read the folder: " + systemText(errorNumber); }
 
 }  // namespace
 

@@ -4,7 +4,8 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <system_error>
+
+#include "Messages.h"
 
 namespace {
 
@@ -42,4 +43,4 @@ bool Output::flush() {
     return !failed();
 }
 
-std::string Output::errorText() const { return std::generic_category().message(_errorNumber); }
+std::string Output::errorText() const { return systemText(_errorNumber); }

@@ -10,6 +10,7 @@
 
 #include "Escape.h"
 #include "FileWalker.h"
+#include "Messages.h"
 #include "Output.h"
 
 namespace {
@@ -21,13 +22,6 @@ struct Tally {
     unsigned long long infected = 0;
     unsigned long long errors = 0;
 };
-
-void complain(std::string_view text) {
-    std::string line = "vole: ";
-    appendEscaped(line, text);
-    line += '\n';
-    std::fputs(line.c_str(), stderr);
-}
 
 class Scan {
 public:
@@ -52,20 +46,22 @@ public:
 private:
     void scanOne(const std::string& path) {
         const ScanResult result = _engine.scan(path);
+        ++(result.verdict == Verdict::failed ? _tally.errors : _tally.scanned);
         switch (result.verdict) {
             case Verdict::clean:
-                ++_tally.scanned;
                 if (!_onlyFindings) report(path, "", "OK");
                 break;
             case Verdict::found:
-                ++_tally.scanned;
                 ++_tally.infected;
-                report(path, result.entry.empty() ? result.text : result.text + " in " + result.entry, " FOUND");
+                reportMatch(path, result, " FOUND");
                 break;
             case Verdict::failed:
-                ++_tally.errors;
                 report(path, result.text, "");
         }
+    }
+
+    void reportMatch(const std::string& path, const ScanResult& match, std::string_view word) {
+        report(path, match.entry.empty() ? match.text : match.text + " in " + match.entry, word);
     }
 
     void report(std::string_view path, std::string_view text, std::string_view word) {

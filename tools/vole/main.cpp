@@ -4,13 +4,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Messages.h"
 #include "ScanCommand.h"
 #include "voleeng.h"
 
@@ -110,7 +110,7 @@ int main(int argc, char** argv) {
         const int answered = commandLine.parse(argc, argv);
         return answered >= 0 ? answered : commandLine.run();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "vole: %s\n", error.what());
+        complain(error.what());
         return kExitErrors;
     }
 }
