@@ -30,11 +30,11 @@ int writeAll(int fd, std::string_view bytes) {
 
 Output::Output(int fd) : _fd(fd), _isTerminal(::isatty(fd) == 1) {}
 
-void Output::writeLine(std::string_view line) {
+void Output::writeLine(std::string_view line, Urgency urgency) {
     if (failed()) return;
     _pending += line;
     _pending += '\n';
-    if (_isTerminal || _pending.size() >= kBlockBytes) flush();
+    if (urgency == Urgency::now || _isTerminal || _pending.size() >= kBlockBytes) flush();
 }
 
 bool Output::flush() {

@@ -1,4 +1,5 @@
-// Output: lines for a file descriptor, collected into large writes. On a terminal each line appears at once.
+// Output: lines for a file descriptor, collected into large writes. On a terminal each line appears at once, and so
+// does everywhere a line that must not be lost when the process is killed, with what was written before it.
 //   Borrows: the descriptor. What is still collected is written by flush(), not by the destructor, so that no
 //            failure goes unnoticed.
 //   Errors:  the first failed write is kept; from then on everything is dropped.
@@ -9,12 +10,14 @@
 #include <string>
 #include <string_view>
 
+enum class Urgency { canWait, now };
+
 class Output {
 public:
     explicit Output(int fd);
 
     // Writes `line` and a line feed.
-    void writeLine(std::string_view line);
+    void writeLine(std::string_view line, Urgency urgency = Urgency::canWait);
 
     // False when this or an earlier write failed.
     bool flush();

@@ -10,6 +10,7 @@
 
 #include "Escape.h"
 #include "FileWalker.h"
+#include "Interruption.h"
 #include "Messages.h"
 #include "Output.h"
 
@@ -28,10 +29,10 @@ public:
     Scan(const EngineSession& engine, bool onlyFindings, Output& output)
         : _engine(engine), _onlyFindings(onlyFindings), _output(output) {}
 
-    // Ends early when the report cannot be written any more.
+    // Ends early when the report cannot be written any more, or a signal asks for it.
     void scanTree(const std::string& root) {
         FileWalker walker(root);
-        while (!_output.failed() && walker.next()) {
+        while (!_output.failed() && !isInterrupted() && walker.next()) {
             if (walker.error().empty()) {
                 scanOne(walker.path());
             } else {
@@ -49,7 +50,7 @@ private:
         ++(result.verdict == Verdict::failed ? _tally.errors : _tally.scanned);
         switch (result.verdict) {
             case Verdict::clean:
-                if (!_onlyFindings) report(path, "", "OK");
+                if (!_onlyFindings) report(path, "", "OK", Urgency::canWait);
                 break;
             case Verdict::found:
                 ++_tally.infected;
@@ -64,13 +65,13 @@ private:
         report(path, match.entry.empty() ? match.text : match.text + " in " + match.entry, word);
     }
 
-    void report(std::string_view path, std::string_view text, std::string_view word) {
+    void report(std::string_view path, std::string_view text, std::string_view word, Urgency urgency = Urgency::now) {
         _line.clear();
         appendEscaped(_line, path);
         _line += ": ";
         appendEscaped(_line, text);
         _line += word;
-        _output.writeLine(_line);
+        _output.writeLine(_line, urgency);
     }
 
     const EngineSession& _engine;
@@ -99,6 +100,7 @@ ExitCode exitCodeOf(const Tally& tally, bool outputFailed) {
 ExitCode scanPaths(const ScanOptions& options, const EngineOptions& engineOptions) {
     const Clock::time_point start = Clock::now();
     const EngineSession engine(engineOptions);
+    noteSignals();  // Not before: while signatures are loaded there is nothing to be lost.
     Output output(STDOUT_FILENO);
     if (options.limits) {
         for (const std::string& limit : engine.limits()) output.writeLine(limit);
@@ -107,6 +109,7 @@ ExitCode scanPaths(const ScanOptions& options, const EngineOptions& engineOption
     for (const std::string& path : options.paths) scan.scanTree(path);
     if (!options.noSummary && !options.paths.empty())
         writeSummary(output, engine.signatureCount(), scan.tally(), Clock::now() - start);
+    if (isInterrupted()) complain(std::string("ended by ") + interruptingSignal());
     if (!output.flush()) complain("cannot write the report: " + output.errorText());
     return exitCodeOf(scan.tally(), output.failed());
 }

@@ -22,7 +22,8 @@ struct ScanOptions {
 std::string defaultPatternDir();
 
 // Scans all paths and reports on standard output; what keeps the scan from starting or reporting goes to standard
-// error.
+// error. Once scans run, a signal that asks the process to end (Interruption.h) ends the report early but in order; the
+// caller has to pass it on.
 ExitCode runScan(const ScanOptions& options);
 
 #endif  // VOLE_TOOL_SCAN_COMMAND_H

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Interruption.h"
 #include "Messages.h"
 #include "ScanCommand.h"
 #include "voleeng.h"
@@ -70,7 +71,9 @@ public:
     int run() {
         // Taken as they were typed: a bound vector would be empty for a file named "{}".
         _scanOptions.paths = _paths->results();
-        return runScan(_scanOptions);
+        const ExitCode code = runScan(_scanOptions);
+        dieIfInterrupted();
+        return code;
     }
 
 private:
@@ -78,7 +81,9 @@ private:
         CLI::App* scan = _app.add_subcommand("scan", "Scan files, and folders with all that is in them");
         scan->footer(
             "Exit status: 0 nothing found, 1 something found, 2 errors and nothing found.\n"
-            "Links are followed when named as PATH, not inside folders.");
+            "Links are followed when named as PATH, not inside folders.\n"
+            "SIGHUP, SIGINT and SIGTERM end the run after the current file, with its report so far; then the program\n"
+            "dies by that signal (128 + its number to a shell). A second one ends it at once.");
         EngineOptions& engine = _scanOptions.engine;
         scan->add_option("-d,--patterns", engine.patternDir,
                          "Pattern directory (default: the bundled starter patterns)")
