@@ -1,7 +1,14 @@
 #include "EngineSession.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <iterator>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -86,6 +93,24 @@ std::string textOrCode(const std::string& text, int code) {
     return text.empty() ? "error " + std::to_string(code) : text;
 }
 
+// The engine has one text for all that keeps it from opening a file. Empty when nothing does any more.
+std::string openProblem(const std::string& path) {
+    constexpr off_t kLargestFile = std::numeric_limits<std::int32_t>::max();
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0) return "cannot open the file: " + systemText(errno);
+    if (!S_ISREG(status.st_mode)) return "not a regular file";
+    if (status.st_size > kLargestFile) return "too large: files of 2 GiB and more are not scanned";
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return "cannot open the file: " + systemText(errno);
+    ::close(fd);
+    return {};
+}
+
+std::string scanProblem(const std::string& path, const std::string& message, int code) {
+    const std::string problem = code == VOLE_CANNOT_OPEN ? openProblem(path) : std::string();
+    return problem.empty() ? textOrCode(message, code) : problem;
+}
+
 }  // namespace
 
 EngineSession::EngineSession(const EngineOptions& options) : _diagnostics(options.diagnostics) {
@@ -127,7 +152,7 @@ ScanResult EngineSession::scan(const std::string& path) const {
     const int result = scanFile(path.c_str(), name, message);
     if (result == VOLE_CLEAN) return {Verdict::clean, {}, {}};
     if (result == VOLE_FOUND) return {Verdict::found, std::move(name), findEntry(path)};
-    return {Verdict::failed, textOrCode(message, result), {}};
+    return {Verdict::failed, scanProblem(path, message, result), {}};
 }
 
 void EngineSession::listenAsAsked() const {
