@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
+#include <filesystem>
 #include <iterator>
 #include <limits>
 #include <optional>
@@ -111,9 +112,18 @@ std::string scanProblem(const std::string& path, const std::string& message, int
     return problem.empty() ? textOrCode(message, code) : problem;
 }
 
+// The engine makes the folder when it dumps, but leaves out without a word what it cannot write.
+void makeDumpDir(const std::string& dir) {
+    std::error_code error;
+    std::filesystem::create_directories(dir, error);
+    if (!error && ::access(dir.c_str(), R_OK | W_OK | X_OK) != 0) error = {errno, std::generic_category()};
+    if (error) throw LoadError("cannot dump to " + dir + ": " + error.message());
+}
+
 }  // namespace
 
 EngineSession::EngineSession(const EngineOptions& options) : _diagnostics(options.diagnostics) {
+    if (!options.dumpDir.empty()) makeDumpDir(options.dumpDir);
     LoadReport report;
     report.echo = options.diagnostics;
     loadReport = &report;
@@ -153,6 +163,15 @@ ScanResult EngineSession::scan(const std::string& path) const {
     if (result == VOLE_CLEAN) return {Verdict::clean, {}, {}};
     if (result == VOLE_FOUND) return {Verdict::found, std::move(name), findEntry(path)};
     return {Verdict::failed, scanProblem(path, message, result), {}};
+}
+
+// A scan ends at its first match, and nothing of the content that matches is dumped. Without signatures nothing
+// matches.
+void EngineSession::dumpMembers(const std::string& path) {
+    freeResource();
+    std::string name;
+    std::string message;
+    scanFile(path.c_str(), name, message);
 }
 
 void EngineSession::listenAsAsked() const {

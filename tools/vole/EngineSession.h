@@ -1,6 +1,6 @@
 // EngineSession: the engine, loaded with one pattern directory for as long as this object lives.
 //   Owns:    the engine's signature sets, and the process's debugger settings: there is one session at a time.
-//   Throws:  LoadError when scanning with this directory would mean nothing.
+//   Throws:  LoadError when scanning with this directory would mean nothing, or dumps cannot be written.
 //   Threads: all on one thread at a time.
 #ifndef VOLE_TOOL_ENGINE_SESSION_H
 #define VOLE_TOOL_ENGINE_SESSION_H
@@ -15,7 +15,7 @@ struct LoadError : std::runtime_error {
 
 struct EngineOptions {
     std::string patternDir;
-    std::string dumpDir;       // where extracted archive members are dumped; empty: nowhere
+    std::string dumpDir;       // where extracted archive members are dumped, made when missing; empty: nowhere
     bool diagnostics = false;  // the engine's diagnostic lines go to standard error
 };
 
@@ -35,6 +35,10 @@ public:
     EngineSession& operator=(const EngineSession&) = delete;
 
     ScanResult scan(const std::string& path) const;
+
+    // Dumps all members of an archive, also those that scan() leaves out: the one that matched, and what follows it.
+    // Afterwards there are no signatures any more: scan() is not to be called.
+    void dumpMembers(const std::string& path);
 
     // Signature lines accepted while loading; -1 when the engine did not tell.
     int signatureCount() const { return _signatureCount; }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "Escape.h"
 #include "FileWalker.h"
@@ -42,6 +43,9 @@ public:
         }
     }
 
+    // The files with a finding.
+    const std::vector<std::string>& matches() const { return _matches; }
+
     const Tally& tally() const { return _tally; }
 
 private:
@@ -63,6 +67,7 @@ private:
 
     void reportMatch(const std::string& path, const ScanResult& match, std::string_view word) {
         report(path, match.entry.empty() ? match.text : match.text + " in " + match.entry, word);
+        _matches.push_back(path);
     }
 
     void report(std::string_view path, std::string_view text, std::string_view word, Urgency urgency = Urgency::now) {
@@ -78,6 +83,7 @@ private:
     bool _onlyFindings;
     Output& _output;
     Tally _tally;
+    std::vector<std::string> _matches;
     std::string _line;
 };
 
@@ -97,9 +103,16 @@ ExitCode exitCodeOf(const Tally& tally, bool outputFailed) {
     return tally.errors != 0 || outputFailed ? kExitErrors : kExitClean;
 }
 
+void dumpMatches(EngineSession& engine, const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+        if (isInterrupted()) return;
+        engine.dumpMembers(path);
+    }
+}
+
 ExitCode scanPaths(const ScanOptions& options, const EngineOptions& engineOptions) {
     const Clock::time_point start = Clock::now();
-    const EngineSession engine(engineOptions);
+    EngineSession engine(engineOptions);
     noteSignals();  // Not before: while signatures are loaded there is nothing to be lost.
     Output output(STDOUT_FILENO);
     if (options.limits) {
@@ -107,6 +120,7 @@ ExitCode scanPaths(const ScanOptions& options, const EngineOptions& engineOption
     }
     Scan scan(engine, options.onlyFindings, output);
     for (const std::string& path : options.paths) scan.scanTree(path);
+    if (!engineOptions.dumpDir.empty()) dumpMatches(engine, scan.matches());
     if (!options.noSummary && !options.paths.empty())
         writeSummary(output, engine.signatureCount(), scan.tally(), Clock::now() - start);
     if (isInterrupted()) complain(std::string("ended by ") + interruptingSignal());

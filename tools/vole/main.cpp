@@ -85,15 +85,23 @@ private:
             "SIGHUP, SIGINT and SIGTERM end the run after the current file, with its report so far; then the program\n"
             "dies by that signal (128 + its number to a shell). A second one ends it at once.");
         EngineOptions& engine = _scanOptions.engine;
+        // An unset variable of a script must not stand for the default.
+        const CLI::Validator notEmpty(
+            [](const std::string& value) { return std::string(value.empty() ? "must not be empty" : ""); }, "");
         scan->add_option("-d,--patterns", engine.patternDir,
                          "Pattern directory (default: the bundled starter patterns)")
-            ->type_name("DIR");
+            ->type_name("DIR")
+            ->check(notEmpty);
         scan->add_flag("-i,--infected", _scanOptions.onlyFindings, "List findings and errors only");
         scan->add_flag("--no-summary", _scanOptions.noSummary, "Leave the closing summary out");
         CLI::Option* limits =
             scan->add_flag("--limits", _scanOptions.limits, "Print the limits on unpacking that are in force");
         scan->add_flag("--debug", engine.diagnostics, "Print the engine's diagnostics to standard error");
-        scan->add_option("--dump", engine.dumpDir, "Dump extracted archive members below DIR")->type_name("DIR");
+        scan->add_option("--dump", engine.dumpDir,
+                         "Write all members taken out of archives, infected ones too, below DIR, which is made\n"
+                         "when it is missing: ARCHIVE.unar/MEMBER. Limits on unpacking hold")
+            ->type_name("DIR")
+            ->check(notEmpty);
         _paths = scan->add_option("PATH", "Files and folders to scan");
         _paths->type_name("")->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
         scan->callback([this, limits] {
