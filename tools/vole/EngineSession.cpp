@@ -161,8 +161,9 @@ ScanResult EngineSession::scan(const std::string& path) const {
     std::string message;
     const int result = scanFile(path.c_str(), name, message);
     if (result == VOLE_CLEAN) return {Verdict::clean, {}, {}};
-    if (result == VOLE_FOUND) return {Verdict::found, std::move(name), findEntry(path)};
-    return {Verdict::failed, scanProblem(path, message, result), {}};
+    if (result != VOLE_FOUND) return {Verdict::failed, scanProblem(path, message, result), {}};
+    const Verdict verdict = IsFalseAlarm(name.c_str()) == 1 ? Verdict::allowed : Verdict::found;
+    return {verdict, std::move(name), findEntry(path)};
 }
 
 // A scan ends at its first match, and nothing of the content that matches is dumped. Without signatures nothing

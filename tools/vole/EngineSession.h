@@ -19,11 +19,16 @@ struct EngineOptions {
     bool diagnostics = false;  // the engine's diagnostic lines go to standard error
 };
 
-enum class Verdict { clean, found, failed };
+enum class Verdict {
+    clean,
+    found,
+    allowed,  // found, and its name is on the list of false alarms
+    failed
+};
 
 struct ScanResult {
     Verdict verdict;
-    std::string text;   // found: the signature's name; failed: the reason, never empty
+    std::string text;   // found, allowed: the signature's name; failed: the reason, never empty
     std::string entry;  // of a match in an archive member: its path, with the archives that it lies in as folders
 };
 

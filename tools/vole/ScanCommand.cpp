@@ -22,6 +22,7 @@ using Clock = std::chrono::steady_clock;
 struct Tally {
     unsigned long long scanned = 0;
     unsigned long long infected = 0;
+    unsigned long long allowed = 0;
     unsigned long long errors = 0;
 };
 
@@ -43,7 +44,7 @@ public:
         }
     }
 
-    // The files with a finding.
+    // The files with a match, whatever its name.
     const std::vector<std::string>& matches() const { return _matches; }
 
     const Tally& tally() const { return _tally; }
@@ -59,6 +60,10 @@ private:
             case Verdict::found:
                 ++_tally.infected;
                 reportMatch(path, result, " FOUND");
+                break;
+            case Verdict::allowed:
+                ++_tally.allowed;
+                reportMatch(path, result, " ALLOWED");
                 break;
             case Verdict::failed:
                 report(path, result.text, "");
@@ -94,6 +99,7 @@ void writeSummary(Output& output, int signatureCount, const Tally& tally, Clock:
     if (signatureCount >= 0) output.writeLine("Signatures: " + std::to_string(signatureCount));
     output.writeLine("Scanned:    " + std::to_string(tally.scanned));
     output.writeLine("Infected:   " + std::to_string(tally.infected));
+    output.writeLine("Allowed:    " + std::to_string(tally.allowed));
     output.writeLine("Errors:     " + std::to_string(tally.errors));
     output.writeLine(std::string("Elapsed:    ") + seconds);
 }

@@ -13,7 +13,7 @@ enum ExitCode { kExitClean = 0, kExitFound = 1, kExitErrors = 2 };
 struct ScanOptions {
     EngineOptions engine;  // an empty pattern directory stands for defaultPatternDir()
     std::vector<std::string> paths;
-    bool onlyFindings = false;  // findings and errors are listed, clean files are not
+    bool onlyFindings = false;  // matches and errors are listed, clean files are not
     bool noSummary = false;
     bool limits = false;  // the limits on unpacking are printed; there may be no paths then
 };

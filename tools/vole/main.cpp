@@ -80,7 +80,8 @@ private:
     void addScan() {
         CLI::App* scan = _app.add_subcommand("scan", "Scan files, and folders with all that is in them");
         scan->footer(
-            "Exit status: 0 nothing found, 1 something found, 2 errors and nothing found.\n"
+            "Exit status: 0 nothing found, 1 something found, 2 errors and nothing found. A name on the false-alarm\n"
+            "list is reported as ALLOWED and is no finding.\n"
             "Links are followed when named as PATH, not inside folders.\n"
             "SIGHUP, SIGINT and SIGTERM end the run after the current file, with its report so far; then the program\n"
             "dies by that signal (128 + its number to a shell). A second one ends it at once.");
@@ -92,7 +93,7 @@ private:
                          "Pattern directory (default: the bundled starter patterns)")
             ->type_name("DIR")
             ->check(notEmpty);
-        scan->add_flag("-i,--infected", _scanOptions.onlyFindings, "List findings and errors only");
+        scan->add_flag("-i,--infected", _scanOptions.onlyFindings, "List FOUND, ALLOWED and errors only");
         scan->add_flag("--no-summary", _scanOptions.noSummary, "Leave the closing summary out");
         CLI::Option* limits =
             scan->add_flag("--limits", _scanOptions.limits, "Print the limits on unpacking that are in force");
