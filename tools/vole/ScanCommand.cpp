@@ -142,7 +142,7 @@ std::string defaultPatternDir() {
     const fs::path programDir = fs::read_symlink("/proc/self/exe", error).parent_path();
     const fs::path beside = programDir / "patterns" / "starter";
     if (fs::is_directory(beside, error)) return beside.string();
-    return (programDir / ".." / ".." / "patterns" / "starter").lexically_normal().string();
+    return (programDir / VOLE_DATA_FROM_PROGRAM / "patterns" / "starter").lexically_normal().string();
 }
 
 ExitCode runScan(const ScanOptions& options) {

@@ -18,7 +18,8 @@ struct ScanOptions {
     bool limits = false;  // the limits on unpacking are printed; there may be no paths then
 };
 
-// The starter patterns that belong to this program: beside it, or in the source tree whose build folder it lies in.
+// The starter patterns that belong to this program: beside it, or where they were installed with it. Found from where
+// the program is, so both may be moved together.
 std::string defaultPatternDir();
 
 // Scans all paths and reports on standard output; what keeps the scan from starting or reporting goes to standard
