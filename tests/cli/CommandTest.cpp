@@ -1,52 +1,26 @@
 // The vole program from the outside: what it prints and what it returns.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <tuple>
-#include <vector>
+#include <csignal>
+#include <cstdio>
+#include <utility>
 
-#include "Sandbox.h"
 #include "support/Eicar.h"
+#include "support/TempDir.h"
 #include "support/ZipBuilder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-using Arguments = std::vector<std::string>;
-
-struct Result {
-    int status;
-    std::string out, err;
-};
-
-// Runs the program in the sandbox. `outPath`: the file that standard output goes to; it is read when it is the default.
-Result vole(const Sandbox& box, Arguments arguments, const char* outPath = "out") {
-    arguments.insert(arguments.begin(), VOLE_PROGRAM);
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    const TempDir output;
-    const std::string out = (output.path() / outPath).string(), err = (output / "err").string();
-    const pid_t child = ::fork();
-    if (child == 0) {
-        constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
-        const bool ready = ::chdir(box.dir().c_str()) == 0 && ::dup2(::open(out.c_str(), kFlags, 0600), 1) == 1 &&
-                           ::dup2(::open(err.c_str(), kFlags, 0600), 2) == 2;
-        if (ready) ::execv(argv[0], argv.data());
-        ::_exit(127);
-    }
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, TempDir::contentOf(output / "out"), TempDir::contentOf(err)};
-}
-
-// What every row below finds in its working folder.
-void fillSandbox(const Sandbox& box) {
+// What every command of the transcript finds in its working folder.
+void fillSandbox(const TempDir& box) {
     const ZipBuilder inner{{"empty", ""}, {"1", "one"}, {"/2/bad", eicar()}};
     const ZipBuilder nested{{"a", std::string(2 << 20, 'a')},
                             {"big", std::string(1 << 20, 'a')},
@@ -59,12 +33,14 @@ void fillSandbox(const Sandbox& box) {
         {"tree/deeper/bad", eicar()},
         {"nested.zip", nested.archive()},
         {"only-lists/pattern_assistant.xml", "<l><Spyware><i name=\"x\"/></Spyware></l>"},
-        // The digest of the file "clean".
-        {"own/own.hdb", "da2483a95bdf581f3a966cab73e607d6:13:Own-Name\n"},
+        // The digests of the file "clean" and of the last member of nested.zip.
+        {"own/own.hdb", "da2483a95bdf581f3a966cab73e607d6:13:Own-Name\naddec426932e71323700afa1911f8f1c:4:Own-False\n"},
+        {"own/pattern_assistant.xml", "<l><FalseAlarm><i name=\"own-FALSE\"/></FalseAlarm></l>"},
         {"own/voleeng.ini", "MaxUnarDepth=7\n"},
     };
     for (const auto& [name, content] : files) box.write(name, content);
-    for (const char* name : {"tree/clean", "[a,b]", "{}", "++", "--debug", "scan"}) box.write(name, "");
+    for (const char* name : {"tree/clean", "[a,b]", "{}", "++", "--debug", "scan", "huge"}) box.write(name, "");
+    ASSERT_EQ(::truncate((box / "huge").c_str(), off_t{1} << 31), 0);
     fs::create_directory(box / "empty");
     fs::create_symlink("bad", box / "link");
     fs::create_symlink("tree", box / "folder-link");
@@ -72,104 +48,69 @@ void fillSandbox(const Sandbox& box) {
     for (const char* name : {"fifo", "tree/fifo"}) ASSERT_EQ(::mkfifo((box / name).c_str(), 0600), 0);
 }
 
-struct CommandCase {
-    const char* why;
-    Arguments arguments;  // Of the scan, besides --no-summary.
-    int status;
-    const char* out;
-    const char* errPart = "";  // must be somewhere on standard error; empty: nothing may be there
-};
+// What a shell in the sandbox writes for the command: standard output, the status, and each line of standard error.
+std::string answerTo(const TempDir& box, const std::string& command) {
+    const std::string script = "cd '" + box.path().string() + "'; vole() { '" VOLE_PROGRAM "' \"$@\"; }; ( " + command +
+                               "\n) 2>.err; echo \"[$?]\"; sed 's/^/! /' .err";
+    FILE* const shell = ::popen(script.c_str(), "r");
+    std::string answer;
+    for (int c; (c = std::fgetc(shell)) != EOF;) answer += static_cast<char>(c);
+    ::pclose(shell);
+    return answer;
+}
 
-const CommandCase kCommands[] = {
-    {"a clean file", {"clean"}, 0, "clean: OK\n"},
-    {"links and special files in folders are passed over, links named by the user are followed",
-     {"tree", "link", "folder-link/"},
-     1,
-     "tree/clean: OK\ntree/deeper/bad: Eicar-Test-File FOUND\nlink: Eicar-Test-File FOUND\n"
-     "folder-link/clean: OK\nfolder-link/deeper/bad: Eicar-Test-File FOUND\n"},
-    {"the member found, behind some that limits keep out",
-     {"nested.zip"},
-     1,
-     "nested.zip: Eicar-Test-File in b/inner.zip/2/bad FOUND\n"},
-    {"the limits in force",
-     {"--limits", "-d", "own", "bad"},
-     0,
-     "MaxUnarEntries      = 100\nMaxUnarRatio        = 250\nMaxUnarLevelEntries = 50\n"
-     "MaxUnarDepth        = 7\nMaxUnarSize         = 1048576 bytes\nbad: OK\n"},
-    {"only findings and errors",
-     {"--infected", "clean", "bad", "missing"},
-     1,
-     "bad: Eicar-Test-File FOUND\nmissing: fail to open file: missing\n"},
-    {"a FIFO must not block", {"fifo", "clean"}, 2, "fifo: fail to open file: fifo\nclean: OK\n"},
-    {"a name cannot forge lines, nor can it in an error text",
-     {"gone\nclean: OK"},
-     2,
-     "gone\\nclean: OK: fail to open file: gone\\nclean: OK\n"},
-    {"names that the option parser could take for its own",
-     {"[a,b]", "{}", "++", "scan", "--", "--debug"},
-     0,
-     "./[a,b]: OK\n{}: OK\n./++: OK\nscan: OK\n./--debug: OK\n"},
-    {"an empty name", {""}, 2, ": fail to open file: \n"},
-    {"patterns of one's own", {"-d", "own", "clean", "bad"}, 1, "clean: Own-Name FOUND\nbad: OK\n"},
-    {"a missing pattern directory", {"-d", "gone", "bad"}, 2, "", "gone isn't a valid pattern dir path."},
-    {"nothing loaded must not look clean", {"-d", "empty", "bad"}, 2, "", "no signatures in empty"},
-    {"nor with lists alone", {"-d", "only-lists", "bad"}, 2, "", "no signatures in only-lists"},
-    {"no path", {}, 2, "", "PATH is required"},
-    {"an unknown option", {"--bogus", "clean"}, 2, "", "--bogus"},
-    {"diagnostics go to standard error", {"--debug", "clean"}, 0, "clean: OK\n", "vole-engine, pattern [6]"},
-};
-
-TEST(VoleScan, reportsAndReturnsByTheTable) {
-    const Sandbox box;
+TEST(Vole, answersAsInTheTranscript) {
+    const TempDir box;
     fillSandbox(box);
-    for (const CommandCase& c : kCommands) {
-        SCOPED_TRACE(c.why);
-        Arguments arguments{"scan", "--no-summary"};
-        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
-        const Result result = vole(box, arguments);
-        EXPECT_EQ(result.status, c.status);
-        EXPECT_EQ(result.out, c.out);
-        EXPECT_EQ(result.err.empty(), *c.errPart == '\0') << result.err;
-        EXPECT_NE(result.err.find(c.errPart), std::string::npos) << result.err;
+    std::ifstream transcript(VOLE_TRANSCRIPT);
+    ASSERT_TRUE(transcript);
+    std::string why, command, expected;
+    for (std::string line; std::getline(transcript, line);) {
+        if (line.starts_with("# ")) {
+            why = line;
+        } else if (line.starts_with("$ ")) {
+            command = line.substr(2);
+        } else if (!line.empty()) {
+            expected += line + "\n";
+        } else if (!command.empty()) {
+            EXPECT_EQ(answerTo(box, std::exchange(command, "")), std::exchange(expected, "")) << why;
+        }
     }
+    EXPECT_EQ(command, "") << "without an empty line behind it";
 }
 
-TEST(VoleScan, closesWithASummaryAndTreatsALostReportAsAnError) {
-    const Sandbox box;
-    fillSandbox(box);
-    const std::string out = vole(box, {"scan", "-i", "clean", "bad", "missing"}).out;
-    const char* const summary = "\n\nSignatures: 6\nScanned:    2\nInfected:   1\nErrors:     1\nElapsed:    ";
-    EXPECT_NE(out.find(summary), std::string::npos) << out;
-    const Result clean = vole(box, {"scan", "clean"}, "/dev/full");
-    EXPECT_EQ(clean.status, 2);
-    EXPECT_EQ(clean.err, "vole: cannot write the report: No space left on device\n");
-    EXPECT_EQ(vole(box, {"scan", "bad"}, "/dev/full").status, 1);
+pid_t startScan(const TempDir& box, const char* path, int output) {
+    const pid_t child = ::fork();
+    if (child != 0) return child;
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) std::signal(signal, SIG_DFL);  // Not as nohup has them.
+    const bool ready = ::dup2(output, 1) == 1 && ::chdir(box.path().c_str()) == 0;
+    if (ready) ::execl(VOLE_PROGRAM, "vole", "scan", path, nullptr);
+    ::_exit(127);
 }
 
-// More lines than one block of output holds.
-TEST(VoleScan, losesNoLineOfALongReport) {
-    const Sandbox box;
-    constexpr int kFiles = 1500;
-    for (int i = 0; i < kFiles; ++i) box.write("tree/" + std::string(60, 'n') + std::to_string(i), "");
-    const Result result = vole(box, {"scan", "--no-summary", "tree"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), kFiles);
-    EXPECT_GT(result.out.size(), 64u * 1024);
-}
-
-TEST(Vole, answersQuestionsAboutItself) {
-    const std::tuple<Arguments, int, const char*> cases[] = {
-        {{"--version"}, 0, "Vole Engine Version: 1.0.0.223"},
-        {{"scan", "--help"}, 0, "Exit status: 0 nothing found, 1 something found, 2 errors and nothing found."},
-        {{}, 2, ""},
-        {{"bogus"}, 2, ""},
-    };
-    const Sandbox box;
-    for (const auto& [arguments, status, outPart] : cases) {
-        const Result result = vole(box, arguments);
-        EXPECT_EQ(result.status, status) << outPart;
-        EXPECT_NE(result.out.find(outPart), std::string::npos) << result.out;
-        EXPECT_EQ(result.err.empty(), status == 0) << result.err;
+// The report goes to a pipe that soon is full, so the program is in the middle of it when the signal comes. Its lines
+// together are shorter than what is collected of those that are no findings.
+TEST(VoleScan, writesFindingsAtOnceAndEndsWithThemBySignal) {
+    const TempDir box;
+    constexpr int kFiles = 400;
+    for (int i = 0; i < kFiles; ++i) box.write("tree/" + std::string(60, 'n') + std::to_string(i), eicar());
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+        int pipe[2];
+        ASSERT_EQ(::pipe(pipe), 0);
+        ASSERT_EQ(::fcntl(pipe[0], F_SETPIPE_SZ, 4096), 4096);
+        const pid_t child = startScan(box, "tree", pipe[1]);
+        ::close(pipe[1]);
+        pollfd report{pipe[0], POLLIN, 0};
+        EXPECT_EQ(::poll(&report, 1, -1), 1);
+        ::kill(child, signal);
+        std::string out;
+        for (char byte; ::read(pipe[0], &byte, 1) == 1;) out += byte;
+        ::close(pipe[0]);
+        int status = 0;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_LT(std::count(out.begin(), out.end(), '\n'), kFiles);
+        EXPECT_NE(out.find("FOUND\n\nSignatures: 6\n"), std::string::npos) << out;
     }
 }
 

@@ -27,8 +27,9 @@ public:
     const std::filesystem::path& path() const { return _path; }
     std::filesystem::path operator/(const std::string& name) const { return _path / name; }
 
-    // Writes a file and returns its path.
+    // Writes a file, with the folders it needs, and returns its path.
     std::string write(const std::string& name, const std::string& content) const {
+        std::filesystem::create_directories((_path / name).parent_path());
         std::ofstream(_path / name, std::ios::binary) << content;
         return (_path / name).string();
     }
