@@ -16,12 +16,13 @@
 #include "io/FileBufferBase.h"
 #include "io/FileViewBufferBase.h"
 #include "io/MemBufferBase.h"
-#include "io/PipeBufferBase.h"
 #include "io/SmartBufferBase.h"
 #include "support/Content.h"
 #include "support/FileSizeLimit.h"
 #include "support/TempFile.h"
 #include "support/Thrown.h"
+#include "unused/LimitedBufferBase.h"
+#include "unused/PipeBufferBase.h"
 
 namespace ZOV_SPACE {
 namespace {

@@ -9,12 +9,12 @@
 #include <memory>
 #include <string>
 
-#include "FileLock.h"
 #include "io/FileBufferBase.h"
 #include "io/FileViewBufferBase.h"
 #include "io/InputStream.h"
-#include "io/OutputStream.h"
 #include "support/TempDir.h"
+#include "unused/FileLock.h"
+#include "unused/OutputStreams.h"
 
 namespace ZOV_SPACE {
 namespace {

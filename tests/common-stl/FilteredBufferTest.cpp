@@ -1,4 +1,4 @@
-#include "io/FilteredBufferBase.h"
+#include "unused/LimitedBufferBase.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@
 #include <tuple>
 
 #include "io/MemBufferBase.h"
-#include "io/PipeBufferBase.h"
 #include "support/Thrown.h"
+#include "unused/PipeBufferBase.h"
 
 namespace ZOV_SPACE {
 namespace {

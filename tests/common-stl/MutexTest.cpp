@@ -9,9 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include "FileLock.h"
 #include "support/OwnProcess.h"
 #include "support/TempDir.h"
+#include "unused/Counters.h"
+#include "unused/FileLock.h"
 
 namespace ZOV_SPACE {
 namespace {

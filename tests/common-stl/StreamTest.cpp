@@ -5,11 +5,12 @@
 #include <tuple>
 #include <vector>
 
-#include "io/OutputStream.h"
 #include "support/ChunkedInput.h"
 #include "support/Content.h"
 #include "support/TempFile.h"
 #include "support/Thrown.h"
+#include "unused/BufferedInputStream.h"
+#include "unused/OutputStreams.h"
 
 namespace ZOV_SPACE {
 namespace {

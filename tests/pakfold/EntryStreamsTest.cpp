@@ -9,6 +9,7 @@
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "unarchiver/ScanBudget.h"
+#include "unused/OutputStreams.h"
 
 namespace ZOV_SPACE {
 namespace {

@@ -7,11 +7,11 @@
 #include <string>
 #include <utility>
 
-#include "io/InputStream.h"
-#include "io/OutputStream.h"
 #include "support/ChunkedInput.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
+#include "unused/BufferedInputStream.h"
+#include "unused/OutputStreams.h"
 
 namespace ZOV_SPACE {
 namespace {

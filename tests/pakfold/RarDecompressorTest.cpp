@@ -14,6 +14,7 @@
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "unarchiver/ScanBudget.h"
+#include "unused/OutputStreams.h"
 
 namespace ZOV_SPACE {
 namespace {

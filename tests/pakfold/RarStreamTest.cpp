@@ -6,6 +6,7 @@
 
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
+#include "unused/OutputStreams.h"
 
 namespace ZOV_SPACE {
 namespace {

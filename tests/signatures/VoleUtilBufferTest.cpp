@@ -6,12 +6,12 @@
 #include <vector>
 
 #include "VoleUtil.h"
-#include "io/FilteredBufferBase.h"
 #include "io/IOBuffer.h"
 #include "io/SmartBufferBase.h"
 #include "support/CapturedLog.h"
 #include "support/Content.h"
 #include "support/StringBuffer.h"
+#include "unused/LimitedBufferBase.h"
 
 namespace {
 

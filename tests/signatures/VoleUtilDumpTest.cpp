@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "VoleUtil.h"
-#include "io/FilteredBufferBase.h"
 #include "support/CapturedLog.h"
 #include "support/StringBuffer.h"
 #include "support/TempDir.h"
+#include "unused/LimitedBufferBase.h"
 
 namespace {
 

@@ -1,10 +1,7 @@
-// Mutex.h: mutual exclusion, waiting and counting for the threads of one process. None of these classes creates
+// Mutex.h: mutual exclusion and waiting for the threads of one process. None of these classes creates
 // threads, and nothing throws: results are POSIX results (0 on success) or -1. Unless a class says otherwise, every
 // operation is safe from any thread; destroying an object while another thread is still inside one of its operations
 // is not.
-//
-// A caller error in the three counting operations (a semaphore of 0, a negative start, an empty reservation) stops
-// the process through the platform's assertion facility, in release builds too.
 #ifndef COMMON_STL_MUTEX_H
 #define COMMON_STL_MUTEX_H
 
@@ -122,41 +119,6 @@ public:
 
 private:
     RWLock& _lock;
-};
-
-class Semaphore : public CPObject {
-public:
-    // Kept as is: a semaphore cannot start closed; a count below 1 stops the process. Hosts' code relies on
-    // the first wait() passing.
-    explicit Semaphore(int count);
-    Semaphore(const Semaphore&) = delete;
-    Semaphore& operator=(const Semaphore&) = delete;
-
-    int wait();     // Blocks while the count is below 1, then takes one. 0.
-    int trywait();  // 0, or -1 when the count is below 1.
-    int post();     // 0, or -1 when the count is at its largest value.
-
-private:
-    int _count;
-    Mutex _mutex;
-    Condition _condition;
-};
-
-// Hands out ascending numbers from `initVal`, which must not be negative. After the largest one follow 0, 0, 1, 2, ...
-class Sequence : public CPObject {
-public:
-    explicit Sequence(int initVal);
-    Sequence(const Sequence&) = delete;
-    Sequence& operator=(const Sequence&) = delete;
-
-    int getNext();
-    int getNext(unsigned int size);  // Reserves `size` numbers, at least 1, and returns the first.
-
-private:
-    int advance(unsigned int step, unsigned int nextAfterWrap);
-
-    int _next;
-    Mutex _mutex;
 };
 
 }  // namespace ZOV_SPACE

@@ -1,4 +1,4 @@
-#include "FileLock.h"
+#include "unused/FileLock.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

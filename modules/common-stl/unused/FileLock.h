@@ -1,8 +1,8 @@
 // FileLock: an exclusive lock between processes, held on a file. Record locks belong to the process: threads of one
 // process do not exclude each other, and closing any descriptor of the file gives the lock back.
 //   Threads: one at a time.   Nothing throws; -1 is failure, with errno set where a system call failed.
-#ifndef COMMON_STL_FILELOCK_H
-#define COMMON_STL_FILELOCK_H
+#ifndef COMMON_STL_UNUSED_FILELOCK_H
+#define COMMON_STL_UNUSED_FILELOCK_H
 
 #include <fcntl.h>
 
@@ -44,4 +44,4 @@ private:
 
 }  // namespace ZOV_SPACE
 
-#endif  // COMMON_STL_FILELOCK_H
+#endif  // COMMON_STL_UNUSED_FILELOCK_H

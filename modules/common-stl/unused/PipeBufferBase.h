@@ -2,8 +2,8 @@
 // bytes or writing was closed. The inner buffer is borrowed.
 //   Throws:  as the inner buffer.
 //   Threads: any; a monitor guards every operation up to truncate(). getSize() and the other queries take no lock.
-#ifndef COMMON_STL_IO_PIPEBUFFERBASE_H
-#define COMMON_STL_IO_PIPEBUFFERBASE_H
+#ifndef COMMON_STL_UNUSED_PIPEBUFFERBASE_H
+#define COMMON_STL_UNUSED_PIPEBUFFERBASE_H
 
 #include <atomic>
 #include <memory>
@@ -72,4 +72,4 @@ private:
 
 }  // namespace ZOV_SPACE
 
-#endif  // COMMON_STL_IO_PIPEBUFFERBASE_H
+#endif  // COMMON_STL_UNUSED_PIPEBUFFERBASE_H

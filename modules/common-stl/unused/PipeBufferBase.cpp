@@ -1,8 +1,8 @@
-#include "io/PipeBufferBase.h"
+#include "unused/PipeBufferBase.h"
 
 #include <new>
 
-#include "BufferSupport.h"
+#include "io/BufferSupport.h"
 
 namespace ZOV_SPACE {
 
