@@ -1,4 +1,4 @@
-// Hosts call the framework's classes through their tables of virtual operations, so the order is fixed. A pointer to a
+// The order of virtual operations is part of the framework's contract. A pointer to a
 // virtual member function holds the offset of its slot plus one.
 #include <gtest/gtest.h>
 

@@ -15,7 +15,7 @@ class FileTypeIdent {
 public:
     FileTypeIdent() = delete;
 
-    // Hosts know the numbers.
+    // The numbers are part of the framework's contract.
     enum Code : int {
         kPlainText = 100,
         kHtml = 101,

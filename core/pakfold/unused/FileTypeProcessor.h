@@ -11,7 +11,7 @@
 
 namespace ZOV_SPACE {
 
-// The order of fields is part of the binary interface.
+// The order of fields is part of the framework's contract.
 class FileTypeProcessor : public DecompressProcessor {
 public:
     class CallBack {

@@ -4,7 +4,7 @@
 
 namespace ZOV_SPACE {
 
-// Order of virtual operations (binary interface): destructor, toString.
+// Order of virtual operations, fixed by the framework's contract: destructor, toString.
 class CPObject {
 public:
     CPObject() = default;

@@ -10,8 +10,8 @@
 
 namespace ZOV_SPACE {
 
-// Order of virtual operations (binary interface): destructor, CPObject::toString() const, getMessage, toString,
-// getErrorLocation; of fields: message, location file, location line.
+// Order of virtual operations, fixed by the framework's contract: destructor, CPObject::toString() const, getMessage,
+// toString, getErrorLocation; of fields: message, location file, location line.
 class Exception : public CPObject {
 public:
     Exception() = default;

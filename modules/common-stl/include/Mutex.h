@@ -92,7 +92,7 @@ private:
 
     // kWriter, or the number of readers; kWaiting besides when _waiters is not 0.
     std::atomic<std::uint32_t> _state = 0;
-    std::uint32_t _waiters = 0;  // Guarded by _mutex.
+    std::uint32_t _waiters VOLE_GUARDED_BY(_mutex) = 0;
     Mutex _mutex;
     Condition _writersCondition;
     Condition _readersCondition;

@@ -58,7 +58,7 @@ public:
     // no digit. Throws Exception "invalid oct number", "invalid hex number" or "invalid dec number".
     //
     // Kept as is: in base 16 a letter counts as its distance from 'A', so that "A" is 0, "B" is 1 and "a" is 32.
-    // Callers rely on the values they have always had.
+    // The values are part of the framework's contract.
     static int parseInt(const char* text, int length, int base);
 
     // Whether every byte is a decimal digit or one of `allowed`, which may be null. False for a null or empty text.

@@ -9,7 +9,7 @@
 
 namespace ZOV_SPACE {
 
-// The unit names that hosts read: checks that belong to the header, and everything else.
+// The unit names that messages carry: checks that belong to the header, and everything else.
 inline constexpr ThrowUnit kBufferUnit{"io/BufferBase"};
 inline constexpr ThrowUnit kBufferHeaderUnit{"../../../modules/common-stl/include/io/BufferBase"};
 

@@ -23,7 +23,7 @@ public:
     int post();     // 0, or -1 when the count is at its largest value.
 
 private:
-    int _count;
+    int _count VOLE_GUARDED_BY(_mutex);
     Mutex _mutex;
     Condition _condition;
 };
@@ -41,7 +41,7 @@ public:
 private:
     int advance(unsigned int step, unsigned int nextAfterWrap);
 
-    int _next;
+    int _next VOLE_GUARDED_BY(_mutex);
     Mutex _mutex;
 };
 

@@ -42,8 +42,8 @@ private:
     template <class Operation>
     int _notifying(Operation operation);
 
-    bool _closed = false;
-    std::unique_ptr<PipeProducerOutputStream> _producer;
+    bool _closed VOLE_GUARDED_BY(_mutex) = false;
+    std::unique_ptr<PipeProducerOutputStream> _producer VOLE_GUARDED_BY(_mutex);
     Mutex _mutex;
     Condition _changed;
 };

@@ -5,8 +5,8 @@
 // back and offers each entry to the processor, which decides whether the entry is skipped, copied as it is stored, or
 // decompressed, and where the bytes go.
 //
-// The order of virtual operations (destructor first, then as declared) and of fields is part of the binary interface:
-// add new ones at the end only. Unless said otherwise, objects are used by one thread at a time.
+// The order of virtual operations (destructor first, then as declared) and of fields is part of the framework's
+// contract: add new ones at the end only. Unless said otherwise, objects are used by one thread at a time.
 #ifndef PAKFOLD_UNARCHIVER_PAKFOLD_H
 #define PAKFOLD_UNARCHIVER_PAKFOLD_H
 

@@ -8,7 +8,7 @@
 
 namespace ZOV_SPACE {
 
-// The order of the virtual operations is part of the binary interface: add new ones at the end only.
+// The order of the virtual operations is part of the framework's contract: add new ones at the end only.
 class Crc {
 public:
     Crc() = default;

@@ -106,7 +106,7 @@ private:
 // to a target, of which at most `limit` bytes are written. A write that would cross the limit throws "Rar output
 // buffer overrun", and nothing of it goes out.
 //
-// The order of the virtual operations (the inherited ones, then as declared) is part of the binary interface.
+// The order of the virtual operations (the inherited ones, then as declared) is part of the framework's contract.
 class RarBufferOutputStream : public OutputStream {
 public:
     // Bytes that the window keeps free between two checks whether it must be flushed.

@@ -21,7 +21,7 @@
 namespace ZOV_SPACE {
 
 // The order of the virtual operations (destructor, toString, then as declared here) and of the fields is part of the
-// binary interface: add new ones at the end only.
+// framework's contract: add new ones at the end only.
 class BufferBase : public CPObject {
 public:
     // What getType() answers. 3 is never used.

@@ -29,21 +29,22 @@ public:
     int append(char c) override;
     int append(const char* buf, int n) override;
     int truncate(long len) override;
-    char* getMemAddress() override;  // Null while nothing was allocated. Moves when the area grows.
+    char* getMemAddress() override
+        VOLE_NO_THREAD_ANALYSIS;  // Null while nothing was allocated. Moves when the area grows.
     std::span<const char> view(long pos) override;
-    std::span<char> appendSpace(long n) override;
-    void commitAppend(long n) override;
+    std::span<char> appendSpace(long n) override VOLE_NO_THREAD_ANALYSIS;
+    void commitAppend(long n) override VOLE_NO_THREAD_ANALYSIS;
 
 private:
-    bool _tryEnsureCapacity(long n);
-    void _ensureCapacity(long n);
-    void _resize(long size);
-    void _pad(long pos, long n);
-    void _write(long pos, const char* buf, int n);
+    bool _tryEnsureCapacity(long n) VOLE_REQUIRES(_lock);
+    void _ensureCapacity(long n) VOLE_REQUIRES(_lock);
+    void _resize(long size) VOLE_REQUIRES(_lock);
+    void _pad(long pos, long n) VOLE_REQUIRES(_lock);
+    void _write(long pos, const char* buf, int n) VOLE_REQUIRES(_lock);
 
-    MallocBytes _data;
-    int _capacity = 0;
-    long _given = 0;  // Bytes behind the content that commitAppend() may take.
+    MallocBytes _data VOLE_GUARDED_BY(_lock);
+    int _capacity VOLE_GUARDED_BY(_lock) = 0;
+    long _given VOLE_GUARDED_BY(_lock) = 0;  // Bytes behind the content that commitAppend() may take.
     RWLock _lock;
 };
 

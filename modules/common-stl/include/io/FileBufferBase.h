@@ -44,16 +44,16 @@ public:
     const std::string& getPath() const { return _path; }  // Empty for an anonymous file.
 
 private:
-    void _init();
-    void _pad(long from, long n);
-    void _fileMove(long to, long from);
-    void _write(long pos, const char* buf, int n);
+    void _init() VOLE_REQUIRES(_mutex);
+    void _pad(long from, long n) VOLE_REQUIRES(_mutex);
+    void _fileMove(long to, long from) VOLE_REQUIRES(_mutex);
+    void _write(long pos, const char* buf, int n) VOLE_REQUIRES(_mutex);
     int _cut(long pos, int n);
 
-    OwnFd _file;
+    OwnFd _file VOLE_GUARDED_BY(_mutex);
     std::string _path;
     mutable Mutex _mutex;
-    FileWindow _window;
+    FileWindow _window VOLE_GUARDED_BY(_mutex);
     bool _created = false;  // The file of that name is ours to remove.
 };
 

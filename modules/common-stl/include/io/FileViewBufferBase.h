@@ -45,15 +45,15 @@ public:
     bool sourceFailed() const override;
 
 private:
-    int _read(long pos, char* buf, int n);
-    FileBufferBase& _ownCopy();
-    long _currentSize() const;
+    int _read(long pos, char* buf, int n) VOLE_REQUIRES(_mutex);
+    FileBufferBase& _ownCopy() VOLE_REQUIRES(_mutex);
+    long _currentSize() const VOLE_REQUIRES(_mutex);
 
-    OwnFd _source;
-    std::unique_ptr<FileBufferBase> _copy;
-    bool _sourceFailed = false;
+    OwnFd _source VOLE_GUARDED_BY(_mutex);
+    std::unique_ptr<FileBufferBase> _copy VOLE_GUARDED_BY(_mutex);
+    bool _sourceFailed VOLE_GUARDED_BY(_mutex) = false;
     mutable Mutex _mutex;
-    FileWindow _window;
+    FileWindow _window VOLE_GUARDED_BY(_mutex);
 };
 
 }  // namespace ZOV_SPACE

@@ -15,7 +15,7 @@
 
 namespace ZOV_SPACE {
 
-// The order of the fields is part of the binary interface.
+// The order of the fields is part of the framework's contract.
 class IOBuffer : public CPObject {
 public:
     explicit IOBuffer(BufferBase* buffer) : _buffer(buffer) {}

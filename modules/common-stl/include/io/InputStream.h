@@ -11,7 +11,7 @@
 
 namespace ZOV_SPACE {
 
-// The order of the virtual operations is part of the binary interface: destructor, toString, then as declared here.
+// The order of the virtual operations is part of the framework's contract: destructor, toString, then as declared here.
 // Add new ones at the end only. What a subclass does not override throws "Unimplemented", except where said.
 class InputStream : public CPObject {
 public:

@@ -37,8 +37,8 @@ public:
     int truncate(long len) override;
     std::span<const char> view(long pos) override;
 
-    std::span<char> appendSpace(long n) override;
-    void commitAppend(long n) override;
+    std::span<char> appendSpace(long n) override VOLE_NO_THREAD_ANALYSIS;
+    void commitAppend(long n) override VOLE_NO_THREAD_ANALYSIS;
     // Memory counts even while it is untouched where addresses are scarce.
     void releaseSpare() override;
 
@@ -63,18 +63,18 @@ private:
 
     static constexpr int kMinBlock = 4096;
 
-    void _resize(long size);
-    int _findBlock(long pos) const;
-    void _addBlock(std::size_t index, Buffer&& block);
-    void _startBlock(long n);
-    void _ensureCapacity(long n);
-    void _pad(long n);
-    void _write(long pos, const char* buf, int n);
-    void _insertInside(long pos, const char* buf, int n);
+    void _resize(long size) VOLE_REQUIRES(_lock);
+    int _findBlock(long pos) const VOLE_REQUIRES_SHARED(_lock);
+    void _addBlock(std::size_t index, Buffer&& block) VOLE_REQUIRES(_lock);
+    void _startBlock(long n) VOLE_REQUIRES(_lock);
+    void _ensureCapacity(long n) VOLE_REQUIRES(_lock);
+    void _pad(long n) VOLE_REQUIRES(_lock);
+    void _write(long pos, const char* buf, int n) VOLE_REQUIRES(_lock);
+    void _insertInside(long pos, const char* buf, int n) VOLE_REQUIRES(_lock);
     int _cut(long pos, int n);
 
-    std::vector<Buffer> _buffers;
-    long _given = 0;  // Bytes behind the content that commitAppend() may take.
+    std::vector<Buffer> _buffers VOLE_GUARDED_BY(_lock);
+    long _given VOLE_GUARDED_BY(_lock) = 0;  // Bytes behind the content that commitAppend() may take.
     RWLock _lock;
 };
 
