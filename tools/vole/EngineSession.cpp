@@ -108,6 +108,7 @@ std::string openProblem(const std::string& path) {
 }
 
 std::string scanProblem(const std::string& path, const std::string& message, int code) {
+    if (code == VOLE_CANNOT_READ) return "cannot read the file";
     const std::string problem = code == VOLE_CANNOT_OPEN ? openProblem(path) : std::string();
     return problem.empty() ? textOrCode(message, code) : problem;
 }
