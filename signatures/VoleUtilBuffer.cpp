@@ -2,10 +2,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -13,7 +11,9 @@
 #include <span>
 
 #include "Exception.h"
+#include "Text.h"
 #include "VoleUtil.h"
+#include "io/FileIo.h"
 #include "io/IOBuffer.h"
 #include "io/SmartBufferBase.h"
 #include "util/Diag.h"
@@ -28,40 +28,16 @@ constexpr diag::Unit kDiag{"VoleUtil"};
 constexpr unsigned kLargestFile = 0x7FFFFFFF;  // Bytes.
 constexpr unsigned kTailBlock = 1024;  // A file that grows is noticed when it has more in its last block of this size.
 
-// Calls `readSome(to, wanted)`, which answers as read() does, until n bytes are in, the end is met or it fails.
-template <class ReadSome>
-int readAll(char* buf, int n, ReadSome readSome) {
-    int total = 0;
-    while (total < n) {
-        const ssize_t count = readSome(buf + total, static_cast<std::size_t>(n - total), total);
-        if (count == 0) break;
-        if (count > 0) {
-            total += static_cast<int>(count);
-        } else if (errno != EINTR) {
-            return -1;
-        }
-    }
-    return total;
-}
-
 // Reads the file's start into `space`, and what its last block holds beyond that into nowhere. The number of bytes read
 // exceeds the space when the file has grown; -1 on an error.
 std::int64_t readStart(int fd, std::span<char> space) {
     char beyond[kTailBlock];
     const std::size_t beyondSize = (kTailBlock - space.size() % kTailBlock) % kTailBlock;
-    std::size_t total = 0;
-    while (total < space.size()) {
+    return ZOV_SPACE::transferAll(space.size(), [&](std::size_t done) {
         // cppcheck-suppress legacyUninitvar
-        const iovec pieces[] = {{space.data() + total, space.size() - total}, {beyond, beyondSize}};
-        const ssize_t count = ::preadv(fd, pieces, std::size(pieces), static_cast<off_t>(total));
-        if (count == 0) break;
-        if (count > 0) {
-            total += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
-            return -1;
-        }
-    }
-    return static_cast<std::int64_t>(total);
+        const iovec pieces[] = {{space.data() + done, space.size() - done}, {beyond, beyondSize}};
+        return ::preadv(fd, pieces, std::size(pieces), static_cast<off_t>(done));
+    });
 }
 
 void reportGrowth() { kDiag.at().dbg("Odd! read more than size!"); }
@@ -156,13 +132,11 @@ std::span<const char> nextChunk(IOBuffer& buffer, char* buf, int room) {
 }  // namespace
 
 int VoleUtil::readn(int fd, char* buf, int n) {
-    return readAll(buf, n, [fd](char* to, std::size_t wanted, int) { return ::read(fd, to, wanted); });
+    return static_cast<int>(ZOV_SPACE::readAll(fd, buf, static_cast<std::size_t>(std::max(n, 0))));
 }
 
 int VoleUtil::readnAt(int fd, char* buf, int n, std::int64_t position) {
-    return readAll(buf, n, [fd, position](char* to, std::size_t wanted, int done) {
-        return ::pread(fd, to, wanted, static_cast<off_t>(position + done));
-    });
+    return static_cast<int>(ZOV_SPACE::readAllAt(fd, buf, static_cast<std::size_t>(std::max(n, 0)), position));
 }
 
 int VoleUtil::readn(IOBuffer* buffer, char* buf, int n) {
@@ -183,7 +157,7 @@ std::string_view VoleUtil::takeLine(std::string_view& text, std::size_t room) {
     if (!end) end = find('\r');
     if (end) line = line.substr(0, static_cast<std::size_t>(end - line.data()));
     text.remove_prefix(line.size() + (end ? 1 : 0));
-    return line.substr(0, line.find('\0'));
+    return ZOV_SPACE::text::upTo(line, '\0');
 }
 
 char* VoleUtil::readOneLine(char* buf, int size, IOBuffer* buffer) {

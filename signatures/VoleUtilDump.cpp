@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Exception.h"
+#include "Text.h"
 #include "VoleUtil.h"
 #include "io/BufferBase.h"
 #include "io/File.h"
@@ -42,11 +43,9 @@ std::string shortened(const std::string& component) {
 // The components of a path, without those that lead nowhere or upwards.
 std::vector<std::string> componentsOf(const std::string& path) {
     std::vector<std::string> components;
-    for (std::size_t start = 0; start < path.size();) {
-        const std::size_t end = std::min(path.find('/', start), path.size());
-        const std::string component = path.substr(start, end - start);
-        if (!component.empty() && component != "." && component != "..") components.push_back(shortened(component));
-        start = end + 1;
+    ZOV_SPACE::text::Fields parts(path, "/");
+    for (std::string_view part; parts.next(part);) {
+        if (!part.empty() && part != "." && part != "..") components.push_back(shortened(std::string(part)));
     }
     return components;
 }
@@ -73,23 +72,12 @@ OwnFd createFile(const OwnFd& folder, const std::string& name) {
     return file;
 }
 
-bool writeAll(int fd, const char* bytes, int n) {
-    while (n > 0) {
-        const ssize_t count = ::write(fd, bytes, static_cast<std::size_t>(n));
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 1) return false;
-        bytes += count;
-        n -= static_cast<int>(count);
-    }
-    return true;
-}
-
 // A dump is an aid only: what cannot be read or written is left out without a message.
 void writeContent(int fd, BufferBase& buffer) {
     const auto block = std::make_unique<char[]>(kDumpBlock);
     int count = 0;
     for (long position = 0; (count = buffer.read(position, block.get(), kDumpBlock)) > 0; position += count) {
-        if (!writeAll(fd, block.get(), count)) return;
+        if (!ZOV_SPACE::writeAll(fd, block.get(), static_cast<std::size_t>(count))) return;
     }
 }
 
@@ -136,7 +124,7 @@ void VoleUtil::dumpBufferBase(BufferBase* buffer, const std::string& name, const
     if (directory.empty()) return;
     try {
         kDiag.at().dbg("Dump BufferBase >> [%s] @ [%s]", name.c_str(), directory.c_str());
-        const std::string text = name.substr(0, name.find('\0'));  // A name ends at its first NUL.
+        const std::string text(ZOV_SPACE::text::upTo(name, '\0'));  // A name ends at its first NUL.
         if (buffer && !text.empty()) dump(*buffer, directory, text);
     } catch (const ZOV_SPACE::Exception&) {
     } catch (const std::exception&) {

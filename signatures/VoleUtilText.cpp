@@ -3,36 +3,31 @@
 
 #include "Ascii.h"
 #include "Raise.h"
+#include "Text.h"
 #include "VoleUtil.h"
 #include "util/Diag.h"
 
 namespace ascii = ZOV_SPACE::ascii;
+namespace text = ZOV_SPACE::text;
 
 namespace {
 
 constexpr diag::Unit kDiag{"VoleUtil"};
 
-constexpr char kBlanks[] = " \r\n\t";
 constexpr std::size_t kBytesSampled = 25;  // By hasInterChars() and hasPrintChars().
-constexpr unsigned kHexDigitsCounted = 8;  // By hexstr2i(): what 32 bits hold.
-constexpr unsigned kBitsPerHexDigit = 4;
+// What strip() takes off: white space, and NULs between it.
+constexpr std::string_view kStripped(" \t\n\v\f\r\0", 7);
 
-bool isIn(const char* set, char c) { return c != '\0' && std::strchr(set, c); }
-
+// Kept as is: before a character that is no digit, the digits count.
 template <class Unsigned>
-bool parseHex(const char* text, Unsigned* out) {
+bool parseHex(const char* digits, Unsigned* out) {
     constexpr std::size_t kMaxDigits = sizeof(Unsigned) * 2;
-    if (!text || !out) return false;
-    const std::size_t length = strnlen(text, kMaxDigits + 1);
-    if (length == 0 || length > kMaxDigits) return false;
-
-    *out = 0;
-    for (std::size_t i = 0; i < length; ++i) {
-        const int value = ascii::hexValue(text[i]);
-        if (value < 0) return false;
-        *out = static_cast<Unsigned>(*out << kBitsPerHexDigit | value);
-    }
-    return true;
+    if (!digits || !out) return false;
+    const std::string_view all(digits, strnlen(digits, kMaxDigits + 1));
+    if (all.empty() || all.size() > kMaxDigits) return false;
+    const auto good = static_cast<std::size_t>(std::find_if_not(all.begin(), all.end(), ascii::isXDigit) - all.begin());
+    *out = text::hexNumber<Unsigned>(all.substr(0, good)).value_or(0);
+    return good == all.size();
 }
 
 bool isTextByte(char c) {
@@ -46,11 +41,18 @@ bool anyOfSample(const char* bytes, std::size_t length, Predicate predicate) {
     return bytes && std::any_of(bytes, bytes + std::min(length, kBytesSampled), predicate);
 }
 
-// Cuts the text at `end`, then white space and NULs before it; the length left.
-std::size_t stripBefore(char* text, std::size_t end) {
-    text[end] = '\0';
-    while (end > 0 && (text[end - 1] == '\0' || ascii::isSpace(text[end - 1]))) text[--end] = '\0';
-    return end;
+// Leaves `kept`, a part of the string, alone in it.
+char* keep(char* string, std::string_view kept) {
+    std::memmove(string, kept.data(), kept.size());
+    string[kept.size()] = '\0';
+    return string;
+}
+
+// Cuts the string at `end`, then white space and NULs before it; the length left.
+std::size_t stripBefore(char* string, std::size_t end) {
+    const std::size_t length = text::trimEnd({string, end}, kStripped).size();
+    std::fill(string + length, string + end + 1, '\0');
+    return length;
 }
 
 // A new string of both parts one after the other; null when memory is short.
@@ -74,24 +76,15 @@ bool VoleUtil::hex2ushort(const char* text, unsigned short* out) { return parseH
 
 int VoleUtil::hexch_val(char digit) { return ascii::hexValue(digit); }
 
-int VoleUtil::hexstr2i(const char* text) {
-    if (!text) return 0;
-    const char* first = text;
-    const char* last = text + std::strlen(text);
-    if (first[0] == '0' && ascii::toLower(first[1]) == 'x') {
-        first += 2;
-    } else if (last != first && ascii::toLower(last[-1]) == 'h') {
-        if (!ascii::isDigit(first[0])) return 0;
-        --last;
+int VoleUtil::hexstr2i(const char* number) {
+    std::string_view digits = text::viewOf(number);
+    if (digits.starts_with("0x") || digits.starts_with("0X")) {
+        digits.remove_prefix(2);
+    } else if (text::endsWithIgnoringCase(digits, "h")) {
+        if (!ascii::isDigit(digits.front())) return 0;
+        digits.remove_suffix(1);
     }
-
-    unsigned value = 0;
-    for (unsigned digits = 0; last != first; ++digits) {
-        const int digit = ascii::hexValue(*--last);
-        if (digit < 0) return 0;
-        if (digits < kHexDigitsCounted) value |= static_cast<unsigned>(digit) << (digits * kBitsPerHexDigit);
-    }
-    return static_cast<int>(value);
+    return static_cast<int>(text::hexNumber<std::uint32_t>(digits).value_or(0));
 }
 
 bool VoleUtil::isDigit(const char* text) {
@@ -106,12 +99,7 @@ bool VoleUtil::hasPrintChars(const char* bytes, std::size_t length) {
     return anyOfSample(bytes, length, ascii::isPrint);
 }
 
-bool VoleUtil::endsWith(const char* text, const char* suffix) {
-    if (!text || !suffix) return false;
-    const std::size_t textLength = std::strlen(text);
-    const std::size_t suffixLength = std::strlen(suffix);
-    return suffixLength <= textLength && std::memcmp(text + textLength - suffixLength, suffix, suffixLength) == 0;
-}
+bool VoleUtil::endsWith(const char* string, const char* suffix) { return text::endsWith(string, suffix); }
 
 const char* VoleUtil::memstr(const char* hay, std::size_t hayLength, const char* needle, std::size_t needleLength) {
     if (!hay || !needle || hayLength < needleLength) return nullptr;
@@ -126,19 +114,11 @@ const char* VoleUtil::memstr(const char* hay, std::size_t hayLength, const char*
     return nullptr;
 }
 
-const char* VoleUtil::FirstChar(const char* text) { return text ? text + std::strspn(text, kBlanks) : nullptr; }
+const char* VoleUtil::FirstChar(const char* string) { return string ? text::trimStart(string).data() : nullptr; }
 
 const char* VoleUtil::FirstSpace(const char* text) { return text ? text + std::strcspn(text, " \t") : nullptr; }
 
-int VoleUtil::strcmp_nocase(const char* a, const char* b) {
-    if (!a || !b) return -1;
-    while (ascii::toLower(*a) == ascii::toLower(*b)) {
-        if (*a == '\0') return 0;
-        ++a;
-        ++b;
-    }
-    return -1;
-}
+int VoleUtil::strcmp_nocase(const char* a, const char* b) { return a && b && text::sameIgnoringCase(a, b) ? 0 : -1; }
 
 int VoleUtil::strncmp_nocase(char* a, const char* b, std::size_t n) {
     if (!a || !b) return -1;
@@ -164,12 +144,11 @@ char* VoleUtil::strrcpy(char* target, const char* source) {
     return target + length;
 }
 
-int VoleUtil::chomp(char* text) {
-    if (!text) return -1;
-    std::size_t length = std::strlen(text);
-    while (length > 0 && (text[length - 1] == '\n' || text[length - 1] == '\r')) --length;
-    text[length] = '\0';
-    return static_cast<int>(length);
+int VoleUtil::chomp(char* string) {
+    if (!string) return -1;
+    const std::string_view kept = text::trimEnd(string, text::kLineEnds);
+    keep(string, kept);
+    return static_cast<int>(kept.size());
 }
 
 int VoleUtil::strip(char* buf, int size) {
@@ -182,42 +161,30 @@ int VoleUtil::strip(char* buf, int size) {
     return static_cast<int>(last > length ? length : stripBefore(buf, last));
 }
 
-int VoleUtil::strstrip(char* text) { return text ? static_cast<int>(stripBefore(text, std::strlen(text))) : 0; }
+int VoleUtil::strstrip(char* string) { return string ? static_cast<int>(stripBefore(string, std::strlen(string))) : 0; }
 
-char* VoleUtil::trim(char* text) { return trimx(text, kBlanks); }
+char* VoleUtil::trim(char* string) { return string ? keep(string, text::trim(string)) : nullptr; }
 
-char* VoleUtil::ltrim(char* text) { return ltrimx(text, kBlanks); }
+char* VoleUtil::ltrim(char* string) { return string ? keep(string, text::trimStart(string)) : nullptr; }
 
-char* VoleUtil::rtrim(char* text) { return rtrimx(text, kBlanks); }
+char* VoleUtil::rtrim(char* string) { return string ? keep(string, text::trimEnd(string)) : nullptr; }
 
-char* VoleUtil::trimx(char* text, const char* set) { return ltrimx(rtrimx(text, set), set); }
-
-char* VoleUtil::ltrimx(char* text, const char* set) {
-    if (!text || !set) return nullptr;
-    const char* kept = text + std::strspn(text, set);
-    if (kept != text) std::memmove(text, kept, std::strlen(kept) + 1);
-    return text;
+char* VoleUtil::trimx(char* string, const char* set) {
+    return string && set ? keep(string, text::trim(string, set)) : nullptr;
 }
 
-char* VoleUtil::rtrimx(char* text, const char* set) {
-    if (!text || !set) return nullptr;
-    std::size_t length = std::strlen(text);
-    while (length > 0 && isIn(set, text[length - 1])) --length;
-    text[length] = '\0';
-    return text;
+char* VoleUtil::ltrimx(char* string, const char* set) {
+    return string && set ? keep(string, text::trimStart(string, set)) : nullptr;
+}
+
+char* VoleUtil::rtrimx(char* string, const char* set) {
+    return string && set ? keep(string, text::trimEnd(string, set)) : nullptr;
 }
 
 char* VoleUtil::strtokbuf(const char* source, int index, const char* delimiters, char* target) {
     if (!source || !delimiters || !target || index < 0) return nullptr;
-    for (; index > 0 && *source != '\0'; --index) {
-        source += std::strcspn(source, delimiters);
-        source += std::strspn(source, delimiters);
-    }
-    const std::size_t length = std::strcspn(source, delimiters);
-    if (length == 0) return nullptr;
-    std::memmove(target, source, length);
-    target[length] = '\0';
-    return target;
+    const std::string_view field = text::field(source, static_cast<std::size_t>(index), delimiters);
+    return field.empty() ? nullptr : keep(target, field);
 }
 
 char* VoleUtil::NewStr(const char* text) { return text ? concatenate(text, std::strlen(text), "", 0) : nullptr; }
