@@ -9,11 +9,10 @@
 #include "Decimal.h"
 #include "PatternParser.h"
 #include "Raise.h"
-#include "Utils.h"
+#include "Text.h"
 #include "util/Diag.h"
 
 using ZOV_SPACE::Exception;
-using ZOV_SPACE::Utils;
 
 namespace {
 
@@ -21,16 +20,14 @@ constexpr diag::Unit kDiag{"VolePattern"};
 
 constexpr std::size_t kDigestDigits = 2 * Md5::kDigestSize;
 constexpr const char* kFieldSeparator = ":";
-constexpr int kNameField = 2;
+constexpr std::size_t kNameField = 2;
 
 constexpr std::size_t kFewestChains = 1024;
 constexpr std::uint32_t kPrefetchAhead = 16;  // Entries between a prefetch and its use.
 
 constexpr const char* kTooManyRecords = "current_sig >= total_sigs";
 
-std::string malformed(std::string_view line) {
-    return Utils::formatString("Malformed md5 pattern [%s]", std::string(line).c_str());
-}
+RecordFault malformed(std::string_view line) { return {"Malformed md5 pattern [%s]", line}; }
 
 // Such a record is sound: without it the list would be incomplete, so it must not be passed over like a malformed one.
 [[noreturn]] void raiseOutOfMemory(const char* text) { ZOV_SPACE::raise<ZOV_SPACE::OutOfMemoryException>(text); }
@@ -91,10 +88,10 @@ bool BmList::addNewMd5PatSize(std::uint32_t size) {
     return true;
 }
 
-std::optional<std::string> BmList::append(std::string_view line) {
+std::optional<RecordFault> BmList::append(std::string_view line) {
     if (line.size() <= kDigestDigits || line[kDigestDigits] != ':') return malformed(line);
-    const auto name = Utils::field(line, kNameField, kFieldSeparator);
-    if (!name || name->empty()) return malformed(line);
+    const std::string_view name = ZOV_SPACE::text::field(line, kNameField, kFieldSeparator);
+    if (name.empty()) return malformed(line);
 
     // The size enters the list even when the rest of the line is refused below.
     if (!addNewMd5PatSize(static_cast<std::uint32_t>(decimalPrefix(line.substr(kDigestDigits + 1))))) {
@@ -103,7 +100,7 @@ std::optional<std::string> BmList::append(std::string_view line) {
     }
     if (_totalSigs != 0 && _currentSig >= _totalSigs) {
         kDiag.at().err("%s", kTooManyRecords);
-        return kTooManyRecords;
+        return RecordFault{kTooManyRecords};
     }
     if (!reserveNodes(1)) raiseOutOfMemory("Alloacate bm pattern fail");
     BmPattern& pattern = node(_currentSig).pattern;
@@ -111,7 +108,7 @@ std::optional<std::string> BmList::append(std::string_view line) {
         return fault;
     }
     try {
-        pattern.name = _names.store(*name);
+        pattern.name = _names.store(name);
     } catch (const std::bad_alloc&) {
         raiseOutOfMemory("Alloacate patternNode fail");
     }
@@ -122,7 +119,7 @@ std::optional<std::string> BmList::append(std::string_view line) {
 void BmList::addString(const char* line) {
     const auto fault = append(line);
     index();
-    if (fault) ZOV_SPACE::raise<Exception>(*fault);
+    if (fault) ZOV_SPACE::raise<Exception>(fault->message());
 }
 
 void BmList::index() {

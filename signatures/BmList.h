@@ -15,13 +15,13 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
 #include "LargePages.h"
 #include "Md5.h"
 #include "NameArena.h"
+#include "RecordFault.h"
 #include "SizeSet.h"
 
 // One signature: the digest of a file's bytes, and the name to report. The name belongs to the list.
@@ -61,7 +61,7 @@ public:
 
     // addString() for the loading of whole files: returns what is wrong with the line instead of throwing it, and
     // leaves the record out of searches until index() is called. Throws OutOfMemoryException.
-    std::optional<std::string> append(std::string_view line);
+    std::optional<RecordFault> append(std::string_view line);
     void index();
 
     // Adds a file size to those that verifyFileSize() knows once index() has run. False when memory is short.

@@ -6,15 +6,15 @@
 #include "ByteOrder.h"
 #include "PatternParser.h"
 #include "Raise.h"
-#include "Utils.h"
-#include "VoleUtil.h"
+#include "Text.h"
 
 using ZOV_SPACE::Exception;
-using ZOV_SPACE::Utils;
+
+namespace text = ZOV_SPACE::text;
 
 namespace {
 
-using Fault = std::optional<std::string>;
+using Fault = std::optional<RecordFault>;
 
 constexpr const char* kFieldSeparator = ":";
 constexpr unsigned kWordDigits = 8;
@@ -23,7 +23,7 @@ constexpr unsigned kOffsetTypeDigits = 4;
 // The texts for a field that is missing, and for one that is no number; hosts know them with all their differences.
 struct FieldTexts {
     const char* missing;
-    const char* invalid;  // printf format for the field's text; null where the converter has texts of its own.
+    const char* invalid;  // "%s" stands for the field; null where the converter has texts of its own.
 };
 
 enum Field {
@@ -53,32 +53,25 @@ constexpr FieldTexts kFieldTexts[kFieldCount] = {
     {"Malformed chk-sum fail to get virus name", nullptr},
 };
 
-Fault invalid(Field field, const std::string& text) {
-    std::string message = kFieldTexts[field].invalid;
-    return message.replace(message.find("%s"), 2, text);
-}
-
-Fault getByte(Field field, const std::string& text, std::uint8_t& out) {
-    return VoleUtil::hex2uchar(text.c_str(), &out) ? Fault() : invalid(field, text);
-}
-
-Fault getShort(Field field, const std::string& text, std::int16_t& out) {
-    std::uint16_t value;
-    if (!VoleUtil::hex2ushort(text.c_str(), &value)) return invalid(field, text);
-    out = static_cast<std::int16_t>(value);
+// Reads a field of 1 to 2 * sizeof(Number) digits.
+template <std::unsigned_integral Number, class Out>
+Fault getNumber(Field field, std::string_view digits, Out& out) {
+    const auto number = digits.size() <= 2 * sizeof(Number) ? text::hexNumber<Number>(digits) : std::nullopt;
+    if (!number) return RecordFault{kFieldTexts[field].invalid, digits};
+    out = static_cast<Out>(*number);
     return {};
 }
 
-Fault getWord(std::string_view text, std::uint32_t& out) {
+Fault getWord(std::string_view digits, std::uint32_t& out) {
     unsigned char bytes[kWordDigits / 2];
-    Fault fault = PatternParser::tryHex2str(text, bytes, kWordDigits);
+    Fault fault = PatternParser::tryHex2str(digits, bytes, kWordDigits);
     if (!fault) out = ZOV_SPACE::loadU32(bytes);
     return fault;
 }
 
-Fault getOffsetType(std::string_view text, CheckSumPattern& pattern) {
+Fault getOffsetType(std::string_view digits, CheckSumPattern& pattern) {
     unsigned char bytes[kOffsetTypeDigits / 2];
-    Fault fault = PatternParser::tryHex2str(text, bytes, kOffsetTypeDigits);
+    Fault fault = PatternParser::tryHex2str(digits, bytes, kOffsetTypeDigits);
     if (!fault) {
         pattern.offsetType = bytes[0];
         pattern.offsetParameter = bytes[1];
@@ -86,26 +79,26 @@ Fault getOffsetType(std::string_view text, CheckSumPattern& pattern) {
     return fault;
 }
 
-Fault convert(Field field, std::string_view text, CheckSumPattern& pattern) {
+Fault convert(Field field, std::string_view digits, CheckSumPattern& pattern) {
     switch (field) {
         case kTarget:
-            return getByte(field, std::string(text), pattern.target);
+            return getNumber<std::uint8_t>(field, digits, pattern.target);
         case kOffsetType1:
-            return getOffsetType(text, pattern);
+            return getOffsetType(digits, pattern);
         case kOffset1:
-            return getShort(field, std::string(text), pattern.offset1);
+            return getNumber<std::uint16_t>(field, digits, pattern.offset1);
         case kLength1:
-            return getByte(field, std::string(text), pattern.length1);
+            return getNumber<std::uint8_t>(field, digits, pattern.length1);
         case kCheckString:
-            return getWord(text, pattern.checkString);
+            return getWord(digits, pattern.checkString);
         case kCheckSum1:
-            return getWord(text, pattern.checkSum1);
+            return getWord(digits, pattern.checkSum1);
         case kOffset2:
-            return getShort(field, std::string(text), pattern.offset2);
+            return getNumber<std::uint16_t>(field, digits, pattern.offset2);
         case kLength2:
-            return getByte(field, std::string(text), pattern.length2);
+            return getNumber<std::uint8_t>(field, digits, pattern.length2);
         case kCheckSum2:
-            return getWord(text, pattern.checkSum2);
+            return getWord(digits, pattern.checkSum2);
         case kVirusName:
         case kFieldCount:
             break;
@@ -114,35 +107,33 @@ Fault convert(Field field, std::string_view text, CheckSumPattern& pattern) {
 }
 
 Fault validate(const CheckSumPattern& pattern) {
+    static_assert(kTargetCount == 9);
     if (pattern.target >= kTargetCount) {
-        return Utils::formatString("Malformed chk-sum :target[%d] is greater than %d", pattern.target,
-                                   static_cast<int>(kTargetCount));
+        return RecordFault{"Malformed chk-sum :target[%d] is greater than 9", {}, pattern.target};
     }
     if (pattern.offsetType >= kOffsetTypeCount) {
-        return Utils::formatString("Malformed chk-sum :offsetType1[0]=[%d] is known", pattern.offsetType);
+        return RecordFault{"Malformed chk-sum :offsetType1[0]=[%d] is known", {}, pattern.offsetType};
     }
     if (pattern.offsetType >= kFromEntryPoint && pattern.target != kTargetPe) {
-        return "Malformed chk-sum string :offsetType1 > 1, but targ != pe ";
+        return RecordFault{"Malformed chk-sum string :offsetType1 > 1, but targ != pe "};
     }
     return {};
 }
 
 }  // namespace
 
-std::optional<std::string> CheckSumList::append(std::string_view line) {
+std::optional<RecordFault> CheckSumList::append(std::string_view line) {
     CheckSumPattern pattern;
-    std::string_view name;
-    for (int index = 0; index < kFieldCount; ++index) {
-        const auto field = static_cast<Field>(index);
-        const auto text = Utils::field(line, index, kFieldSeparator);
-        if (!text) return kFieldTexts[field].missing;
-        if (field == kVirusName) name = *text;
-        if (Fault fault = convert(field, *text, pattern)) return fault;
+    const auto fields = text::splitFields<kFieldCount>(line, kFieldSeparator);
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        const auto field = static_cast<Field>(i);
+        if (fields[i].empty()) return RecordFault{kFieldTexts[field].missing};
+        if (Fault fault = convert(field, fields[i], pattern)) return fault;
     }
-    return enter(pattern, name);
+    return enter(pattern, fields[kVirusName]);
 }
 
-std::optional<std::string> CheckSumList::enter(const CheckSumPattern& pattern, std::string_view name) {
+std::optional<RecordFault> CheckSumList::enter(const CheckSumPattern& pattern, std::string_view name) {
     if (Fault fault = validate(pattern)) return fault;
     CheckSumPattern record = pattern;
     try {
@@ -159,11 +150,11 @@ std::optional<std::string> CheckSumList::enter(const CheckSumPattern& pattern, s
 }
 
 void CheckSumList::addString(const char* line) {
-    if (const Fault fault = append(line)) ZOV_SPACE::raise<Exception>(*fault);
+    if (const Fault fault = append(line)) ZOV_SPACE::raise<Exception>(fault->message());
 }
 
 void CheckSumList::addPattern(const CheckSumPattern& pattern) {
-    if (const Fault fault = enter(pattern, pattern.name)) ZOV_SPACE::raise<Exception>(*fault);
+    if (const Fault fault = enter(pattern, pattern.name)) ZOV_SPACE::raise<Exception>(fault->message());
 }
 
 void CheckSumList::index() {

@@ -14,13 +14,13 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <string>
 #include <string_view>
 #include <vector>
 
 #include "CheckSumPattern.h"
 #include "ChkIndex.h"
 #include "NameArena.h"
+#include "RecordFault.h"
 
 class CheckSumList {
 public:
@@ -36,7 +36,7 @@ public:
 
     // addString() for the loading of whole files: returns what is wrong with the line instead of throwing it. Throws
     // OutOfMemoryException.
-    std::optional<std::string> append(std::string_view line);
+    std::optional<RecordFault> append(std::string_view line);
 
     // Brings the indexes up to date. A scan over a list with newer records is right all the same, only slow.
     void index();
@@ -50,7 +50,7 @@ public:
     void reset();
 
 private:
-    std::optional<std::string> enter(const CheckSumPattern& pattern, std::string_view name);
+    std::optional<RecordFault> enter(const CheckSumPattern& pattern, std::string_view name);
 
     std::array<std::vector<CheckSumPattern>, kTargetCount> _records;
     std::array<ChkIndex, kTargetCount> _indexes;

@@ -2,37 +2,42 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
+#include "Ascii.h"
 #include "Decimal.h"
 #include "Raise.h"
+#include "Text.h"
+#include "io/FileIo.h"
 
 namespace {
 
 using ZOV_SPACE::IOException;
 
+namespace text = ZOV_SPACE::text;
+
 constexpr ZOV_SPACE::ThrowUnit kUnit{"VolePattern"};
 
 constexpr std::size_t kBufferSize = 256 * 1024;
 constexpr std::string_view kCountHeader = "#count:";
-constexpr std::string_view kBlanks = " \t\r\n";
 
-// Fills in everything but the number. `text` is a line as read.
-void classify(std::string_view text, PatternLine& line) {
-    if (const void* nul = std::memchr(text.data(), '\0', text.size())) {
-        text = text.substr(0, static_cast<std::size_t>(static_cast<const char*>(nul) - text.data()));
-    }
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    const bool comment = first != std::string_view::npos && text[first] == '#';
-    const bool count = comment && text.starts_with(kCountHeader);
+// Most lines begin with a digit, which spares them the search.
+bool isComment(std::string_view known) {
+    if (!known.empty() && !ZOV_SPACE::ascii::isSpace(known.front())) return known.front() == '#';
+    return text::trimStart(known).starts_with('#');
+}
+
+// Fills in everything but the number. `whole` is a line as read.
+void classify(std::string_view whole, PatternLine& line) {
+    std::string_view known = text::upTo(whole, '\0');
+    const bool comment = isComment(known);
+    const bool count = comment && known.starts_with(kCountHeader);
     line.kind = count ? PatternLine::Kind::count : comment ? PatternLine::Kind::comment : PatternLine::Kind::data;
-    line.count = count ? decimalPrefix(text.substr(kCountHeader.size())) : 0;
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
-    line.text = text;
+    line.count = count ? decimalPrefix(known.substr(kCountHeader.size())) : 0;
+    if (known.ends_with('\n')) known.remove_suffix(1);
+    line.text = known.ends_with('\r') ? text::trimEnd(known, text::kLineEnds) : known;
 }
 
 }  // namespace
@@ -55,18 +60,26 @@ bool PatternLineReader::refill() {
     std::memmove(_buffer.get(), _buffer.get() + _begin, _end - _begin);
     _end -= _begin;
     _begin = 0;
-    ssize_t got;
-    do {
-        got = ::read(_file.get(), _buffer.get() + _end, kBufferSize - _end);
-    } while (got < 0 && errno == EINTR);
+    const ssize_t got = ZOV_SPACE::readSome(_file.get(), _buffer.get() + _end, kBufferSize - _end);
     if (got < 0) kUnit.raise<IOException>(ZOV_SPACE::systemErrorText());
     _end += static_cast<std::size_t>(got);
     _read += static_cast<std::uint64_t>(got);
     return got > 0;
 }
 
+bool PatternLineReader::takeEmptyLines(PatternLine& line) {
+    const std::string_view unread(_buffer.get() + _begin, _end - _begin);
+    const std::size_t count = std::min(unread.find_first_not_of('\n'), unread.size());
+    if (count == 0) return false;
+    _begin += count;
+    _lineNumber += count;
+    line = {PatternLine::Kind::data, {}, 0, _lineNumber};
+    return true;
+}
+
 bool PatternLineReader::next(PatternLine& line) {
     for (;;) {
+        if (takeEmptyLines(line)) return true;
         const char* const start = _buffer.get() + _begin;
         const std::size_t window = std::min(_end - _begin, kMaxLine);
         const void* const newline = std::memchr(start, '\n', window);

@@ -2,7 +2,8 @@
 // pattern files. Reads in large blocks; one thread.
 //
 // A line is at most 1023 bytes with its newline; a longer one comes in pieces of 1023 bytes, each a line of its own.
-// Bytes behind a NUL do not exist. A rest without a newline at the end of the file is dropped.
+// Bytes behind a NUL do not exist. A rest without a newline at the end of the file is dropped. Empty lines in a row
+// come as one, with the number of the last: one by one they would cost many times as much as any other bytes.
 #ifndef SIGNATURES_PATTERNLINEREADER_H
 #define SIGNATURES_PATTERNLINEREADER_H
 
@@ -40,6 +41,7 @@ public:
 
 private:
     bool refill();
+    bool takeEmptyLines(PatternLine& line);
 
     ZOV_SPACE::OwnFd _file;
     std::unique_ptr<char[]> _buffer;

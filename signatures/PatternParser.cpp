@@ -1,65 +1,49 @@
 #include "PatternParser.h"
 
-#include <array>
-#include <cstring>
 #include <new>
+#include <utility>
 
 #include "Ascii.h"
 #include "Raise.h"
+#include "Text.h"
 #include "Utils.h"
 
 using ZOV_SPACE::Exception;
 using ZOV_SPACE::Utils;
 
-namespace {
+namespace text = ZOV_SPACE::text;
 
-constexpr unsigned char kNotHex = 0xFF;
-
-constexpr std::array<unsigned char, 256> makeHexValues() {
-    std::array<unsigned char, 256> values{};
-    for (unsigned i = 0; i < values.size(); ++i) {
-        const int value = i < 128 ? ZOV_SPACE::ascii::hexValue(static_cast<char>(i)) : -1;
-        values[i] = value < 0 ? kNotHex : static_cast<unsigned char>(value);
+std::string RecordFault::message() const {
+    std::string result = text;
+    // The number first, because the part of the line may hold anything.
+    for (const auto& [mark, value] : {std::pair("%d", std::to_string(number)), {"%s", std::string(part)}}) {
+        const std::size_t place = result.find(mark);
+        if (place != std::string::npos) result.replace(place, 2, value);
     }
-    return values;
+    return Utils::formatString("%s", result.c_str());
 }
 
-constexpr std::array<unsigned char, 256> kHexValues = makeHexValues();
-
-unsigned hexValueOf(char c) { return kHexValues[static_cast<unsigned char>(c)]; }
-
-}  // namespace
-
-std::optional<std::string> PatternParser::tryHex2str(std::string_view hex, unsigned char* out, unsigned int length) {
-    if (length % 2 != 0) return Utils::formatString("in PatternParser::hex2str, length = [%d]", length);
-    if (hex.size() != length) {
-        return Utils::formatString("Malformed signature :[%s] length is not %d", std::string(hex).c_str(), length);
-    }
-    for (unsigned i = 0; i < length; i += 2) {
-        const unsigned high = hexValueOf(hex[i]);
-        const unsigned low = hexValueOf(hex[i + 1]);
-        if ((high | low) == kNotHex) {
-            // Kept as is: the text names the chk-sum string for MD5 records too.
-            return Utils::formatString("Malformed [%s] in chk-sum string .", std::string(hex).c_str());
-        }
-        *out++ = static_cast<unsigned char>(high * 16 + low);
-    }
-    return std::nullopt;
+std::optional<RecordFault> PatternParser::tryHex2str(std::string_view hex, unsigned char* out, unsigned int length) {
+    const int number = static_cast<int>(length);
+    if (length % 2 != 0) return RecordFault{"in PatternParser::hex2str, length = [%d]", {}, number};
+    if (hex.size() != length) return RecordFault{"Malformed signature :[%s] length is not %d", hex, number};
+    if (text::decodeHex(hex, out) == length / 2) return std::nullopt;
+    // Kept as is: the text names the chk-sum string for MD5 records too.
+    return RecordFault{"Malformed [%s] in chk-sum string .", hex};
 }
 
 void PatternParser::hex2str(const char* hex, unsigned char* out, unsigned int length) {
-    if (const auto fault = tryHex2str(hex, out, length)) ZOV_SPACE::raise<Exception>(*fault);
+    if (const auto fault = tryHex2str(hex, out, length)) ZOV_SPACE::raise<Exception>(fault->message());
 }
 
 std::unique_ptr<unsigned char[]> PatternParser::hex2str(const char* hex) {
-    const std::size_t length = std::strlen(hex);
-    if (length % 2 != 0) ZOV_SPACE::raise<Exception>("Malformed signature");
-    std::unique_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[length / 2 + 1]);
+    const std::string_view digits(hex);
+    const std::size_t length = digits.size() / 2;
+    if (digits.size() % 2 != 0) ZOV_SPACE::raise<Exception>("Malformed signature");
+    std::unique_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[length + 1]);
     if (!bytes) ZOV_SPACE::raise<Exception>("allocate mem fail");
-    for (std::size_t i = 0; i < length / 2; ++i) {
-        bytes[i] = static_cast<unsigned char>(hex2int(hex[2 * i]) * 16 + hex2int(hex[2 * i + 1]));
-    }
-    bytes[length / 2] = 0;
+    if (text::decodeHex(digits, bytes.get()) != length) ZOV_SPACE::raise<Exception>("Invalid hex string");
+    bytes[length] = 0;
     return bytes;
 }
 

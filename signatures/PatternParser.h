@@ -4,8 +4,9 @@
 
 #include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
+
+#include "RecordFault.h"
 
 class PatternParser {
 public:
@@ -23,7 +24,7 @@ public:
 
     // What the first form throws, as a value: nothing when the conversion went well. Pattern files may hold any number
     // of malformed lines, and an exception for each would make such a file expensive to load.
-    static std::optional<std::string> tryHex2str(std::string_view hex, unsigned char* out, unsigned int length);
+    static std::optional<RecordFault> tryHex2str(std::string_view hex, unsigned char* out, unsigned int length);
 };
 
 #endif  // SIGNATURES_PATTERNPARSER_H
