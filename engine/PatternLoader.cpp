@@ -21,11 +21,13 @@ using ZOV_SPACE::File;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
-// 0, or VOLE_INVALID_PATTERN when the step, which loads signatures, fails in whatever way.
+// 0, also when there was no file to load, or VOLE_INVALID_PATTERN when the step, which loads signatures, fails in
+// whatever way.
 template <class Step>
 int guarded(Step step) {
     try {
-        return step() == 0 ? 0 : VOLE_INVALID_PATTERN;
+        const int result = step();
+        return result == 0 || result == PatternContainer::kNoFile ? 0 : VOLE_INVALID_PATTERN;
     } catch (abi::__forced_unwind&) {
         throw;  // The thread is being cancelled.
     } catch (...) {
@@ -39,14 +41,12 @@ int failed(int code, const std::string& path, std::string& message) {
     return code;
 }
 
-// Whether the path, which the directory has just listed, is a regular file; nothing when it was taken away or the
-// system fails. A link that leads nowhere is no file.
+// Whether the path, which the directory has just listed, is a regular file; nothing when it cannot be looked at. What
+// was taken away since is no file, and neither is a link that leads nowhere.
 std::optional<bool> isFile(const std::string& path) {
     struct stat status;
     if (::stat(path.c_str(), &status) == 0) return S_ISREG(status.st_mode);
-    const bool leadsNowhere = errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
-    if (leadsNowhere && ::lstat(path.c_str(), &status) == 0) return false;
-    return std::nullopt;
+    return PatternContainer::meansNoFile(errno) ? std::optional(false) : std::nullopt;
 }
 
 int loadFiles(PatternContainer& container, const char* directory, const std::vector<std::string>& names,
@@ -54,7 +54,7 @@ int loadFiles(PatternContainer& container, const char* directory, const std::vec
     for (const std::string& name : names) {
         const std::string path = pathIn(directory, name.c_str());
         const std::optional<bool> found = isFile(path);
-        // Without a file that should be there the set would be incomplete, and nobody would know.
+        // Without a file that is there the set would be incomplete, and nobody would know.
         if (!found && PatternContainer::isPatternName(name)) return failed(VOLE_INVALID_PATTERN, path, message);
         if (!found || !*found) continue;
         if (const int code = guarded([&] { return container.loadPattern(path); })) return failed(code, path, message);

@@ -1,11 +1,13 @@
+// A file is read in one pass. Records are appended to their list without being searchable; the list's tables are built
+// behind the last line, once, at the size that is needed then.
 #include "PatternContainer.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 
 #include "ByteOrder.h"
 #include "PatternLineReader.h"
-#include "VoleUtil.h"
 #include "io/RegularFile.h"
 
 namespace {
@@ -29,11 +31,13 @@ void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount on
 
 }  // namespace
 
+bool PatternContainer::meansNoFile(int error) { return error == ENOENT || error == ENOTDIR || error == ELOOP; }
+
 int PatternContainer::loadPattern(const std::string& path) {
-    const bool isMd5 = VoleUtil::endsWith(path.c_str(), kMd5FileSuffix);
-    if (!isMd5 && !VoleUtil::endsWith(path.c_str(), kCheckSumFileSuffix)) return 0;
+    if (!isPatternName(path)) return 0;
+    const bool isMd5 = path.ends_with(kMd5FileSuffix);
     ZOV_SPACE::OwnFd file = ZOV_SPACE::openRegularFile(path.c_str());
-    if (!file) return kCannotOpen;
+    if (!file) return meansNoFile(errno) ? kNoFile : kCannotOpen;
     PatternLineReader lines(std::move(file));
     if (isMd5) {
         loadMd5Lines(lines);

@@ -16,6 +16,11 @@ class PatternLineReader;
 class PatternContainer {
 public:
     static constexpr int kCannotOpen = -494;
+    static constexpr int kNoFile = 1;
+
+    // Whether this error of a system call on a path means that there is no file: none of that name any more, or a link
+    // that leads nowhere.
+    static bool meansNoFile(int error);
 
     // Whether a file of that name has signatures.
     static bool isPatternName(const std::string& name) {
@@ -23,8 +28,9 @@ public:
     }
 
     // Loads one file: MD5 records from a name that ends with ".hdb", checksum records from ".chk" (both
-    // case-sensitive), nothing from any other name. Malformed lines are passed over. 0, or kCannotOpen with nothing
-    // changed. Throws Exception when the file cannot be read to its end; the lines before that stay.
+    // case-sensitive), nothing from any other name. Malformed lines are passed over. 0; or, with nothing changed,
+    // kNoFile when there is no file any more and kCannotOpen when there is one that cannot be opened. Throws Exception
+    // when the file cannot be read to its end; the lines before that stay.
     int loadPattern(const std::string& path);
 
     // Called by the owner after the last file, also when one failed. Until then scans are right, only slow. Throws

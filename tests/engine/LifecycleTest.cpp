@@ -54,13 +54,16 @@ TEST_F(LifecycleTest, initLoadsTheRegularFilesOfTheDirectoryAndSaysSo) {
 }
 
 TEST_F(LifecycleTest, anyPartThatLoadsMakesInitSucceed) {
-    const TempDir empty, list;
+    const TempDir empty, list, tooLong;
     list.write("pattern_assistant.xml", kList);
     list.write("voleeng.ini", "MaxUnarDepth=-7\n");
     const std::string none = empty.path(), missing = empty / "x", broken = list.path();
-    std::filesystem::create_symlink("/proc/self/mem", list / "broken.hdb");
-    const std::string badFile =
-        "fail to load pattern file: " + broken + ", maybe this pattern file format is not valid.";
+    std::filesystem::create_symlink("/proc/self/mem", list / "broken.hdb");  // Opens, and cannot be read.
+    std::filesystem::create_symlink(empty / "x", empty / "nowhere.hdb");
+    std::filesystem::create_symlink(std::string(300, 'x'), tooLong / "x.hdb");  // Cannot be looked at.
+    const auto badFile = [](const std::string& dir) {
+        return "fail to load pattern file: " + dir + ", maybe this pattern file format is not valid.";
+    };
     const std::string noDir = " isn't a valid pattern dir path.", noList = "fail to load pa list from ";
     const struct {
         const char* dir;
@@ -68,7 +71,13 @@ TEST_F(LifecycleTest, anyPartThatLoadsMakesInitSucceed) {
         Lines lines;  // From init() itself, up to those about the plug-in.
     } cases[] = {
         {none.c_str(), 0, {line(656, "LOAD_OPOTION error -490."), line(670, "rc2 is -488"), line(671, noList + none)}},
-        {broken.c_str(), 0, {line(656, "LOAD_OPOTION error -489."), line(664, "rc1 is -494"), line(665, badFile)}},
+        {broken.c_str(),
+         0,
+         {line(656, "LOAD_OPOTION error -489."), line(664, "rc1 is -494"), line(665, badFile(broken))}},
+        {tooLong.path().c_str(),
+         -494,
+         {line(656, "LOAD_OPOTION error -490."), line(664, "rc1 is -494"), line(665, badFile(tooLong.path())),
+          line(670, "rc2 is -488"), line(671, noList + tooLong.path().string())}},
         {missing.c_str(),
          -498,
          {line(656, "LOAD_OPOTION error -490."), line(664, "rc1 is -498"), line(665, missing + noDir),

@@ -5,30 +5,25 @@
 #include <string>
 #include <tuple>
 
+#include "Exception.h"
 #include "support/CapturedLog.h"
 #include "support/SignatureText.h"
 #include "support/TempDir.h"
 
 namespace {
 
-// Contents and their record lines; the records are named as the contents are.
-std::string record(const std::string& content) { return md5Record(content, content); }
-
-std::string found(const PatternContainer& container, const std::string& content) {
-    const std::string digest = md5Of(content);
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(digest.data());
-    const BmPattern* const pattern = container.md5List().virusFoundMD5(bytes);
+// The name of the record for the content "a".
+std::string nameFor(const PatternContainer& container) {
+    const std::string digest = md5Of("a");
+    const auto* const pattern =
+        container.md5List().virusFoundMD5(reinterpret_cast<const unsigned char*>(digest.data()));
     return pattern ? pattern->name : "";
-}
-
-int load(PatternContainer& container, const std::string& name, const std::string& content) {
-    const TempDir dir;
-    return container.loadPattern(dir.write(name, content));
 }
 
 TEST(PatternContainer, readsLinesOfAtMost1023Bytes) {
     using namespace std::string_literals;
-    const std::string a = record("a"), b = record("b");
+    const TempDir dir;
+    const std::string a = md5Record("a", "a"), b = md5Record("b", "b");
     const auto nameOf = [](std::size_t length) { return std::string(length - md5Record("a", "").size(), 'n'); };
     // A record line of exactly `length` bytes, its newline included.
     const auto padded = [&](std::size_t length) { return md5Record("a", nameOf(length)); };
@@ -40,7 +35,6 @@ TEST(PatternContainer, readsLinesOfAtMost1023Bytes) {
         {"NUL in the name", unterminated(a) + "\0x\n"s + b, 2, "a"},
         {"NUL in the digest", a.substr(0, 9) + "\0"s + a.substr(9) + b, 1, ""},
         {"1024 bytes: the newline is a line of its own", padded(1024), 1, nameOf(1024)},
-        {"1025 bytes: cut", padded(1025), 1, nameOf(1024)},
         {"1023 bytes at the end, no newline: a full piece counts", unterminated(padded(1024)), 1, nameOf(1024)},
         {"a record as a comment's second piece", "#" + std::string(1022, 'x') + a, 1, "a"},
         {"10 MB", std::string(10 << 20, 'x') + "\n" + a, 1, "a"},
@@ -48,37 +42,47 @@ TEST(PatternContainer, readsLinesOfAtMost1023Bytes) {
     };
     for (const auto& [why, content, loaded, nameOfA] : cases) {
         PatternContainer container;
-        EXPECT_EQ(load(container, "x.hdb", content), 0) << why;
+        EXPECT_EQ(container.loadPattern(dir.write("x.hdb", content)), 0) << why;
         EXPECT_EQ(container.loadedCount(), loaded) << why;
-        EXPECT_EQ(found(container, "a"), nameOfA) << why;
+        EXPECT_EQ(nameFor(container), nameOfA) << why;
     }
 }
 
 TEST(PatternContainer, anAnnouncedCountLimitsTheRestOfItsFile) {
-    const std::string three = record("a") + record("b") + record("c");
-    const std::pair<const char*, int> cases[] = {{"#count: \t2 records\r\n", 2},
-                                                 {"# x\n\t#\n#count:2\n", 2},
-                                                 {"#count:1\n#count:2\n", 2},
-                                                 {"#count:2\nx\ny\n", 2},
-                                                 {"#count:4\n", 3},
-                                                 {"#count:-1\n", 3},
-                                                 {"#count:\n", 3},
-                                                 {"#count:2000000000\n", 3},
-                                                 {" #count:1\n", 3},
-                                                 {"#count:4294967297\n", 3},
-                                                 {"#Count:1\n", 3},
-                                                 {"\n#count:1\n", 3},
-                                                 {"x\n#count:1\n", 3}};
-    for (const auto& [start, loaded] : cases) {
+    const TempDir dir;
+    const std::string three = md5Record("a", "a") + md5Record("b", "b") + md5Record("c", "c");
+    for (const auto& [start, loaded] : {std::pair{"#count: \t2 records\r\n", 2},
+                                        {"# x\n\t#\n#count:2\n", 2},
+                                        {"#count:1\n#count:2\n", 2},
+                                        {"#count:-1\n", 3},
+                                        {"#count:\n", 3},
+                                        {"#count:2000000000\n", 3},
+                                        {" #count:1\n", 3},
+                                        {"#Count:1\n", 3},
+                                        {"\n#count:1\n", 3},
+                                        {"x\n#count:1\n", 3}}) {
         CapturedLog log;
         PatternContainer container;
-        EXPECT_EQ(load(container, "x.hdb", start + three), 0) << start;
+        EXPECT_EQ(container.loadPattern(dir.write("x.hdb", start + three)), 0) << start;
         EXPECT_EQ(container.loadedCount(), loaded) << start;
         EXPECT_EQ(log.count("fail to allocate bmNodes"), 0U) << start << ": memory for what the file can hold";
         EXPECT_EQ(log.count("current_sig >= total_sigs"), loaded == 2 ? 1U : 0U) << start;
-        EXPECT_EQ(load(container, "later.hdb", three), 0);
+        EXPECT_EQ(container.loadPattern(dir.write("later.hdb", three)), 0);
         EXPECT_EQ(container.loadedCount(), loaded + 3) << start << ": of its own file only";
     }
+}
+
+TEST(PatternContainer, tellsAFileThatIsGoneFromOneThatCannotBeOpenedOrRead) {
+    const TempDir dir;
+    std::filesystem::create_directory(dir / "folder.hdb");
+    std::filesystem::create_symlink("nowhere", dir / "link.hdb");
+    std::filesystem::create_symlink("/proc/self/mem", dir / "mem.chk");
+    PatternContainer container;
+    EXPECT_EQ(container.loadPattern(dir / "x.HDB"), 0) << "not looked for";
+    EXPECT_EQ(container.loadPattern(dir / "x.hdb"), PatternContainer::kNoFile);
+    EXPECT_EQ(container.loadPattern(dir / "link.hdb"), PatternContainer::kNoFile);
+    EXPECT_EQ(container.loadPattern(dir / "folder.hdb"), PatternContainer::kCannotOpen);
+    EXPECT_THROW(container.loadPattern(dir / "mem.chk"), ZOV_SPACE::IOException) << "no end of the file";
 }
 
 }  // namespace
