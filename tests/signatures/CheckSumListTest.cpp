@@ -54,11 +54,10 @@ TEST(CheckSumList, storesARecordOrSaysWhatIsWrongWithAField) {
         const char *text, *fault = "<nothing>";
     } cases[] = {
         {0, "03"},
-        {0, "3"},
         {0, "%s", "Malformed chk-sum string :fail to get target, [%s]"},
         {0, "02", "Malformed chk-sum string :offsetType1 > 1, but targ != pe "},
         {0, "09", "Malformed chk-sum :target[9] is greater than 9"},
-        {1, "02010", "Malformed signature :[02010] length is not 4"},
+        {1, "%d", "Malformed signature :[%d] length is not 4"},
         {1, "0300"},
         {1, "0400", "Malformed chk-sum :offsetType1[0]=[4] is known"},
         {2, "00000", "Malformed chk-sum string :fail to get offset1, [00000]"},
@@ -67,7 +66,7 @@ TEST(CheckSumList, storesARecordOrSaysWhatIsWrongWithAField) {
         {5, "010203040", "Malformed signature :[010203040] length is not 8"},
         {6, "10000", "Malformed chk-sum :fail to get offset2, [10000]"},
         {7, "100", "Malformed chk-sum :fail to get length2[100]"},
-        {8, "0102030g", "Malformed [0102030g] in chk-sum string ."},
+        {8, "010203", "Malformed signature :[010203] length is not 8"},
         {9, "Name:more:fields"},
     };
     for (const auto& c : cases) {

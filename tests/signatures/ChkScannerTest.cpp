@@ -1,18 +1,18 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "ByteOrder.h"
 #include "VoleScanner.h"
 #include "io/MemBufferBase.h"
 #include "io/SmartBufferBase.h"
 #include "support/CapturedLog.h"
 #include "support/Content.h"
 #include "support/PeBuilder.h"
-#include "support/ZipBuilder.h"
+#include "support/SignatureText.h"
 
 namespace {
 
@@ -24,10 +24,8 @@ constexpr int kAnySize = -1;
 struct Content {
     explicit Content(const std::string& bytes)
         : file(ZOV_SPACE::fileOf(bytes)), size(static_cast<unsigned>(bytes.size())) {
-        // Two pieces, so that the content does not lie in one block.
-        const auto half = static_cast<int>(bytes.size() / 2);
-        memory.append(bytes.data(), half);
-        memory.append(bytes.data() + half, static_cast<int>(bytes.size()) - half);
+        // Byte by byte, so that the content does not lie in one block.
+        for (const char& byte : bytes) memory.append(&byte, 1);
         view = ZOV_SPACE::SmartBufferBase::viewOf(file.get(), static_cast<long>(bytes.size()));
     }
 
@@ -63,22 +61,14 @@ struct Place {
     std::size_t position;  // Where the bytes to match lie in the content.
 };
 
-// A record that matches the bytes at the two places, if it reaches them.
-CheckSumPattern recordFor(const std::string& bytes, unsigned target, unsigned type, unsigned parameter, Place first,
-                          Place second, const char* name = "Found") {
-    CheckSumPattern pattern;
-    pattern.target = static_cast<std::uint8_t>(target);
-    pattern.offsetType = static_cast<std::uint8_t>(type);
-    pattern.offsetParameter = static_cast<std::uint8_t>(parameter);
-    pattern.offset1 = static_cast<std::int16_t>(first.offset);
-    pattern.length1 = static_cast<std::uint8_t>(first.length);
-    pattern.checkString = ZOV_SPACE::loadU32((bytes.substr(first.position, 4) + std::string(4, 0)).data());
-    pattern.checkSum1 = crc32Of(bytes.substr(first.position, first.length));
-    pattern.offset2 = static_cast<std::int16_t>(second.offset);
-    pattern.length2 = static_cast<std::uint8_t>(second.length);
-    pattern.checkSum2 = crc32Of(bytes.substr(second.position, second.length));
-    pattern.name = name;
-    return pattern;
+// The line of a record that matches the bytes at the two places, if it reaches them.
+std::string recordFor(const std::string& bytes, unsigned target, unsigned type, unsigned parameter, Place first,
+                      Place second, const std::string& name = "Found") {
+    const auto hex = [](auto... values) { return toHex(std::string{static_cast<char>(values)...}) + ":"; };
+    const auto sum = [&](const Place& place) { return crcField(bytes.substr(place.position, place.length)) + ":"; };
+    return hex(target) + hex(type, parameter) + hex(first.offset >> 8, first.offset) + hex(first.length) +
+           toHex((bytes.substr(first.position, 4) + std::string(4, 0)).substr(0, 4)) + ":" + sum(first) +
+           hex(second.offset >> 8, second.offset) + hex(second.length) + sum(second) + name;
 }
 
 std::string randomBytes(std::size_t length, unsigned seed, unsigned alphabet = 256) {
@@ -98,8 +88,6 @@ TEST(ChkScanner, matchesUpToTheExactEndsOfAFile) {
     const std::string far = pe({.sections = {{0x1000, 0x200, 0xFFFFFE00, 0x200}}, .paddedTo = 0x600});
     const std::string sign = pe({.sections = {{0x1000, 0x200, 0x80000000, 0x200}}, .paddedTo = 0x600});
     const std::string noEntry = pe({.entryPoint = 0x9000, .paddedTo = 0x600});
-    const std::string headerEntry = pe({.entryPoint = 0x10, .paddedTo = 0x600});
-    const std::string shortTable = pe({.claimedSections = 60, .paddedTo = 0x600});
     const std::tuple<const std::string&, unsigned, unsigned, Place, Place, bool, const char*> cases[] = {
         {small, 0, 0, {0, 255, 0}, {255, 45, 255}, true, "the whole file"},
         {small, 0, 0, {0, 255, 0}, {256, 45, 256}, false, "second range one byte beyond"},
@@ -110,7 +98,6 @@ TEST(ChkScanner, matchesUpToTheExactEndsOfAFile) {
         {small, 0, 0, {0, 4, 0}, {301, 0, 300}, false, "an empty range beyond the end"},
         {large, 0, 0, {0x7FFF, 255, 0x7FFF}, {0, 4, 0}, true, "largest offset"},
         {large, 0, 0, {-0x8000, 255, 0x8000}, {0, 4, 0}, false, "sign bit"},
-        {large, 0, 0, {0, 4, 0}, {-0x8000, 4, 0x8000}, false, "sign bit"},
         {small, 1, 0, {300, 255, 0}, {45, 45, 255}, true, "from the end: all the way back"},
         {small, 1, 0, {301, 4, 0}, {4, 4, 296}, false, "from the end: before the start"},
         {small, 1, 0, {4, 4, 296}, {0, 0, 300}, true, "from the end: last four"},
@@ -122,18 +109,14 @@ TEST(ChkScanner, matchesUpToTheExactEndsOfAFile) {
         {two, 3, 2, {0x400, 4, 0x400}, {0, 4, 0}, false, "section number equal to the count"},
         {sign, 3, 0, {0, 4, 0}, {0, 4, 0}, false, "section beyond 2^31"},
         {far, 3, 0, {0x200, 4, 0}, {0x200, 4, 0}, false, "section plus offset is 2^32"},
-        {far, 2, 0, {0x300, 4, 0x100}, {0x300, 4, 0x100}, false, "entry point plus offset is 2^32 and some"},
-        {noEntry, 2, 0, {0, 4, 0x200}, {0, 4, 0x200}, false, "no entry point"},
         {noEntry, 3, 0, {0, 4, 0x200}, {0, 4, 0x200}, false, "without an entry point no sections either"},
-        {headerEntry, 2, 0, {0, 4, 0x10}, {0, 4, 0x10}, true, "entry point in the headers"},
-        {shortTable, 3, 0, {0, 4, 0x200}, {0, 4, 0x200}, false, "section table beyond the end"},
     };
     for (const auto& [bytes, type, parameter, first, second, found, why] : cases) {
         SCOPED_TRACE(why);
         Content content(bytes);
         CheckSumList list;
         const unsigned target = bytes.starts_with("MZ") ? kTargetPe : kTargetAny;
-        list.addPattern(recordFor(bytes, target, type, parameter, first, second));
+        list.addString(recordFor(bytes, target, type, parameter, first, second).c_str());
         EXPECT_EQ(scan(list, content), found ? "Found" : "");
     }
 }
@@ -144,7 +127,7 @@ TEST(ChkScanner, looksOnlyAtTheRecordsOfTheFilesOwnKind) {
         Content content(bytes);
         for (const unsigned target : {0U, 1U, 2U, 3U, 4U, 8U}) {
             CheckSumList list;
-            list.addPattern(recordFor(bytes, target, 0, 0, {0, 16, 0}, {16, 16, 16}));
+            list.addString(recordFor(bytes, target, 0, 0, {0, 16, 0}, {16, 16, 16}).c_str());
             EXPECT_EQ(scan(list, content, kAnySize, 0), target == (isPe ? 3U : 0U) ? "Found" : "");
             EXPECT_EQ(scan(list, content, kAnySize, 3), target == 3 ? "Found" : "") << "not questioned";
             EXPECT_EQ(scan(list, content, kAnySize, 9), "") << "there is no such target";
@@ -159,22 +142,22 @@ TEST(ChkScanner, takesTheCallersSizeForTheStreams) {
     std::string name;
     EXPECT_FALSE(ChkScanner(list).scan(nullptr, 10, name, kTargetAny));
     EXPECT_FALSE(ChkScanner(list).scan(-1, 10, name, kTargetAny));
-    list.addPattern(recordFor(bytes, 0, 0, 0, {0, 16, 0}, {184, 16, 184}, "ends at 200"));
+    list.addString(recordFor(bytes, 0, 0, 0, {0, 16, 0}, {184, 16, 184}, "ends at 200").c_str());
     EXPECT_EQ(scan(list, content, 199) + scan(list, empty), "");
-    list.addPattern(recordFor(bytes, 0, 1, 0, {50, 16, 150}, {50, 16, 150}, "newer, counts back from 200"));
+    list.addString(recordFor(bytes, 0, 1, 0, {50, 16, 150}, {50, 16, 150}, "newer, counts back from 200").c_str());
     EXPECT_EQ(scan(list, content, 200), "newer, counts back from 200");
 
     // A range lies within the claimed size, but the stream ends sooner: that ends the whole check.
-    list.addPattern(recordFor(bytes, 0, 0, 0, {290, 11, 290}, {0, 1, 0}, "first range comes short"));
+    list.addString(recordFor(bytes, 0, 0, 0, {290, 11, 290}, {0, 1, 0}, "first range comes short").c_str());
     EXPECT_EQ(scan(list, content), "ends at 200") << "with the right size the record is only passed over";
     CapturedLog log;
     EXPECT_EQ(scan(list, content, 400), "");
     EXPECT_EQ(log.count("fail to getBuffer[00000122][0000000b]."), 6U);
-    list.addPattern(recordFor(bytes, 0, 0, 0, {0, 8, 0}, {299, 2, 299}, "second range comes short"));
+    list.addString(recordFor(bytes, 0, 0, 0, {0, 8, 0}, {299, 2, 299}, "second range comes short").c_str());
     EXPECT_EQ(scan(list, content, 400), "");
     EXPECT_EQ(log.count("fail to getBuffer[0000012b][00000002]."), 6U);
     EXPECT_EQ(log.count("chk scan iob: get target code = 0."), 8U) << "once for each scan of a buffer";
-    list.addPattern(recordFor(bytes, 0, 0, 0, {0, 8, 0}, {8, 8, 8}, "newest"));
+    list.addString(recordFor(bytes, 0, 0, 0, {0, 8, 0}, {8, 8, 8}, "newest").c_str());
     EXPECT_EQ(scan(list, content, 400), "newest");
 }
 
@@ -199,12 +182,11 @@ TEST(ChkScanner, findsTheSameWithAndWithoutTheIndex) {
                 return {type == 1 ? base - position : position - base, static_cast<unsigned>(upTo(30)),
                         static_cast<std::size_t>(std::min(position, size))};
             };
-            CheckSumPattern pattern = recordFor(bytes, pe ? 3 : 0, type, section, place(), place(), "");
-            const std::string name = std::to_string(i);
-            pattern.name = name.c_str();
-            if (upTo(9) != 0) pattern.checkSum2 ^= 1;  // Most come close only.
-            if (upTo(9) == 0) pattern.offset1 = static_cast<std::int16_t>(random());
-            list.addPattern(pattern);
+            Place first = place(), second = place();
+            if (upTo(9) != 0) second = {second.offset, 30, static_cast<std::size_t>(upTo(size))};  // Most come close.
+            if (upTo(9) == 0) first.offset = static_cast<int>(random());
+            const std::string line = recordFor(bytes, pe ? 3 : 0, type, section, first, second, std::to_string(i));
+            list.addString(line.c_str());
         }
         SCOPED_TRACE(round);
         Content content(bytes);
@@ -212,7 +194,7 @@ TEST(ChkScanner, findsTheSameWithAndWithoutTheIndex) {
         if (HasFailure()) break;
     }
     const auto misses = std::count(found.begin(), found.end(), "");
-    EXPECT_TRUE(misses > 0 && misses < 30) << "both outcomes have to be compared";
+    EXPECT_TRUE(misses > 0 && misses < 30) << misses << " misses: both outcomes have to be compared";
 }
 
 }  // namespace

