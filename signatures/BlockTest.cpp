@@ -1,3 +1,7 @@
+// One test in three versions. A byte's code is looked up by its lowest four bits, for 16 or 32 bytes at once, with the
+// byte shuffle of SSSE3 or AVX2 (Intel 64 and IA-32 Architectures Software Developer's Manual, PSHUFB). "Code and not
+// set" is zero where the byte fits; the results of neighbouring positions are joined before one comparison with zero
+// turns them into a bit for each slot.
 #include "BlockTest.h"
 
 #include <algorithm>

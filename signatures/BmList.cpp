@@ -1,3 +1,13 @@
+// How records are found: there are at least as many chains as records, and their number is a power of two. The highest
+// bits of a digest's hash choose the chain, and the five bits below those one of 32 bits in the chain's head. A digest
+// whose bit is not set there is none of the chain's, so most lookups of clean contents end after one access to memory.
+// Digests spread well by themselves; the mixing below is for pattern files whose digests differ in few bytes. When the
+// signatures are few, the bits by bucket key, three bytes of the digest, answer before that from the processor's cache.
+//
+// How sizes are kept: repeats of the one before are dropped on the way in, as files sorted by size have them; the rest
+// waits in a queue until index() can make room for all at once.
+//
+// Both tables are far larger than the caches when they are filled, so the entry that comes 16 later is fetched ahead.
 #include "BmList.h"
 
 #include <algorithm>

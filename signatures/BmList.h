@@ -76,7 +76,7 @@ public:
     // The first record of the chain that begins at `head` with this 16-byte digest, or null.
     static const BmPattern* matchPatternListMD5(const unsigned char* digest, const BmPatternNode* head);
 
-    // Signatures added so far, in 32 bits as hosts see it.
+    // Signatures added so far.
     std::uint32_t count() const { return _currentSig; }
 
     // Back to the empty list.

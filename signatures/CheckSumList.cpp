@@ -1,3 +1,5 @@
+// A line is taken apart once, then its fields are converted in their order, because the first thing that is wrong names
+// the fault. Texts differ from field to field and are kept as they are.
 #include "CheckSumList.h"
 
 #include <new>
@@ -20,7 +22,8 @@ constexpr const char* kFieldSeparator = ":";
 constexpr unsigned kWordDigits = 8;
 constexpr unsigned kOffsetTypeDigits = 4;
 
-// The texts for a field that is missing, and for one that is no number; hosts know them with all their differences.
+// The texts for a field that is missing, and for one that is no number. Kept as is: their differences follow no rule,
+// and whoever compares texts, as tests of pattern files do, knows them so.
 struct FieldTexts {
     const char* missing;
     const char* invalid;  // "%s" stands for the field; null where the converter has texts of its own.

@@ -1,3 +1,12 @@
+// How the index is built: the records are sorted by offset type, parameter, slot, check string and number, so that each
+// plane, each group and the check strings of a group lie together and in order; one pass then cuts them up. A plane
+// keeps arrays of one member each instead of an array of groups: the search reads slots and filters of thousands of
+// groups and little else.
+//
+// How it is searched: a base, such as the entry point, is added to a plane's slots; the groups whose four bytes lie in
+// the content are a range of them, found by two binary searches. For each, the four bytes are hashed to one of 64 bits
+// by multiplying with 2^32 divided by the golden ratio (Knuth, The Art of Computer Programming, 6.4), whose product has
+// well-mixed high bits. A group without that bit cannot have the check string; the others look it up by binary search.
 #include "ChkIndex.h"
 
 #include <algorithm>

@@ -1,3 +1,9 @@
+// What a scan does: it finds out whether the content is a PE executable, has the index name the records whose check
+// string stands at its place, and tries those, newest first, as if they were all there are. A record is tried by its
+// two CRC-32 values; families of records share ranges, so the last 64 results are kept.
+//
+// The index may be used only when every byte that a record asks for can be read. Otherwise the order counts, because a
+// read that comes short ends the whole check: then every record is tried, as if there were no index.
 #include <unistd.h>
 
 #include <algorithm>

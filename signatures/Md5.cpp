@@ -1,6 +1,9 @@
-// The four rounds follow RFC 1321, section 3.4. Two things make the difference in speed, because each step depends on
-// the one before: everything that does not need the newest value `b` is added first, and round 2 adds its two halves
-// one after the other (their bits never overlap, so "+" equals "|"), which takes one operation out of the chain.
+// MD5 as RFC 1321 describes it: the message, padded with a bit 1, zeros and its length to a multiple of 64 bytes, is
+// mixed into four words of state block by block, in four rounds of sixteen steps with a function each (section 3.4).
+// The steps are unrolled by templates, so that shifts, constants and places in the block are known when it is compiled.
+// Two things make the difference in speed, because each step depends on the one before: everything that does not need
+// the newest value `b` is added first, and round 2 adds its two halves one after the other (their bits never overlap,
+// so "+" equals "|"), which takes one operation out of the chain.
 #include "Md5.h"
 
 #include <algorithm>

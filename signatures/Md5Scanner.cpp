@@ -1,3 +1,5 @@
+// The size is asked for first, because hashing costs more than all other questions about a content together. Bytes that
+// lie in memory are hashed where they are; the others are read in pieces.
 #include <unistd.h>
 
 #include "Raise.h"

@@ -1,3 +1,6 @@
+// Blocks of 256 KiB are read from the file and cut at line feeds where they lie; nothing is copied but the start of a
+// line that a block's end cuts off. A line is the longest prefix of at most kMaxLine bytes that has no line feed before
+// its last byte, so a NUL, which ends the text of its line, does not hide the line feed behind it.
 #include "PatternLineReader.h"
 
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// Two digits make a byte, the first one its upper half. Faults are values here and become exceptions at the surface:
+// a file may have millions of malformed lines, and unwinding for each would take longer than everything else.
 #include "PatternParser.h"
 
 #include <new>

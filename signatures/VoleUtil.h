@@ -89,7 +89,7 @@ public:
     static void writeInt(char* bytes, std::uint32_t value) { ZOV_SPACE::storeLittleEndian(bytes, value); }
 
     // Hexadecimal text. hex2uchar() takes 1 or 2 digits, hex2ushort() 1 to 4; false for anything else and for nulls.
-    // `out` is zeroed first and may hold a partial value after a failure.
+    // When a character is no digit, `out` is what the digits before it make.
     static bool hex2uchar(const char* text, unsigned char* out);
     static bool hex2ushort(const char* text, unsigned short* out);
     static int hexch_val(char digit);  // 0-15, or -1.

@@ -1,4 +1,6 @@
-// Reading of descriptors and buffers: whole files, lines, exact numbers of bytes.
+// Reading of descriptors and buffers: whole files, lines, exact numbers of bytes. A file that is to be scanned is read
+// straight into its buffer's memory, in one go, together with the rest of its last block, which tells whether it has
+// grown since it was measured. One that is too large for that is looked at through a view, and only its end is probed.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>

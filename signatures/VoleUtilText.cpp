@@ -1,3 +1,4 @@
+// Helpers for NUL-terminated strings: faces of Text.h that keep what callers have always got from them.
 #include <algorithm>
 #include <cstring>
 
@@ -128,7 +129,7 @@ int VoleUtil::strncmp_nocase(char* a, const char* b, std::size_t n) {
         if (ascii::toLower(c) != ascii::toLower(b[length])) return -1;
         if (c == '\0') break;
     }
-    // Kept as is: a match rewrites the letter case of `a`, so that hosts see a list entry spelt as it was last asked
+    // Kept as is: a match rewrites the letter case of `a`, so that a list has its entries spelt as they were last asked
     // for. Another thread may be doing the same to `a`; single bytes that differ in case only do no harm.
     for (std::size_t i = 0; i < length; ++i) {
         if (loadShared(a + i) != b[i]) __atomic_store_n(a + i, b[i], __ATOMIC_RELAXED);
