@@ -1,26 +1,28 @@
 #include "ConfigUtil.h"
 
 #include <algorithm>
-#include <cstring>
+#include <optional>
 #include <string_view>
 
-#include "VoleUtil.h"
+#include "Text.h"
+
+namespace text = ZOV_SPACE::text;
 
 namespace {
 
 constexpr int kLineSize = 1024;  // Bytes read at a time, a NUL included.
 
-// The value that the line sets `key` to, cut and trimmed in place; null when it sets something else or nothing.
-char* valueOf(char* line, const char* key) {
-    const std::size_t keyLength = std::strlen(key);
-    char* const start = VoleUtil::FirstChar(line);
-    if (std::strchr("#;\n", *start)) return nullptr;  // A comment, or, with the NUL, a blank line.
-    if (std::strncmp(start, key, keyLength) != 0) return nullptr;
-    char* const equals = VoleUtil::FirstChar(start + keyLength);
-    if (*equals != '=') return nullptr;
-    char* const value = VoleUtil::FirstChar(equals + 1);
-    value[std::strcspn(value, "#;")] = '\0';
-    return VoleUtil::rtrim(value);
+constexpr std::string_view kCommentMarks = "#;";
+
+// The value that the line sets `key` to; nothing when it sets something else or nothing.
+std::optional<std::string_view> valueOf(std::string_view line, std::string_view key) {
+    line = text::trimStart(line);
+    const bool isComment = !line.empty() && kCommentMarks.find(line.front()) != std::string_view::npos;
+    if (isComment || !line.starts_with(key)) return std::nullopt;
+    line = text::trimStart(line.substr(key.size()));
+    if (!line.starts_with('=')) return std::nullopt;
+    line.remove_prefix(1);
+    return text::trim(line.substr(0, line.find_first_of(kCommentMarks)));
 }
 
 }  // namespace
@@ -31,10 +33,9 @@ int ConfigUtil::QueryListValue(std::FILE* file, const char* key, char* value, in
     const auto room = static_cast<std::size_t>(std::min(size, kMaxValue));
     char line[kLineSize];
     while (std::fgets(line, sizeof line, file)) {
-        const char* const found = valueOf(line, key);
+        const auto found = valueOf(line, key);
         if (!found) continue;
-        const std::string_view text = std::string_view(found).substr(0, room);
-        std::fill(std::copy(text.begin(), text.end(), value), value + room + 1, '\0');
+        std::fill(value + found->copy(value, room), value + room + 1, '\0');
         return 0;
     }
     return -1;

@@ -7,6 +7,7 @@
 
 #include "ContentScan.h"
 #include "Raise.h"
+#include "Text.h"
 #include "Utils.h"
 #include "WrappedLimitedBufferBase.h"
 #include "io/BufferBaseStreams.h"
@@ -167,9 +168,8 @@ bool EntryProcessor::passesLimits(unsigned int packedSize, unsigned int unpacked
 }
 
 ContentName EntryProcessor::nameOf(const ArchiveEntryInfo& entry) const {
-    std::string_view inner(entry.name);
-    inner = inner.substr(0, inner.find('\0'));
-    inner.remove_prefix(std::min(inner.find_first_not_of('/'), inner.size()));
+    namespace text = ZOV_SPACE::text;
+    const std::string_view inner = text::trimStart(text::upTo(entry.name, '\0'), "/");
     return inner.empty() ? ContentName(_archiveName, std::to_string(_sequence)) : ContentName(_archiveName, inner);
 }
 

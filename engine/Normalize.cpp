@@ -9,6 +9,7 @@
 
 #include "Ascii.h"
 #include "Exception.h"
+#include "Text.h"
 #include "VoleUtil.h"
 #include "util/Diag.h"
 
@@ -22,8 +23,6 @@ constexpr diag::Unit kDiag{"pattern_assistant"};
 constexpr long kLargestText = 65536;
 constexpr long kProbeSize = 64;
 constexpr std::size_t kLineSize = 1024;  // A line's text with a NUL.
-
-constexpr std::string_view kBlanks = " \r\n\t";
 
 bool isTextByte(char c) { return ZOV_SPACE::ascii::isCntrl(c) || ZOV_SPACE::ascii::isPrint(c); }
 
@@ -54,17 +53,11 @@ bool looksLikeText(IOBuffer& input, long size) {
     return true;
 }
 
-std::string_view trimmed(std::string_view line) {
-    const std::size_t first = line.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) return {};
-    return line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
-}
-
 // Writes the normalised form to `out` and returns its length, at most normalizedBound().
 std::size_t writeNormalized(std::string_view text, char* out) {
     char* const start = out;
     while (!text.empty()) {
-        const std::string_view line = trimmed(VoleUtil::takeLine(text, kLineSize - 1));
+        const std::string_view line = ZOV_SPACE::text::trim(VoleUtil::takeLine(text, kLineSize - 1));
         if (line.empty()) continue;
         out = std::transform(line.begin(), line.end(), out, ZOV_SPACE::ascii::toLower);
         *out++ = '\n';

@@ -9,7 +9,6 @@
 
 #include "PatternContainer.h"
 #include "ResultText.h"
-#include "Utils.h"
 #include "io/File.h"
 #include "util/Diag.h"
 #include "util/Log.h"
@@ -65,8 +64,7 @@ int loadFiles(PatternContainer& container, const char* directory, const std::vec
 }  // namespace
 
 std::string pathIn(const std::string& directory, const char* name) {
-    const bool closed = ZOV_SPACE::StringHelper::endsWith(directory.c_str(), "/");
-    return directory + (closed ? "" : "/") + name;
+    return directory + (directory.ends_with('/') ? "" : "/") + name;
 }
 
 int load_pattern(PatternContainer* container, const char* directory, std::string& message) {

@@ -4,17 +4,17 @@
 #include <string_view>
 
 #include "Ascii.h"
-#include "Utils.h"
+#include "Text.h"
 #include "util/Diag.h"
 
 namespace {
 
-using ZOV_SPACE::StringHelper;
+namespace text = ZOV_SPACE::text;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
 constexpr const char* kSubjects[] = {nullptr};  // Up to the null; an empty list means any subject.
-constexpr const char* kPrefixes[] = {"bugfix-", "removal-", "patch-", "hotfix-"};
+constexpr std::string_view kPrefixes[] = {"bugfix-", "removal-", "patch-", "hotfix-"};
 constexpr const char* kSuffix = ".rar";
 constexpr const char* kVirusName = "W32.Email.W.Zhelatin.dj";
 constexpr std::size_t kDigits = 5;
@@ -23,7 +23,7 @@ constexpr std::size_t kTailLength = 9;  // The digits and the suffix.
 bool subjectQualifies(const char* subject) {
     if (!kSubjects[0]) return true;
     for (const char* const* listed = kSubjects; *listed; ++listed) {
-        if (StringHelper::equalsIgnoreCase(subject, *listed)) return true;
+        if (text::sameIgnoringCase(subject, *listed)) return true;
     }
     return false;
 }
@@ -44,12 +44,12 @@ bool matchSpam(const char* subject, const char* attachmentName, std::string& vir
     const std::size_t stem = name.size() - kTailLength;
     const std::string_view digits = name.substr(stem, kDigits);
     if (!std::all_of(digits.begin(), digits.end(), ZOV_SPACE::ascii::isDigit) ||
-        !StringHelper::equalsIgnoreCase(attachmentName + stem + kDigits, kSuffix)) {
+        !text::endsWithIgnoringCase(name, kSuffix)) {
         kDiag.at(895).dbg("checkSpam, attachment must contain 5 digtal number and '.rar' suffix.");
         return false;
     }
     const bool matched = std::any_of(std::begin(kPrefixes), std::end(kPrefixes), [&](std::string_view prefix) {
-        return prefix.size() == stem && StringHelper::startsWithIgnoreCase(attachmentName, prefix.data());
+        return text::sameIgnoringCase(name.substr(0, stem), prefix);
     });
     if (matched) virusName = kVirusName;
     return matched;

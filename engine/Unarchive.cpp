@@ -22,8 +22,7 @@ void dumpContent(const _st_ArchEntry& record, const std::string& name) {
     VoleUtil::dumpBufferBase(record.buffer.get(), name, record.early ? record.early->dumpDirectory : diag::dumpPath());
 }
 
-void openArchive(const OptionValues& options, WorkList& workList, const _st_ArchEntry& record,
-                 std::string name) {
+void openArchive(const OptionValues& options, WorkList& workList, const _st_ArchEntry& record, std::string name) {
     const ZOV_SPACE::ArchiveId& format = formatOf(record, options.maxDepth);
     if (&format == &ZOV_SPACE::ARCHIVEID_NONE) return;
     kDiag.at().dbg("Archiver found !!");

@@ -5,7 +5,7 @@
 
 #include "PatternLoader.h"
 #include "Raise.h"
-#include "Utils.h"
+#include "Text.h"
 #include "VoleUtil.h"
 #include "io/InputStream.h"
 #include "io/RegularFile.h"
@@ -16,7 +16,6 @@
 namespace {
 
 using ZOV_SPACE::Exception;
-using ZOV_SPACE::StringHelper;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
@@ -52,7 +51,7 @@ void VirusList::addSpyware(const std::string& name) {
 
 bool VirusList::isFalseAlarm(const char* name) const {
     return name && std::any_of(faList.begin(), faList.end(), [name](const std::string& entry) {
-               return StringHelper::equalsIgnoreCase(entry.c_str(), name);
+               return ZOV_SPACE::text::sameIgnoringCase(entry, name);
            });
 }
 

@@ -16,8 +16,8 @@ std::int64_t textBytes(const _st_ArchEntry& record) {
     std::size_t bytes = record.name.ownBytes();
     if (record.early) {
         const EarlyScan& early = *record.early;
-        bytes += early.virusName.size() + early.dumpDirectory.size() + early.scanLines.bytes() +
-                 early.formatLines.bytes();
+        bytes +=
+            early.virusName.size() + early.dumpDirectory.size() + early.scanLines.bytes() + early.formatLines.bytes();
     }
     return static_cast<std::int64_t>(bytes);
 }
