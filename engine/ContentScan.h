@@ -3,9 +3,9 @@
 // A content is scanned in two passes: over its bytes as they are, then over its normalised text, if it is a short plain
 // text. Each pass leases the signatures that are active when it begins. Then it is probed for a format that can be
 // opened. A member of an archive goes through all that as soon as it is unpacked, while its bytes are in the
-// processor's caches; nearly all are then let go of, so that a large archive needs the space of its largest member. What
-// came of it waits in the member's record, lines included, for the member's turn on the work list. So a host hears of
-// findings in the order of the list, but the signatures and the dump directory are those of the moment of the scan.
+// processor's caches; nearly all are then let go of, so that a large archive needs the space of its largest member.
+// What came of it waits in the member's record, lines included, for the member's turn on the work list. So a host hears
+// of findings in the order of the list, but the signatures and the dump directory are those of the moment of the scan.
 #ifndef ENGINE_CONTENTSCAN_H
 #define ENGINE_CONTENTSCAN_H
 

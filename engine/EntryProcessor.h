@@ -3,8 +3,13 @@
 // stream is closed, the content is scanned at once; the result waits in the record for its turn.
 //
 // An entry that breaks a limit of its own is reported to the host and skipped; an archive with too many entries is
-// given up by throwing UnarchivePolicyException. No record ever holds more than the size limit, whatever the archive
-// said of the entry.
+// given up by throwing UnarchivePolicyException, one whose entries take more room than a scan has by throwing
+// OutOfBudgetException. What was queued before stays queued. No record ever holds more than the size limit, whatever
+// the archive said of the entry: announced sizes decide only whether the entry is taken and where it is stored.
+//
+// Unpacked bytes are produced where they stay. The stream lends the record's own memory to the decoder, and memory of a
+// member that was let go of serves the next one: fresh pages cost more than what is written into them. While one member
+// is unpacked and scanned it may keep 16 MiB in memory; one that waits afterwards keeps what any buffer may.
 #ifndef ENGINE_ENTRYPROCESSOR_H
 #define ENGINE_ENTRYPROCESSOR_H
 

@@ -1,5 +1,9 @@
 // Normalize.h: the form of a text that signatures are also matched against: its non-blank lines, trimmed, in lower
-// case, each with a line feed at its end.
+// case, each with a line feed at its end. Scripts that differ in indentation, letter case or line ends share it.
+//
+// Nearly every content is ruled out by its size or its first 64 bytes. What is left is read in one piece, in place
+// where the buffer allows it, and written into one buffer that is large enough from the start: a line only ever becomes
+// shorter, but for the line feed of a text's last line and of lines that are cut for their length.
 #ifndef ENGINE_NORMALIZE_H
 #define ENGINE_NORMALIZE_H
 

@@ -1,4 +1,7 @@
 // VirusList: the false-alarm and spyware names of one pattern set. Filled by one thread, then queried by any number.
+//
+// Both lists are short and written by hand, so a query walks them in the order of the file. False alarms are compared
+// whole, spyware entries as prefixes, both without ASCII letter case.
 #ifndef ENGINE_VIRUSLIST_H
 #define ENGINE_VIRUSLIST_H
 
