@@ -103,8 +103,8 @@ VOLEENG_API int freeResource();
 
 // Scans the regular file `path`. 1: `virusName` is set to the name of the signature that matched. 0: clean, or nothing
 // is loaded. Negative: one of the codes above, with its text in `message`. Links are followed; folders, FIFOs,
-// devices and files above 2^31 - 1 bytes give -493. A null `path` gives -493. Members of archives are scanned, and it is
-// settled where they are dumped, as soon as they are unpacked; what is found and said of them comes in their turn.
+// devices and files above 2^31 - 1 bytes give -493. A null `path` gives -493. Members of archives are scanned, and it
+// is settled where they are dumped, as soon as they are unpacked; what is found and said of them comes in their turn.
 VOLEENG_API int scanFile(const char* path, std::string& virusName, std::string& message);
 
 // 1 when `name` is on the false-alarm list, ignoring ASCII letter case; else 0. Null: 0.

@@ -47,14 +47,13 @@ TEST(ConfigUtil, findsTheFirstLineThatSetsTheKey) {
 }
 
 TEST(ConfigUtil, fillsTheValuesRoomExactlyAndGoesOnFromTheFilesPositionOnRequest) {
-    const std::string longValue(1015, 'v');
-    const OpenFile file = fileWith("Key=" + longValue + "\nKey=2\n");
-    for (const std::size_t size : {0U, 5U, 1015U, 1024U, 5000U}) {
-        std::string value(5001, '?'), expected = longValue.substr(0, size);
-        ASSERT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", value.data(), static_cast<int>(size), 0), 0);
-        expected.resize(std::min<std::size_t>(size, 1024) + 1, '\0');
-        expected.resize(5001, '?');
-        EXPECT_EQ(value, expected) << size;
+    const OpenFile file = fileWith("Key=" + std::string(1015, 'v') + "\nKey=2\n");
+    for (const auto& [size, copied, zeros] :
+         {std::tuple(0, 0U, 1U), {5, 5U, 1U}, {1024, 1015U, 10U}, {5000, 1015U, 10U}}) {
+        std::string value(5001, '?');
+        ASSERT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", value.data(), size, 0), 0);
+        const std::string filled = std::string(copied, 'v') + std::string(zeros, '\0');
+        EXPECT_EQ(value, filled + std::string(5001 - filled.size(), '?')) << size;
     }
     char value[2] = "?";
     EXPECT_EQ(ConfigUtil().QueryListValue(file.get(), "Key", value, -1, 0), -1);
@@ -68,52 +67,38 @@ TEST(ConfigUtil, fillsTheValuesRoomExactlyAndGoesOnFromTheFilesPositionOnRequest
 
 using OptionsTest = EngineTest;
 
-// What a file leaves in force of others.
-Numbers after(const std::string& path, int result, const OptionValues& before) {
-    VoleOptions::set(before);
-    EXPECT_EQ(readOptions(path), result);
-    const OptionValues v = VoleOptions::get();
-    return {v.maxEntries, v.maxRatio, v.maxLevelEntries, v.maxDepth, v.maxSize};
-}
-
-TEST_F(OptionsTest, areReadAndTheRestKept) {
-    const std::pair<const char*, Numbers> cases[] = {
-        {"", {100, 250, 50, 50, 1048576}},
-        {"MaxUnarSize=5\nMaxUnarLevelEntries=3\nMaxUnarRatio=2\nMaxUnarEntries=1", {1, 2, 3, 50, 5}},
-        {"MaxUnarEntries =\nMaxUnarSize = 2000000 # about two MB\n", {100, 250, 50, 50, 2000000}},
-        {"MaxUnarDepth=0\nMaxUnarDepth=x\n", {100, 250, 50, 0, 1048576}},
-        {"MaxUnarRatio=010\n", {100, 10, 50, 50, 1048576}},
-        {"MaxUnarSize=2147483648\nMaxUnarRatio=99999999999999999999", {100, INT32_MAX, 50, 50, INT32_MAX}},
-    };
-    for (const auto& [content, values] : cases) {
-        EXPECT_EQ(after(samples.write("o.ini", content), 0, kDefaultLimits), values) << content;
-    }
-}
-
-TEST_F(OptionsTest, stayAsTheyWereWhenTheFileIsUnreadableOrAValueIllegal) {
+TEST_F(OptionsTest, areReadAllOrNone) {
     ASSERT_EQ(::mkfifo((samples / "fifo").c_str(), 0600), 0);
-    const std::string missing = samples / "missing", fifo = samples / "fifo", file = samples / "o.ini";
-    const struct {
-        const std::string& path;
-        const char* setting;
-        std::string message;
-        int line, result = -489;
-    } cases[] = {
-        {missing, "", "Cannot open option file [" + missing + "]\n", 209, -490},
-        {fifo, "", "Cannot open option file [" + fifo + "]\n", 209, -490},
-        {file, "MaxUnarEntries=-1", "MaxUnarEntries's Value [-1] is illegal.", 220},
-        {file, "MaxUnarRatio=abc", "MaxUnarRadio's Value [abc] is illegal.", 232},
-        {file, "MaxUnarLevelEntries=1.5", "MaxUnarLevelEntries's Value [1.5] is illegal.", 244},
-        {file, "MaxUnarDepth=1 2", "MaxUnarDepth's Value [1 2] is illegal.", 256},
-        {file, "MaxUnarSize=%s%n", "MaxUnarSize's Value [%s%n] is illegal.", 268},
-    };
+    const std::string file = samples / "o.ini", missing = samples / "missing", fifo = samples / "fifo";
+    const std::string folder = samples.path(), cannotOpen = "Cannot open option file [";
     const std::string valid = "\nMaxUnarEntries=1\nMaxUnarRatio=1\nMaxUnarLevelEntries=1\nMaxUnarDepth=1\n";
-    for (const auto& c : cases) {
-        samples.write("o.ini", c.setting + valid);
-        CapturedLog log;
-        EXPECT_EQ(after(c.path, c.result, {9, 8, 7, 6, 5}), (Numbers{9, 8, 7, 6, 5})) << c.message;
-        EXPECT_EQ(log.lines(), std::vector{c.message});
-        EXPECT_EQ(LogLineNo, c.line) << c.message;
+    const Numbers kept{9, 8, 7, 6, 5};
+    constexpr int kMost = INT32_MAX;
+    const std::tuple<const std::string&, std::string, int, Numbers, std::string, int> cases[] = {
+        {file, "", 0, kept, "", 288},
+        {file, "MaxUnarSize=5\nMaxUnarLevelEntries=3\nMaxUnarRatio=2\nMaxUnarEntries=1", 0, {1, 2, 3, 6, 5}, "", 288},
+        {file, "MaxUnarEntries =\nMaxUnarSize = 2000000 # about two MB\n", 0, {9, 8, 7, 6, 2000000}, "", 288},
+        {file, "MaxUnarDepth=0\nMaxUnarDepth=x\n", 0, {9, 8, 7, 0, 5}, "", 288},
+        {file, "MaxUnarRatio=010\n", 0, {9, 10, 7, 6, 5}, "", 288},
+        {file, "MaxUnarSize=2147483648\nMaxUnarRatio=99999999999999999999", 0, {9, kMost, 7, 6, kMost}, "", 288},
+        {missing, valid, -490, kept, cannotOpen + missing + "]\n", 209},
+        {fifo, valid, -490, kept, cannotOpen + fifo + "]\n", 209},
+        {folder, valid, -490, kept, cannotOpen + folder + "]\n", 209},
+        {file, "MaxUnarEntries=-1" + valid, -489, kept, "MaxUnarEntries's Value [-1] is illegal.", 220},
+        {file, "MaxUnarRatio=abc" + valid, -489, kept, "MaxUnarRadio's Value [abc] is illegal.", 232},
+        {file, "MaxUnarLevelEntries=1.5" + valid, -489, kept, "MaxUnarLevelEntries's Value [1.5] is illegal.", 244},
+        {file, "MaxUnarDepth=1 2" + valid, -489, kept, "MaxUnarDepth's Value [1 2] is illegal.", 256},
+        {file, "MaxUnarSize=%s%n" + valid, -489, kept, "MaxUnarSize's Value [%s%n] is illegal.", 268},
+    };
+    for (const auto& [path, content, result, values, text, line] : cases) {
+        samples.write("o.ini", content);
+        VoleOptions::set({9, 8, 7, 6, 5});
+        CapturedLog log(CapturedLog::kErrors);
+        EXPECT_EQ(readOptions(path), result) << path << content;
+        const OptionValues v = VoleOptions::get();
+        EXPECT_EQ((Numbers{v.maxEntries, v.maxRatio, v.maxLevelEntries, v.maxDepth, v.maxSize}), values) << content;
+        EXPECT_EQ(log.lines(), std::vector(text.empty() ? 0 : 1, text)) << content;
+        EXPECT_EQ(LogLineNo, line) << content;
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "support/EngineLog.h"
@@ -32,26 +33,22 @@ TEST(HeuPlugin, saysWhichStepFailed) {
         const PluginDir empty(VOLE_TEST_PLUGIN_EMPTY);
         const PluginDir withoutDestroy(VOLE_TEST_PLUGIN_WITHOUT_DESTROY);
         const PluginDir refusing(VOLE_TEST_PLUGIN_GOOD, "1 0");
-        const struct {
-            const TempDir& dir;
-            std::string step;
-            Lines log = {};
-        } cases[] = {
-            {noLibrary, "load heu-engine from " + (noLibrary / "libheueng.so").string()},
-            {empty, "load Option : " + (empty / "libheueng.so").string()},
-            {withoutDestroy, "load destroyInstance : " + (withoutDestroy / "libheueng.so").string()},
+        const std::tuple<const TempDir&, std::string, Lines> cases[] = {
+            {noLibrary, "load heu-engine from " + (noLibrary / "libheueng.so").string(), {}},
+            {empty, "load Option : " + (empty / "libheueng.so").string(), {}},
+            {withoutDestroy, "load destroyInstance : " + (withoutDestroy / "libheueng.so").string(), {}},
             {refusing,
              "load config file : " + (refusing / "heueng.ini").string(),
              {"[pattern_assistant:586] Call my_loadOption failed .......\n"}},
         };
-        for (const auto& c : cases) {
+        for (const auto& [dir, step, lines] : cases) {
             EngineLog log;
-            std::string message = "untouched";
-            EXPECT_EQ(loadHeuPlugin(c.dir.path().string(), message), -479);
+            std::string message;
+            EXPECT_EQ(loadHeuPlugin(dir.path().string(), message), -479);
             // The system's own text follows where a symbol is missing.
-            EXPECT_TRUE(message.starts_with("fail to " + c.step)) << message;
+            EXPECT_TRUE(message.starts_with("fail to " + step)) << message;
             EXPECT_EQ(heu_instance, nullptr) << message;
-            EXPECT_EQ(log.taken(), c.log) << message;
+            EXPECT_EQ(log.taken(), lines) << message;
         }
         EngineLog log;
         EXPECT_EQ(checkSusVirus(1, nullptr), 0);
@@ -96,16 +93,12 @@ TEST(HeuPlugin, isAskedByOneThreadAtATime) {
         const PluginDir dir(VOLE_TEST_PLUGIN_GOOD, "0 100");
         std::string message;
         ASSERT_EQ(loadHeuPlugin(dir.name(), message), 0);
-        int extras[4] = {};
-        {
-            std::vector<std::jthread> threads;
-            for (int& extra : extras) {
-                threads.emplace_back([&extra] {
-                    for (int i = 0; i < 50 && extra >= 0; ++i) checkSusVirus(1, &extra);
-                });
-            }
-        }
-        for (const int extra : extras) EXPECT_EQ(extra, 50) << "-1: calls overlapped";
+        int extras[2] = {};
+        const auto ask = [](int* extra) {
+            for (int i = 0; i < 50 && *extra >= 0; ++i) checkSusVirus(1, extra);
+        };
+        { const std::jthread threads[] = {std::jthread(ask, extras), std::jthread(ask, extras + 1)}; }
+        EXPECT_EQ(extras[0] + extras[1], 100) << "-1: calls overlapped";
     });
 }
 

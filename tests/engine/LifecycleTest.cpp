@@ -4,11 +4,13 @@
 
 #include <chrono>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "PatternSlot.h"
 #include "support/EngineLog.h"
 #include "support/EngineTest.h"
+#include "support/OwnProcess.h"
 #include "support/SignatureText.h"
 
 namespace {
@@ -65,11 +67,8 @@ TEST_F(LifecycleTest, anyPartThatLoadsMakesInitSucceed) {
         return "fail to load pattern file: " + dir + ", maybe this pattern file format is not valid.";
     };
     const std::string noDir = " isn't a valid pattern dir path.", noList = "fail to load pa list from ";
-    const struct {
-        const char* dir;
-        int result;
-        Lines lines;  // From init() itself, up to those about the plug-in.
-    } cases[] = {
+    // Ends with the lines from init() itself, up to those about the plug-in.
+    const std::tuple<const char*, int, Lines> cases[] = {
         {none.c_str(), 0, {line(656, "LOAD_OPOTION error -490."), line(670, "rc2 is -488"), line(671, noList + none)}},
         {broken.c_str(),
          0,
@@ -84,12 +83,12 @@ TEST_F(LifecycleTest, anyPartThatLoadsMakesInitSucceed) {
           line(670, "rc2 is -488"), line(671, noList + missing)}},
         {nullptr, -498, {line(664, "rc1 is -498"), line(665, noDir)}},
     };
-    for (const auto& c : cases) {
+    for (auto [dir, result, expected] : cases) {
         freeResource();
         EngineLog log(1);
-        EXPECT_EQ(init(c.dir, message), c.result);
-        Lines lines = log.taken(), expected = c.lines;
-        if (c.dir) expected.insert(expected.end(), {line(681, "rc3 is -479"), line(682, "Fail to install heueng : .")});
+        EXPECT_EQ(init(dir, message), result);
+        Lines lines = log.taken();
+        if (dir) expected.insert(expected.end(), {line(681, "rc3 is -479"), line(682, "Fail to install heueng : .")});
         std::erase_if(lines, [](const std::string& entry) { return entry < line(600, ""); });
         EXPECT_EQ(lines, expected);
     }
@@ -109,6 +108,8 @@ TEST_F(LifecycleTest, reloadSwitchesOnlyWhenEverythingLoadedAndSlotsInUseOutlive
         const SlotLease a = SlotLease::acquire();
         EXPECT_EQ(loadAnew(second), 0);
         EXPECT_EQ(log.taken(), Lines{}) << "neither options nor plug-in are read again";
+        EXPECT_EQ(loadAnew(noList), -472);
+        EXPECT_EQ(a->patterns->md5List().count(), 1U) << "replaced, but in use";
         const SlotLease b = SlotLease::acquire();
         const SlotLease again = SlotLease::acquire();
         EXPECT_EQ(freeResource(), 0);
@@ -122,10 +123,21 @@ TEST_F(LifecycleTest, reloadSwitchesOnlyWhenEverythingLoadedAndSlotsInUseOutlive
     EXPECT_EQ(log.taken().back(), line(732, "fail to load pa list from " + noList.path().string()));
     EXPECT_EQ(reload(nullptr, message), -498);
     EXPECT_EQ(log.taken().back(), line(726, " isn't a valid pattern dir path."));
+    EXPECT_FALSE(activeSlot.load()->partner->patterns) << "what did not load was let go of";
     EXPECT_EQ(scan("known"), "Second") << "what failed to load is nowhere seen";
     EXPECT_EQ(IsSpyware("second.x"), 1);
     EXPECT_EQ(IsSpyware("spy.x"), 0);
-    EXPECT_EQ(loadAnew(noSignatures), 0) << "a directory without signatures loads";
+    inOwnProcess([&] {
+        EXPECT_EQ(scan("known"), "Second") << "a forked child has a copy";
+        EXPECT_EQ(loadAnew(first) + freeResource(), 0);
+    });
+    PatternSlot* replaced = activeSlot;
+    {
+        const SlotLease user = SlotLease::acquire();
+        EXPECT_EQ(loadAnew(noSignatures), 0) << "a directory without signatures loads";
+        EXPECT_TRUE(replaced->patterns && replaced->paList) << "in use";
+    }
+    EXPECT_FALSE(replaced->patterns || replaced->paList) << "the last user let go of it";
     EXPECT_EQ(scan("known"), "0");
 }
 
@@ -139,14 +151,14 @@ TEST_F(LifecycleTest, scansInTheOrderRawMd5ThenCheckSumsThenNormalizedText) {
     EngineLog log;
     EXPECT_EQ(scan(indented), "Raw-Sum");
     Lines lines = log.taken();
-    ASSERT_EQ(lines.size(), 3U);
-    EXPECT_EQ(lines[1], line(1287, "scan raw file, scanned 23 bytes, return 1."));
-    EXPECT_EQ(lines[2], line(1413, "(IN PARSE), Found virus [Raw-Sum]."));
+    EXPECT_EQ(Lines(lines.begin() + 1, lines.end()), (Lines{line(1287, "scan raw file, scanned 23 bytes, return 1."),
+                                                            line(1413, "(IN PARSE), Found virus [Raw-Sum].")}));
     EXPECT_EQ(scan(indented.substr(1)), "Normal-Md5");
     lines = log.taken();
-    EXPECT_EQ(lines[1], line(1287, "scan raw file, scanned 22 bytes, return 0."));
-    EXPECT_EQ(lines[2], line(1295, "return from normalize_iob, size=15"));
-    EXPECT_EQ(lines[3], line(1298, "scan normalized raw file, scanned 15 bytes, return 1."));
+    EXPECT_EQ(Lines(lines.begin() + 1, lines.begin() + 4),
+              (Lines{line(1287, "scan raw file, scanned 22 bytes, return 0."),
+                     line(1295, "return from normalize_iob, size=15"),
+                     line(1298, "scan normalized raw file, scanned 15 bytes, return 1.")}));
     EXPECT_EQ(scan("some TEXT and more"), "Normal-Sum");
     log.taken();
     EXPECT_EQ(scan("\x80"), "0");
@@ -177,14 +189,12 @@ TEST_F(LifecycleTest, aCancelledScanLeavesTheEngineUsable) {
     const std::string path = samples.write("sample", "Some\ntext\n");
     ASSERT_EQ(load(dir), 0);
     for (int turn = 0; turn < 100; ++turn) {
-        pthread_t thread;
-        const auto scanForever = [](void* file) -> void* {
-            for (;;) verdictOf(static_cast<const char*>(file));
-        };
-        ASSERT_EQ(pthread_create(&thread, nullptr, scanForever, const_cast<char*>(path.c_str())), 0);
+        std::thread scanner([&] {
+            for (;;) verdictOf(path);
+        });
         std::this_thread::sleep_for(std::chrono::microseconds(turn * 20));
-        ASSERT_EQ(pthread_cancel(thread), 0);
-        ASSERT_EQ(pthread_join(thread, nullptr), 0);
+        ASSERT_EQ(pthread_cancel(scanner.native_handle()), 0);
+        scanner.join();
     }
     for (int i = 0; i < 2; ++i) EXPECT_EQ(loadAnew(dir), 0) << message;
 #endif

@@ -1,7 +1,9 @@
 // What the engine says to hosts in so many words: the texts of its codes, and of the spam rule.
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <map>
+#include <regex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -9,35 +11,25 @@
 #include "ResultText.h"
 #include "SpamRule.h"
 #include "support/CapturedLog.h"
+#include "voleeng.h"
 
 namespace {
 
-TEST(ResultText, everyCodeHasItsText) {
-    // "*" stands for the argument.
-    const std::map<int, std::string> expected = {
-        {-500, "pattern for VoleEngine has been loaded."},
-        {-499, "pattern for VoleEngine has not been loaded."},
-        {-498, "* isn't a valid pattern dir path."},
-        {-497, "pattern is in busy now, fail to free it."},
-        {-496, "fail to allocate memory."},
-        {-495, "pattern is empty."},
-        {-494, "fail to load pattern file: *, maybe this pattern file format is not valid."},
-        {-493, "fail to open file: *"},
-        {-488, "fail to load pa list from *"},
-        {-487, "PA list has been loaded."},
-        {-486, "PA list has not been loaded"},
-        {-485, "PA list is in busy now, fail to free it."},
-        {-478, "heu-eng for VoleEngine has been loaded."},
-        {-472, "No idle container."},
-    };
+TEST(ResultText, everyCodeHasTheTextThatThePublicHeaderPromises) {
+    std::map<int, std::string> promised;  // What the header writes as <dir> or <path> stands for the argument.
+    const std::regex row("VOLE_\\w+ = (-\\d+), *// \"(.*?)\"");
+    std::ifstream header(VOLE_PUBLIC_HEADER);
+    for (std::string line; std::getline(header, line);) {
+        if (std::smatch found; std::regex_search(line, found, row)) promised[std::stoi(found[1])] = found[2];
+    }
+    EXPECT_EQ(promised.size(), 14U);
     for (int code = -510; code <= 2; ++code) {
         for (const char* const argument : {"/p", static_cast<const char*>(nullptr)}) {
-            std::string text = expected.contains(code) ? expected.at(code) : "";
-            const std::string null = code == -498 ? "" : "[NULL]";
-            if (const auto at = text.find('*'); at != text.npos) text.replace(at, 1, argument ? argument : null);
+            const char* const null = code == VOLE_INVALID_DIRECTORY ? "" : "[NULL]";
             std::string message = "earlier";
             resultMessage(code, argument, message);
-            EXPECT_EQ(message, text) << code;
+            EXPECT_EQ(message, std::regex_replace(promised[code], std::regex("<.*>"), argument ? argument : null))
+                << code;
         }
     }
 }

@@ -1,6 +1,11 @@
 // From an archive to records on the work list, and to what a scan reports of them.
 #include "Unarchive.h"
 
+#include <malloc.h>
+
+#include <cstring>
+#include <functional>
+#include <set>
 #include <tuple>
 #include <vector>
 
@@ -21,11 +26,12 @@ struct Opened {
     std::string messages;  // Without their positions, each with a line feed behind it.
 };
 
-Opened open(const std::string& archive, const OptionValues& options, const std::string& name = "f") {
+Opened open(const std::string& archive, const OptionValues& options, const std::string& name = "f",
+            std::int64_t mostWaiting = WorkList::kMostWaiting) {
     const _st_ArchEntry record{std::make_unique<ZOV_SPACE::StringBuffer>(archive), 0, ContentName(name)};
     const TempDir dumps;
     setDumpPath(dumps.path().c_str());  // Content that is to be dumped is not let go of.
-    WorkList list;
+    WorkList list(mostWaiting);
     Opened opened;
     EngineLog log(1);
     opened.result = unarchiveOneFile(options, list, record);
@@ -33,9 +39,9 @@ Opened open(const std::string& archive, const OptionValues& options, const std::
     for (const std::string& line : log.taken()) opened.messages += line.substr(line.find("] ") + 2) + "\n";
     for (const _st_ArchEntry& entry : list) {
         EXPECT_EQ(entry.level, 1);
-        EXPECT_EQ(entry.buffer->getType(), 6);
+        EXPECT_TRUE(!entry.buffer || entry.buffer->getType() == 6);
         opened.names.push_back(entry.name.text());
-        opened.contents.push_back(contentOf(*entry.buffer));
+        opened.contents.push_back(entry.buffer ? contentOf(*entry.buffer) : "gone");
     }
     return opened;
 }
@@ -106,8 +112,42 @@ TEST(Unarchive, entriesThatUnpackToMoreThanTheySayAreCutAndReportedOnce) {
     const ZipMember liar{"liar", large, 8, 0, 0, {}, {}, {}, 10U}, odd{"odd", "as it is stored", 12};
     const Opened opened = open(zipOf({liar, odd, {"next", "next"}}), options);
     EXPECT_EQ(opened.contents, (std::vector<std::string>{large.substr(0, 1000), "as it is stored", "next"}));
-    EXPECT_EQ(opened.messages, "Unarchive Exception: BufferBase exceeded size limit\n");
+    EXPECT_EQ(opened.messages,
+              "Unarchive Exception: BufferBase exceeded size limit\n"
+              "Unknown method, the packed bytes are scanned: <odd>\n");
     EXPECT_EQ(opened.result, 0);
+}
+
+// A member that does not unpack.
+const ZipMember kTorn{"torn", "", 8, kSignedDescriptor, 0, {}, "\x4b\x4c\x4a\x06\xff\xff\xff\xff"};
+
+TEST(Unarchive, whatWaitsIsBounded) {
+    const std::string content(5000, 'c');
+    const ZipMember a{"a", content, 0}, b{"b", content, 0};
+    const std::tuple<const char*, std::string, std::int64_t, std::vector<std::string>> cases[] = {
+        {"within the bound", zipOf({a, b}), 12'000, {content, content}},
+        {"what passes it is not kept", zipOf({a, b, a}), 9'000, {content, "gone"}},
+        {"nothing is begun beyond it", zipOf({kTorn, a}), 500, {"abc"}},
+    };
+    for (const auto& [why, archive, mostWaiting, contents] : cases) {
+        const Opened opened = open(archive, kDefaultLimits, "f", mostWaiting);
+        EXPECT_EQ(opened.contents, contents) << why;
+        EXPECT_EQ(opened.messages.ends_with("Unarchive Exception: Out of budget\n"), mostWaiting < 10'000) << why;
+    }
+}
+
+TEST(Unarchive, aRecordWhoseContentIsGoneTakesLittleMemory) {
+    constexpr int kRecords = 1000;
+    const std::string archive = zipOfMany(0, kRecords);
+    const _st_ArchEntry record{std::make_unique<ZOV_SPACE::StringBuffer>(archive), 0, ContentName("f")};
+    VoleDebugger everything{3, [](const char*) {}, {}}, nothing{0, nullptr, {}};  // Held lines count.
+    setDebugger(&everything);
+    WorkList list;
+    const std::size_t before = ::mallinfo2().uordblks;
+    EXPECT_EQ(unarchiveOneFile({0, 0, 0, 50, 0}, list, record), 0);
+    EXPECT_LE(::mallinfo2().uordblks - before, kRecords * 512U);
+    setDebugger(&nothing);
+    EXPECT_EQ(list.size(), std::size_t{kRecords});
 }
 
 TEST(Unarchive, namesAreDerivedFromTheArchives) {
@@ -167,9 +207,7 @@ TEST_F(ArchiveScan, findsWhatWasUnpackedBeforeAndBehindTrouble) {
     VoleOptions::set(options);
     const std::string start(1000, 's');
     const ZipMember needle{"needle", kNeedle}, hay{"hay", "hay"}, encrypted{"s", "s", 8, 0, 1},
-        liar{"liar", start + start, 8, 0, 0, {}, {}, {}, 10U},
-        torn{"torn", "", 8, kSignedDescriptor, 0, {}, "\x4b\x4c\x4a\x06\xff\xff\xff\xff"},
-        large{"large", start + start};
+        liar{"liar", start + start, 8, 0, 0, {}, {}, {}, 10U}, large{"large", start + start};
     know(md5Record(kNeedle, "Needle") + md5Record(start, "Start"));
     ZipBuilder many;
     for (int i = 0; i < 60; ++i) many.add(i == 49 ? needle : hay);
@@ -184,33 +222,58 @@ TEST_F(ArchiveScan, findsWhatWasUnpackedBeforeAndBehindTrouble) {
         {"in an entry cut to the limit", zipOf({liar}), "Start"},
         {"behind it", zipOf({{"l", start + start + "x", 8, 0, 0, {}, {}, {}, 10U}, needle}), "Start"},
         {"behind an entry that is too large", zipOf({large, needle}), "Needle"},
-        {"behind a torn entry", zipOf({torn, needle}), "Needle"},
+        {"behind a torn entry", zipOf({kTorn, needle}), "Needle"},
         {"in a ZIP behind one that fails", zipOf({{"a", zipOf({encrypted}), 0}, {"b", sound, 0}}), "Needle"},
         {"nowhere", zipOf({hay, hay}), "0"},
     };
     for (const auto& [what, archive, found] : cases) EXPECT_EQ(scan(archive), found) << what;
 }
 
-TEST_F(ArchiveScan, dumpsStayBelowTheDirectoryWhateverEntriesAreCalled) {
-    const TempDir outside;
-    setDumpPath((outside / "dumps").c_str());
-    const std::vector<std::string> names = {
-        "../../../../../../../../evil1", "/evil2", "a/../../../../../../../../evil3", "..", "a", "a/b", "./c", "x\0y"s,
-        std::string(512, 'l'),           ""};
-    ZipBuilder zip;
-    for (const std::string& name : names) zip.add({name, "content of <" + name + ">"});
-    know(md5Record("x", "X"));
-    EXPECT_EQ(scan(zip.archive()), "0");
-    std::size_t dumped = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(outside.path())) {
-        if (!entry.is_regular_file()) continue;
-        EXPECT_TRUE(entry.path().string().starts_with((outside / "dumps/").string())) << entry.path();
-        EXPECT_TRUE(TempDir::contentOf(entry.path()).starts_with("content of <"));
-        ++dumped;
+std::function<void()> onLastMember;  // Happens on the line about a member in an unknown method.
+int rawLines;
+
+void useLevel(int level) {
+    const auto print = [](const char* line) {
+        rawLines += std::strstr(line, "scan raw file") != nullptr;
+        if (std::strstr(line, "Unknown method") == line) onLastMember();
+    };
+    VoleDebugger settings{level, print, {}};
+    setDebugger(&settings);
+}
+
+TEST_F(ArchiveScan, aMemberIsJudgedByWhatHeldWhenItWasComplete) {
+    const TempDir with, without, root;
+    with.write("a.hdb", md5Record(kNeedle, "Needle"));
+    with.write("pattern_assistant.xml", "<r><Spyware><i name='s'/></Spyware></r>");
+    std::filesystem::copy(with / "pattern_assistant.xml", without.path());
+    const std::string dumps = root.path();
+    const std::string archive = zipOf({{"needle", kNeedle}, {"../zip", zipOf({{"in", "in"}})}, {"last", "last", 12}});
+    // Ends with the verdict, the lines that come about raw passes, and the dumped files.
+    const std::tuple<const char*, const TempDir&, std::string, int, std::function<void()>, std::string> cases[] = {
+        {"a set without the signature", with, "", 3, [&] { loadAnew(without); }, "Needle 2"},
+        {"a set with it", without, "", 3, [&] { loadAnew(with); }, "0 5"},
+        {"dumps wanted too late", without, "", 3, [&] { setDumpPath(dumps.c_str()); }, "0 5 in last"},
+        {"dumps wanted before", without, dumps, 3, [] { setDumpPath(""); }, "0 5 needle zip"},
+        {"a lower level", without, "", 3, [] { useLevel(1); }, "0 1"},
+        {"a higher level", without, "", 1, [] { useLevel(3); }, "0 2"},
+    };
+    for (const auto& [why, signatures, directory, level, happens, expected] : cases) {
+        freeResource();
+        ASSERT_EQ(load(signatures), 0);
+        setDumpPath(directory.c_str());
+        onLastMember = happens;
+        rawLines = 0;
+        useLevel(level);
+        std::string seen = scan(archive);
+        seen += " " + std::to_string(rawLines);
+        std::set<std::string> dumped;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(dumps)) {
+            if (entry.is_regular_file()) dumped.insert(entry.path().filename());
+        }
+        for (const std::string& file : dumped) seen += " " + file;
+        EXPECT_EQ(seen, expected) << why;
+        std::filesystem::remove_all(root / "sample.unar");
     }
-    // One of "a" and "a/b" must give way, and ".." names no file.
-    EXPECT_GE(dumped, names.size() - 2);
-    EXPECT_FALSE(std::filesystem::exists("/evil2"));
 }
 
 }  // namespace
