@@ -1,16 +1,15 @@
-#include "Input.h"
 #include "Target.h"
 #include "VoleOptions.h"
+#include "support/TempDir.h"
 #include "voleeng.h"
 
 namespace {
 
 void run(std::string_view input) {
-    static InputFile file;
-    file.set(input);
+    static const TempDir dir;
     constexpr int kBefore = 7;
     VoleOptions::set({kBefore, kBefore, kBefore, kBefore, kBefore});
-    const int result = readOptions(file.path());
+    const int result = readOptions(dir.write("options", std::string(input)).c_str());
     const OptionValues values = VoleOptions::get();
     require(result == 0 ||
             (result == VOLE_INVALID_OPTION && values.maxEntries == kBefore && values.maxSize == kBefore));

@@ -5,15 +5,17 @@
 #include "VoleScanner.h"
 #include "io/IOBuffer.h"
 #include "support/PeBuilder.h"
+#include "support/TempDir.h"
 
 namespace {
 
 void run(std::string_view input) {
     static const std::string contents[] = {PeBuilder().withSections(2).build(), std::string(300, 'a')};
-    static InputDir dir{"a.hdb", "a.chk"};
-    dir.set(input);
+    static const TempDir dir;
     PatternContainer container;
-    require(container.loadPattern(dir.path("a.hdb")) == 0 && container.loadPattern(dir.path("a.chk")) == 0);
+    for (const char* name : {"a.hdb", "a.chk"}) {
+        require(container.loadPattern(dir.write(name, std::string(input))) == 0);
+    }
     std::string found[2];
     for (std::string& names : found) {
         for (const std::string& content : contents) {
@@ -28,6 +30,7 @@ void run(std::string_view input) {
         container.prepare();
     }
     require(found[0] == found[1]);
+    note(found[0]);
 }
 
 const Target target("patterns", run);

@@ -4,6 +4,7 @@
 #include "Target.h"
 #include "VoleScanner.h"
 #include "io/IOBuffer.h"
+#include "support/Content.h"
 
 namespace {
 
@@ -46,15 +47,15 @@ struct Lists {
 
 void run(std::string_view input) {
     static const Lists lists;
-    static InputFile file;
-    file.set(input);
     InputBuffer memory(input);
     IOBuffer buffer(&memory);
     const auto size = static_cast<unsigned>(input.size());
     std::string expected, fromMemory, fromFile;
     const bool found = ChkScanner(lists.plain).scan(&buffer, size, expected, kTargetAny);
     require(ChkScanner(lists.indexed).scan(&buffer, size, fromMemory, kTargetAny) == found && fromMemory == expected);
-    require(ChkScanner(lists.indexed).scan(file.fd(), size, fromFile, kTargetAny) == found && fromFile == expected);
+    note(expected);
+    require(ChkScanner(lists.indexed).scan(fileOf(std::string(input)).get(), size, fromFile, kTargetAny) == found &&
+            fromFile == expected);
 }
 
 const Target target("pe", run);

@@ -15,10 +15,12 @@ void run(std::string_view input) {
     ModelPPM model;
     int escape = 2;
     if (!model.DecodeInit(&bits, escape)) return;
-    for (int left = DroppedOutput::kMost; left > 0; --left) {
+    NotedOutput out;
+    for (int left = NotedOutput::kMost; left > 0; --left) {
         int symbol = model.DecodeChar();
         if (symbol == escape && (symbol = model.DecodeChar()) == 0 && !model.DecodeInit(&bits, escape)) return;
         if (symbol < 0 || symbol == 2) return;
+        out.write(static_cast<char>(symbol));
     }
 }
 

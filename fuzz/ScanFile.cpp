@@ -1,7 +1,7 @@
 // A whole scan: text, executables, and archives in archives, with a few signatures of each kind.
-#include "Input.h"
 #include "Target.h"
 #include "support/SignatureText.h"
+#include "support/TempDir.h"
 #include "voleeng.h"
 
 namespace {
@@ -17,13 +17,13 @@ void loadSignatures() {
 }
 
 void run(std::string_view input) {
-    static InputFile file;
+    static const TempDir dir;
     static const bool loaded = (loadSignatures(), true);
-    file.set(input);
     std::string name;
     std::string message;
-    const int result = scanFile(file.path(), name, message);
+    const int result = scanFile(dir.write("input", std::string(input)).c_str(), name, message);
     require(loaded && (result == VOLE_CLEAN || (result == VOLE_FOUND && !name.empty())));
+    note(name);
 }
 
 const Target target("scan_file", run);

@@ -1,18 +1,20 @@
-// Target.h: what is fuzzed. Each target is one source with one Target object; a program that is linked from one of them
-// fuzzes it, and one that is linked from all of them replays inputs.
+// Target.h: what is fuzzed. Each target is a Target object with a name; one program fuzzes the one that it is told to,
+// another one replays inputs.
 #ifndef FUZZ_TARGET_H
 #define FUZZ_TARGET_H
 
+#include <cstdint>
 #include <cstdlib>
 #include <string_view>
+
+#include "Exception.h"
 
 class Target {
 public:
     // `run` takes one input. The framework's exceptions may leave it; everything else that does is a finding.
     Target(const char* name, void (*run)(std::string_view input));
 
-    // The target with that name, or null; any of them without a name.
-    static const Target* find(std::string_view name = {});
+    static const Target* find(std::string_view name);  // Or null.
 
     // Runs on one input, as a scan would: with a budget of its own, and with its diagnostics formatted and dropped.
     void operator()(std::string_view input) const;
@@ -28,6 +30,19 @@ private:
 // For promises that no sanitizer watches.
 inline void require(bool promiseKept) {
     if (!promiseKept) std::abort();
+}
+
+// What inputs come to: bytes that come out, names, texts of refusals. Every build has to come to the same, so all of it
+// goes into one checksum.
+void note(std::string_view outcome);
+std::uint32_t noted();
+template <class Call>
+void noteRefusal(Call call) {
+    try {
+        call();
+    } catch (ZOV_SPACE::Exception& refusal) {
+        note(refusal.getMessage());
+    }
 }
 
 #endif  // FUZZ_TARGET_H

@@ -34,8 +34,8 @@ void run(std::string_view input) {
         vm.SetMemory(0, reinterpret_cast<const unsigned char*>(block.data()), program.InitR[4]);
         vm.Execute(&program);
         require(program.FilteredDataSize < RarVM::kMemoryBytes);
-        DroppedOutput().write(reinterpret_cast<const char*>(program.FilteredData),
-                              static_cast<int>(program.FilteredDataSize));
+        NotedOutput().write(reinterpret_cast<const char*>(program.FilteredData),
+                            static_cast<int>(program.FilteredDataSize));
     }
 }
 

@@ -1,12 +1,13 @@
-// What libFuzzer calls; main() is its own.
+// What libFuzzer calls; main() is its own. The environment says which target.
 #include <cstddef>
-#include <cstdint>
 
 #include "Target.h"
 
 extern "C" __attribute__((visibility("default"))) int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                                                              std::size_t size) {
-    static const Target& target = *Target::find();
-    target({reinterpret_cast<const char*>(data), size});
+    static const char* const name = std::getenv("VOLE_FUZZ_TARGET");
+    static const Target* const target = name ? Target::find(name) : nullptr;
+    require(target);
+    (*target)({reinterpret_cast<const char*>(data), size});
     return 0;
 }

@@ -1,46 +1,92 @@
-// Runs a target on inputs that are kept: files, and all files below directories.
+// Runs a target on inputs that are kept: files, and all files in directories. With a checksum, also on very many
+// damaged forms of each; all that they come to must have that checksum.
+//   usage: vole_fuzz_replay TARGET[=CHECKSUM] PATH...
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
-#include <string>
+#include <random>
+#include <set>
 
 #include "Target.h"
+#include "support/TempDir.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-void replay(const Target& target, const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    const std::string input{std::istreambuf_iterator<char>(stream), {}};
-    std::printf("%s\n", file.c_str());
-    std::fflush(stdout);
-    // In memory that ends where the input does.
-    const std::unique_ptr<char[]> exact(new char[input.size()]);
-    input.copy(exact.get(), input.size());
-    target({exact.get(), input.size()});
-}
+class Replay {
+public:
+    explicit Replay(const Target& target) : _target(target) { std::printf("the latest input: %s\n", path().c_str()); }
 
-int replayAll(const Target& target, const fs::path& path) {
-    if (!fs::is_directory(path)) return replay(target, path), 1;
-    int count = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(path)) {
-        if (entry.is_regular_file()) replay(target, entry.path()), ++count;
+    void run(const std::string& input) const {
+        _latest.write("input", input);
+        // In memory that ends where the input does.
+        const std::unique_ptr<char[]> exact(new char[input.size()]);
+        input.copy(exact.get(), input.size());
+        _target({exact.get(), input.size()});
     }
-    return count;
+
+    // Cuts the input everywhere, and changes every byte of it; in large ones, at so many places. Then several changes
+    // at once: bytes that lie scattered, or a stretch of them, come to be random, all ones or zeros.
+    void damage(const std::string& input) const {
+        constexpr std::size_t kPlaces = 400;
+        std::minstd_rand random(1);
+        const auto below = [&random](std::size_t n) { return random() / 8 % n; };
+        for (std::size_t at = 0; at < input.size(); at += input.size() / kPlaces + 1) {
+            run(input.substr(0, at));
+            std::string changed = input;
+            changed[at] = static_cast<char>(changed[at] ^ 1 << below(8));
+            run(changed);
+        }
+        for (std::size_t round = 0; round < kPlaces && !input.empty(); ++round) {
+            std::string changed = input;
+            const bool scattered = round % 2 == 0;
+            const std::size_t length = 1 + below(scattered ? 6 : 40), start = below(input.size());
+            for (std::size_t i = 0; i < length; ++i) {
+                const std::size_t at = (scattered ? below(input.size()) : start + i) % input.size();
+                changed[at] = static_cast<char>(round % 8 == 1 ? 0xFF : round % 8 == 3 ? 0 : below(256));
+            }
+            run(changed);
+        }
+    }
+
+private:
+    fs::path path() const { return _latest / "input"; }
+
+    const Target& _target;
+    TempDir _latest;  // Stays when the target does not come back.
+};
+
+// In the same order everywhere.
+std::set<fs::path> filesAt(const fs::path& path) {
+    if (!fs::is_directory(path)) return {path};
+    return {fs::directory_iterator(path), fs::directory_iterator()};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const Target* const target = argc > 2 ? Target::find(argv[1]) : nullptr;
+    const std::string argument = argc > 2 ? argv[1] : "";
+    const std::size_t nameLength = argument.find('=');
+    const bool damages = nameLength != std::string::npos;
+    const Target* const target = Target::find(argument.substr(0, nameLength));
     if (!target) {
-        std::fprintf(stderr, "usage: %s TARGET PATH...\n", argv[0]);
+        std::fprintf(stderr, "usage: %s TARGET[=CHECKSUM] PATH...\n", argv[0]);
         return 2;
     }
-    int count = 0;
-    for (int i = 2; i < argc; ++i) count += replayAll(*target, argv[i]);
-    return count > 0 ? 0 : 1;
+    const Replay replay(*target);
+    char checksum[9];
+    for (int i = 2; i < argc; ++i) {
+        for (const fs::path& file : filesAt(argv[i])) {
+            const std::string input = TempDir::contentOf(file);
+            replay.run(input);
+            if (damages) replay.damage(input);
+            std::snprintf(checksum, sizeof checksum, "%08x", noted());
+            std::printf("%s %s\n", checksum, file.c_str());
+        }
+    }
+    if (!damages || argument.substr(nameLength + 1) == checksum) return 0;
+    std::printf("The checksum of what all of them come to is %s now.\n", checksum);
+    return 1;
 }
