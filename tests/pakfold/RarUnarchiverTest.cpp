@@ -277,46 +277,5 @@ TEST(RarUnarchiver, tellsTheProcessorsOfEveryEntry) {
     EXPECT_TRUE(counter.begun == 2 && entries.begun == 2 && entries.ended + entries.released == 0);
 }
 
-// One of everything, in few bytes.
-std::string sampler() {
-    const std::string full = fileWith([](RarFile& f) {
-        f.name = "b", f.flags = 0x1502, f.salt = "saltsalt", f.extendedTime = "\x08\xB0xxxxyyy";
-        f.extra = B::block(0x75, 0, "c");
-    });
-    return B::marker() + B::archive(0x0002, B::block(0x75, 0, "text")) + B::stored("a", "hello") + full +
-           B::stored("s", "split", 0x0001) + B::block(0x7A, 0x8000, "new", "sub") + B::stored("c", "last") + B::end();
-}
-
-TEST(RarUnarchiver, entriesBeforeATruncationAreWhole) {
-    const std::string bytes = sampler();
-    EntryCollector all;
-    ASSERT_EQ(walk(bytes, all), "a=hello b=hello c=last ");
-    for (std::size_t size = 0; size < bytes.size(); ++size) {
-        SCOPED_TRACE(size);
-        EntryCollector entries;
-        walk(bytes.substr(0, size), entries);
-        ASSERT_LE(entries.entries.size(), 3u);
-        for (std::size_t i = 0; i < entries.entries.size(); ++i) {
-            const CollectedEntry &cut = entries.entries[i], &whole = all.entries[i];
-            EXPECT_EQ(cut.name, whole.name);
-            EXPECT_TRUE(whole.bytes.starts_with(cut.bytes));
-            EXPECT_TRUE(cut.bytes == whole.bytes || i + 1 == entries.entries.size());
-        }
-    }
-}
-
-TEST(RarUnarchiver, anyChangedBitLeavesTheWalkBounded) {
-    const std::string bytes = sampler();
-    for (std::size_t bit = 0; bit < bytes.size() * 8; ++bit) {
-        SCOPED_TRACE(bit);
-        EntryCollector entries;
-        const std::string result = walk(changed(bytes, bit / 8, static_cast<unsigned char>(1u << bit % 8)), entries);
-        EXPECT_LE(result.size(), 4 * bytes.size());
-        EXPECT_LE(entries.entries.size(), bytes.size() / 32);
-        // No other exceptions; an IOException when an entry now counts as compressed.
-        EXPECT_TRUE(result.find('<') == std::string::npos || result.find("IOException") != std::string::npos) << result;
-    }
-}
-
 }  // namespace
 }  // namespace ZOV_SPACE

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -292,22 +291,6 @@ TEST_F(RarVmTest, codeThatDoesNotParseIsCutShort) {
     ScanBudget::takeVmCodeBytes(ScanBudget::kVmCodeBytes - 50);
     EXPECT_FALSE(prepare(code));
     EXPECT_EQ(prepared.CmdCount, 1);
-}
-
-TEST_F(RarVmTest, hostileProgramsEndAndStayInside) {
-    std::mt19937 random(1);
-    ScanBudget budget;
-    const ScanBudget::Scope scope(budget);
-    for (int round = 0; round < 3000; ++round) {
-        budget = ScanBudget();
-        ScanBudget::takeVmInstructions(ScanBudget::kVmInstructions - 5000);
-        Bytes code(2 + random() % (round % 50 == 0 ? 65536 : 200));
-        for (unsigned char& byte : code) byte = static_cast<unsigned char>(random());
-        std::array<unsigned int, 7> registers{};
-        for (unsigned& value : registers) value = static_cast<unsigned>(random());
-        const Bytes block(random() % 1000, 0x55);
-        ASSERT_LT(runProgram(vm, RarVmAssembler::checked(code), block, registers).size(), RarVM::kMemoryBytes);
-    }
 }
 
 TEST_F(RarVmTest, numbersComeFromStreamsAndMemory) {
