@@ -7,7 +7,7 @@
 #include <tuple>
 #include <vector>
 
-#include "support/EngineLog.h"
+#include "support/CapturedLog.h"
 #include "support/OwnProcess.h"
 #include "support/TempDir.h"
 #include "voleeng.h"

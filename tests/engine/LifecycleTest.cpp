@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "PatternSlot.h"
-#include "support/EngineLog.h"
+#include "support/CapturedLog.h"
 #include "support/EngineTest.h"
 #include "support/OwnProcess.h"
 #include "support/SignatureText.h"

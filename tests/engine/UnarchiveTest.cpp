@@ -9,8 +9,8 @@
 #include <tuple>
 #include <vector>
 
+#include "support/CapturedLog.h"
 #include "support/Content.h"
-#include "support/EngineLog.h"
 #include "support/EngineTest.h"
 #include "support/SignatureText.h"
 #include "support/StringBuffer.h"

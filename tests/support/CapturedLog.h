@@ -17,13 +17,10 @@ public:
     static constexpr int kErrors = 1;
     static constexpr int kEverything = 3;
 
-    explicit CapturedLog(int level = kEverything)
+    explicit CapturedLog(int level = kEverything, void (*print)(const char*) = append)
         : _earlierLevel(voleeng_debugger.level), _earlierPrint(voleeng_debugger.print) {
-        lines(true);
-        diag::setSink(level, [](const char* line) {
-            const std::lock_guard guard(mutex());
-            store().emplace_back(line);
-        });
+        _lines.clear();
+        diag::setSink(level, print);
     }
     CapturedLog(const CapturedLog&) = delete;
     CapturedLog& operator=(const CapturedLog&) = delete;
@@ -31,9 +28,9 @@ public:
 
     // The lines so far, in order of arrival.
     std::vector<std::string> lines(bool clear = false) {
-        const std::lock_guard guard(mutex());
-        std::vector<std::string> copy = store();
-        if (clear) store().clear();
+        const std::lock_guard guard(_mutex);
+        std::vector<std::string> copy = _lines;
+        if (clear) _lines.clear();
         return copy;
     }
 
@@ -44,18 +41,34 @@ public:
             std::count_if(all.begin(), all.end(), [text](std::string_view line) { return line.ends_with(text); }));
     }
 
+protected:
+    static void append(const char* line) {
+        const std::lock_guard guard(_mutex);
+        _lines.emplace_back(line);
+    }
+
 private:
-    static std::mutex& mutex() {
-        static std::mutex instance;
-        return instance;
-    }
-    static std::vector<std::string>& store() {
-        static std::vector<std::string> instance;
-        return instance;
-    }
+    static inline std::mutex _mutex;
+    static inline std::vector<std::string> _lines;
 
     int _earlierLevel;
     void (*_earlierPrint)(const char*);
+};
+
+// The same for code that logs on one thread at a time: each line as "[unit:line] message" whatever its kind.
+class EngineLog : public CapturedLog {
+public:
+    explicit EngineLog(int level = kEverything) : CapturedLog(level, take) {}
+
+    // The lines so far, which are then forgotten.
+    std::vector<std::string> taken() { return lines(true); }
+
+private:
+    // Debug lines carry their position; for the others it stands in the exported globals.
+    static void take(const char* line) {
+        const std::string position = "[" + std::string(LogFileName) + ":" + std::to_string(LogLineNo) + "] ";
+        append(std::string_view(line).starts_with(position) ? line : (position + line).c_str());
+    }
 };
 
 #endif  // TESTS_SUPPORT_CAPTUREDLOG_H

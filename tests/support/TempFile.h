@@ -3,44 +3,24 @@
 #define TESTS_SUPPORT_TEMPFILE_H
 
 #include <fcntl.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <stdexcept>
-#include <string>
 
 #include "io/OwnFd.h"
+#include "support/TempDir.h"
 
 namespace ZOV_SPACE {
 
 class TempFile {
 public:
-    explicit TempFile(const std::string& content = "") {
-        _fd.reset(::mkostemp(_path.data(), O_CLOEXEC));
-        if (!_fd || ::write(_fd.get(), content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
-            throw std::runtime_error("cannot make " + _path);
-        }
-        ::lseek(_fd.get(), 0, SEEK_SET);
-    }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-    ~TempFile() { ::unlink(_path.c_str()); }
+    explicit TempFile(const std::string& content = "") : _path(_dir.write("file", content)) {}
 
     const char* path() const { return _path.c_str(); }
     int fd() const { return _fd.get(); }  // Open for reading and writing; starts at offset 0.
-
-    std::string content() const {
-        std::string all;
-        char piece[4096];
-        for (ssize_t n; (n = ::pread(_fd.get(), piece, sizeof piece, static_cast<off_t>(all.size()))) > 0;) {
-            all.append(piece, static_cast<std::size_t>(n));
-        }
-        return all;
-    }
+    std::string content() const { return TempDir::contentOf(_path); }
 
 private:
-    std::string _path = "/tmp/vole-test-XXXXXX";
-    OwnFd _fd;
+    TempDir _dir;
+    std::string _path;
+    OwnFd _fd{::open(_path.c_str(), O_RDWR | O_CLOEXEC)};
 };
 
 }  // namespace ZOV_SPACE
