@@ -1,13 +1,15 @@
-// Hostile files, each scanned in a process of its own that may use so much memory and time, with the default limits
-// and without any.
+// Hostile files of one and of two sizes, each scanned in a process of its own that may use so much memory and time,
+// with the default limits and without any. What is twice as large may need twice as much, or as much when a limit ends
+// it.
 #include <malloc.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
+#include <csignal>
 #include <iostream>
 
 #include "Scene.h"
 #include "support/EngineTest.h"
-#include "support/FileSizeLimit.h"
 #include "support/OwnProcess.h"
 
 namespace {
@@ -31,30 +33,41 @@ constexpr bool kSanitized = false;
 constexpr rlim_t kSeconds = 60;
 #endif
 
-// Bytes of address space that the process has now.
-rlim_t addressSpace() {
-    rlim_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    return pages * 4096;
-}
+// What a file of twice the size may need more, and differences that are noise.
+constexpr double kGrowth = 2.5;
+constexpr double kNoiseSeconds = 0.3;
+constexpr double kNoiseMemory = 16;
 
-// Of memory in use, in MiB; begins anew with resetPeak().
-std::string peak() {
-    std::ifstream status("/proc/self/status");
+// A number from one of the files about the process.
+double numberIn(const char* file, const std::string& behind) {
+    std::ifstream stream(file);
     std::string word;
-    while (word != "VmHWM:" && status >> word) continue;
-    status >> word;
-    return std::to_string(std::stol(word) / 1024);
+    while (word != behind && stream >> word) continue;
+    double number = 0;
+    stream >> number;
+    return number;
 }
 
-void resetPeak() { std::ofstream("/proc/self/clear_refs") << 5; }
+struct Use {
+    double seconds = 0;  // Of processor time.
+    double memory = 0;   // MiB.
 
-// Of processor time, so far.
-double seconds() {
-    rusage used{};
-    ::getrusage(RUSAGE_SELF, &used);
-    return static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
-           static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec) / 1e6;
+    // So far; that of memory is the most since setLimits().
+    static Use now() {
+        rusage used{};
+        ::getrusage(RUSAGE_SELF, &used);
+        const auto micros = static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec);
+        return {static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) + micros / 1e6,
+                numberIn("/proc/self/status", "VmHWM:") / 1024};
+    }
+    bool isTwice(const Use& half) const {
+        return (seconds <= kGrowth * half.seconds || seconds - half.seconds < kNoiseSeconds) &&
+               (memory <= kGrowth * half.memory || memory - half.memory < kNoiseMemory);
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const Use& use) {
+    return out << use.seconds << " s, " << use.memory << " MiB";
 }
 
 // Deflated zeros, packed in a few levels.
@@ -65,31 +78,31 @@ std::string nestedZeros(int depth, std::size_t bytes) {
 }
 
 // As many archives as one level takes, each as large as an entry may be.
-std::string fullWorkList() {
+std::string fullWorkList(int n) {
     const std::string archive = zipOf({{"r", std::string(1'040'000, 'r'), 0}});
     ZipBuilder zip;
-    for (int i = 0; i < 50; ++i) zip.add({"a" + std::to_string(i), archive, 0});
+    for (int i = 0; i < 25 * n; ++i) zip.add({"a" + std::to_string(i), archive, 0});
     return zip.archive();
 }
 
 // Entries that nobody takes, for their sizes, but that have to be decoded for those behind them.
-std::string solidBomb() {
+std::string solidBomb(int n) {
     RarEncoder encoder(29);
     encoder.literal('x');
-    for (int i = 0; i < 40'000; ++i) encoder.match(1, 258);
+    for (int i = 0; i < 20'000 * n; ++i) encoder.match(1, 258);
     const std::string first = encoder.finish();
     std::string entries = rarEntry("0", first, encoder.takeEntry().size(), 29, false);
-    for (int i = 0; i < 40'000; ++i) encoder.match(1, 258);
+    for (int i = 0; i < 20'000 * n; ++i) encoder.match(1, 258);
     const std::string next = encoder.finish();
     const std::size_t size = encoder.takeEntry().size();
     for (int i = 0; i < 49; ++i) entries += rarEntry(std::to_string(i), next, size, 29, true);
     return rarOf(entries);
 }
 
-std::string ppmBomb(int megabytes) {
-    PpmEncoder encoder(16, megabytes);
+std::string ppmBomb(int n) {
+    PpmEncoder encoder(16, 128 * n);
     encoder.text(scene::words(20'000));
-    for (int i = 0; i < 30'000; ++i) {  // Runs of 259 bytes.
+    for (int i = 0; i < 15'000 * n; ++i) {  // Runs of 259 bytes.
         for (const int byte : {PpmEncoder::kEscape, 5, 255}) encoder.put(static_cast<unsigned char>(byte));
     }
     const std::string packed = encoder.finish();
@@ -97,10 +110,10 @@ std::string ppmBomb(int megabytes) {
 }
 
 // As solidBomb(), from a model that has to be asked for every single byte.
-std::string solidPpmBomb() {
+std::string solidPpmBomb(int n) {
     PpmEncoder encoder(2, 1);
     std::string entries;
-    for (int i = 0; i < 17; ++i) {
+    for (int i = 0; i < 9 * n; ++i) {
         if (i > 0) encoder.nextEntry();
         encoder.text(std::string(4 << 20, 'a'));
         entries += rarEntry(std::to_string(i), encoder.finish(), 4 << 20, 29, i > 0);
@@ -109,7 +122,7 @@ std::string solidPpmBomb() {
 }
 
 // Programs that do not end, over every few bytes.
-std::string endlessPrograms() {
+std::string endlessPrograms(int n) {
     ZOV_SPACE::RarVmAssembler program;
     program.dword(inc, ZOV_SPACE::reg(0)).jump(jmp, 0);
     RarEncoder encoder(29);
@@ -120,85 +133,187 @@ std::string endlessPrograms() {
     const std::string packed = encoder.finish();
     const std::size_t size = encoder.takeEntry().size();
     std::string entries;
-    for (int i = 0; i < 20; ++i) entries += rarEntry(std::to_string(i), packed, size, 29, false);
+    for (int i = 0; i < 10 * n; ++i) entries += rarEntry(std::to_string(i), packed, size, 29, false);
     return rarOf(entries, false);
 }
 
 // Very many filters over one long block.
-std::string filterFlood() {
+std::string filterFlood(int n) {
     RarEncoder encoder(29);
     const auto program = ZOV_SPACE::standInProgram(ZOV_SPACE::kFilterE8);
-    for (int i = 0; i < 3000; ++i) scene::addFilter(encoder, program, 0x3C000 - 1);
+    for (int i = 0; i < 1500 * n; ++i) scene::addFilter(encoder, program, 0x3C000 - 1);
     encoder.literal('\xE8');
-    for (int i = 0; i < 3500; ++i) encoder.match(1, 258);
+    for (int i = 0; i < 1750 * n; ++i) encoder.match(1, 258);
     const std::string packed = encoder.finish();
     return rarOf(rarEntry("f", packed, encoder.takeEntry().size(), 29, false));
 }
 
 // Entries whose ends have to be searched for, none of which has one.
-std::string withoutDescriptors() {
+std::string withoutDescriptors(int n) {
     std::string entries;
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 1000 * n; ++i) {
         entries += ZipBuilder({{"s", std::string(500, 's'), 0, kNoDescriptor, 8, {}, {}, 0U, 0U}}).entries();
     }
     return entries;
 }
 
 // A deflated stream whose end shows only after very many bytes, begun anew by each of many headers.
-std::string lookAheadBomb() {
+std::string lookAheadBomb(int n) {
     ZipBuilder zip;
     const std::string zeros(32 << 20, '\0');
     const std::string packed = deflated(zeros);
-    for (int i = 0; i < 40; ++i) zip.add({"z", "", 8, kSignedDescriptor, 0, {}, packed});
+    for (int i = 0; i < 20 * n; ++i) zip.add({"z", "", 8, kSignedDescriptor, 0, {}, packed});
     return zip.archive();
 }
 
-const std::pair<const char*, std::string (*)()> kFiles[] = {
-    {"flat ZIP bomb", [] { return nestedZeros(1, 64 << 20); }},
-    {"nested ZIP bomb", [] { return nestedZeros(12, 32 << 20); }},
-    {"full work list", fullWorkList},
-    {"look-ahead ZIP bomb", lookAheadBomb},
-    {"stored without descriptors", withoutDescriptors},
-    {"solid RAR bomb", solidBomb},
-    {"largest PPM heap", [] { return ppmBomb(256); }},
-    {"solid PPM bomb", solidPpmBomb},
-    {"endless VM programs", endlessPrograms},
-    {"filter flood", filterFlood},
+std::string tinyMembers(int n) {
+    ZipBuilder zip;
+    for (int i = 0; i < n; ++i) zip.add({std::to_string(i), "8 bytes.", 0});
+    return zip.archive();
+}
+
+// Archives in archives, each with very many members, all of which wait for their turn.
+std::string treeOfZips(int n) {
+    const std::string leaves = zipOf({{"leaves", tinyMembers(1000)}});
+    ZipBuilder zip;
+    for (int i = 0; i < 100 * n; ++i) zip.add({"t", leaves});
+    return zipOf({{"trunk", zip.archive()}});
+}
+
+// Members that are taken, whose model has to be asked for every byte, in archives that are nothing but each other's
+// copies and so take no room.
+std::string ppmChain(int n) {
+    PpmEncoder encoder(16, 1);
+    const std::string line = scene::words(1200);
+    std::size_t size = 0;
+    for (; size + line.size() < (1 << 20); size += line.size()) encoder.text(line);
+    const std::string packed = encoder.finish();
+    std::string entries;
+    for (int i = 0; i < 48; ++i) entries += rarEntry("p", packed, size, 29, false);
+    ZipBuilder zip;
+    for (int i = 0; i < 24 * n; ++i) zip.add({"r", rarOf(entries, false)});
+    return zip.archive();
+}
+
+// A directory as long as it can be, of members that are not there.
+std::string longDirectory(int n) {
+    ZipBuilder zip, directory;
+    zip.add({"member", "content"});
+    for (int i = 0; i < 32'767 * n; ++i) directory.add({"d", "", 0});
+    return zip.entries() + directory.archive().substr(directory.entries().size());
+}
+
+std::string digests(int n) {
+    std::string lines;
+    for (int i = 0; i < 20'000 * n; ++i) lines += md5Record(std::to_string(i), "Name");
+    return lines;
+}
+
+std::string checkSums(int n) {
+    std::string lines;
+    for (int i = 0; i < 20'000 * n; ++i) lines += startRecord("start" + std::to_string(i), "Name");
+    return lines;
+}
+
+struct Row {
+    const char* name;
+    std::string (*make)(int n);
+    double memory = 448;             // MiB that the larger one may take.
+    const char* loadedAs = nullptr;  // A file of signatures, with that end of its name, instead of one to scan.
 };
 
-void expectWithinBudget(const std::string& what, const std::string& path, const OptionValues& limits) {
-    ::malloc_trim(0);
-    std::string message, virus;
-    VoleOptions::set(limits);
-    const rlimit memory{addressSpace() + kMemory, RLIM_INFINITY}, time{kSeconds, kSeconds};
-    if (!kSanitized) ::setrlimit(RLIMIT_AS, &memory);
-    ::setrlimit(RLIMIT_CPU, &time);
-    const ZOV_SPACE::FileSizeLimit disk(kDisk);
-    resetPeak();
-    const std::string peakBefore = peak();
-    const double before = seconds();
-    EXPECT_EQ(scanFile(path.c_str(), virus, message), 0) << what << ": " << message;
-    std::cout << "[   BUDGET ] " << what << ": " << std::filesystem::file_size(path) << " bytes, " << seconds() - before
-              << " s, peak " << peak() << " MiB, before " << peakBefore << " MiB\n";
-}
+const Row kRows[] = {
+    {"flatZipBomb", [](int n) { return nestedZeros(1, static_cast<std::size_t>(n) << 25); }},
+    {"nestedZipBomb", [](int n) { return nestedZeros(12, static_cast<std::size_t>(n) << 24); }},
+    {"fullWorkList", fullWorkList},
+    {"lookAheadZipBomb", lookAheadBomb},
+    {"storedWithoutDescriptors", withoutDescriptors},
+    {"tinyMembers", [](int n) { return tinyMembers(10'000 * n); }, 24},
+    {"treeOfZips", treeOfZips, 160},
+    {"longDirectory", longDirectory},
+    {"solidRarBomb", solidBomb},
+    {"largestPpmHeap", ppmBomb},
+    {"solidPpmBomb", solidPpmBomb},
+    {"ppmChain", ppmChain},
+    {"endlessVmPrograms", endlessPrograms},
+    {"filterFlood", filterFlood},
+    {"digests", digests, 16, ".hdb"},
+    {"checkSums", checkSums, 16, ".chk"},
+    {"emptyDigestLines", [](int n) { return std::string(static_cast<std::size_t>(n) << 22, '\n'); }, 16, ".hdb"},
+    {"emptyCheckSumLines", [](int n) { return std::string(static_cast<std::size_t>(n) << 22, '\n'); }, 16, ".chk"},
+};
 
-TEST(Budgets, everyScanEndsWithinThem) {
+class Budget : public EngineTest {
+public:
+    explicit Budget(const Row& row) : _row(row) { scene::writePatterns(_patterns, "One"); }
+
+    void TestBody() override {
 #ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "Scans on one thread; the thread sanitizer would make them take many minutes.";
+        GTEST_SKIP() << "Scans on one thread; the thread sanitizer would make them take many minutes.";
 #endif
-    const TempDir patterns, files;
-    scene::writePatterns(patterns, "One");
-    for (const auto& [name, make] : kFiles) {
-        const std::string path = files.write(name, make());
-        for (const bool limited : {true, false}) {
-            inOwnProcess([&] {
-                std::string message;
-                ASSERT_EQ(init(patterns.path().c_str(), message), 0);
-                expectWithinBudget(name + std::string(limited ? "" : " without limits"), path,
-                                   limited ? kDefaultLimits : OptionValues{0, 0, 0, 50, 0});
-            });
-        }
+        const std::string whole = samples.write("2n", _row.make(2));
+        const std::string half = kSanitized ? whole : samples.write("n", _row.make(1));
+        expectGrowth(half, whole, kDefaultLimits);
+        if (!_row.loadedAs) expectGrowth(half, whole, {0, 0, 0, 50, 0});
     }
-}
+
+private:
+    // What the machine does besides may make the larger one take longer, but not each time.
+    void expectGrowth(const std::string& half, const std::string& whole, const OptionValues& limits) {
+        const Use least = useOf(half, limits);
+        Use most = kSanitized ? least : useOf(whole, limits);
+        for (int again = 0; again < 2 && !most.isTwice(least); ++again) most = useOf(whole, limits);
+        EXPECT_TRUE(kSanitized || most.memory <= _row.memory) << most;
+        EXPECT_TRUE(most.isTwice(least)) << least << "; of twice the size " << most;
+        std::cout << "[   BUDGET ] " << _row.name << (limits.maxEntries ? "" : " without limits") << ": "
+                  << std::filesystem::file_size(whole) << " bytes, " << most << ", half of it " << least << "\n";
+    }
+
+    // Within the budgets, in a process of its own.
+    Use useOf(const std::string& path, const OptionValues& limits) {
+        void* const shared = ::mmap(nullptr, sizeof(Use), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        Use& use = *new (shared) Use;
+        inOwnProcess([&] {
+            if (_row.loadedAs) {
+                std::filesystem::copy_file(path, _patterns / ("x" + std::string(_row.loadedAs)));
+            } else {
+                ASSERT_EQ(load(_patterns), 0) << message;
+            }
+            VoleOptions::set(limits);
+            setLimits();
+            const Use before = Use::now();
+            std::string virus;
+            EXPECT_EQ(_row.loadedAs ? load(_patterns) : scanFile(path.c_str(), virus, message), 0) << message;
+            const Use after = Use::now();
+            use = {after.seconds - before.seconds, after.memory - before.memory};
+        });
+        const Use result = use;
+        ::munmap(shared, sizeof(Use));
+        return result;
+    }
+
+    static void setLimits() {
+        ::malloc_trim(0);
+        const auto addressSpace = static_cast<rlim_t>(numberIn("/proc/self/statm", "")) * 4096;
+        const rlimit memory{addressSpace + kMemory, RLIM_INFINITY}, time{kSeconds, kSeconds},
+            files{kDisk, RLIM_INFINITY};
+        if (!kSanitized) ::setrlimit(RLIMIT_AS, &memory);
+        ::setrlimit(RLIMIT_CPU, &time);
+        ::setrlimit(RLIMIT_FSIZE, &files);
+        ::signal(SIGXFSZ, SIG_IGN);
+        std::ofstream("/proc/self/clear_refs") << 5;  // The peak of memory begins anew.
+    }
+
+    const Row& _row;
+    TempDir _patterns;
+};
+
+const bool kRegistered = [] {
+    for (const Row& row : kRows) {
+        testing::RegisterTest("Budgets", row.name, nullptr, nullptr, __FILE__, __LINE__,
+                              [&row] { return new Budget(row); });
+    }
+    return true;
+}();
 
 }  // namespace
