@@ -23,5 +23,7 @@ endif()
 add_library(vole_flags INTERFACE)
 target_compile_options(vole_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror=format-security ${vole_false_alarms}
+  # Whether the lock that guards something is held, as ThreadAnnotations.h has it said.
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<BOOL:${VOLE_WARNINGS_AS_ERRORS}>:-Werror>)
 target_link_libraries(vole_flags INTERFACE Threads::Threads)
