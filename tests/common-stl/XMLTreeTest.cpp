@@ -11,8 +11,8 @@ namespace ZOV_SPACE {
 namespace {
 
 // What is wrong with the document, or "<nothing>".
-std::string errorOf(XMLParser& parser, const std::string& document) {
-    ChunkedInput stream(document);
+std::string errorOf(XMLParser& parser, std::string document) {
+    ChunkedInput stream(std::move(document));
     return thrownBy<Exception>([&] { parser.load(stream); });
 }
 
@@ -42,40 +42,45 @@ TEST(XMLTree, findsNodesByPathHoweverTheStreamIsCut) {
         }
     }
     const XMLNode* list = parser->getTree().getNode("/FalseAlarm", -1);
-    EXPECT_EQ(list->getChild(1)->getAttribute("name"), nullptr);
-    EXPECT_EQ(*list->getChild(2)->getAttribute("name"), "T&o");
+    EXPECT_EQ(list->getChild(1)->getAttribute("name"), std::nullopt);
+    EXPECT_EQ(list->getChild(2)->getAttribute("name"), "T&o");
     EXPECT_EQ(list->getChild(3), nullptr);
     EXPECT_EQ(list->getChild(-1), nullptr);
 }
 
 TEST(XMLTree, saysWhatIsWrongAndWhereAndLoadsTheNext) {
-    using Limits = XMLLimits;
-    const std::tuple<std::string, std::string> cases[] = {
-        {"", "no element found at line 1"},
-        {"<a>\n<b></a>", "mismatched tag at line 2"},
-        {"<a/>\n\njunk", "junk after document element at line 3"},
-        {"<!DOCTYPE a [\n<!ENTITY l 'lol'><!ENTITY m '&l;&l;'>]><a b='&m;'/>",
+    constexpr std::size_t kToken = XMLLimits::kTokenBytes, kMemory = sizeof(void*) << 19, kMany = 40000;
+    const std::string full(kToken - 7, '+');
+    const std::tuple<const char*, std::string, std::string> cases[] = {
+        {"nothing", "", "no element found at line 1"},
+        {"malformed", "<a>\n<b></a>", "mismatched tag at line 2"},
+        {"behind the end", "<a/>\n\njunk", "junk after document element at line 3"},
+        {"could be made into any amount of text", "<!DOCTYPE a [\n<!ENTITY l 'lol'><!ENTITY m '&l;&l;'>]><a b='&m;'/>",
          "entity declarations are not accepted at line 2"},
-        {repeated(Limits::kDepth, "<a>") + repeated(Limits::kDepth, "</a>"), "<nothing>"},
-        {repeated(Limits::kDepth, "<a>") + "<b/>", "elements nested too deep at line 1"},
-        {"<a>" + repeated(Limits::kElements, "<b/>") + "</a>", "too many elements at line 1"},
-        {"<!DOCTYPE a [<!ATTLIST b c CDATA '" + std::string(Limits::kTokenBytes / 2, 'c') + "'>]><a>" +
-             repeated(2 * Limits::kTextBytes / Limits::kTokenBytes, "<b/>") + "</a>",
-         "too much text in elements at line 1"},
-        {"<!DOCTYPE a [<!ATTLIST b c CDATA '' d CDATA '' e CDATA ''>]><a>" +
-             repeated(Limits::kAttributes / 3 + 1, "<b/>") + "</a>",
-         "too many attributes at line 1"},
-        {"<!--a--><!-- " + std::string(2 * Limits::kTokenBytes, '+') + " --><a/>", "token too long at line 1"},
-        {"<a>" + repeated(64, std::string(Limits::kTokenBytes - 32768, '+') + "<b/>") + "</a>", "<nothing>"},
-        {"<a>" + std::string(Limits::kDocumentBytes, '\n') + "</a>",
-         "document too long at line " + std::to_string(Limits::kDocumentBytes - 2)},
+        {"depth costs no more than memory", repeated(5000, "<a>") + repeated(5000, "</a>"), "<nothing>"},
+        {"open elements cost the parser's memory", repeated(kMany, "<a>"), "too much memory needed at line 1"},
+        {"which is given back", "<a>" + repeated(kMany, "<b/>") + "</a>", "<nothing>"},
+        {"nodes", "<a>" + repeated(3 * kMany, "<b/>"), "too much memory needed at line 1"},
+        {"text of default values", "<!DOCTYPE a [<!ATTLIST b c CDATA '" + full + "'>]><a>" + repeated(16, "<b/>"),
+         "too much memory needed at line 1"},
+        {"attributes by default",
+         "<!DOCTYPE a [<!ATTLIST b c CDATA '' d CDATA '' e CDATA ''>]><a>" + repeated(kMany, "<b/>"),
+         "too much memory needed at line 1"},
+        {"the longest token", "<!--" + full + "--><a b='" + full.substr(2) + "'/>", "<nothing>"},
+        {"a longer comment", "<!--+" + full + "--><a/>", "token too long at line 1"},
+        {"a longer tag", "\n<a b='" + full + "'/>", "token too long at line 2"},
+        {"a token without an end", "<a b='" + repeated(3, full), "token too long at line 1"},
+        {"text is no token", "<a>" + repeated(4, full) + "</a>", "<nothing>"},
     };
-    const auto parser = XMLParser::createDefaultXMLParser();
-    for (const auto& [document, error] : cases) {
-        EXPECT_EQ(errorOf(*parser, document), error) << document.substr(0, 80);
-        EXPECT_EQ(parser->getTree().getNode("/", -1) == nullptr, error != "<nothing>") << "empty after a failure";
-        EXPECT_EQ(errorOf(*parser, kLists), "<nothing>");
+    const auto parser = XMLParser::createDefaultXMLParser(kMemory);
+    for (const auto& [why, document, error] : cases) {
+        EXPECT_EQ(errorOf(*parser, document), error) << why;
+        EXPECT_EQ(parser->getTree().getNode("/", -1) == nullptr, error != "<nothing>") << why;
+        EXPECT_EQ(errorOf(*parser, kLists), "<nothing>") << why;
     }
+    EXPECT_EQ(errorOf(*parser, "<a>" + std::string(XMLLimits::kDocumentBytes, '+')), "document too long at line 1");
+    const auto roomy = XMLParser::createDefaultXMLParser();
+    EXPECT_EQ(errorOf(*roomy, repeated(200000, "<a>") + repeated(200000, "</a>")), "<nothing>") << "nothing recurses";
 }
 
 }  // namespace

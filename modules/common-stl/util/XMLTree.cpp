@@ -50,7 +50,7 @@ std::string atLine(XML_Parser parser, const std::string& text) {
 // is kept, the parser stopped, and the exception thrown again when expat has returned.
 class XMLTreeBuilder {
 public:
-    explicit XMLTreeBuilder(XML_Parser parser) : _parser(parser) {
+    XMLTreeBuilder(XML_Parser parser, std::size_t memoryBytes) : _parser(parser), _memoryBytes(memoryBytes) {
         XML_SetUserData(parser, this);
         XML_SetElementHandler(parser, &onStart, &onEnd);
         XML_SetEntityDeclHandler(parser, &onEntityDeclaration);
@@ -157,7 +157,7 @@ private:
     }
 
     void charge(std::size_t bytes) {
-        if (bytes > XMLLimits::kMemoryBytes - _memory) refuse("too much memory needed");
+        if (bytes > _memoryBytes - _memory) refuse("too much memory needed");
         _memory += bytes;
     }
 
@@ -166,6 +166,7 @@ private:
     [[noreturn]] void refuse(const std::string& why) const { kUnit.raise<Exception>(atLine(_parser, why)); }
 
     XML_Parser _parser;
+    std::size_t _memoryBytes;
     XMLTree _tree;
     std::vector<XMLNode*> _path;  // From the root to the element that is open.
     std::unordered_set<std::string_view> _names;
@@ -178,12 +179,12 @@ namespace {
 
 class ExpatParser : public XMLParser {
 public:
-    explicit ExpatParser(ParserHandle parser) : _parser(std::move(parser)) {}
+    ExpatParser(ParserHandle parser, std::size_t memoryBytes) : _parser(std::move(parser)), _memoryBytes(memoryBytes) {}
 
     void load(InputStream& stream) override {
         _tree = XMLTree();
         XML_ParserReset(_parser.get(), nullptr);
-        XMLTreeBuilder builder(_parser.get());
+        XMLTreeBuilder builder(_parser.get(), _memoryBytes);
         std::vector<char> piece(kPieceSize);
         for (;;) {
             const int length = stream.read(piece.data(), static_cast<int>(kPieceSize));
@@ -196,6 +197,7 @@ public:
 
 private:
     ParserHandle _parser;
+    std::size_t _memoryBytes;
 };
 
 }  // namespace
@@ -229,10 +231,10 @@ const XMLNode* XMLTree::getNode(std::string_view path, int index) const {
     return wanted < matches.size() ? matches[wanted] : nullptr;
 }
 
-std::unique_ptr<XMLParser> XMLParser::createDefaultXMLParser() {
+std::unique_ptr<XMLParser> XMLParser::createDefaultXMLParser(std::size_t memoryBytes) {
     ParserHandle parser(XML_ParserCreate(nullptr));
     if (!parser) return nullptr;
-    return std::make_unique<ExpatParser>(std::move(parser));
+    return std::make_unique<ExpatParser>(std::move(parser), memoryBytes);
 }
 
 }  // namespace ZOV_SPACE

@@ -81,8 +81,8 @@ private:
 
 class XMLParser : public CPObject {
 public:
-    // Null when there is no memory for a parser.
-    static std::unique_ptr<XMLParser> createDefaultXMLParser();
+    // Null when there is no memory for a parser. `memoryBytes`: what a document may take.
+    static std::unique_ptr<XMLParser> createDefaultXMLParser(std::size_t memoryBytes = XMLLimits::kMemoryBytes);
 
     // Reads the stream to its end and replaces the tree. Throws Exception: expat's text and the line for what is not
     // well-formed, a text of its own and the line for what exceeds XMLLimits; std::bad_alloc; what the stream throws
