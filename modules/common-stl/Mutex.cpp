@@ -1,3 +1,6 @@
+// The reader/writer lock is one word: who holds it, and whether anybody waits. Taking and giving it back is one
+// exchange of that word; the mutex and the two conditions are only for those who have to sleep, and those who wake
+// them.
 #include "Mutex.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// One area from realloc(), which grows by what is needed and 4 KiB, so that writing byte by byte does not copy it every
+// time, and keeps its capacity when the content gets shorter. Bytes behind the content are undefined: gaps are cleared.
 #include "io/ContinuousMemBufferBase.h"
 
 #include <algorithm>

@@ -1,3 +1,8 @@
+// The content lies in the file as it is, from its start on. Small reads and writes go through a FileWindow; what moves
+// content (insert, cut) or makes a gap flushes and drops the window first and works on the file. The file may be longer
+// than the content, after a failure or a truncation; it is cut before a gap is made and before others may look at it.
+//
+// Nothing is lost when the disk is full: room is taken before bytes are moved, and the size grows last.
 #include "io/FileBufferBase.h"
 
 #include <fcntl.h>

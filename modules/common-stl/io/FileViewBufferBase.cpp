@@ -1,3 +1,5 @@
+// Until the first change, reads go to the viewed file through a FileWindow that is never written. The first change
+// copies the file into a FileBufferBase, which takes over from then on; when copying fails, the view stays as it was.
 #include "io/FileViewBufferBase.h"
 
 #include <fcntl.h>

@@ -1,3 +1,9 @@
+// A file seen through one block of 16 KiB, whose start is a multiple of its size. A small read or write selects the
+// block it lies in: what waits in the old one is written out, then the new one is read as far as there is content.
+// Written bytes are remembered as one range, from the first to the last of them; what lies between was read, so that
+// writing all of the range changes nothing else. What does not fit into one block goes to the file at once.
+//
+// When the file cannot be written, the block stays as it is: its bytes can be read, and the next flush tries again.
 #include "io/FileWindow.h"
 
 #include <algorithm>

@@ -1,3 +1,10 @@
+// Blocks in ascending order, found by bisection over their start. Appending fills the last block and adds one of at
+// least 4 KiB when it is full. Inserting rebuilds the one block that it falls into, or puts a block of its own in
+// front; cutting shrinks the blocks at both ends and drops those between. The blocks behind are renumbered: so neither
+// moves content.
+//
+// Gaps are zeros without being written: blocks come zeroed from calloc(), and `touched` says up to where one no longer
+// is as it came, so that only that part is cleared.
 #include "io/MemBufferBase.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Forwards to the storage that the policy chose. In the policies with a choice, content starts in memory unless it is
+// announced as larger than the barrier, and moves to a file at the first checking operation after it has passed it. The
+// move copies piece by piece what the memory shows, flushes, and only then lets go of the memory: when the disk is
+// full, the buffer stays as it was and the next checking operation tries again. It never moves back.
 #include "io/SmartBufferBase.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// One mutex guards the inner buffer, and one condition says that it changed. A reader at the end sleeps on the
+// condition until a look at the inner buffer gives bytes or writing was closed. Whatever may have brought bytes wakes
+// all readers, also when it throws, since it may have brought some before.
 #include "unused/PipeBufferBase.h"
 
 #include <new>

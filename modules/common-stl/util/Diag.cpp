@@ -1,3 +1,8 @@
+// A line is stored in two steps: first its position goes to the two exported variables, then the text is formatted and
+// handed to the host's callback as read at that moment, so that no lock is held while the host's code runs. Lines of
+// other threads may come between: the position is only a hint.
+//
+// Work done ahead of its turn holds its lines back in an object of its thread's (Hold), which delivers them later.
 #include "util/Diag.h"
 
 #include <algorithm>
