@@ -80,6 +80,7 @@ TEST(Descriptors, areTheirOwnersAloneAndNotInherited) {
     const TempDir directory;
     const std::string path = directory / "made";
     const std::function<std::shared_ptr<void>()> makers[] = {
+        [&] { return std::make_shared<OwnFd>(createAnonymousFile()); },
         [&] { return std::make_shared<FileBufferBase>(); },
         [&] { return std::make_shared<FileBufferBase>(directory.path().c_str()); },
         [&] { return std::make_shared<FileOutputStream>(path.c_str()); },

@@ -21,22 +21,23 @@ TEST(Condition, waitsAsLongAsItIsTold) {
     Mutex mutex;
     Condition condition(mutex);
     bool ready = false;
-    std::thread notifier;
-    {
-        const Monitor guard(mutex);
-        EXPECT_EQ(condition.wait(1), ETIMEDOUT);
-        EXPECT_EQ(condition.wait(INT_MIN), ETIMEDOUT) << "a deadline long ago";
-        notifier = std::thread([&] {
-            const Monitor own(mutex);
-            ready = true;
-            condition.notifyAll();
-        });
-        while (!ready) EXPECT_EQ(condition.wait(INT_MAX), 0);
-    }
+    condition.lock();
+    EXPECT_EQ(condition.wait(1), ETIMEDOUT);
+    EXPECT_EQ(condition.wait(INT_MIN), ETIMEDOUT) << "a deadline long ago";
+    std::thread notifier([&] {
+        const Monitor own(mutex);
+        ready = true;
+        condition.notifyAll();
+    });
+    while (!ready) EXPECT_EQ(condition.wait(INT_MAX), 0);
+    condition.unlock();
     notifier.join();
 }
 
-TEST(RWLock, waitingWriterDoesNotHoldReadersBack) {
+// A waiting writer does not hold readers back. The counters are plain: a reader beside a writer, or two writers, shows
+// as an odd value, a wrong sum or a report of the thread sanitizer; a lost wake-up as a test that never ends.
+TEST(RWLock, keepsWritersAloneAndWakesEveryone) {
+    constexpr int kThreads = 6, kRounds = 4000;
     RWLock lock;
     lock.rdlock();
     std::thread writer([&] { const WriteGuard guard(lock); });
@@ -46,28 +47,16 @@ TEST(RWLock, waitingWriterDoesNotHoldReadersBack) {
     EXPECT_EQ(lock.trywrlock(), -1) << "one reader is left";
     lock.unlock();
     writer.join();
-}
-
-// The counters are plain: a reader beside a writer, or two writers, shows as an odd value, a wrong sum or a report of
-// the thread sanitizer; a lost wake-up as a test that never ends.
-TEST(RWLock, keepsWritersAloneAndWakesEveryone) {
-    constexpr int kThreads = 6, kRounds = 4000;
-    RWLock lock;
-    int value = 0, writes = 0;
+    int value = 0, written = 0;
     const auto work = [&](int id) {
         for (int round = 0; round < kRounds; ++round) {
-            if ((round + id) % 3 == 0) {
-                const WriteGuard guard(lock);
-                ++value;
-                if (round % 16 == 0) std::this_thread::yield();
-                ++value;
-                ++writes;
-            } else {
-                const ReadGuard guard(lock);
-                ASSERT_EQ(value, 2 * writes);
-                if (round % 16 == 0) std::this_thread::yield();
-                ASSERT_EQ(value, 2 * writes);
-            }
+            const bool writes = (round + id) % 3 == 0;
+            writes ? lock.wrlock() : lock.rdlock();
+            if (writes) ++value;
+            if (round % 16 == 0) std::this_thread::yield();
+            if (writes) ++value, ++written;
+            EXPECT_EQ(value, 2 * written);
+            lock.unlock();
         }
     };
     std::vector<std::thread> threads;

@@ -5,6 +5,8 @@
 #include <tuple>
 #include <vector>
 
+#include "io/BufferBaseStreams.h"
+#include "io/MemBufferBase.h"
 #include "support/ChunkedInput.h"
 #include "support/Content.h"
 #include "support/TempFile.h"
@@ -15,47 +17,55 @@
 namespace ZOV_SPACE {
 namespace {
 
-constexpr char kClosed[] = "Stream is already closed";
-
 std::string restOf(InputStream& input) {
     std::string all;
     for (int byte; (byte = input.read()) >= 0;) all += static_cast<char>(byte);
     return all;
 }
 
-TEST(Streams, withoutOwnOperationsSayUnimplemented) {
-    InputStream input;
-    OutputStream output;
-    char byte;
-    const std::function<void()> calls[] = {
-        [&] { input.available(); },    [&] { input.close(); },  [&] { input.read(); },
-        [&] { input.read(&byte, 1); }, [&] { output.close(); }, [&] { output.write('x'); },
-        [&] { output.write("x"); },
-    };
-    for (const auto& call : calls) EXPECT_EQ(thrownBy(call), "Unimplemented");
-    EXPECT_EQ(unitThrownBy(calls[0]), "../../../modules/common-stl/include/io/InputStream");
+using Calls = std::vector<std::function<void()>>;
+
+Calls callsOf(InputStream& in) {
+    static char byte;
+    return {[&] { in.available(); }, [&] { in.close(); }, [&] { in.read(); },  [&] { in.read(&byte, 1); },
+            [&] { in.skip(1); },     [&] { in.mark(1); }, [&] { in.reset(); }, [&] { in.markSupported(); }};
 }
 
-TEST(Streams, refuseEveryOperationAfterClose) {
+Calls callsOf(OutputStream& out) {
+    return {[&] { out.close(); }, [&] { out.write('x'); }, [&] { out.write("x"); }, [&] { out.flush(); }};
+}
+
+TEST(Streams, refuseEveryOperationThatIsNotTheirsOrFollowsClose) {
     TempFile file("x");
     ChunkedInput chunked("x", 1);
-    StringOutputStream collected;
+    MemBufferBase buffer;
+    StringOutputStream collected, closed;
     FileInputStream fileInput(file.fd());
     BufferedInputStream bufferedInput(&chunked);
+    BufferBaseInputStream viewInput(&buffer);
     FileOutputStream fileOutput(file.fd());
     BufferedOutputStream bufferedOutput(&collected);
-    std::vector<std::function<void()>> calls;
-    for (InputStream* input : std::initializer_list<InputStream*>{&fileInput, &bufferedInput}) {
-        input->close();
-        calls.insert(calls.end(), {[=] { input->available(); }, [=] { input->close(); }, [=] { input->read(); },
-                                   [=] { input->skip(0); }, [=] { input->mark(1); }, [=] { input->reset(); }});
+    BufferBaseOutputStream viewOutput(&buffer);
+    const auto expect = [](const char* error, const Calls& calls, std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(thrownBy(calls[i]), error) << i;
+    };
+    for (InputStream* in : {static_cast<InputStream*>(&fileInput), static_cast<InputStream*>(&bufferedInput),
+                            static_cast<InputStream*>(&viewInput)}) {
+        in->close();
+        expect("Stream is already closed", callsOf(*in), 8);
     }
-    for (OutputStream* output : std::initializer_list<OutputStream*>{&fileOutput, &bufferedOutput}) {
-        output->close();
-        calls.insert(calls.end(), {[=] { output->close(); }, [=] { output->flush(); }, [=] { output->write("x", 1); }});
+    for (OutputStream* out : {static_cast<OutputStream*>(&fileOutput), static_cast<OutputStream*>(&bufferedOutput),
+                              static_cast<OutputStream*>(&viewOutput), static_cast<OutputStream*>(&closed)}) {
+        out->close();
+        expect("Stream is already closed", callsOf(*out), 4);
     }
-    for (const auto& call : calls) EXPECT_EQ(thrownBy(call), kClosed) << &call - calls.data();
+    EXPECT_EQ(buffer.getSize(), 0) << "nothing was written after close";
     EXPECT_NE(::fcntl(file.fd(), F_GETFD), -1) << "a wrapped descriptor stays its owner's";
+    InputStream input;
+    OutputStream output;
+    expect("Unimplemented", callsOf(input), 5);
+    expect("Unimplemented", callsOf(output), 3);
+    EXPECT_EQ(unitThrownBy(callsOf(input)[0]), "../../../modules/common-stl/include/io/InputStream");
 }
 
 TEST(FileStreams, returnToTheMarkAndNameThePathOrTheSystemErrorWhenTheyFail) {
