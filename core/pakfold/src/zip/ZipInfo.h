@@ -8,44 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "io/BufferBase.h"
 #include "io/InputStream.h"
+#include "zip/ZipCentralDir.h"
+#include "zip/ZipEndCentralDir.h"
 
 namespace ZOV_SPACE {
-
-// An entry of the central directory. Its extra field and comment are passed over.
-class ZipCentralDir {
-public:
-    // False, with the stream moved by what was read, when no whole entry follows. Throws ArchivingException "empty file
-    // name in central directory".
-    bool read(InputStream& in);
-
-    // The next entry, or null when none follows or `left`, how many are still expected, is 0; -1 stands for any number.
-    static std::unique_ptr<ZipCentralDir> getNextDir(InputStream& in, int left);
-
-    std::string name;  // Cut to MAXNAMELENGTH bytes.
-    unsigned int checkSum = 0;
-    unsigned int compressedSize = 0;
-    unsigned int uncompressedSize = 0;
-    unsigned int headerOffset = 0;  // Of the local header, from the archive's start.
-    unsigned short flags = 0;
-    unsigned short method = 0;
-};
-
-// The end record.
-class ZipEndCentralDir {
-public:
-    // Where the last end record begins, searched for in the last 64 KiB; 0 when there is none.
-    static long findPos(BufferBase& buffer);
-
-    // False when no whole end record follows.
-    bool read(InputStream& in);
-
-    unsigned short entryCount = 0;
-    unsigned int directorySize = 0;    // Bytes.
-    unsigned int directoryOffset = 0;  // From the archive's start.
-    unsigned short commentLength = 0;
-};
 
 // The local header of the current entry, and what follows the last entry.
 class ZipInfo {

@@ -1,0 +1,54 @@
+#include "zip/ZipEndCentralDir.h"
+
+#include <algorithm>
+#include <array>
+
+#include "IOUtils.h"
+#include "zip/ZipConstants.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+constexpr long kSearchLength = 65535;
+constexpr int kSearchStep = 1024;
+constexpr int kSignatureSize = 4;
+
+// Where the last end signature in the block begins, or -1.
+int lastEndSignature(const char* block, int length) {
+    for (int i = length - kSignatureSize; i >= 0; --i) {
+        if (IOUtils::readUInt(block + i) == ZipConstants::ENDSIG) return i;
+    }
+    return -1;
+}
+
+}  // namespace
+
+long ZipEndCentralDir::findPos(BufferBase& buffer) {
+    const long size = buffer.getSize();
+    const long searchLength = std::min(kSearchLength, size);
+    if (searchLength <= kSignatureSize) return 0;
+    std::array<char, kSearchStep + kSignatureSize> block;
+    for (long end = kSignatureSize; end < searchLength;) {
+        // Neighbouring blocks overlap, so that a signature across their border is seen.
+        end = std::min(end + kSearchStep, searchLength);
+        const long start = size - end;
+        const int wanted = static_cast<int>(std::min<long>(static_cast<long>(block.size()), end));
+        if (buffer.read(start, block.data(), wanted) < wanted) return 0;
+        const int found = lastEndSignature(block.data(), wanted);
+        if (found >= 0) return start + found;
+    }
+    return 0;
+}
+
+bool ZipEndCentralDir::read(InputStream& in) {
+    std::array<char, ZipConstants::ENDHDR> record;
+    if (IOUtils::readFull(in, record.data(), ZipConstants::ENDHDR) < ZipConstants::ENDHDR) return false;
+    if (IOUtils::readUInt(record.data()) != ZipConstants::ENDSIG) return false;
+    entryCount = IOUtils::readUShort(&record[ZipConstants::ENDTOT]);
+    directorySize = IOUtils::readUInt(&record[ZipConstants::ENDSIZ]);
+    directoryOffset = IOUtils::readUInt(&record[ZipConstants::ENDOFF]);
+    commentLength = IOUtils::readUShort(&record[ZipConstants::ENDCOM]);
+    return true;
+}
+
+}  // namespace ZOV_SPACE
