@@ -21,23 +21,30 @@ constexpr unsigned kWidestPeek = 4;
 
 [[noreturn]] void raiseErrno() { kUnit.raiseAt<IOException>(kPeekFailedLine, systemErrorText()); }
 
-// What `read` makes of the bytes at `offset`, with the stream put back to where it was; `raiseEnd` throws.
+// What `read` makes of the next bytes, at most `limit`, with the stream put back to where it was.
 template <class Read>
-auto peek(InputStream& in, unsigned int offset, unsigned int width, Read read, void (*raiseEnd)()) {
-    // No stream that can go back reaches beyond this, and neither the mark's limit nor skip() could express it.
-    constexpr unsigned kFurthest = std::numeric_limits<int>::max() - kWidestPeek;
-    if (offset > kFurthest) raiseEnd();
-
-    in.mark(static_cast<int>(offset + width));
+auto lookAhead(InputStream& in, int limit, Read read) {
+    in.mark(limit);
     try {
-        in.skip(static_cast<long>(offset));
-        const auto value = read(in);
+        const auto value = read();
         in.reset();
         return value;
     } catch (...) {
         in.reset();
         throw;
     }
+}
+
+// What `read` makes of the bytes at `offset`; `raiseEnd` throws.
+template <class Read>
+auto peek(InputStream& in, unsigned int offset, unsigned int width, Read read, void (*raiseEnd)()) {
+    // No stream that can go back reaches beyond this, and neither the mark's limit nor skip() could express it.
+    constexpr unsigned kFurthest = std::numeric_limits<int>::max() - kWidestPeek;
+    if (offset > kFurthest) raiseEnd();
+    return lookAhead(in, static_cast<int>(offset + width), [&] {
+        in.skip(static_cast<long>(offset));
+        return read(in);
+    });
 }
 
 unsigned char readByteOrErrno(InputStream& in) {
@@ -102,6 +109,10 @@ int IOUtils::readFull(InputStream& in, char* buf, int n) {
         total += count;
     }
     return total;
+}
+
+int IOUtils::peekFull(InputStream& in, char* buf, int n) {
+    return lookAhead(in, n, [&] { return readFull(in, buf, n); });
 }
 
 long IOUtils::readFull(InputStream& in) {

@@ -48,6 +48,8 @@ public:
 
     // Reads until n bytes are in or a read returns less than 1; the count read. A short count is no error.
     static int readFull(InputStream& in, char* buf, int n);
+    // The same, but the stream, which must support marks, stays where it is, also when a read throws.
+    static int peekFull(InputStream& in, char* buf, int n);
     // Reads and discards what is left; the count.
     static long readFull(InputStream& in);
     static long skip(InputStream& in) { return readFull(in); }

@@ -13,6 +13,7 @@
 #include "utils/Crc.h"
 #include "zip/DeflateDecompressor.h"
 #include "zip/ZipConstants.h"
+#include "zip/ZipDescriptor.h"
 #include "zip/ZipSupport.h"
 
 namespace ZOV_SPACE {
@@ -20,7 +21,7 @@ namespace {
 
 constexpr long kFirstSearchPiece = 1024;
 constexpr long kSearchPiece = 65536;
-constexpr int kLongestDescriptor = 24;
+constexpr int kLookAhead = ZipDescriptor::kLookAhead;
 
 // Counts what is inflated, and keeps it while it is little.
 class ContentKeeper : public OutputStream {
@@ -58,9 +59,9 @@ public:
 
     // False at the buffer's end.
     bool nextPiece() {
-        const int count = _buffer.read(_next, _bytes.get(), static_cast<int>(_wanted) + kLongestDescriptor);
+        const int count = _buffer.read(_next, _bytes.get(), static_cast<int>(_wanted) + kLookAhead);
         if (count < 1) return false;
-        std::memset(_bytes.get() + count, 0, kLongestDescriptor);
+        std::memset(_bytes.get() + count, 0, kLookAhead);
         _start = _next;
         _count = std::min<long>(count, _wanted);
         _next += _count;
@@ -69,7 +70,7 @@ public:
     }
 
     long start() const { return _start; }  // Of the piece, in the buffer.
-    long count() const { return _count; }  // Positions in it, each followed by kLongestDescriptor readable bytes.
+    long count() const { return _count; }  // Positions in it, each followed by kLookAhead readable bytes.
     const char* bytes() const { return _bytes.get(); }
 
 private:
@@ -78,25 +79,9 @@ private:
     long _wanted = kFirstSearchPiece;
     long _start = 0;
     long _count = 0;
-    std::unique_ptr<char[]> _bytes = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kSearchPiece) +
-                                                                            std::size_t{2} * kLongestDescriptor);
+    std::unique_ptr<char[]> _bytes =
+        std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kSearchPiece) + std::size_t{2} * kLookAhead);
 };
-
-struct Descriptor {
-    std::uint32_t checkSum = 0;
-    std::uint32_t unpackedSize = 0;
-};
-
-// Whether the bytes are a data descriptor whose packed size is this one. One without signature must be followed by
-// another record, since little else distinguishes it from data.
-bool readDescriptor(const char* bytes, std::uint32_t packedSize, Descriptor& descriptor) {
-    const bool hasSignature = loadU32(bytes) == ZipConstants::EXTSIG;
-    const char* const fields = bytes + (hasSignature ? 4 : 0);
-    if (loadU32(fields + 4) != packedSize) return false;
-    const bool large = loadU32(fields + 8) == 0 && (packedSize != 0 || !startsRecord(loadU32(fields + 12)));
-    descriptor = {loadU32(fields), loadU32(fields + (large ? 12 : 8))};
-    return hasSignature || startsRecord(loadU32(fields + (large ? 20 : 12)));
-}
 
 // The checksum of the bytes from the start up to a position that only moves forward.
 class RunningCheckSum {
@@ -117,11 +102,10 @@ private:
 };
 
 std::uint32_t checkSumOfDescriptor(InputStream& in) {
-    std::array<char, 8> bytes{};
+    std::array<char, kLookAhead> bytes{};
     IOUtils::readFull(in, bytes.data(), static_cast<int>(bytes.size()));
-    const std::uint32_t first = loadU32(bytes.data());
-    if (startsRecord(first)) return 0;
-    return first == ZipConstants::EXTSIG ? loadU32(bytes.data() + 4) : first;
+    const auto descriptor = ZipDescriptor::read(bytes.data());
+    return descriptor ? descriptor->checkSum : 0;
 }
 
 ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
@@ -134,13 +118,13 @@ ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
             const char* const bytes = search.bytes() + i;
             const auto distance = static_cast<std::uint32_t>(search.start() - start + i);
             if (loadU32(bytes + 4) != distance && loadU32(bytes + 8) != distance) continue;
-            Descriptor descriptor;
-            if (!readDescriptor(bytes, distance, descriptor)) continue;
-            if (stored && descriptor.unpackedSize != distance) continue;
-            if (stored && checkSum.upTo(search.start() + i) != descriptor.checkSum) continue;
+            const auto descriptor = ZipDescriptor::read(bytes);
+            if (!descriptor || !descriptor->isEvident || descriptor->packedSize != distance) continue;
+            if (stored && descriptor->unpackedSize != distance) continue;
+            if (stored && checkSum.upTo(search.start() + i) != descriptor->checkSum) continue;
             extent.packedSize = distance;
-            extent.unpackedSize = descriptor.unpackedSize;
-            extent.checkSum = descriptor.checkSum;
+            extent.unpackedSize = descriptor->unpackedSize;
+            extent.checkSum = descriptor->checkSum;
             ScanBudget::chargeDiscardedBytes(i);
             return extent;
         }

@@ -4,7 +4,6 @@
 #include <array>
 #include <climits>
 #include <new>
-#include <optional>
 #include <span>
 #include <utility>
 
@@ -12,19 +11,19 @@
 #include "IOUtils.h"
 #include "Raise.h"
 #include "zip/ZipConstants.h"
+#include "zip/ZipDescriptor.h"
 #include "zip/ZipSupport.h"
 
 namespace ZOV_SPACE {
 namespace {
 
 constexpr int kEncryptedFlag = 0x0001;
-constexpr int kDescriptorLookAhead = 28;  // The longest descriptor, with sizes of 8 bytes, and the next signature.
-
 constexpr unsigned kZip64FieldId = 0x0001;
-constexpr std::size_t kZip64SizesLength = 16;  // The uncompressed and the compressed size, 8 bytes each.
+constexpr std::size_t kLargeSize = 8;  // Bytes.
+constexpr int kSizeElsewhere = -1;     // All ones.
 
-// The content of the extra field's ZIP64 block.
-std::optional<std::span<const unsigned char>> zip64Block(std::span<const unsigned char> extra) {
+// The content of the extra field's ZIP64 block; empty when it has none.
+std::span<const unsigned char> zip64Block(std::span<const unsigned char> extra) {
     while (extra.size() >= 4) {
         const unsigned id = loadU16(extra.data());
         const std::size_t length = loadU16(extra.data() + 2);
@@ -33,7 +32,7 @@ std::optional<std::span<const unsigned char>> zip64Block(std::span<const unsigne
         if (id == kZip64FieldId) return extra.first(length);
         extra = extra.subspan(length);
     }
-    return std::nullopt;
+    return {};
 }
 
 }  // namespace
@@ -80,39 +79,29 @@ void ZipInfo::readVariablePart(InputStream& in, int nameLength, int extraLength)
     takeLargeSizes();
 }
 
-// ZIP64 keeps the sizes in the extra field; those that an engine for files below 2 GiB can use are taken over.
+// ZIP64 keeps a size that is all ones in the extra field instead, the uncompressed one first. A value that an engine
+// for contents below 2 GiB cannot use leaves the size as it was.
 void ZipInfo::takeLargeSizes() {
-    const auto block = zip64Block(extra);
-    _largeDescriptor = block.has_value();
-    const bool elsewhere = compressedSize == -1 && uncompressedSize == -1 && !hasDataDescriptor();
-    if (!elsewhere || !block || block->size() < kZip64SizesLength) return;
-    const std::uint64_t unpacked = loadU64(block->data());
-    const std::uint64_t packed = loadU64(block->data() + 8);
-    if (unpacked > INT_MAX || packed > INT_MAX) return;
-    uncompressedSize = static_cast<int>(unpacked);
-    compressedSize = static_cast<int>(packed);
+    if (hasDataDescriptor()) return;
+    std::span<const unsigned char> block = zip64Block(extra);
+    for (int* const size : {&uncompressedSize, &compressedSize}) {
+        if (*size != kSizeElsewhere) continue;
+        if (block.size() < kLargeSize) return;
+        const std::uint64_t large = loadU64(block.data());
+        if (large <= INT_MAX) *size = static_cast<int>(large);
+        block = block.subspan(kLargeSize);
+    }
 }
 
 void ZipInfo::readDataDescriptor(InputStream& in) {
-    std::array<char, kDescriptorLookAhead> bytes{};
-    in.mark(kDescriptorLookAhead);
-    const int available = IOUtils::readFull(in, bytes.data(), kDescriptorLookAhead);
-    in.reset();
-    const std::uint32_t first = IOUtils::readUInt(bytes.data());
-    if (startsRecord(first)) return;
-
-    const bool hasSignature = first == ZipConstants::EXTSIG;
-    const char* const fields = bytes.data() + (hasSignature ? ZipConstants::EXTCRC : 0);
-    // Sizes of 8 bytes have zeros in their upper halves, and no next record where two sizes of 4 bytes end. Not every
-    // writer announces them.
-    const bool large = IOUtils::readUInt(fields + 8) == 0 && IOUtils::readUInt(fields + 16) == 0 &&
-                       !startsRecord(IOUtils::readUInt(fields + 12)) &&
-                       (_largeDescriptor || startsRecord(IOUtils::readUInt(fields + 20)));
-    checkSum = IOUtils::readUInt(fields);
-    compressedSize = static_cast<int>(IOUtils::readUInt(fields + 4));
-    uncompressedSize = static_cast<int>(IOUtils::readUInt(fields + (large ? 12 : 8)));
-    const int length = (hasSignature ? ZipConstants::EXTHDR : ZipConstants::EXTHDR - 4) + (large ? 8 : 0);
-    in.skip(std::min(length, available));
+    std::array<char, ZipDescriptor::kLookAhead> bytes{};
+    const int available = IOUtils::peekFull(in, bytes.data(), static_cast<int>(bytes.size()));
+    const auto descriptor = ZipDescriptor::read(bytes.data());
+    if (!descriptor) return;
+    checkSum = descriptor->checkSum;
+    compressedSize = static_cast<int>(descriptor->packedSize);
+    uncompressedSize = static_cast<int>(descriptor->unpackedSize);
+    in.skip(std::min(descriptor->length, available));
 }
 
 void ZipInfo::readCentralDirs(InputStream& in, int count) {

@@ -53,8 +53,6 @@ private:
     void readSizes(const char* header);
     void readVariablePart(InputStream& in, int nameLength, int extraLength);
     void takeLargeSizes();
-
-    bool _largeDescriptor = false;  // Sizes of 8 bytes in the data descriptor are announced.
 };
 
 }  // namespace ZOV_SPACE

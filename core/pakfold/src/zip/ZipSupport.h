@@ -13,9 +13,18 @@ namespace ZOV_SPACE {
 inline constexpr const char* kZipUnitName = "../../core/pakfold/src/unarchiver/Zip";
 inline constexpr ThrowUnit kZipUnit{kZipUnitName};
 
+// Whether a record begins so that can follow the last entry: one of the directory, or one of those in front of it that
+// nothing here reads.
+inline bool startsDirectory(std::uint32_t signature) {
+    constexpr std::uint32_t kArchiveExtraData = 0x08064B50;
+    constexpr std::uint32_t kZip64End = 0x06064B50;
+    return signature == ZipConstants::CENSIG || signature == ZipConstants::ENDSIG || signature == kArchiveExtraData ||
+           signature == kZip64End;
+}
+
 // Whether a record begins so that can follow an entry's data.
 inline bool startsRecord(std::uint32_t signature) {
-    return signature == ZipConstants::LOCSIG || signature == ZipConstants::CENSIG || signature == ZipConstants::ENDSIG;
+    return signature == ZipConstants::LOCSIG || startsDirectory(signature);
 }
 
 }  // namespace ZOV_SPACE
