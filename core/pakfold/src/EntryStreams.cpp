@@ -96,6 +96,31 @@ int NullOutputStream::write(const char*, int len) {
     return len;
 }
 
+TakenOutputStream::~TakenOutputStream() = default;
+
+void TakenOutputStream::close() {}
+
+int TakenOutputStream::write(char c) { return write(&c, 1); }
+
+int TakenOutputStream::write(const char* buf, int len) {
+    charge(len);
+    return _out->write(buf, len);
+}
+
+std::span<char> TakenOutputStream::lendSpace() { return _out->lendSpace(); }
+
+void TakenOutputStream::commitSpace(long n) {
+    charge(n);
+    _out->commitSpace(n);
+}
+
+bool TakenOutputStream::discards() const { return _out->discards(); }
+
+void TakenOutputStream::charge(std::int64_t n) {
+    ScanBudget::chargeTakenBytes(n);
+    _taken += n;
+}
+
 CutOffOutputStream::~CutOffOutputStream() = default;
 
 void CutOffOutputStream::close() {}
@@ -103,6 +128,7 @@ void CutOffOutputStream::close() {}
 int CutOffOutputStream::write(char c) { return write(&c, 1); }
 
 int CutOffOutputStream::write(const char* buf, int len) {
+    if (_out && _processor && _processor->getAction() == DecompressProcessor::kStop) _out = nullptr;
     if (!_out) return _rest.write(buf, len);
     try {
         return _out->write(buf, len);

@@ -5,9 +5,11 @@
 #define PAKFOLD_ENTRYSTREAMS_H
 
 #include <cstdint>
+#include <span>
 
 #include "io/InputStream.h"
 #include "io/OutputStream.h"
+#include "unarchiver/Pakfold.h"
 
 namespace ZOV_SPACE {
 
@@ -66,11 +68,37 @@ public:
     bool discards() const override { return true; }
 };
 
-// Hands bytes on until the stream behind it throws UnarchiveRatioExceed, and drops the rest like NullOutputStream. For
-// entries that must be decoded to their end because later ones build on them.
+// Hands bytes on, which count against the scan's budget: ArchivingException "Out of budget" when that is used up.
+class TakenOutputStream : public OutputStream {
+public:
+    explicit TakenOutputStream(OutputStream* out) : _out(out) {}
+    ~TakenOutputStream() override;
+
+    using OutputStream::write;
+    void close() override;
+    int write(char c) override;
+    int write(const char* buf, int len) override;
+    std::span<char> lendSpace() override;
+    void commitSpace(long n) override;
+    bool discards() const override;
+
+    std::int64_t taken() const { return _taken; }  // Bytes so far.
+
+private:
+    void charge(std::int64_t n);
+
+    OutputStream* _out;
+    std::int64_t _taken = 0;
+};
+
+// Hands bytes on until the stream behind it throws UnarchiveRatioExceed or a processor says stop, and drops the rest
+// like NullOutputStream. For entries that must be decoded to their end because that shows only then, or because later
+// ones build on them.
 class CutOffOutputStream : public OutputStream {
 public:
-    explicit CutOffOutputStream(OutputStream* out) : _out(out) {}
+    // The processor, which may be null, is asked before each piece.
+    explicit CutOffOutputStream(OutputStream* out, DecompressProcessor* processor = nullptr)
+        : _out(out), _processor(processor) {}
     ~CutOffOutputStream() override;
 
     using OutputStream::write;
@@ -80,6 +108,7 @@ public:
 
 private:
     OutputStream* _out;  // Null once it is full.
+    DecompressProcessor* _processor;
     NullOutputStream _rest;
 };
 

@@ -23,32 +23,40 @@ constexpr long kFirstSearchPiece = 1024;
 constexpr long kSearchPiece = 65536;
 constexpr int kLookAhead = ZipDescriptor::kLookAhead;
 
+// How far one search may go. What it costs is settled when it is known what came of it.
+class Limit {
+public:
+    // REQUIRES: `n`, how far the search has come, in bytes, does not go back.
+    void check(std::int64_t n) const {
+        if (n > _most) ScanBudget::chargeDiscardedBytes(n);  // Throws: so much is not left.
+    }
+
+private:
+    std::int64_t _most = std::max(ScanBudget::discardedBytesLeft(), ZipDataExtent::kFreeLookAhead);
+};
+
 // Counts what is inflated, and keeps it while it is little.
 class ContentKeeper : public OutputStream {
 public:
-    explicit ContentKeeper(ZipDataExtent& extent)
-        : _extent(extent),
-          _mostKept(
-              std::clamp(ScanBudget::discardedBytesLeft(), ZipDataExtent::kAlwaysKept, ZipDataExtent::kMostKept)) {
-        _extent.hasContent = true;
-    }
+    explicit ContentKeeper(ZipDataExtent& extent) : _extent(extent) { _extent.hasContent = true; }
 
     using OutputStream::write;
     int write(const char* buf, int len) override {
-        _extent.unpackedSize += len;
-        if (_extent.hasContent && _extent.unpackedSize <= _mostKept) {
+        _extent.inflated += len;
+        _extent.unpackedSize = _extent.inflated;
+        _limit.check(_extent.inflated);
+        if (_extent.inflated > ZipDataExtent::kMostKept) {
+            _extent.content = {};
+            _extent.hasContent = false;
+        } else {
             _extent.content.emplace_back(buf, static_cast<std::size_t>(len));
-            return len;
         }
-        ScanBudget::chargeDiscardedBytes(_extent.hasContent ? _extent.unpackedSize : len);
-        _extent.content = {};
-        _extent.hasContent = false;
         return len;
     }
 
 private:
     ZipDataExtent& _extent;
-    std::int64_t _mostKept;
+    const Limit _limit;
 };
 
 // Slides over the buffer in pieces that overlap, so that whatever begins in one can be seen whole. They grow, so that a
@@ -111,6 +119,7 @@ std::uint32_t checkSumOfDescriptor(InputStream& in) {
 ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
     ZipDataExtent extent;
     extent.known = true;
+    const Limit limit;
     Search search(buffer, start);
     RunningCheckSum checkSum(search, start);
     while (search.nextPiece()) {
@@ -125,13 +134,13 @@ ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
             extent.packedSize = distance;
             extent.unpackedSize = descriptor->unpackedSize;
             extent.checkSum = descriptor->checkSum;
-            ScanBudget::chargeDiscardedBytes(i);
             return extent;
         }
-        ScanBudget::chargeDiscardedBytes(search.count());
+        limit.check(search.start() - start + search.count());
         if (stored) checkSum.upTo(search.start() + search.count());
     }
     extent.packedSize = extent.unpackedSize = std::max(buffer.getSize() - start, 0L);
+    ScanBudget::chargeDiscardedBytes(extent.packedSize);
     extent.failure = "missing data descriptor";
     return extent;
 }

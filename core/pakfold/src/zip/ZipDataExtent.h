@@ -11,22 +11,24 @@
 namespace ZOV_SPACE {
 
 struct ZipDataExtent {
-    // Of content that was inflated to find its end, so much is kept, so that it need not be inflated again. It is
-    // charged only when nobody takes it; a scan whose budget is spent therefore keeps less.
+    // Of content that was inflated to find its end, so much is kept, so that it need not be inflated again.
     static constexpr std::int64_t kMostKept = std::int64_t{8} << 20;
-    static constexpr std::int64_t kAlwaysKept = std::int64_t{1} << 20;
+    // Bytes that may be looked ahead whatever is left of the budget, so that small entries can still be read.
+    static constexpr std::int64_t kFreeLookAhead = std::int64_t{1} << 20;
 
     bool known = false;           // The sizes are the data's, not those of some entry before.
     std::int64_t packedSize = 0;  // Bytes.
     std::int64_t unpackedSize = 0;
     std::uint32_t checkSum = 0;        // As the data descriptor says it.
     std::string failure;               // Why the data ends there before its end was found; empty when all is well.
+    std::int64_t inflated = 0;         // Bytes, to find the end; to be charged as far as nobody takes them.
     bool hasContent = false;           // Whether `content` is all of the unpacked data that can be had.
     std::vector<std::string> content;  // In pieces.
 };
 
-// The data begins at `start`. Output that is inflated and dropped is charged to the scan's budget, and so are the bytes
-// that are searched.
+// The data begins at `start`. No search goes further than what is left of the scan's budget for work that comes to
+// nothing, and one that would throws OutOfBudgetException "Out of budget". One that ends is charged only if no end was
+// found; but see `inflated`.
 ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start);
 // The end is where a data descriptor agrees with the distance from the start and, for a stored entry, with the data's
 // checksum; without one, the end of the buffer.

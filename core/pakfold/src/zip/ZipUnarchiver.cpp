@@ -3,6 +3,7 @@
 #include <climits>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "EntryStreams.h"
 #include "IOUtils.h"
@@ -26,6 +27,35 @@ class FinalFailure : public ArchivingException {
 public:
     using ArchivingException::ArchivingException;
 };
+
+// What was inflated to find an entry's end costs as much of the budget as nobody takes of it.
+class LookAheadCost {
+public:
+    explicit LookAheadCost(std::int64_t inflatedBytes) : _bytes(inflatedBytes) {}
+    LookAheadCost(const LookAheadCost&) = delete;
+    LookAheadCost& operator=(const LookAheadCost&) = delete;
+    // Without a throw, since something else is being thrown if this has not been settled.
+    ~LookAheadCost() { static_cast<void>(ScanBudget::takeDiscardedBytes(_bytes)); }
+
+    void settle(std::int64_t takenBytes) {
+        ScanBudget::chargeDiscardedBytes(std::max<std::int64_t>(std::exchange(_bytes, 0) - takenBytes, 0));
+    }
+
+private:
+    std::int64_t _bytes;
+};
+
+// The signature of the record that follows, 0 where nothing does.
+std::uint32_t peekSignature(InputStream& in) {
+    std::array<char, kMarkerSize> bytes{};
+    IOUtils::peekFull(in, bytes.data(), kMarkerSize);
+    return IOUtils::readUInt(bytes.data());
+}
+
+// A split archive, also one that fitted one volume in the end, has a marker in front of its first local header.
+bool isSplitMarker(std::uint32_t signature) {
+    return signature == ZipConstants::SPHSIG || signature == ZipConstants::EXTSIG;
+}
 
 int clampedSize(std::int64_t size) { return static_cast<int>(std::min<std::int64_t>(size, INT_MAX)); }
 
@@ -53,13 +83,10 @@ ZipUnarchiver::~ZipUnarchiver() = default;
 
 bool ZipUnarchiver::checkFormat(InputStream& in) {
     std::array<char, 2 * kMarkerSize> bytes{};
-    in.mark(static_cast<int>(bytes.size()));
-    IOUtils::readFull(in, bytes.data(), static_cast<int>(bytes.size()));
-    in.reset();
+    IOUtils::peekFull(in, bytes.data(), static_cast<int>(bytes.size()));
     const std::uint32_t first = IOUtils::readUInt(bytes.data());
-    if (first == ZipConstants::LOCSIG) return true;
-    const bool marker = first == ZipConstants::SPHSIG || first == ZipConstants::EXTSIG;
-    return marker && IOUtils::readUInt(bytes.data() + kMarkerSize) == ZipConstants::LOCSIG;
+    return first == ZipConstants::LOCSIG ||
+           (isSplitMarker(first) && IOUtils::readUInt(bytes.data() + kMarkerSize) == ZipConstants::LOCSIG);
 }
 
 void ZipUnarchiver::start() {
@@ -95,11 +122,7 @@ void ZipUnarchiver::restart() {
 }
 
 void ZipUnarchiver::skipSplitMarker() {
-    _in->mark(kMarkerSize);
-    std::array<char, kMarkerSize> bytes{};
-    IOUtils::readFull(*_in, bytes.data(), kMarkerSize);
-    const std::uint32_t first = IOUtils::readUInt(bytes.data());
-    if (first != ZipConstants::SPHSIG && first != ZipConstants::EXTSIG) _in->reset();
+    if (isSplitMarker(peekSignature(*_in))) _in->skip(kMarkerSize);
 }
 
 void ZipUnarchiver::walk() {
@@ -121,9 +144,15 @@ bool ZipUnarchiver::processNext() {
     ZipEntryInfo entry;
     fill(entry, extent);
     int action = kActionSkip;
-    const std::unique_ptr<OutputStream> out = offer(entry, extent, action);
+    LookAheadCost cost(extent.inflated);
+    const std::unique_ptr<OutputStream> out = _entries.processEntry(&entry, action);
     if (action == kActionAbort) kZipUnit.raise<FinalFailure>("Archiving aborted");
-    if (_info.hasDataDescriptor() || _info.compressedSize > 0) moveData(entry, extent, action, out.get());
+    if (_info.hasDataDescriptor() || _info.compressedSize > 0) {
+        const std::int64_t end = _in->position() + extent.packedSize;
+        cost.settle(moveData(entry, extent, action, out.get()));
+        if (!extent.failure.empty()) kZipUnit.raise<ArchivingException>(extent.failure);
+        if (extent.known) _in->skipTo(end);
+    }
     if (_info.hasDataDescriptor()) {
         _info.readDataDescriptor(*_in);
         entry.compressedSize = _info.compressedSize;
@@ -167,27 +196,16 @@ void ZipUnarchiver::fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const
     if (_info.method == ZipConstants::DEFLATED) entry.algorithm = kAlgorithmDeflate;
 }
 
-// A processor that ends the walk does not take the content either.
-std::unique_ptr<OutputStream> ZipUnarchiver::offer(ZipEntryInfo& entry, const ZipDataExtent& extent, int& action) {
-    try {
-        return _entries.processEntry(&entry, action);
-    } catch (...) {
-        if (extent.hasContent) static_cast<void>(ScanBudget::takeDiscardedBytes(extent.unpackedSize));
-        throw;
-    }
-}
-
-// Carries out the action and leaves the stream behind the entry's data, if its end is known.
-void ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExtent& extent, int action, OutputStream* out) {
-    const std::int64_t end = _in->position() + extent.packedSize;
+// Carries out the action. Returns how many bytes somebody took of what the data unpacks to.
+std::int64_t ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExtent& extent, int action,
+                                     OutputStream* out) {
     const bool unpacks = out && action == kActionDecompress;
-    // Content that was inflated to find its end and that nobody takes.
-    if (!unpacks && extent.hasContent) ScanBudget::chargeDiscardedBytes(extent.unpackedSize);
+    TakenOutputStream taking(out);
     try {
         if (unpacks) {
-            unpack(entry, extent, *out);
+            unpack(entry, extent, taking);
         } else if (out && action == kActionCopy) {
-            copyStored(extent, *out);
+            copyStored(extent, taking);
         } else {
             passOver(extent);
         }
@@ -198,17 +216,21 @@ void ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExtent& ext
     } catch (CompressionException& failure) {
         kZipUnit.raise<ArchivingException>(failure.getMessage());
     }
-    if (!extent.failure.empty()) kZipUnit.raise<ArchivingException>(extent.failure);
-    if (extent.known) _in->skipTo(end);
+    return unpacks ? taking.taken() : 0;
 }
 
 void ZipUnarchiver::unpack(const ZipEntryInfo& entry, const ZipDataExtent& extent, OutputStream& out) {
-    if (entry.algorithm == kAlgorithmStored) {
-        copyStored(extent, out);
-    } else if (entry.algorithm == kAlgorithmDeflate) {
-        unpackDeflated(extent, out);
-    } else {
-        kZipUnit.raise<ArchivingException>("Unknown algorithm: " + std::to_string(_info.method) + " in zip");
+    switch (entry.algorithm) {  // Which the processor may have changed.
+        case kAlgorithmStored:
+            return copyStored(extent, out);
+        case kAlgorithmDeflate:
+            return unpackDeflated(extent, out);
+        case kAlgorithmShrink:
+            kZipUnit.raise<ArchivingException>("SHRINK algorithm unimplemented");
+        case kAlgorithmImplode:
+            kZipUnit.raise<ArchivingException>("IMPLODE algorithm unimplemented");
+        default:
+            kZipUnit.raise<ArchivingException>("Unknown algorithm: " + std::to_string(_info.method) + " in zip");
     }
 }
 
@@ -232,15 +254,15 @@ void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& ou
         for (const std::string& piece : extent.content) out.write(piece.data(), static_cast<int>(piece.size()));
         return;
     }
-    DeflateDecompressor inflate(true, _decompression);
-    if (extent.known && extent.failure.empty()) {
-        inflate.decompress(*_in, extent.packedSize, out);
-    } else if (extent.known) {
-        inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, out);
-    } else {
-        CutOffOutputStream cutOff(&out);  // The end shows only once all has been inflated.
-        inflate.decompress(*_in, DeflateDecompressor::kUnknownSize, cutOff);
+    if (!extent.known) {
+        CutOffOutputStream cutOff(&out, _decompression);  // The end shows only once all has been inflated.
+        DeflateDecompressor(true, nullptr).decompress(*_in, DeflateDecompressor::kUnknownSize, cutOff);
+        return;
     }
+    // Where the end is not known for sure, damaged data is read as far as it goes.
+    const bool isSound = extent.failure.empty();
+    DeflateDecompressor(true, _decompression)
+        .decompress(*_in, isSound ? extent.packedSize : DeflateDecompressor::kUnknownSize, out);
 }
 
 // The data of an entry whose end is not known has to be decoded.

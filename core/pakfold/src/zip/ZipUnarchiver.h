@@ -60,8 +60,7 @@ private:
     void skipSplitMarker();
     void findExtent(ZipDataExtent& extent) const;
     void fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const;
-    std::unique_ptr<OutputStream> offer(ZipEntryInfo& entry, const ZipDataExtent& extent, int& action);
-    void moveData(const ZipEntryInfo& entry, const ZipDataExtent& extent, int action, OutputStream* out);
+    std::int64_t moveData(const ZipEntryInfo& entry, const ZipDataExtent& extent, int action, OutputStream* out);
     void unpack(const ZipEntryInfo& entry, const ZipDataExtent& extent, OutputStream& out);
     void copyStored(const ZipDataExtent& extent, OutputStream& out);
     void unpackDeflated(const ZipDataExtent& extent, OutputStream& out);
