@@ -135,7 +135,9 @@ void ZipUnarchiver::walk() {
 bool ZipUnarchiver::processNext() {
     _headerStart = _in->position();
     _in->mark(ZipConstants::LOCHDR);
+    ++_membersMet;  // Also one that cannot be read.
     if (!_info.read(*_in, false)) {
+        --_membersMet;
         _in->reset();
         return false;
     }
@@ -277,13 +279,33 @@ void ZipUnarchiver::passOver(const ZipDataExtent& extent) {
 }
 
 void ZipUnarchiver::finish() {
+    if (!startsDirectory(peekSignature(*_in))) {
+        kDiag.at().err("Zip walk ended behind <%s>: neither an entry nor the directory follows", _info.name.c_str());
+    }
     _info.readCentralDirs(*_in, static_cast<int>(_flags - 1));
-    _info.end.read(*_in);
+    if (!_info.end.read(*_in) && _buffer) readEndFromBuffer();
+    tellOfMissedMembers();
     ZipEntryInfo last;
     int action = kActionSkip;
     _entries.processEntry(&last, action);
     _entries.endUnarchiving();
     _entries.releaseSession();
+}
+
+// What stands between the walk and the end record may be unknown; that members are missing can be told all the same.
+void ZipUnarchiver::readEndFromBuffer() {
+    const long position = ZipEndCentralDir::findPos(*_buffer);
+    BufferBaseInputStream in(_buffer, position);
+    if (position > 0) _info.end.read(in);
+}
+
+void ZipUnarchiver::tellOfMissedMembers() const {
+    constexpr unsigned kCountedElsewhere = 0xFFFF;  // By ZIP64.
+    std::int64_t counted = _info.end.entryCount == kCountedElsewhere ? 0 : _info.end.entryCount;
+    counted = std::max(counted, static_cast<std::int64_t>(_info.centralDirs.size()));
+    if (counted <= _membersMet) return;
+    kDiag.at().err("Zip directory counts %lld entries, of which %lld were not met", static_cast<long long>(counted),
+                   static_cast<long long>(counted - _membersMet));
 }
 
 }  // namespace ZOV_SPACE

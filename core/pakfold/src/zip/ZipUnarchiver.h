@@ -66,6 +66,8 @@ private:
     void unpackDeflated(const ZipDataExtent& extent, OutputStream& out);
     void passOver(const ZipDataExtent& extent);
     void finish();
+    void readEndFromBuffer();
+    void tellOfMissedMembers() const;
 
     BufferBase* _buffer = nullptr;  // Null: the source is a stream.
     std::unique_ptr<InputStream> _bufferStream;
@@ -74,6 +76,7 @@ private:
     DecompressProcessor* _decompression;
     unsigned _flags;
     std::int64_t _headerStart = 0;  // Of the current entry.
+    std::int64_t _membersMet = 0;
     ZipInfo _info;
 };
 
