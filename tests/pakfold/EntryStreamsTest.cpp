@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <span>
 #include <string>
 
 #include "support/EntryCollector.h"
@@ -28,7 +29,7 @@ TEST(EntryStreams, thePumpCopiesAsManyBytesAsWereAskedFor) {
     EXPECT_EQ(thrownBy([&] { in.mark(1); }) + thrownBy([&] { in.reset(); }), "UnimplementedUnimplemented");
 }
 
-TEST(EntryStreams, whatIsDroppedCountsAgainstTheBudget) {
+TEST(EntryStreams, whatIsTakenOrDroppedCountsAgainstTheBudget) {
     ScanBudget budget;
     const ScanBudget::Scope scope(budget);
     EntryCollector entries;
@@ -46,6 +47,21 @@ TEST(EntryStreams, whatIsDroppedCountsAgainstTheBudget) {
     EXPECT_EQ(nothing.write('3'), 1);
     EXPECT_EQ(thrownBy<OutOfBudgetException>([&] { sink.write("4", 1); }), "Out of budget");
     EXPECT_EQ(thrownBy<OutOfBudgetException>([&] { nothing.write('5'); }), "Out of budget");
+
+    struct : StringOutputStream {  // Lends what is never looked at.
+        std::span<char> lendSpace() override { return space; }
+        void commitSpace(long n) override { committed += n; }
+        char space[8];
+        long committed = 0;
+    } lender;
+    TakenOutputStream taken(&lender);
+    ScanBudget::chargeTakenBytes(ScanBudget::kTakenBytes - 6);
+    taken.write('a');
+    taken.write("bc", 2);
+    EXPECT_EQ(taken.lendSpace().size(), 8U);
+    taken.commitSpace(3);
+    EXPECT_EQ(thrownBy<OutOfBudgetException>([&] { taken.commitSpace(1); }), "Out of budget");
+    EXPECT_EQ(lender.getString() + std::to_string(lender.committed + taken.taken()), "abc9");
 }
 
 }  // namespace
