@@ -1,3 +1,6 @@
+// Integers are put together from single bytes, so that neither the machine's byte order nor alignment matters, and from
+// no more bytes than they have, so that a stream is never read further than the integer. What looks ahead does so under
+// a mark and puts the stream back on every way out.
 #include "IOUtils.h"
 
 #include <algorithm>

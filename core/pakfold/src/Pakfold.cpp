@@ -7,7 +7,7 @@ namespace {
 
 constexpr ThrowUnit kUnit{"Pakfold"};
 
-// Lines that hosts know.
+// The lines that the exceptions name; fixed, wherever the code moves.
 constexpr int kEncodeLine = 130;
 constexpr int kDecodeLine = 160;
 constexpr int kDecompressLine = 296;

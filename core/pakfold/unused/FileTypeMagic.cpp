@@ -1,3 +1,5 @@
+// Most tests compare a few bytes at a fixed place. Texts have no such magic: they are judged by the kinds of bytes that
+// their beginning has, and HTML by its first tag.
 #include <algorithm>
 #include <array>
 #include <cstring>

@@ -1,3 +1,9 @@
+// zlib inflates (RFC 1951; RFC 1950 for the frame round it); what is done here is to carry bytes to it and from it.
+//
+// Input is taken a piece at a time, each behind a mark. zlib finds the end of the data itself, usually in the middle of
+// a piece; if nobody else knows where it is, the stream is put back to the mark and moved to just behind what zlib
+// used. Output goes straight into the memory of a stream that lends it, which spares a copy. Other streams, and every
+// stream when a processor is to be asked, are written in pieces of one size.
 #include "zip/DeflateDecompressor.h"
 
 #include <zlib.h>

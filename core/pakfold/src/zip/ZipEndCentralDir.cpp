@@ -1,3 +1,6 @@
+// The end record stands at the end of the archive, but for a comment of up to 64 KiB (APPNOTE.TXT, "End of central
+// directory record"). It is searched for backwards, in blocks, so that the last place that looks like it is found
+// first.
 #include "zip/ZipEndCentralDir.h"
 
 #include <algorithm>

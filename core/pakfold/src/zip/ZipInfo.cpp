@@ -1,3 +1,6 @@
+// Records are read whole into memory and their fields picked from there (APPNOTE.TXT, "Local file header"). The
+// header's fixed part has the sizes in 4 bytes each; ZIP64 puts longer ones into a block of the extra field, which is a
+// row of blocks: an identifier and a length of 2 bytes each, then the content.
 #include "zip/ZipInfo.h"
 
 #include <algorithm>

@@ -1,3 +1,18 @@
+// A ZIP archive is a row of entries, each a local header with its data behind it, then the central directory with one
+// record for each entry, then the end record (APPNOTE.TXT, "Overall .ZIP file format"). Most readers begin at the end
+// and go by the directory. This walk goes by the local headers: it finds entries that the directory hides, it works on
+// a stream, and an archive that was cut off still gives up what is in front of the cut. The price is that the walk must
+// know where each entry's data ends before it can see the next header:
+//
+//  - The local header gives the packed size, or the ZIP64 extra field does (ZipInfo).
+//  - Or the header leaves it to a descriptor behind the data. Over a buffer a second stream then looks ahead
+//    (ZipDataExtent) before the entry is offered, because whoever is offered an entry decides by its sizes. On a stream
+//    nobody can look ahead, and the data is decoded to find out.
+//
+// Wherever the end is known the walk stands there afterwards, whatever unpacking made of the data, so that one damaged
+// entry costs that entry only. Where it is not, or when the header itself is no good, the walk is taken up once, at the
+// next local header that a search finds. Every way in which it ends too early leaves a line for the host, and so do
+// entries that the directory counts and the walk did not meet.
 #include <algorithm>
 #include <array>
 #include <climits>

@@ -25,11 +25,17 @@ public:
     bool process(const ArchiveEntryInfo* entry) override;  // true
 };
 
-// Walks one archive, in the order of the local headers; the central directory is read but not used.
+// Walks one archive, in the order of the local headers; the central directory only serves to tell whether entries were
+// missed.
 //
 // - The source is borrowed and must support marks. Over a buffer the size of an entry whose sizes follow its data is
-//   found by looking ahead, before the entry is offered; what is inflated for that and dropped counts against the
-//   scan's budget. If the data is damaged, the entry is offered with the sizes up to there.
+//   found by looking ahead, before the entry is offered. If the data is damaged, the entry is offered with the sizes up
+//   to there.
+// - What the processor's streams take counts against the scan's budget, and so does what was looked at ahead and comes
+// to
+//   nothing. OutOfBudgetException ends the walk.
+// - A line tells the host of an entry that failed the walk, of a walk that ends in front of anything but the directory,
+//   and of entries that the directory counts and the walk did not meet.
 // - Behind the last entry an empty record is offered: no name, all numbers 0.
 // - When an entry fails the walk, it resumes once, with the next local header that can be found behind the entry's.
 //   What fails after that ends it with "failed to restart zip unarchiving".
