@@ -1,13 +1,13 @@
+// One table of tests, in the order in which they are tried, and two tables of hints, extensions and content types, that
+// point into it: a hint names a range of tests to try first. All else is looking rows up.
 #include "FileTypeIdent.h"
 
 #include <algorithm>
 #include <iterator>
 #include <optional>
 #include <string_view>
-#include <vector>
 
 #include "Text.h"
-#include "Utils.h"
 #include "io/BufferBase.h"
 #include "io/InputStream.h"
 
@@ -135,13 +135,18 @@ int identify(const char* head, int length, const std::string& fileName, const st
     return Ident::priorMatch(reinterpret_cast<const unsigned char*>(head), length, range->first, range->last);
 }
 
-constexpr const char* kBlanks = " \t\r\n";
+int codeOfExtension(std::string_view extension) {
+    const int row = rowOfExtension(extension);
+    return row < 0 ? Ident::kUnknown : kTests[kExtensions[row].test].code;
+}
 
-std::vector<std::string> trimmedPieces(const char* list) {
-    std::vector<std::string> pieces;
-    Utils::stringTokenizer(list, pieces, ",");
-    for (std::string& piece : pieces) StringHelper::trim(piece, kBlanks);
-    return pieces;
+template <class Predicate>
+bool anyInList(const char* list, Predicate holds) {
+    text::Fields fields(list, ",");
+    for (std::string_view field; fields.next(field);) {
+        if (!field.empty() && holds(text::trim(field))) return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -166,25 +171,17 @@ int FileTypeIdent::checkFileType(InputStream* in, const std::string& fileName, c
     return identify(head, length, fileName, contentType);
 }
 
-int FileTypeIdent::extToType(const char* extension) {
-    const int row = extension ? rowOfExtension(extension) : -1;
-    return row < 0 ? kUnknown : kTests[kExtensions[row].test].code;
-}
+int FileTypeIdent::extToType(const char* extension) { return extension ? codeOfExtension(extension) : kUnknown; }
 
 bool FileTypeIdent::isTypeInList(int code, const char* list) {
     if (code == kUnknown || !list) return false;
-    const auto pieces = trimmedPieces(list);
-    return std::any_of(pieces.begin(), pieces.end(),
-                       [=](const std::string& piece) { return extToType(piece.c_str()) == code; });
+    return anyInList(list, [=](std::string_view piece) { return codeOfExtension(piece) == code; });
 }
 
 bool FileTypeIdent::isExtInList(const char* extension, const char* list) {
     if (!extension || !*extension || !list) return false;
-    std::string wanted(extension);
-    StringHelper::trim(wanted, kBlanks);
-    const auto pieces = trimmedPieces(list);
-    return std::any_of(pieces.begin(), pieces.end(),
-                       [&](const std::string& piece) { return text::sameIgnoringCase(piece, wanted); });
+    const std::string_view wanted = text::trim(extension);
+    return anyInList(list, [=](std::string_view piece) { return text::sameIgnoringCase(piece, wanted); });
 }
 
 int FileTypeIdent::indexTypeTbl(const std::string& extension) { return rowOfExtension(extension); }
