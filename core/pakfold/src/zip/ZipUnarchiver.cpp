@@ -231,7 +231,8 @@ std::int64_t ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExt
     } catch (IOException& failure) {
         kZipUnit.raise<ArchivingException>(failure.getMessage());
     } catch (CompressionException& failure) {
-        kZipUnit.raise<ArchivingException>(failure.getMessage());
+        const bool isKnown = !extent.failure.empty();  // It is raised once what was taken has been settled.
+        if (!isKnown) kZipUnit.raise<ArchivingException>(failure.getMessage());
     }
     return unpacks ? taking.taken() : 0;
 }
