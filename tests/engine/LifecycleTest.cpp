@@ -177,8 +177,8 @@ TEST_F(LifecycleTest, scansInTheOrderRawMd5ThenCheckSumsThenNormalizedText) {
     EXPECT_EQ(log.taken(), (Lines{line(1393, "Can't open /gone"), line(1393, "Can't open [NULL]")}));
 }
 
-// A cancelled scan must not take the process with it, and must give its slot back.
-TEST_F(LifecycleTest, aCancelledScanLeavesTheEngineUsable) {
+// A cancelled call must not take the process with it, and must give back its slot and what it has opened.
+TEST_F(LifecycleTest, aCancelledCallLeavesTheEngineUsable) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers do not understand the unwinding of a cancelled thread";
 #else
@@ -186,16 +186,19 @@ TEST_F(LifecycleTest, aCancelledScanLeavesTheEngineUsable) {
     dir.write("a.hdb", md5Record("known", "Known"));
     dir.write("b.chk", startRecord("some text", "Sum"));
     dir.write("pattern_assistant.xml", kList);
-    const std::string path = samples.write("sample", "Some\ntext\n");
+    const std::string path = samples.write("sample", "Some\ntext\n"), folder = dir.path();
+    const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     ASSERT_EQ(load(dir), 0);
-    for (int turn = 0; turn < 100; ++turn) {
-        std::thread scanner([&] {
-            for (;;) verdictOf(path);
+    const auto openBefore = openFiles();
+    for (int turn = 0; turn < 200; ++turn) {
+        std::thread caller([&] {
+            for (std::string text;; reload(folder.c_str(), text)) verdictOf(path);
         });
-        std::this_thread::sleep_for(std::chrono::microseconds(turn * 20));
-        ASSERT_EQ(pthread_cancel(scanner.native_handle()), 0);
-        scanner.join();
+        std::this_thread::sleep_for(std::chrono::microseconds(turn * 10));
+        ASSERT_EQ(pthread_cancel(caller.native_handle()), 0);
+        caller.join();
     }
+    EXPECT_EQ(openFiles(), openBefore);
     for (int i = 0; i < 2; ++i) EXPECT_EQ(loadAnew(dir), 0) << message;
 #endif
 }
