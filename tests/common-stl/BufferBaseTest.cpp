@@ -1,4 +1,5 @@
-// One contract, every buffer: each storage and each forwarding buffer must behave like a std::string.
+// One contract, every buffer: each storage and each forwarding buffer must behave like a std::string. Then what each of
+// them adds to that.
 #include "io/BufferBase.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <random>
 #include <thread>
+#include <tuple>
 
 #include "io/ContinuousMemBufferBase.h"
 #include "io/FileBufferBase.h"
@@ -129,21 +131,42 @@ TEST(BufferBase, behavesLikeAStringInEveryStorage) {
     SmartBufferBase::_barrier = barrier;
 }
 
-// Calls with positions that no content has.
-std::vector<std::function<void()>> callsOutside(BufferBase& buffer) {
-    static char byte;
-    return {[&] { buffer.read(-1); },          [&] { buffer.read(-1, &byte, 1); },
-            [&] { buffer.write(-1, "x", 1); }, [&] { buffer.cut(-1); },
-            [&] { buffer.cut(-1, 1); },        [&] { buffer.insert(-1, 'x'); },
-            [&] { buffer.truncate(-1); },      [&] { buffer.write(LONG_MAX - 1, "xy", 2); }};
-}
+// Every operation on content, at a position where it has one.
+struct Operation {
+    const char* name;
+    std::function<void(BufferBase&, long)> call;
+    bool placed = false;  // Has a position, which must not be negative.
+    bool grows = false;   // Makes the content longer at its end.
+    bool checks = false;  // A SmartBufferBase looks at its barrier before.
+};
+
+const Operation kOperations[] = {
+    {"read", [](BufferBase& b, long at) { b.read(at); }, true},
+    {"bulk read", [](BufferBase& b, long at) { b.read(at, std::string(1, ' ').data(), 1); }, true},
+    {"write", [](BufferBase& b, long at) { b.write(at, 'x'); }, true, true, true},
+    {"bulk write", [](BufferBase& b, long at) { b.write(at, "x", 1); }, true, true, true},
+    {"insert", [](BufferBase& b, long at) { b.insert(at, 'x'); }, true, true, true},
+    {"bulk insert", [](BufferBase& b, long at) { b.insert(at, "x", 1); }, true, true, true},
+    {"cut", [](BufferBase& b, long at) { b.cut(at); }, true},
+    {"bulk cut", [](BufferBase& b, long at) { b.cut(at, 1); }, true, false, true},
+    {"truncate", [](BufferBase& b, long at) { b.truncate(at); }, true},
+    {"append", [](BufferBase& b, long) { b.append('x'); }, false, true, true},
+    {"bulk append", [](BufferBase& b, long) { b.append("x", 1); }, false, true},
+    {"view", [](BufferBase& b, long at) { b.view(at); }},
+    {"size", [](BufferBase& b, long) { static_cast<void>(b.getSize()); }},
+};
 
 TEST(BufferBase, keepsTheCommonRulesInEveryStorage) {
     for (Subject& subject : allBuffers()) {
         SCOPED_TRACE(subject.name);
         BufferBase& buffer = *subject.buffer;
         char byte = 0;
-        for (const auto& call : callsOutside(buffer)) EXPECT_EQ(thrownBy(call), kOutOfBound);
+        for (const Operation& operation : kOperations) {
+            const std::string error = operation.placed ? kOutOfBound : "<nothing>";
+            EXPECT_EQ(thrownBy([&] { operation.call(buffer, -1); }), error) << operation.name;
+        }
+        buffer.truncate(0);
+        EXPECT_EQ(thrownBy([&] { buffer.write(LONG_MAX - 1, "xy", 2); }), kOutOfBound);
         EXPECT_EQ(buffer.write(10, "ab", 2), 2);
         EXPECT_EQ(buffer.write(100, nullptr, 5) + buffer.write(100, "x", 0) + buffer.insert(100, "x", -1), 0);
         EXPECT_EQ(buffer.append(nullptr, 5) + buffer.append("x", -1) + buffer.cut(0, 0), 0);
@@ -168,9 +191,10 @@ TEST(BufferBase, saysBrokenWhenTheStorageCouldNotBeMade) {
         std::make_unique<ContinuousMemBufferBase>(INT_MAX), SmartBufferBase::viewOf(0, -1)};
     for (const auto& buffer : broken) {
         EXPECT_TRUE(!buffer->isValid() && buffer->getSize() == 0 && buffer->view(0).empty());
-        auto calls = callsOutside(*buffer);
-        calls.insert(calls.end(), {[&] { buffer->append('x'); }, [&] { buffer->append("x", 1); }});
-        for (const auto& call : calls) EXPECT_EQ(thrownBy(call), "Broken BufferBase") << &buffer - broken;
+        for (const Operation& operation : kOperations) {
+            const std::string error = operation.placed || operation.grows ? "Broken BufferBase" : "<nothing>";
+            EXPECT_EQ(thrownBy([&] { operation.call(*buffer, 0); }), error) << operation.name << &buffer - broken;
+        }
     }
 }
 
@@ -225,40 +249,20 @@ TEST(FileBufferBase, namesItsFileAndRemovesNoOther) {
     EXPECT_EQ(thrownBy([] { FileBufferBase().close(); }), text);
 }
 
-TEST(FileBufferBase, mayBeClosedAndOpenedWhileOthersUseIt) {
-    FileBufferBase buffer("/tmp");
-    const std::function<void()> calls[] = {[&] { buffer.append("xy", 2); }, [&] { buffer.insert(0, 'x'); },
-                                           [&] { buffer.read(0); },         [&] { buffer.getFileDescriptor(); },
-                                           [&] { buffer.truncate(0); },     [&] { buffer.flush(); }};
-    for (const auto& call : calls) {
-        std::atomic<bool> done = false;
-        std::thread reopening([&] {
-            for (int i = 0; i < 300; ++i) buffer.close(), buffer.open();
-            done = true;
-        });
-        std::string error;
-        do error = thrownBy(call);
-        while (!done && (error == "<nothing>" || error == "Broken BufferBase"));
-        reopening.join();
-        EXPECT_TRUE(error == "<nothing>" || error == "Broken BufferBase") << &call - calls << error;
-    }
-}
-
 TEST(FileBufferBase, losesNoByteWhenTheFileCannotGrow) {
     const std::string added(10000, 'a');
     std::string content = numbered(60000);
     FileBufferBase buffer;
     buffer.append(content.data(), 60000);
+    const auto untilFull = [&] {
+        for (;; content += 'b') buffer.append('b');  // These wait for a while.
+    };
     const std::function<void()> calls[] = {
         [&] { buffer.append(added.data(), 10000); },
         [&] { buffer.write(55600, added.data(), 10000); },
         [&] { buffer.insert(5, added.data(), 10000); },
-        [&] {
-            for (;; content += 'b') buffer.append('b');
-        },  // These wait for a while.
-        [&] {
-            for (;; content += 'b') buffer.append('b');
-        },
+        untilFull,
+        untilFull,
         [&] { buffer.getFileDescriptor(); },
     };
     {
@@ -296,6 +300,138 @@ TEST(FileViewBufferBase, behavesLikeAStringAndLeavesTheFileAlone) {
     view.append('x');
     EXPECT_EQ(view.getSize(), 11) << "the copy is what could be read";
     EXPECT_TRUE(view.sourceFailed());
+}
+
+constexpr long kBarrier = 1048576;
+
+// Which storage a buffer has, by what it can tell: a file has a descriptor, a contiguous area an address.
+std::string storageOf(SmartBufferBase& buffer) {
+    if (!buffer.isValid()) return "none";
+    if (buffer.getFileDescriptor() >= 0) return "file";
+    return buffer.getMemAddress() ? "area" : "blocks";
+}
+
+TEST(SmartBufferBase, choosesTheStorageByPolicyAndAnnouncedSize) {
+    const std::pair<std::string, std::string> policies[] = {{"blocks", "blocks"}, {"blocks", "file"}, {"area", "area"},
+                                                            {"area", "file"},     {"file", "file"},   {"none", "none"}};
+    for (const auto& storages : policies) {
+        const auto policy = static_cast<BufferBasePolicy>(&storages - policies);
+        SmartBufferBase atBarrier(kBarrier, policy), beyondBarrier(kBarrier + 1, policy);
+        EXPECT_EQ(std::pair(storageOf(atBarrier), storageOf(beyondBarrier)), storages) << policy;
+    }
+}
+
+// The content is moved before an operation when it is beyond the barrier then; bulk appends never move it.
+TEST(SmartBufferBase, movesOnlyInTheOperationsThatCheckAndBeforeTheyWrite) {
+    for (const Operation& operation : kOperations) {
+        for (const auto policy : {kMemoryPolicy, kMemoryOrFilePolicy, kContinuousOrFilePolicy}) {
+            for (const long size : {kBarrier, 2 * kBarrier}) {
+                SmartBufferBase buffer(policy);
+                buffer.append(std::string(static_cast<std::size_t>(size), 'o').data(), static_cast<int>(size));
+                operation.call(buffer, kBarrier + 1);
+                const bool inFile = policy != kMemoryPolicy && operation.checks && size > kBarrier;
+                EXPECT_EQ(storageOf(buffer) == "file", inFile) << operation.name << policy << size;
+                EXPECT_EQ(buffer.read(kBarrier - 2), 'o');
+            }
+        }
+    }
+}
+
+TEST(SmartBufferBase, keepsItsContentWhenTheMoveFails) {
+    SmartBufferBase buffer;
+    buffer.append(std::string(2 * kBarrier, 'o').data(), 2 * kBarrier);
+    {
+        const FileSizeLimit limit(2 * kBarrier - 4096);
+        EXPECT_EQ(thrownBy([&] { buffer.append('x'); }), "File too large");
+    }
+    EXPECT_EQ(storageOf(buffer), "blocks");
+    EXPECT_EQ(buffer.getSize(), 2 * kBarrier);
+    buffer.append('x');
+    EXPECT_EQ(storageOf(buffer), "file");
+}
+
+template <class Call>
+std::string oversizeOf(Call call) {
+    return thrownBy<BufferBaseOverSizeException>(call);
+}
+
+// The limit is checked after what can grow the content; once the content is beyond it, every operation is refused.
+TEST(LimitedBufferBase, refusesWhatPassesTheLimitAndEverythingFromThenOn) {
+    const std::string exceeded = "BufferBase exceeded size limit";
+    for (const auto& [what, call, placed, grows, checks] : kOperations) {
+        for (const long limit : {3L, 0L, -1L}) {
+            MemBufferBase inner;
+            inner.append("abc", 3);
+            LimitedBufferBase buffer(&inner, limit);
+            EXPECT_EQ(oversizeOf([&] { buffer.write(2, "x", 1); }), "<nothing>");
+            EXPECT_EQ(oversizeOf([&, &c = call] { c(buffer, 3); }), grows && limit > 0 ? exceeded : "<nothing>")
+                << what;
+            EXPECT_EQ(inner.getSize() > 3, grows) << what << ": the operation was carried out";
+            if (limit < 3) continue;
+            oversizeOf([&] { buffer.append("xyz", 3); });
+            const long size = inner.getSize();
+            EXPECT_EQ(oversizeOf([&, &c = call] { c(buffer, 3); }), exceeded) << what;
+            EXPECT_EQ(inner.getSize(), size) << what;
+        }
+    }
+}
+
+// Tells when a read met the end of the content.
+class WatchedBuffer : public MemBufferBase {
+public:
+    int read(long pos) override {
+        const int byte = MemBufferBase::read(pos);
+        if (byte < 0) readAtEnd = true;
+        return byte;
+    }
+    std::atomic<bool> readAtEnd = false;
+};
+
+// A lost wake-up shows as a test that never ends.
+TEST(PipeBufferBase, wakesAReaderThatSleeps) {
+    constexpr int kEnd = -1, kThrown = -2;
+    const std::tuple<const char*, std::function<void(PipeBufferBase&)>, int> cases[] = {
+        {"write", [](PipeBufferBase& p) { p.write(0, 'x'); }, 'x'},
+        {"bulk write", [](PipeBufferBase& p) { p.write(0, "x", 1); }, 'x'},
+        {"bulk append", [](PipeBufferBase& p) { p.append("x", 1); }, 'x'},
+        {"the producer", [](PipeBufferBase& p) { p.getProducerOutputStream()->write('x'); }, 'x'},
+        {"the end of writing", [](PipeBufferBase& p) { p.closeWriting(); }, kEnd},
+        {"the producer's end", [](PipeBufferBase& p) { p.getProducerOutputStream()->close(); }, kEnd},
+        {"an append that throws", [](PipeBufferBase& p) { oversizeOf([&] { p.append("xy", 2); }); }, kThrown},
+    };
+    for (const auto& [why, call, expected] : cases) {
+        WatchedBuffer content;
+        LimitedBufferBase inner(&content, 1);
+        PipeBufferBase pipe(&inner);
+        int answer = kThrown;
+        std::thread reading([&] { oversizeOf([&] { answer = pipe.read(0); }); });
+        while (!content.readAtEnd) std::this_thread::yield();
+        pipe.cut(0, 0);  // The reader gives the lock up only to sleep.
+        call(pipe);
+        reading.join();
+        EXPECT_EQ(answer, expected) << why;
+    }
+}
+
+TEST(PipeBufferBase, waitsInBulkReadsAndDropsWhatAnIgnoredProducerWrites) {
+    MemBufferBase inner;
+    PipeBufferBase pipe(&inner);
+    PipeProducerOutputStream* const producer = pipe.getProducerOutputStream();
+    std::thread producing([&] {
+        for (int i = 0; i < 20000; ++i) producer->write(static_cast<char>(i));
+        producer->ignoreProducer();
+        EXPECT_EQ(producer->write("dropped"), 7);
+        producer->close();
+        pipe.closeWriting();
+    });
+    long received = 0;
+    char bytes[64];
+    for (int count; (count = pipe.read(received, bytes, 64)) > 0; received += count) {
+        ASSERT_EQ(bytes[count - 1], static_cast<char>(received + count - 1));
+    }
+    producing.join();
+    EXPECT_EQ(received, 20000);
+    EXPECT_EQ(thrownBy([&] { producer->write('x'); }), "Stream is already closed");
 }
 
 }  // namespace

@@ -5,12 +5,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <functional>
-#include <memory>
 #include <string>
 
 #include "io/FileBufferBase.h"
-#include "io/FileViewBufferBase.h"
+#include "io/FileIo.h"
 #include "io/InputStream.h"
 #include "support/TempDir.h"
 #include "unused/FileLock.h"
@@ -78,26 +76,21 @@ TEST_F(FileTest, removeAllLeavesWhatLinksPointToAndStopsAtItsDepth) {
 // What is opened on the library's own account is the owner's alone and not inherited by programs that the host starts.
 TEST(Descriptors, areTheirOwnersAloneAndNotInherited) {
     const TempDir directory;
-    const std::string path = directory / "made";
-    const std::function<std::shared_ptr<void>()> makers[] = {
-        [&] { return std::make_shared<OwnFd>(createAnonymousFile()); },
-        [&] { return std::make_shared<FileBufferBase>(); },
-        [&] { return std::make_shared<FileBufferBase>(directory.path().c_str()); },
-        [&] { return std::make_shared<FileOutputStream>(path.c_str()); },
-        [&] { return std::make_shared<FileLock>(path.c_str(), false); },
-        [&] { return std::make_shared<FileInputStream>(path.c_str()); },
-    };
+    const std::string path = directory / "made", lock = directory / "lock";
     const mode_t mask = ::umask(0);
-    for (const auto& make : makers) {
-        if (&make != std::end(makers) - 1) ::unlink(path.c_str());
-        const int fd = OwnFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)).get();  // The next to be given.
-        const auto opened = make();
+    const int first = OwnFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)).get();  // The next to be given.
+    const OwnFd anonymous = createAnonymousFile();
+    const FileBufferBase named(directory.path().c_str());
+    const FileOutputStream output(path.c_str());
+    const FileInputStream input(path.c_str());
+    const FileLock locked(lock.c_str(), false);
+    ::umask(mask);
+    for (int fd = first; fd < first + 5; ++fd) {
         struct stat status {};
         EXPECT_EQ(::fstat(fd, &status), 0);
-        EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC) << &make - makers;
-        EXPECT_EQ(status.st_mode & 07777, 0600u) << &make - makers;
+        EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC) << fd - first;
+        EXPECT_EQ(status.st_mode & 07777, 0600u) << fd - first;
     }
-    ::umask(mask);
 }
 
 }  // namespace
