@@ -1,5 +1,5 @@
-// A CRC is the remainder of the message, read as a polynomial over two elements, by a fixed one (ISO 3309 and ITU-T V.42
-// have this one). Bits come lowest first, so the register shifts right and the polynomial is written mirrored.
+// A CRC is the remainder of the message, read as a polynomial over two elements, by a fixed one (ISO 3309 and ITU-T
+// V.42 have this one). Bits come lowest first, so the register shifts right and the polynomial is written mirrored.
 //
 // Eight bytes per step: row k of the tables holds, for each byte value, what that byte has become in the register
 // after k further zero bytes. CRC is linear, so the eight bytes' shares can be looked up independently and combined.
