@@ -21,12 +21,7 @@ const std::set<int> kLoadCodes{0, VOLE_OUT_OF_MEMORY, VOLE_INVALID_PATTERN, VOLE
 template <class Attempt>
 void failInTurn(const std::string& what, unsigned atLeast, Attempt attempt) {
     for (const bool lasting : {false, true}) {
-        const unsigned failed = faults::inTurn({Target::allocations, 0, lasting}, [&](const Plan& plan) {
-            const unsigned met = attempt(plan);
-            if (!testing::Test::HasFailure()) return met;
-            ADD_FAILURE() << what << ", allocation " << plan.first << ", lasting " << lasting;
-            return faults::kStop;
-        });
+        const unsigned failed = faults::inTurn(what, {Target::allocations, 0, lasting}, attempt);
         std::cout << "[   FAULTS ] " << what << ": " << failed << " allocations failed in turn"
                   << (lasting ? ", with all behind" : "") << "\n";
         ASSERT_GT(failed, atLeast);

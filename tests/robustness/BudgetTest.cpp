@@ -2,14 +2,13 @@
 // with the default limits and without any. What is twice as large may need twice as much, or as much when a limit ends
 // it.
 #include <malloc.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 
-#include <csignal>
 #include <iostream>
 
 #include "Scene.h"
 #include "support/EngineTest.h"
+#include "support/FileSizeLimit.h"
 #include "support/OwnProcess.h"
 
 namespace {
@@ -17,6 +16,8 @@ namespace {
 using scene::rarEntry;
 using scene::rarOf;
 using scene::zipOf;
+using ZOV_SPACE::filterOf;
+using ZOV_SPACE::kFilterHead;
 using ZOV_SPACE::PpmEncoder;
 using ZOV_SPACE::RarEncoder;
 using enum ZOV_SPACE::VmOperation;
@@ -38,28 +39,10 @@ constexpr double kGrowth = 2.5;
 constexpr double kNoiseSeconds = 0.3;
 constexpr double kNoiseMemory = 16;
 
-// A number from one of the files about the process.
-double numberIn(const char* file, const std::string& behind) {
-    std::ifstream stream(file);
-    std::string word;
-    while (word != behind && stream >> word) continue;
-    double number = 0;
-    stream >> number;
-    return number;
-}
-
 struct Use {
-    double seconds = 0;  // Of processor time.
-    double memory = 0;   // MiB.
+    double seconds;  // Of processor time.
+    double memory;   // MiB, the most at any time.
 
-    // So far; that of memory is the most since setLimits().
-    static Use now() {
-        rusage used{};
-        ::getrusage(RUSAGE_SELF, &used);
-        const auto micros = static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec);
-        return {static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) + micros / 1e6,
-                numberIn("/proc/self/status", "VmHWM:") / 1024};
-    }
     bool isTwice(const Use& half) const {
         return (seconds <= kGrowth * half.seconds || seconds - half.seconds < kNoiseSeconds) &&
                (memory <= kGrowth * half.memory || memory - half.memory < kNoiseMemory);
@@ -127,7 +110,7 @@ std::string endlessPrograms(int n) {
     program.dword(inc, ZOV_SPACE::reg(0)).jump(jmp, 0);
     RarEncoder encoder(29);
     for (int i = 0; i < 400; ++i) {
-        scene::addFilter(encoder, program.build(), 20);
+        encoder.filter(kFilterHead, filterOf(0, 0, 20, program.build()));
         encoder.text("some bytes for one program, and then ");
     }
     const std::string packed = encoder.finish();
@@ -141,7 +124,7 @@ std::string endlessPrograms(int n) {
 std::string filterFlood(int n) {
     RarEncoder encoder(29);
     const auto program = ZOV_SPACE::standInProgram(ZOV_SPACE::kFilterE8);
-    for (int i = 0; i < 1500 * n; ++i) scene::addFilter(encoder, program, 0x3C000 - 1);
+    for (int i = 0; i < 1500 * n; ++i) encoder.filter(kFilterHead, filterOf(0, 0, 0x3C000 - 1, program));
     encoder.literal('\xE8');
     for (int i = 0; i < 1750 * n; ++i) encoder.match(1, 258);
     const std::string packed = encoder.finish();
@@ -184,7 +167,7 @@ std::string treeOfZips(int n) {
 // copies and so take no room.
 std::string ppmChain(int n) {
     PpmEncoder encoder(16, 1);
-    const std::string line = scene::words(1200);
+    const std::string line = scene::words(2600);
     std::size_t size = 0;
     for (; size + line.size() < (1 << 20); size += line.size()) encoder.text(line);
     const std::string packed = encoder.finish();
@@ -203,22 +186,26 @@ std::string longDirectory(int n) {
     return zip.entries() + directory.archive().substr(directory.entries().size());
 }
 
+std::string joined(int n, std::string (*make)(int i)) {
+    std::string all;
+    for (int i = 0; i < n; ++i) all += make(i);
+    return all;
+}
+
 std::string digests(int n) {
-    std::string lines;
-    for (int i = 0; i < 20'000 * n; ++i) lines += md5Record(std::to_string(i), "Name");
-    return lines;
+    return joined(20'000 * n, [](int i) { return md5Record(std::to_string(i), "Name"); });
 }
 
 std::string checkSums(int n) {
-    std::string lines;
-    for (int i = 0; i < 20'000 * n; ++i) lines += startRecord("start" + std::to_string(i), "Name");
-    return lines;
+    return joined(20'000 * n, [](int i) { return startRecord("start" + std::to_string(i), "Name"); });
 }
+
+std::string lineFeeds(int n) { return std::string(static_cast<std::size_t>(n) << 22, '\n'); }
 
 struct Row {
     const char* name;
     std::string (*make)(int n);
-    double memory = 448;             // MiB that the larger one may take.
+    double memory = 512;             // MiB that the larger one may take.
     const char* loadedAs = nullptr;  // A file of signatures, with that end of its name, instead of one to scan.
 };
 
@@ -228,8 +215,8 @@ const Row kRows[] = {
     {"fullWorkList", fullWorkList},
     {"lookAheadZipBomb", lookAheadBomb},
     {"storedWithoutDescriptors", withoutDescriptors},
-    {"tinyMembers", [](int n) { return tinyMembers(10'000 * n); }, 24},
-    {"treeOfZips", treeOfZips, 160},
+    {"tinyMembers", [](int n) { return tinyMembers(10'000 * n); }, 64},
+    {"treeOfZips", treeOfZips, 200},
     {"longDirectory", longDirectory},
     {"solidRarBomb", solidBomb},
     {"largestPpmHeap", ppmBomb},
@@ -237,10 +224,10 @@ const Row kRows[] = {
     {"ppmChain", ppmChain},
     {"endlessVmPrograms", endlessPrograms},
     {"filterFlood", filterFlood},
-    {"digests", digests, 16, ".hdb"},
-    {"checkSums", checkSums, 16, ".chk"},
-    {"emptyDigestLines", [](int n) { return std::string(static_cast<std::size_t>(n) << 22, '\n'); }, 16, ".hdb"},
-    {"emptyCheckSumLines", [](int n) { return std::string(static_cast<std::size_t>(n) << 22, '\n'); }, 16, ".chk"},
+    {"digests", digests, 64, ".hdb"},
+    {"checkSums", checkSums, 64, ".chk"},
+    {"emptyDigestLines", lineFeeds, 64, ".hdb"},
+    {"emptyCheckSumLines", lineFeeds, 64, ".chk"},
 };
 
 class Budget : public EngineTest {
@@ -271,37 +258,33 @@ private:
 
     // Within the budgets, in a process of its own.
     Use useOf(const std::string& path, const OptionValues& limits) {
-        void* const shared = ::mmap(nullptr, sizeof(Use), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        Use& use = *new (shared) Use;
-        inOwnProcess([&] {
-            if (_row.loadedAs) {
-                std::filesystem::copy_file(path, _patterns / ("x" + std::string(_row.loadedAs)));
-            } else {
-                ASSERT_EQ(load(_patterns), 0) << message;
-            }
-            VoleOptions::set(limits);
-            setLimits();
-            const Use before = Use::now();
-            std::string virus;
-            EXPECT_EQ(_row.loadedAs ? load(_patterns) : scanFile(path.c_str(), virus, message), 0) << message;
-            const Use after = Use::now();
-            use = {after.seconds - before.seconds, after.memory - before.memory};
-        });
-        const Use result = use;
-        ::munmap(shared, sizeof(Use));
-        return result;
+        rusage used{};
+        inOwnProcess([&] { spend(path, limits); }, &used);
+        const auto micros = static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec);
+        return {static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) + micros / 1e6,
+                static_cast<double>(used.ru_maxrss) / 1024};
+    }
+
+    void spend(const std::string& path, const OptionValues& limits) {
+        EXPECT_EQ(_row.loadedAs ? 0 : load(_patterns), 0) << message;
+        VoleOptions::set(limits);
+        setLimits();
+        if (_row.loadedAs) {
+            _patterns.write("x" + std::string(_row.loadedAs), TempDir::contentOf(path));
+            EXPECT_EQ(load(_patterns), 0) << message;
+        } else {
+            EXPECT_EQ(verdictOf(path), "0");
+        }
     }
 
     static void setLimits() {
         ::malloc_trim(0);
-        const auto addressSpace = static_cast<rlim_t>(numberIn("/proc/self/statm", "")) * 4096;
-        const rlimit memory{addressSpace + kMemory, RLIM_INFINITY}, time{kSeconds, kSeconds},
-            files{kDisk, RLIM_INFINITY};
+        rlim_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        const rlimit memory{pages * 4096 + kMemory, RLIM_INFINITY}, time{kSeconds, kSeconds};
         if (!kSanitized) ::setrlimit(RLIMIT_AS, &memory);
         ::setrlimit(RLIMIT_CPU, &time);
-        ::setrlimit(RLIMIT_FSIZE, &files);
-        ::signal(SIGXFSZ, SIG_IGN);
-        std::ofstream("/proc/self/clear_refs") << 5;  // The peak of memory begins anew.
+        static const ZOV_SPACE::FileSizeLimit disk(kDisk);
     }
 
     const Row& _row;

@@ -25,21 +25,21 @@ bool meets(Target target) {
     return plan.lasting ? calls >= plan.first : calls == plan.first;
 }
 
-bool refusesAllocation() {
+bool refusesMemory() {
     if (!meets(Target::allocations)) return false;
     errno = ENOMEM;
     return true;
 }
 
-bool refusesCall() {
+bool refuses() {
     if (meets(Target::moment)) plan.action();
     if (!meets(Target::calls)) return false;
     errno = plan.error;
     return true;
 }
 
-bool refusesTransfer() {
-    if (refusesCall()) return true;
+bool breaks() {
+    if (refuses()) return true;
     if (!meets(Target::interrupted)) return false;
     errno = EINTR;
     return true;
@@ -61,9 +61,9 @@ unsigned end() {
 
 }  // namespace faults
 
-using faults::refusesAllocation;
-using faults::refusesCall;
-using faults::refusesTransfer;
+using faults::breaks;
+using faults::refuses;
+using faults::refusesMemory;
 using faults::shortened;
 
 // The names are the linker's (--wrap) and the C library's.
@@ -76,7 +76,7 @@ void* __real_realloc(void* memory, std::size_t n);
 }
 
 namespace {
-void* allocated(std::size_t n) { return refusesAllocation() ? nullptr : __real_malloc(std::max<std::size_t>(n, 1)); }
+void* allocated(std::size_t n) { return refusesMemory() ? nullptr : __real_malloc(std::max<std::size_t>(n, 1)); }
 
 void* allocatedOrThrow(std::size_t n) {
     if (void* const memory = allocated(n)) return memory;
@@ -94,23 +94,17 @@ void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
 
 extern "C" {
-void* __wrap_malloc(std::size_t n) { return refusesAllocation() ? nullptr : __real_malloc(n); }
-void* __wrap_calloc(std::size_t count, std::size_t n) {
-    return refusesAllocation() ? nullptr : __real_calloc(count, n);
-}
-void* __wrap_realloc(void* memory, std::size_t n) { return refusesAllocation() ? nullptr : __real_realloc(memory, n); }
+void* __wrap_malloc(std::size_t n) { return refusesMemory() ? nullptr : __real_malloc(n); }
+void* __wrap_calloc(std::size_t count, std::size_t n) { return refusesMemory() ? nullptr : __real_calloc(count, n); }
+void* __wrap_realloc(void* memory, std::size_t n) { return refusesMemory() ? nullptr : __real_realloc(memory, n); }
 #else
 void* __libc_malloc(std::size_t n);
 void* __libc_calloc(std::size_t count, std::size_t n);
 void* __libc_realloc(void* memory, std::size_t n);
 
-void* malloc(std::size_t n) noexcept { return refusesAllocation() ? nullptr : __libc_malloc(n); }
-void* calloc(std::size_t count, std::size_t n) noexcept {
-    return refusesAllocation() ? nullptr : __libc_calloc(count, n);
-}
-void* realloc(void* memory, std::size_t n) noexcept {
-    return refusesAllocation() ? nullptr : __libc_realloc(memory, n);
-}
+void* malloc(std::size_t n) noexcept { return refusesMemory() ? nullptr : __libc_malloc(n); }
+void* calloc(std::size_t count, std::size_t n) noexcept { return refusesMemory() ? nullptr : __libc_calloc(count, n); }
+void* realloc(void* memory, std::size_t n) noexcept { return refusesMemory() ? nullptr : __libc_realloc(memory, n); }
 #endif
 
 void* __real_mmap64(void* at, std::size_t n, int protection, int flags, int fd, off_t offset);
@@ -131,44 +125,40 @@ ssize_t __real_write(int fd, const void* from, std::size_t n);
 ssize_t __real_pwrite64(int fd, const void* from, std::size_t n, off_t at);
 
 void* __wrap_mmap64(void* at, std::size_t n, int protection, int flags, int fd, off_t offset) {
-    if (refusesAllocation()) return reinterpret_cast<void*>(-1);
+    if (refusesMemory()) return reinterpret_cast<void*>(-1);
     return __real_mmap64(at, n, protection, flags, fd, offset);
 }
 int __wrap_open64(const char* path, int flags, mode_t mode) {
-    return refusesCall() ? -1 : __real_open64(path, flags, mode);
+    return refuses() ? -1 : __real_open64(path, flags, mode);
 }
 int __wrap_openat64(int folder, const char* path, int flags, mode_t mode) {
-    return refusesCall() ? -1 : __real_openat64(folder, path, flags, mode);
+    return refuses() ? -1 : __real_openat64(folder, path, flags, mode);
 }
-int __wrap_mkostemp64(char* path, int flags) { return refusesCall() ? -1 : __real_mkostemp64(path, flags); }
-int __wrap_fcntl64(int fd, int command, int argument) {
-    return refusesCall() ? -1 : __real_fcntl64(fd, command, argument);
-}
-int __wrap_fstat64(int fd, struct stat* status) { return refusesCall() ? -1 : __real_fstat64(fd, status); }
-int __wrap_stat64(const char* path, struct stat* status) { return refusesCall() ? -1 : __real_stat64(path, status); }
-int __wrap_ftruncate64(int fd, off_t length) { return refusesCall() ? -1 : __real_ftruncate64(fd, length); }
+int __wrap_mkostemp64(char* path, int flags) { return refuses() ? -1 : __real_mkostemp64(path, flags); }
+int __wrap_fcntl64(int fd, int command, int argument) { return refuses() ? -1 : __real_fcntl64(fd, command, argument); }
+int __wrap_fstat64(int fd, struct stat* status) { return refuses() ? -1 : __real_fstat64(fd, status); }
+int __wrap_stat64(const char* path, struct stat* status) { return refuses() ? -1 : __real_stat64(path, status); }
+int __wrap_ftruncate64(int fd, off_t length) { return refuses() ? -1 : __real_ftruncate64(fd, length); }
 int __wrap_posix_fallocate64(int fd, off_t offset, off_t length) {
-    return refusesCall() ? errno : __real_posix_fallocate64(fd, offset, length);
+    return refuses() ? errno : __real_posix_fallocate64(fd, offset, length);
 }
-DIR* __wrap_fdopendir(int fd) { return refusesCall() ? nullptr : __real_fdopendir(fd); }
-dirent* __wrap_readdir64(DIR* directory) { return refusesCall() ? nullptr : __real_readdir64(directory); }
-ssize_t __wrap_read(int fd, void* to, std::size_t n) {
-    return refusesTransfer() ? -1 : __real_read(fd, to, shortened(n));
-}
+DIR* __wrap_fdopendir(int fd) { return refuses() ? nullptr : __real_fdopendir(fd); }
+dirent* __wrap_readdir64(DIR* directory) { return refuses() ? nullptr : __real_readdir64(directory); }
+ssize_t __wrap_read(int fd, void* to, std::size_t n) { return breaks() ? -1 : __real_read(fd, to, shortened(n)); }
 ssize_t __wrap_pread64(int fd, void* to, std::size_t n, off_t at) {
-    return refusesTransfer() ? -1 : __real_pread64(fd, to, shortened(n), at);
+    return breaks() ? -1 : __real_pread64(fd, to, shortened(n), at);
 }
 ssize_t __wrap_preadv64(int fd, const iovec* pieces, int count, off_t at) {
-    if (refusesTransfer()) return -1;
+    if (breaks()) return -1;
     const std::size_t n = count > 0 ? shortened(pieces[0].iov_len) : 0;
     if (count < 1 || n == pieces[0].iov_len) return __real_preadv64(fd, pieces, count, at);
     return __real_pread64(fd, pieces[0].iov_base, n, at);
 }
 ssize_t __wrap_write(int fd, const void* from, std::size_t n) {
-    return refusesTransfer() ? -1 : __real_write(fd, from, shortened(n));
+    return breaks() ? -1 : __real_write(fd, from, shortened(n));
 }
 ssize_t __wrap_pwrite64(int fd, const void* from, std::size_t n, off_t at) {
-    return refusesTransfer() ? -1 : __real_pwrite64(fd, from, shortened(n), at);
+    return breaks() ? -1 : __real_pwrite64(fd, from, shortened(n), at);
 }
 
 }  // extern "C"

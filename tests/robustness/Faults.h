@@ -6,7 +6,9 @@
 #ifndef TESTS_ROBUSTNESS_FAULTS_H
 #define TESTS_ROBUSTNESS_FAULTS_H
 
-#include <climits>
+#include <gtest/gtest.h>
+
+#include <string>
 
 namespace faults {
 
@@ -36,16 +38,14 @@ constexpr unsigned kEach = 1000;  // So many fail one by one; further on, every 
 constexpr unsigned after(unsigned n) { return n < kEach ? n + 1 : n + n / 8; }
 
 // Calls attempt(plan) until a plan's first failure comes behind the last call; attempt() returns what end() said.
-// Returns how many plans there were with a failure, 0 when attempt() said that it is not to go on.
-constexpr unsigned kStop = UINT_MAX;
+// Returns how many plans there were with a failure. Ends with the first plan that a test fails under, and names it.
 template <class Attempt>
-unsigned inTurn(Plan plan, Attempt attempt) {
+unsigned inTurn(const std::string& what, Plan plan, Attempt attempt) {
     unsigned failed = 0;
-    for (plan.first = 1;; plan.first = after(plan.first)) {
+    for (plan.first = 1;; plan.first = after(plan.first), ++failed) {
         const unsigned met = attempt(plan);
-        if (met == kStop) return 0;
-        if (met < plan.first) return failed;
-        ++failed;
+        if (testing::Test::HasFailure()) ADD_FAILURE() << what << ", " << plan.first << ", lasting " << plan.lasting;
+        if (testing::Test::HasFailure() || met < plan.first) return failed;
     }
 }
 

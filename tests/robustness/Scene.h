@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/CapturedLog.h"
 #include "support/PeBuilder.h"
 #include "support/PpmEncoder.h"
 #include "support/RarBuilder.h"
@@ -74,22 +75,13 @@ inline std::string rarOf(const std::string& entries, bool solid = true) {
     return RarBuilder::marker() + RarBuilder::archive(solid ? 0x0008 : 0) + entries + RarBuilder::end();
 }
 
-// A filter of a program of its own over the first bytes that follow it.
-inline void addFilter(RarEncoder& encoder, const std::vector<unsigned char>& program, std::uint32_t length) {
-    ZOV_SPACE::RarBitWriter bits;
-    for (const std::uint32_t number : {0U, 0U, length, static_cast<std::uint32_t>(program.size())}) {
-        bits.putNumber(number);
-    }
-    for (const unsigned char byte : program) bits.put(byte, 8);
-    encoder.filter(0xA0, bits.bytes());  // With the program's number and the block's length.
-}
-
 inline std::string lzRar(unsigned version) {
     RarEncoder encoder(static_cast<int>(version));
     using enum ZOV_SPACE::VmOperation;
     if (version == 29) {
         // Changes the first byte, and leaves the rest.
-        addFilter(encoder, ZOV_SPACE::RarVmAssembler().byte(inc, ZOV_SPACE::at(0U)).dword(ret).build(), 16);
+        const auto program = ZOV_SPACE::RarVmAssembler().byte(inc, ZOV_SPACE::at(0U)).dword(ret).build();
+        encoder.filter(ZOV_SPACE::kFilterHead, ZOV_SPACE::filterOf(0, 0, 16, program));
     }
     encoder.text(words(200));
     encoder.match(100, 50);
@@ -140,26 +132,13 @@ inline std::vector<Content> contents() {
 }
 
 // Counts the error lines of its scope without allocating.
-class ErrorCount {
+class ErrorCount : public CapturedLog {
 public:
-    ErrorCount() {
-        count() = 0;
-        VoleDebugger record{1, [](const char*) { ++count(); }, {}};
-        setDebugger(&record);
-    }
-    ErrorCount(const ErrorCount&) = delete;
-    ErrorCount& operator=(const ErrorCount&) = delete;
-    ~ErrorCount() {
-        VoleDebugger silent{0, nullptr, {}};
-        setDebugger(&silent);
-    }
-    static unsigned taken() { return count().exchange(0); }
+    ErrorCount() : CapturedLog(kErrors, [](const char*) { ++_count; }) { _count = 0; }
+    static unsigned taken() { return _count.exchange(0); }
 
 private:
-    static std::atomic<unsigned>& count() {
-        static constinit std::atomic<unsigned> instance = 0;
-        return instance;
-    }
+    static inline std::atomic<unsigned> _count = 0;
 };
 
 }  // namespace scene

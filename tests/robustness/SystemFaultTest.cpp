@@ -37,21 +37,11 @@ protected:
         VoleOptions::set(any);
     }
 
-    // Runs attempt(plan), which returns the number of calls, under every plan of that kind.
-    template <class Attempt>
-    unsigned failInTurn(const std::string& what, const Plan& kind, Attempt attempt) {
-        return faults::inTurn(kind, [&](const Plan& plan) {
-            const unsigned met = attempt(plan);
-            if (!HasFailure()) return met;
-            ADD_FAILURE() << what << ", call " << plan.first << ", lasting " << plan.lasting;
-            return faults::kStop;
-        });
-    }
-    // The same of a scan, and one without a fault in between. `check` sees the verdict.
+    // A scan under every plan of that kind, and one without a fault in between. `check` sees the verdict.
     template <class Check>
     unsigned scanUnder(const std::string& path, const Plan& kind, Check check) {
         const auto descriptors = openDescriptors();
-        return failInTurn(path, kind, [&](const Plan& plan) {
+        return faults::inTurn(path, kind, [&](const Plan& plan) {
             errors.taken();
             faults::begin(plan);
             const std::string verdict = verdictOf(path);
@@ -130,7 +120,7 @@ TEST_F(SystemFaults, aReloadIsWholeOrFails) {
                              {Target::calls, 0, true, EMFILE},
                              {Target::interrupted},
                              {Target::shortened, 0, true}}) {
-        const unsigned failed = failInTurn("reload", kind, [&](const Plan& plan) {
+        const unsigned failed = faults::inTurn("reload", kind, [&](const Plan& plan) {
             const PatternSlot* const before = activeSlot;
             faults::begin(plan);
             const int code = loadAnew(two);
@@ -155,7 +145,7 @@ TEST_F(SystemFaults, aFileThatVanishesIsPassedOverAndADirectoryRefused) {
     for (const std::string name : {"a.hdb", "b.chk", ""}) {
         from = name.empty() ? two.path() : two / name;
         unsigned refused = 0;
-        const unsigned moments = failInTurn(name, {Target::moment}, [&](Plan plan) {
+        const unsigned moments = faults::inTurn(name, {Target::moment}, [&](Plan plan) {
             plan.action = [] { fs::rename(from, to); };
             faults::begin(plan);
             const int code = loadAnew(two);
