@@ -15,6 +15,7 @@ void run(std::string_view input) {
             (result == VOLE_INVALID_OPTION && values.maxEntries == kBefore && values.maxSize == kBefore));
     for (const int value : {values.maxEntries, values.maxRatio, values.maxLevelEntries, values.maxDepth}) {
         require(value >= 0);
+        note(std::to_string(value) + " ");
     }
 }
 
