@@ -4,9 +4,7 @@
 #define COMMON_STL_UTILS_H
 
 #include <cstddef>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace ZOV_SPACE {
@@ -45,12 +43,9 @@ public:
 
 class Utils {
 public:
-    // Field `index`, counting from 0, of a line whose fields are separated by runs of characters of `separators`:
-    // "a::b" has the fields a and b. Nothing when the field is missing or empty; it can only be empty at the start or
-    // the end of the line. The result is a part of `line`. Does not allocate.
-    static std::optional<std::string_view> field(std::string_view line, int index, std::string_view separators);
-
-    // The same as a new zero-terminated copy, which the caller releases with delete[]; null when there is none.
+    // Field `index`, counting from 0, of a line whose fields are separated by runs of characters of `separators`, as a
+    // new zero-terminated copy that the caller releases with delete[]. Null when the field is missing or empty; see
+    // text::Fields.
     static char* strToK(const char* line, int index, const char* separators);
 
     // The number in the first `length` bytes, in base 8, 16 or, for any other `base`, 10. Zero bytes and blanks before

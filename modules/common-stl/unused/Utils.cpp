@@ -1,4 +1,4 @@
-// What the engine calls of these classes is in Utils.cpp.
+// All of these classes but Utils::formatString(), which is in ../Utils.cpp.
 #include "Utils.h"
 
 #include <algorithm>
@@ -42,6 +42,16 @@ std::tm localNow() {
 }  // namespace
 
 bool StringHelper::equals(const char* a, const char* b) { return a && b ? std::strcmp(a, b) == 0 : a == b; }
+
+bool StringHelper::equalsIgnoreCase(const char* a, const char* b) {
+    return a && b ? text::sameIgnoringCase(a, b) : a == b;
+}
+
+bool StringHelper::startsWithIgnoreCase(const char* text, const char* prefix) {
+    return text && prefix && text::startsWithIgnoringCase(text, prefix);
+}
+
+bool StringHelper::endsWith(const char* text, const char* suffix) { return text::endsWith(text, suffix); }
 
 bool StringHelper::startsWith(const char* text, const char* prefix) {
     return text && prefix && std::string_view(text).starts_with(prefix);
@@ -100,10 +110,11 @@ void StringHelper::tolower(std::string& text) {
 }
 
 char* Utils::strToK(const char* line, int index, const char* separators) {
-    const auto found = field(text::viewOf(line), index, text::viewOf(separators));
-    if (!found) return nullptr;
-    char* copy = new char[found->size() + 1];
-    copy[found->copy(copy, found->size())] = '\0';
+    if (index < 0) return nullptr;
+    const auto found = text::field(text::viewOf(line), static_cast<std::size_t>(index), text::viewOf(separators));
+    if (found.empty()) return nullptr;
+    char* copy = new char[found.size() + 1];
+    copy[found.copy(copy, found.size())] = '\0';
     return copy;
 }
 
