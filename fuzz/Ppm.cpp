@@ -1,7 +1,7 @@
 // PPM blocks alone; of the commands in them, those that end a block or the data.
 #include "Input.h"
 #include "Target.h"
-#include "rar/ppm/RarModel.h"
+#include "rar/ppm/ModelPPM.h"
 
 namespace {
 

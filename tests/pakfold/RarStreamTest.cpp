@@ -1,9 +1,9 @@
-#include "rar/RarStream.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "rar/RarBitInputStream.h"
+#include "rar/RarBufferOutputStream.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "unused/OutputStreams.h"

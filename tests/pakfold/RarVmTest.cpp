@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "rar/RarStream.h"
+#include "rar/RarBitInputStream.h"
 #include "support/RarVmAssembler.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"

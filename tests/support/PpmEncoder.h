@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "rar/ppm/RarModel.h"
+#include "rar/ppm/ModelPPM.h"
 
 namespace ZOV_SPACE {
 

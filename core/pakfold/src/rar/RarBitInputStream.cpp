@@ -1,9 +1,10 @@
+#include "rar/RarBitInputStream.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "IOUtils.h"
 #include "Raise.h"
-#include "rar/RarStream.h"
 
 namespace ZOV_SPACE {
 

@@ -1,12 +1,10 @@
+#include "rar/RarBufferOutputStream.h"
+
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <utility>
 
-#include "LargePages.h"
 #include "Raise.h"
-#include "rar/RarStream.h"
-#include "rar/lz/RarCursor.h"
+#include "rar/RarCopy.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -17,33 +15,6 @@ constexpr std::uint32_t kPiece = 256;  // Copied between two checks; below the m
 static_assert(kPiece < RarBufferOutputStream::kMargin);
 
 }  // namespace
-
-void rarRepeatNear(unsigned char* to, std::uint32_t distance, std::uint32_t length) {
-    const unsigned char* const from = to - distance;
-    if (distance == 1) {
-        std::memset(to, *from, length);
-    } else if (length < 16) {
-        for (std::uint32_t i = 0; i < length; ++i) to[i] = from[i];
-    } else {
-        // What is copied repeats with the distance, so that twice as much can be copied each time.
-        for (std::uint32_t period = distance; length > 0; period *= 2) {
-            const std::uint32_t piece = std::min(period, length);
-            std::memcpy(to, from, piece);
-            to += piece;
-            length -= piece;
-        }
-    }
-}
-
-RarWindow::RarWindow(std::uint32_t size) : _bytes(static_cast<char*>(std::calloc(size, 1))), _size(size) {
-    if (!_bytes) kUnit.raise<OutOfMemoryException>("Out of memory");
-    preferLargePages(_bytes.get(), size);
-}
-
-void RarWindow::clear() {
-    std::memset(_bytes.get(), 0, _reach);
-    _reach = 0;
-}
 
 RarBufferOutputStream::RarBufferOutputStream(OutputStream* target, std::int64_t windowSize, std::int64_t limit,
                                              RarBufferOutputStream* previous)

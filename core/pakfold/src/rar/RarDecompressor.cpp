@@ -1,7 +1,7 @@
 #include "rar/RarDecompressor.h"
 
 #include "Raise.h"
-#include "rar/RarSession.h"
+#include "rar/RarDecompressSession.h"
 
 namespace ZOV_SPACE {
 

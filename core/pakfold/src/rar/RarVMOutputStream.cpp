@@ -1,7 +1,7 @@
+#include "rar/RarVMOutputStream.h"
+
 #include <algorithm>
 #include <utility>
-
-#include "rar/RarStream.h"
 
 namespace ZOV_SPACE {
 

@@ -7,8 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "rar/lz/RarCursor.h"
+#include "rar/lz/RarBitCursor.h"
 #include "rar/lz/RarHuffman.h"
+#include "rar/lz/RarWindowCursor.h"
 
 namespace ZOV_SPACE {
 

@@ -1,7 +1,8 @@
+#include "rar/vm/UnpackFilter.h"
+
 #include <algorithm>
 #include <utility>
 
-#include "rar/vm/RarPrograms.h"
 #include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {

@@ -1,4 +1,4 @@
-#include "rar/ppm/RarModel.h"
+#include "rar/ppm/ModelPPM.h"
 
 #include <algorithm>
 #include <array>

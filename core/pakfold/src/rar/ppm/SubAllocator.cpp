@@ -1,10 +1,12 @@
-#include "rar/ppm/RarAllocator.h"
+#include "rar/ppm/SubAllocator.h"
 
 #include <bit>
+#include <cstring>
 #include <utility>
 
 #include "LargePages.h"
 #include "Raise.h"
+#include "rar/ppm/HeapValue.h"
 #include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {

@@ -3,7 +3,7 @@
 #include <array>
 #include <span>
 
-#include "rar/ppm/RarModel.h"
+#include "rar/ppm/ModelPPM.h"
 #include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {

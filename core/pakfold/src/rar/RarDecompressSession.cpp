@@ -1,4 +1,4 @@
-#include "rar/RarSession.h"
+#include "rar/RarDecompressSession.h"
 
 #include <algorithm>
 #include <limits>

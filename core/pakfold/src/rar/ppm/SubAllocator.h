@@ -5,34 +5,15 @@
 // states from the start of the units upwards, what was freed comes from 38 lists by size. When the encoder runs out of
 // memory it starts its model anew, and so must the decoder, at the same symbol: places are therefore 32-bit offsets
 // from the heap's start on every machine, and each structure is as large as it was on the 32-bit one of the encoder.
-#ifndef PAKFOLD_RAR_PPM_RARALLOCATOR_H
-#define PAKFOLD_RAR_PPM_RARALLOCATOR_H
+#ifndef PAKFOLD_RAR_PPM_SUBALLOCATOR_H
+#define PAKFOLD_RAR_PPM_SUBALLOCATOR_H
 
 #include <array>
 #include <cstdint>
-#include <cstring>
 
 #include "io/MallocBytes.h"
 
 namespace ZOV_SPACE {
-
-// A number in the heap, where nothing is aligned.
-template <class T>
-class HeapValue {
-public:
-    operator T() const {
-        T value;
-        std::memcpy(&value, _bytes, sizeof value);
-        return value;
-    }
-    HeapValue& operator=(T value) {
-        std::memcpy(_bytes, &value, sizeof value);
-        return *this;
-    }
-
-private:
-    unsigned char _bytes[sizeof(T)];
-};
 
 class SubAllocator {
 public:
@@ -110,4 +91,4 @@ private:
 
 }  // namespace ZOV_SPACE
 
-#endif  // PAKFOLD_RAR_PPM_RARALLOCATOR_H
+#endif  // PAKFOLD_RAR_PPM_SUBALLOCATOR_H

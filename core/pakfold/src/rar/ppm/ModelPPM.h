@@ -5,104 +5,20 @@
 // was seen before, or after escapes in ever shorter ones. A context with one state decides between it and the escape by
 // an adaptive probability; one with more keeps a frequency for each. Escapes behind the first one are estimated by
 // tables of their own (SEE). Afterwards the symbol is entered in the contexts that lacked it.
-#ifndef PAKFOLD_RAR_PPM_RARMODEL_H
-#define PAKFOLD_RAR_PPM_RARMODEL_H
+#ifndef PAKFOLD_RAR_PPM_MODELPPM_H
+#define PAKFOLD_RAR_PPM_MODELPPM_H
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-#include "rar/RarStream.h"
-#include "rar/ppm/RarAllocator.h"
+#include "rar/RarBitInputStream.h"
+#include "rar/ppm/PpmContext.h"
+#include "rar/ppm/RangeCoder.h"
+#include "rar/ppm/SeeContext.h"
+#include "rar/ppm/SubAllocator.h"
 
 namespace ZOV_SPACE {
-
-class ModelPPM;
-
-// A symbol of a context. The successor is the context that is the longer one by this symbol, or, when it lies before
-// the end of the text, the place in the text behind the symbol: the context is made once it is needed.
-struct STATE {
-    unsigned char symbol;
-    unsigned char frequency;
-    HeapValue<SubAllocator::Offset> successor;
-};
-
-// All operations are those of the model in whose heap the context is. The decoding ones read one step: they leave the
-// state they found in the model, or none after an escape; false says that the data cannot be right.
-class PPM_CONTEXT {
-public:
-    // Halves the frequencies, when the found state's has become too large.
-    void rescale(ModelPPM* model);
-    bool decodeBinSymbol(ModelPPM* model);
-    bool decodeSymbol1(ModelPPM* model);  // With more than one state, as a symbol's first step.
-    bool decodeSymbol2(ModelPPM* model);  // Behind an escape: without the states that are ruled out.
-
-    struct Frequencies {
-        HeapValue<std::uint16_t> sum;  // Of all states' frequencies and the escape's.
-        HeapValue<SubAllocator::Offset> states;
-    };
-
-    HeapValue<std::uint16_t> stateCount;
-    union {
-        Frequencies several;
-        STATE only;
-    };
-    HeapValue<SubAllocator::Offset> suffix;  // The context that is shorter by the first symbol; 0 for the empty one.
-};
-
-// Decodes numbers in [0, total) by their probability: first split(), then take() with what the code lies in. All
-// bytes are fetched here.
-class RangeCoder {
-public:
-    // The stream is borrowed for as long as the coder decodes. Consumes four bytes.
-    void InitDecoder(RarBitInputStream* in);
-
-    // Divides the range into `total` (not 0) equal parts, whose size it returns.
-    std::uint32_t split(std::uint32_t total) { return _range / total; }
-    // How far behind the range's start the coded number lies.
-    std::uint32_t code() const { return _code; }
-    void take(std::uint32_t start, std::uint32_t length) {
-        _low += start;
-        _code -= start;
-        _range = length;
-    }
-    // Reads on until the range is large enough for the next step.
-    void normalize() {
-        while (isTooNarrow()) {
-            _code = _code << 8 | nextByte();
-            _low <<= 8;
-            _range <<= 8;
-        }
-    }
-
-private:
-    static constexpr std::uint32_t kTop = 1 << 24;
-    static constexpr std::uint32_t kBottom = 1 << 15;
-
-    // Whether the start's first byte is settled. A range that shrinks across a change of that byte is cut there.
-    bool isTooNarrow() {
-        if ((_low ^ (_low + _range)) < kTop) return true;
-        if (_range >= kBottom) return false;
-        _range = (0 - _low) & (kBottom - 1);
-        return true;
-    }
-    std::uint32_t nextByte() { return _in->nextByte(); }
-
-    std::uint32_t _low = 0;
-    std::uint32_t _code = 0;  // Relative to the start.
-    std::uint32_t _range = 0;
-    RarBitInputStream* _in = nullptr;
-};
-
-// An adaptive estimate of the escape's frequency.
-struct SEE2_CONTEXT {
-    std::uint16_t sum;    // The mean, times 2 to the power of `shift`.
-    unsigned char shift;  // Grows, so that the estimate becomes steadier.
-    unsigned char count;  // Symbols to go until it does.
-
-    std::uint32_t takeMean();
-    void update();
-};
 
 // Used by one thread at a time. Everything in the heap is checked before it is followed, so that no data, and no model
 // that went wrong, leads outside.
@@ -213,4 +129,4 @@ private:
 
 }  // namespace ZOV_SPACE
 
-#endif  // PAKFOLD_RAR_PPM_RARMODEL_H
+#endif  // PAKFOLD_RAR_PPM_MODELPPM_H

@@ -1,14 +1,16 @@
-// RarSession.h: what survives from one entry of a RAR archive to the next, and the decoding of entries.
-#ifndef PAKFOLD_RAR_RARSESSION_H
-#define PAKFOLD_RAR_RARSESSION_H
+// RarDecompressSession: what survives from one entry of a RAR archive to the next, and the decoding of entries.
+#ifndef PAKFOLD_RAR_RARDECOMPRESSSESSION_H
+#define PAKFOLD_RAR_RARDECOMPRESSSESSION_H
 
 #include <cstdint>
 #include <memory>
 
-#include "rar/RarStream.h"
+#include "rar/RarBitInputStream.h"
+#include "rar/RarBufferOutputStream.h"
+#include "rar/RarVMOutputStream.h"
 #include "rar/lz/Rar20.h"
 #include "rar/lz/Rar29.h"
-#include "rar/ppm/RarModel.h"
+#include "rar/ppm/ModelPPM.h"
 #include "rar/vm/RarPrograms.h"
 #include "unarchiver/Pakfold.h"
 
@@ -76,4 +78,4 @@ private:
 
 }  // namespace ZOV_SPACE
 
-#endif  // PAKFOLD_RAR_RARSESSION_H
+#endif  // PAKFOLD_RAR_RARDECOMPRESSSESSION_H

@@ -2,7 +2,8 @@
 #include <array>
 #include <vector>
 
-#include "rar/RarSession.h"
+#include "rar/RarDecompressSession.h"
+#include "rar/lz/RarWindowCursor.h"
 #include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {

@@ -1,0 +1,23 @@
+#include "rar/RarWindow.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "LargePages.h"
+#include "Raise.h"
+
+namespace ZOV_SPACE {
+
+static constexpr ThrowUnit kUnit{"../../core/pakfold/src/utils/RarStream"};
+
+RarWindow::RarWindow(std::uint32_t size) : _bytes(static_cast<char*>(std::calloc(size, 1))), _size(size) {
+    if (!_bytes) kUnit.raise<OutOfMemoryException>("Out of memory");
+    preferLargePages(_bytes.get(), size);
+}
+
+void RarWindow::clear() {
+    std::memset(_bytes.get(), 0, _reach);
+    _reach = 0;
+}
+
+}  // namespace ZOV_SPACE
