@@ -85,9 +85,10 @@ std::unique_ptr<RarBlock> RarBlock::parseBlock(InputStream& in, int depth) {
         char common[kCommonBytes];
         char dataSize[kDataSizeBytes] = {};
         if (!readExactly(in, common, kCommonBytes)) return nullptr;
-        const bool hasData = IOUtils::readUShort(common + 3) & kHasData;
-        if (hasData && !readExactly(in, dataSize, kDataSizeBytes)) return nullptr;
-        std::unique_ptr<RarBlock> block = makeBlock(IOUtils::readUChar(common + 2));
+        const int type = IOUtils::readUChar(common + 2);
+        const bool hasDataSize = announcesData(type, IOUtils::readUShort(common + 3));
+        if (hasDataSize && !readExactly(in, dataSize, kDataSizeBytes)) return nullptr;
+        std::unique_ptr<RarBlock> block = makeBlock(type);
         if (!block) return nullptr;
         block->takeCommonFields(common);
         block->a_size = IOUtils::readUInt(dataSize);
@@ -107,14 +108,19 @@ void RarBlock::takeCommonFields(const char* bytes) {
     h_size = IOUtils::readUShort(bytes + 5);
 }
 
-int RarBlock::headerLeft() const { return h_size - kCommonBytes - (h_flags & kHasData ? kDataSizeBytes : 0); }
+// Files always do, whatever their flags say.
+bool RarBlock::announcesData(int type, unsigned flags) { return type == kFile || (flags & kHasData) != 0; }
+
+int RarBlock::headerLeft() const {
+    return h_size - kCommonBytes - (announcesData(h_type, h_flags) ? kDataSizeBytes : 0);
+}
 
 RarCrc RarBlock::commonFieldsCrc() const {
     RarCrc crc;
     addField(crc, h_type);
     addField(crc, h_flags);
     addField(crc, h_size);
-    if (h_flags & kHasData) addField(crc, a_size);
+    if (announcesData(h_type, h_flags)) addField(crc, a_size);
     return crc;
 }
 

@@ -7,7 +7,7 @@
 //     2  1  h_type
 //     3  2  h_flags
 //     5  2  h_size    of the whole header
-//     7  4  a_size    of the data; only there when h_flags has kHasData
+//     7  4  a_size    of the data; only there in file blocks, and when h_flags has kHasData
 //
 // Headers are read as far as h_size says, whatever of it is known here, because that is where others look for what
 // follows. Nothing of a header is trusted; a CRC that does not fit is for the caller to judge.
@@ -70,6 +70,7 @@ protected:
     bool parseNested(BoundedInputStream& header);
 
 private:
+    static bool announcesData(int type, unsigned flags);
     void takeCommonFields(const char* bytes);
 
     RarCrc _rawCrc;  // Over the header's bytes from h_type on.
