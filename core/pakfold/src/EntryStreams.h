@@ -105,6 +105,7 @@ public:
     void close() override;
     int write(char c) override;
     int write(const char* buf, int len) override;
+    bool discards() const override { return !_out; }
 
 private:
     OutputStream* _out;  // Null once it is full.

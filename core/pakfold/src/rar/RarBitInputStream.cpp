@@ -30,15 +30,15 @@ void RarBitInputStream::fill(const char* eofText) {
         IOUtils::readFull(*_source, reinterpret_cast<char*>(_buffer.data()) + kept, static_cast<int>(wanted));
     _valid = kept + static_cast<std::uint32_t>(std::max(count, 0));
     std::memset(_buffer.data() + _valid, 0, kSpare);
-    _checkAt = _base + _valid < _total ? kBufferBytes - 2 : _valid;
-    if (count < wanted) {
-        _checkAt = 0;  // Nothing is read from here on, also when somebody goes on after the exception.
-        kUnit.raise<IOException>(eofText);
-    }
+    if (count < wanted) _eofText = eofText;
+    _checkAt = _eofText || _base + _valid == _total ? _valid : kBufferBytes - 2;
 }
 
 void RarBitInputStream::prepare() {
-    while (_position >= _checkAt && _base + _valid < _total) fill("Unexcepted EOF");
+    while (_position >= _checkAt && _base + _valid < _total) {
+        if (_eofText) kUnit.raise<IOException>(_eofText);
+        fill("Unexcepted EOF");
+    }
     if (_base + _position >= _total) kUnit.raise<IOException>("RarStream overflow.");
 }
 

@@ -12,8 +12,9 @@
 namespace ZOV_SPACE {
 
 // It overrides none of the stream's operations.
-//   Throws:  "Unexpected EOF" or "Unexcepted EOF" when the source ends before the announced total (at the first fill,
-//            or later), "RarStream overflow." when bits are asked for beyond it.
+//   Throws:  "Unexpected EOF" or "Unexcepted EOF" when bits are asked for that the source, which ended before the
+//            announced total (at the first fill, or later), did not have, "RarStream overflow." when they lie beyond
+//            the total.
 class RarBitInputStream : public InputStream {
 public:
     static constexpr std::uint32_t kBufferBytes = 8192;
@@ -71,9 +72,10 @@ private:
     std::int64_t _total;
     std::int64_t _base = 0;  // Source bytes before the buffer's first.
     std::uint32_t _valid = 0;
-    std::uint32_t _position = 0;  // Of the current byte, in the buffer.
-    std::uint32_t _bit = 0;       // Bits consumed of it.
-    std::uint32_t _checkAt = 0;   // Before this position there is neither a refill due nor the end.
+    std::uint32_t _position = 0;     // Of the current byte, in the buffer.
+    std::uint32_t _bit = 0;          // Bits consumed of it.
+    const char* _eofText = nullptr;  // What to throw behind the valid bytes, when the source has no more.
+    std::uint32_t _checkAt = 0;      // Before this position there is neither a refill due nor the end.
     std::array<unsigned char, kBufferBytes + kSpare> _buffer;
 };
 

@@ -5,6 +5,7 @@
 
 #include "Raise.h"
 #include "rar/RarCopy.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -69,19 +70,20 @@ void RarBufferOutputStream::copyPiece(std::uint32_t distance, std::uint32_t leng
     }
 }
 
-void RarBufferOutputStream::checkLimit(std::int64_t n) const {
-    if (_flushedTotal + n > _limit) kUnit.raise<IOException>("Rar output buffer overrun");
-}
-
 void RarBufferOutputStream::writeToTarget(const unsigned char* bytes, std::uint32_t n) {
-    checkLimit(n);
-    if (n > 0) _target->write(reinterpret_cast<const char*>(bytes), static_cast<int>(n));
-    _flushedTotal += n;
+    _outputFailed = true;  // Until nothing was thrown.
+    const auto fitting = static_cast<std::uint32_t>(std::clamp<std::int64_t>(_limit - _flushedTotal, 0, n));
+    if (fitting > 0) {
+        if (!_target->discards()) ScanBudget::chargeTakenBytes(fitting);
+        _target->write(reinterpret_cast<const char*>(bytes), static_cast<int>(fitting));
+        _flushedTotal += fitting;
+    }
+    if (fitting < n) kUnit.raise<IOException>("Rar output buffer overrun");
+    _outputFailed = false;
 }
 
 void RarBufferOutputStream::flushPlain(std::uint32_t n) {
     if (n == 0) return;
-    checkLimit(n);
     const std::uint32_t first = std::min(n, _window.size() - _flushed);
     writeToTarget(_bytes + _flushed, first);
     writeToTarget(_bytes, n - first);

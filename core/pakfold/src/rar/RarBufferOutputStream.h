@@ -12,8 +12,8 @@
 namespace ZOV_SPACE {
 
 // Where unpacked bytes go: a ring window, which serves back-references until its bytes are overwritten, and from there
-// to a target, of which at most `limit` bytes are written. A write that would cross the limit throws "Rar output
-// buffer overrun", and nothing of it goes out.
+// to a target, of which at most `limit` bytes are written. Of a write that would cross the limit only what fits goes
+// out; then it throws "Rar output buffer overrun". What the target takes is charged to the scan's budget.
 //
 // The order of the virtual operations (the inherited ones, then as declared) is part of the framework's contract.
 class RarBufferOutputStream : public OutputStream {
@@ -55,13 +55,13 @@ public:
     std::int64_t writeCount() const { return _flushedCount + pending(); }  // Bytes put into the window.
     std::int64_t flushedCount() const { return _flushedCount; }            // Of them, flushed or replaced.
     std::int64_t flushedTotal() const { return _flushedTotal; }            // Bytes written to the target.
+    // Whether a write has failed, for the limit, the budget or the target. Nothing should be flushed any more.
+    bool outputFailed() const { return _outputFailed; }
     // Gives up the window, for another stream; this one must not be written to any more.
     RarWindow releaseWindow();
 
 protected:
     std::uint32_t pending() const { return _write - _flushed + (_write < _flushed ? _window.size() : 0); }
-    // Throws when n more bytes would cross the limit.
-    void checkLimit(std::int64_t n) const;
     void writeToTarget(const unsigned char* bytes, std::uint32_t n);
     // Writes the next n pending bytes as they are. REQUIRES: n <= pending().
     void flushPlain(std::uint32_t n);
@@ -88,6 +88,7 @@ private:
     std::uint32_t _write = 0;    // Window position of the next byte.
     std::int64_t _flushedCount = 0;
     std::int64_t _flushedTotal = 0;
+    bool _outputFailed = false;
 };
 
 }  // namespace ZOV_SPACE

@@ -16,7 +16,7 @@ void RarDecompressSession::decompress(InputStream& in, std::int64_t packedSize, 
                                       std::int64_t unpackedSize, int unpackVersion, int solid) {
     _isFresh = solid == 0 || !_out;
     _asked = solid == 0 ? _processor : nullptr;
-    _isDiscarded = out.discards();
+    _target = &out;
     switch (unpackVersion) {
         case 20:
         case 26:
@@ -73,8 +73,22 @@ void RarDecompressSession::skipUntaken(InputStream& in) const {
     }
 }
 
+// What was decoded before the data ended too early, or made no sense, is written before the exception goes on.
+RarDecompressSession::End RarDecompressSession::decode(End (RarDecompressSession::*method)()) {
+    try {
+        return (this->*method)();
+    } catch (const Exception&) {
+        try {
+            if (!_out->outputFailed()) _out->finishOutput();
+        } catch (const Exception&) {
+            // The target has what it takes, and the first failure says more.
+        }
+        throw;
+    }
+}
+
 void RarDecompressSession::unpack20(InputStream& in) {
-    const End end = decode20();
+    const End end = decode(&RarDecompressSession::decode20);
     if (end == End::kStopRule) _rar20.ReadLastTables(*_in);
     skipUntaken(in);
     if (end != End::kProcessor) _out->finishOutput();

@@ -37,6 +37,7 @@ private:
     template <class Stream>
     Stream* setStreams(InputStream& in, std::int64_t packedSize, OutputStream& out, std::int64_t unpackedSize);
     void reset();
+    End decode(End (RarDecompressSession::*method)());
     bool isStopped() const { return _asked && _asked->getAction() == DecompressProcessor::kStop; }
     void skipUntaken(InputStream& in) const;
 
@@ -64,13 +65,13 @@ private:
     RarHistory _history;
     Rar20 _rar20{_history};
     Rar29 _rar29{_history};
-    bool _isFresh = true;       // The entry continues none.
-    bool _isDiscarded = false;  // Nobody gets the output.
-    bool _tablesRead = false;   // Of RAR 2.9, for the next solid entry.
+    bool _isFresh = true;      // The entry continues none.
+    bool _tablesRead = false;  // Of RAR 2.9, for the next solid entry.
     BlockMode _mode = BlockMode::kLz;
     int _escapeChar = kDefaultEscape;
     ModelPPM _model;
     RarPrograms _programs;  // Outlives the filters in the streams.
+    OutputStream* _target = nullptr;
     std::unique_ptr<RarBitInputStream> _in;
     std::unique_ptr<RarBufferOutputStream> _out;
     RarVMOutputStream* _filtered = nullptr;  // The same, in entries of RAR 2.9.

@@ -9,7 +9,7 @@
 namespace ZOV_SPACE {
 
 void RarDecompressSession::unpack29(InputStream& in) {
-    const End end = decode29();
+    const End end = decode(&RarDecompressSession::decode29);
     if (end != End::kProcessor) _out->finishOutput();
     if (end == End::kStopRule) readTail29();
     skipUntaken(in);
@@ -39,6 +39,7 @@ bool RarDecompressSession::run29() {
 bool RarDecompressSession::step29() {
     if (_mode == BlockMode::kPpm) {
         const int byte = _model.DecodeChar();
+        chargePpm(1);
         if (byte < 0) return false;
         if (byte == _escapeChar) return obeyPpm();
         _out->putch(byte);
@@ -136,22 +137,26 @@ bool RarDecompressSession::ReadVMCodePPM() {
 bool RarDecompressSession::runPpm() {
     const std::int64_t before = _out->writeCount();
     RarWindowCursor window(*_out);
-    bool commandFollows = false, goesOn = true;
-    while (goesOn && !commandFollows && window.ready()) {
-        const int byte = _model.DecodeChar();
-        goesOn = byte >= 0;
-        commandFollows = byte == _escapeChar;
-        if (goesOn && !commandFollows) window.put(static_cast<unsigned>(byte));
+    int last = 0;
+    try {
+        while (window.ready() && (last = _model.DecodeChar()) >= 0 && last != _escapeChar) {
+            window.put(static_cast<unsigned>(last));
+        }
+    } catch (const Exception&) {
+        window.sync();
+        throw;
     }
     window.sync();
+    const bool commandFollows = last == _escapeChar;
     chargePpm(_out->writeCount() - before + (commandFollows ? 2 : 0));
-    return goesOn && (!commandFollows || obeyPpm());
+    return last >= 0 && (!commandFollows || obeyPpm());
 }
 
-// A symbol that nobody gets takes many times as long as a byte that a match copies: one that leads all over a large
-// heap takes about a microsecond.
+// Besides what each byte is charged where it is written. A symbol takes many times as long as a byte that a match
+// copies: one that leads all over a large heap takes about a microsecond.
 void RarDecompressSession::chargePpm(std::int64_t symbols) const {
-    if (_isDiscarded) ScanBudget::chargeDiscardedBytes(symbols * (ScanBudget::kBytesPerPpmSymbol - 1));
+    const std::int64_t bytes = symbols * (ScanBudget::kBytesPerPpmSymbol - 1);
+    _target->discards() ? ScanBudget::chargeDiscardedBytes(bytes) : ScanBudget::chargeTakenBytes(bytes);
 }
 
 // What follows an escape character: a command, or the character means itself.
