@@ -20,17 +20,22 @@ bool RarVMOutputStream::registerFilter(std::unique_ptr<RarOutputFilter> filter) 
     const std::uint32_t size = windowSize();
     const std::uint32_t ahead = (filter->getStart() % size + size - writePosition()) % size;
     const std::int64_t start = writeCount() + ahead;
-    if (_filters.size() >= kMostPending || std::int64_t{filter->getLength()} > std::int64_t{size} - 2 * kMargin) {
-        return false;
-    }
+    if (std::int64_t{filter->getLength()} > std::int64_t{size} - 2 * kMargin) return false;
     const auto sameBlock = [start](const RarQueuedFilter& queued) { return queued.start == start; };
-    if (static_cast<std::size_t>(std::count_if(_filters.begin(), _filters.end(), sameBlock)) >= kMostOnOneBlock) {
+    if (_filters.size() >= kMostPending ||
+        static_cast<std::size_t>(std::count_if(_filters.begin(), _filters.end(), sameBlock)) >= kMostOnOneBlock) {
+        _troubles.note(RarTrouble::filtersSpent);
         return false;
     }
     const auto behind = std::find_if(_filters.begin(), _filters.end(),
                                      [start](const RarQueuedFilter& queued) { return queued.start > start; });
     _filters.insert(behind, RarQueuedFilter{start, std::move(filter)});
     return true;
+}
+
+void RarVMOutputStream::dropFilters() {
+    if (!_filters.empty()) _troubles.note(RarTrouble::filterNotRun);
+    _filters.clear();
 }
 
 void RarVMOutputStream::flashOutput() {
@@ -42,7 +47,11 @@ bool RarVMOutputStream::flushToFirstFilter() {
     const auto useless = [this](const RarQueuedFilter& queued) {
         return queued.start < flushedCount() || queued.filter->getLength() == 0;
     };
-    _filters.erase(_filters.begin(), std::find_if_not(_filters.begin(), _filters.end(), useless));
+    const auto firstUseful = std::find_if_not(_filters.begin(), _filters.end(), useless);
+    if (std::any_of(_filters.begin(), firstUseful, [](const auto& queued) { return queued.filter->getLength() > 0; })) {
+        _troubles.note(RarTrouble::filterNotRun);
+    }
+    _filters.erase(_filters.begin(), firstUseful);
     if (_filters.empty() || _filters.front().start >= writeCount()) {
         flushPlain(pending());
         return false;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "rar/RarBufferOutputStream.h"
+#include "rar/RarTroubles.h"
 
 namespace ZOV_SPACE {
 
@@ -64,7 +65,9 @@ public:
     // kMostPending filters wait, or kMostOnOneBlock at the same start, or the block would not fit in the window.
     bool registerFilter(std::unique_ptr<RarOutputFilter> filter);
     // Forgets the filters that wait; their blocks become plain bytes.
-    void dropFilters() { _filters.clear(); }
+    void dropFilters();
+    // What went wrong with filters so far; those who run them add to it.
+    RarTroubles& troubles() { return _troubles; }
     // For filters: writes the result for the block at the front.
     void writeFiltered(const unsigned char* bytes, std::uint32_t n) { writeToTarget(bytes, n); }
 
@@ -72,6 +75,7 @@ private:
     bool flushToFirstFilter();
     void runFirstFilter();
 
+    RarTroubles _troubles;
     RarFilterQueue _filters;  // By start, and by registration where starts are equal.
 };
 

@@ -17,7 +17,6 @@ constexpr unsigned kHasGlobalData = 0x08;
 
 constexpr std::uint32_t kFarStartBytes = 258;
 constexpr std::uint32_t kLongestCode = 0xFFFF;
-constexpr std::size_t kUsesOffset = 0x2C;  // In the global data.
 
 constexpr std::uint32_t kMostGlobalData = RarVM::kGlobalBytes - RarVM::kFixedGlobalBytes;
 
@@ -38,11 +37,12 @@ void readRegisters(RarMemoryBits& bits, std::array<unsigned int, 7>& registers) 
 
 // The fixed fields: the registers, the block, and how often the program was used.
 void initGlobalData(VM_PreparedProgram& prepared, std::uint32_t length, std::uint32_t uses) {
+    RarVmGlobals fields{};
+    fields.registers = prepared.InitR;
+    fields.blockLength = length;
+    fields.uses = uses;
     prepared.GlobalData.Add(RarVM::kFixedGlobalBytes);
-    unsigned char* const fields = prepared.GlobalData.data();
-    for (std::size_t i = 0; i < prepared.InitR.size(); ++i) RarVM::SetValue(fields + 4 * i, prepared.InitR[i]);
-    RarVM::SetValue(fields + RarVM::kBlockLengthOffset, length);
-    RarVM::SetValue(fields + kUsesOffset, uses);
+    storeLittleEndian(prepared.GlobalData.data(), fields);
 }
 
 // What follows the fixed fields.
@@ -75,17 +75,25 @@ bool RarPrograms::selectProgram(RarMemoryBits& bits, bool isGiven, RarVMOutputSt
     return true;
 }
 
-std::shared_ptr<RarProgram> RarPrograms::readProgram(RarMemoryBits& bits) {
+std::shared_ptr<RarProgram> RarPrograms::readProgram(RarMemoryBits& bits, RarTroubles& troubles) {
     const std::uint32_t length = RarVM::ReadData(&bits);
     if (length == 0 || length > kLongestCode) return nullptr;
     std::vector<unsigned char> code(length);
     readBytes(bits, code.data(), length);
     auto program = std::make_shared<RarProgram>();
-    if (bits.overrun() || !_vm.Prepare(code.data(), static_cast<int>(length), &program->prepared)) return nullptr;
-    return program;
+    if (bits.overrun()) return nullptr;
+    if (_vm.Prepare(code.data(), static_cast<int>(length), &program->prepared)) return program;
+    troubles.note(RarTrouble::codeSpent);
+    return nullptr;
 }
 
 bool RarPrograms::AddVMCode(unsigned int firstByte, std::span<const unsigned char> code, RarVMOutputStream* out) {
+    const bool added = addFilter(firstByte, code, out);
+    if (!added) out->troubles().note(RarTrouble::filterNotRun);
+    return added;
+}
+
+bool RarPrograms::addFilter(unsigned int firstByte, std::span<const unsigned char> code, RarVMOutputStream* out) {
     RarMemoryBits bits(code);
     _vm.Init();
     if (!selectProgram(bits, (firstByte & kHasProgramNumber) != 0, out)) return false;
@@ -101,7 +109,7 @@ bool RarPrograms::AddVMCode(unsigned int firstByte, std::span<const unsigned cha
     std::array<unsigned int, 7> registers{0, 0, 0, RarVM::kGlobalAddress, length, uses, 0};
     if (firstByte & kHasRegisters) readRegisters(bits, registers);
     if (isNew) {
-        std::shared_ptr<RarProgram> program = readProgram(bits);
+        std::shared_ptr<RarProgram> program = readProgram(bits, out->troubles());
         if (!program) return false;
         _programs.push_back(std::move(program));
     }

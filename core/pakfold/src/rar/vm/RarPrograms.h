@@ -23,12 +23,13 @@ public:
     // Forgets the programs.
     void InitFilters();
     // Takes a filter's description: which program, the program itself when it is new, and the block ahead in the
-    // output. False when it makes no sense or exceeds a bound.
+    // output. False when it makes no sense or exceeds a bound, which is noted in the stream's troubles.
     bool AddVMCode(unsigned int firstByte, std::span<const unsigned char> code, RarVMOutputStream* out);
 
 private:
+    bool addFilter(unsigned int firstByte, std::span<const unsigned char> code, RarVMOutputStream* out);
     bool selectProgram(RarMemoryBits& bits, bool isGiven, RarVMOutputStream* out);
-    std::shared_ptr<RarProgram> readProgram(RarMemoryBits& bits);
+    std::shared_ptr<RarProgram> readProgram(RarMemoryBits& bits, RarTroubles& troubles);
 
     RarVM _vm;
     std::vector<std::shared_ptr<RarProgram>> _programs;

@@ -10,10 +10,6 @@
 namespace ZOV_SPACE {
 namespace {
 
-constexpr std::uint32_t kCarry = 1;
-constexpr std::uint32_t kZero = 2;
-constexpr std::uint32_t kSign = 0x80000000;
-
 // Shifts take the low five bits of their count; the last bit out is the carry.
 std::uint32_t shiftLeft(std::uint32_t a, std::uint32_t n) { return a << (n & 31); }
 std::uint32_t shiftRight(std::uint32_t a, std::uint32_t n) { return a >> (n & 31); }
@@ -41,7 +37,7 @@ void RarVM::SetMemory(unsigned int pos, const unsigned char* data, unsigned int 
     if (size > 0) std::memmove(&_memory[pos], data, std::min(size, kMemoryBytes - pos));
 }
 
-void RarVM::Execute(VM_PreparedProgram* program) {
+RarVM::Run RarVM::Execute(VM_PreparedProgram* program) {
     std::copy(program->InitR.begin(), program->InitR.end(), _registers.begin());
     _registers[kStackPointer] = kMemoryBytes;
     _flags = 0;
@@ -52,18 +48,42 @@ void RarVM::Execute(VM_PreparedProgram* program) {
     std::copy_n(program->StaticData.data(), staticSize, &_memory[kGlobalAddress + globalSize]);
 
     VM_PreparedCommand* const code = program->AltCmd ? program->AltCmd : program->Cmd.data();
-    if (!ExecuteCode(code, program->CmdCount)) code[0] = {};
+    Run outcome = Run::done;
+    if (program->CmdCount > 0 && code[0].OpCode == VmOperation::standard) {
+        outcome = runStandardFilter(static_cast<VM_StandardFilters>(code[0].Op1.Base));
+    } else if (!ExecuteCode(code, program->CmdCount)) {
+        code[0] = {};
+        outcome = Run::cutShort;
+    }
 
-    const std::uint32_t start = globalField(kBlockStartOffset) & kMask;
-    const std::uint32_t length = globalField(kBlockLengthOffset) & kMask;
+    const auto globals = loadLittleEndian<RarVmGlobals>(&_memory[kGlobalAddress]);
+    const std::uint32_t start = globals.blockStart & kMask;
+    const std::uint32_t length = globals.blockLength & kMask;
     const bool fits = start + length < kMemoryBytes;
     program->FilteredData = &_memory[fits ? start : 0];
     program->FilteredDataSize = fits ? length : 0;
 
-    const std::uint32_t kept = std::min(globalField(kGlobalSizeOffset), kGlobalBytes) + kFixedGlobalBytes;
+    const std::uint32_t kept = std::min(globals.keptBytes, kGlobalBytes) + kFixedGlobalBytes;
     program->GlobalData.Reset();
     program->GlobalData.Add(static_cast<int>(kept));
     std::copy_n(&_memory[kGlobalAddress], kept, program->GlobalData.data());
+    return outcome;
+}
+
+RarVM::Run RarVM::runStandardFilter(VM_StandardFilters filter) {
+    const RarStandardFilters::Parameters parameters{_registers[0], _registers[1], _registers[4], _registers[6]};
+    if (parameters.size > kGlobalAddress) return Run::idle;
+    const std::uint32_t cost = RarStandardFilters::costOf(filter, parameters.size);
+    if (!ScanBudget::takeVmInstructions(cost)) return Run::cutShort;
+    std::optional<RarStandardFilters::Result> result;
+    if (!RarStandardFilters::run(filter, _memory.get(), parameters, result)) return Run::idle;
+    if (result) {
+        auto globals = loadLittleEndian<RarVmGlobals>(&_memory[kGlobalAddress]);
+        globals.blockStart = result->start;
+        globals.blockLength = result->length;
+        storeLittleEndian(&_memory[kGlobalAddress], globals);
+    }
+    return Run::done;
 }
 
 // False when the program was cut short.
@@ -102,7 +122,7 @@ bool RarVM::run(std::span<VM_PreparedCommand> code, std::uint32_t& instructionsL
             case VmOperation::jbe:
             case VmOperation::ja:
             case VmOperation::jae:
-                if (jumps(command.OpCode)) position = loadU32(locate(command.Op1));
+                if (opcodeOf(command.OpCode).isTaken(_flags)) position = loadU32(locate(command.Op1));
                 break;
             case VmOperation::call: {
                 const unsigned char* const target = locate(command.Op1);
@@ -120,29 +140,6 @@ bool RarVM::run(std::span<VM_PreparedCommand> code, std::uint32_t& instructionsL
     }
     instructionsLeft = left;
     return position >= code.size();
-}
-
-bool RarVM::jumps(VmOperation operation) const {
-    switch (operation) {
-        case VmOperation::jz:
-            return _flags & kZero;
-        case VmOperation::jnz:
-            return !(_flags & kZero);
-        case VmOperation::js:
-            return _flags & kSign;
-        case VmOperation::jns:
-            return !(_flags & kSign);
-        case VmOperation::jb:
-            return _flags & kCarry;
-        case VmOperation::jbe:
-            return _flags & (kCarry | kZero);
-        case VmOperation::ja:
-            return !(_flags & (kCarry | kZero));
-        case VmOperation::jae:
-            return !(_flags & kCarry);
-        default:
-            return true;
-    }
 }
 
 // Where an operand is: in the memory, or the bytes of a register or of the command itself, which a program may change.
@@ -200,7 +197,7 @@ void RarVM::executeStep(VM_PreparedCommand& command) {
             setFlags(a & b);
             return;
         case VmOperation::shl:
-            return store(to, byteMode, setFlags(shiftLeft(a, b), shiftLeft(a, b - 1) & kSign));
+            return store(to, byteMode, setFlags(shiftLeft(a, b), shiftLeft(a, b - 1) & kVmSign));
         case VmOperation::shr:
             return store(to, byteMode, setFlags(shiftRight(a, b), shiftRight(a, b - 1) & 1));
         case VmOperation::sar:
@@ -241,8 +238,6 @@ void RarVM::executeStackStep(VmOperation operation, unsigned char* operand) {
         case VmOperation::popFlags:
             _flags = pop();
             return;
-        case VmOperation::standard:
-            return ExecuteStandardFilter(static_cast<VM_StandardFilters>(loadU32(operand)));
         default:
             return;  // print, which shows something to a program's author
     }
@@ -271,7 +266,7 @@ void RarVM::popAll() {
 }
 
 std::uint32_t RarVM::setFlags(std::uint32_t result, bool carry) {
-    _flags = (carry ? kCarry : 0) | (result == 0 ? kZero : result & kSign);
+    _flags = (carry ? kVmCarry : 0) | (result == 0 ? kVmZero : result & kVmSign);
     return result;
 }
 
@@ -280,12 +275,12 @@ std::uint32_t RarVM::add(std::uint32_t a, std::uint32_t b, bool byteMode) {
     if (!byteMode) return setFlags(a + b, a + b < a);
     const std::uint32_t result = (a + b) & 0xFF;
     setFlags(result, result < a);
-    if (result & 0x80) _flags |= kSign;
+    if (result & 0x80) _flags |= kVmSign;
     return result;
 }
 
 std::uint32_t RarVM::addWithCarry(std::uint32_t a, std::uint32_t b, bool byteMode) {
-    const std::uint32_t carry = _flags & kCarry;
+    const std::uint32_t carry = _flags & kVmCarry;
     const std::uint32_t result = (a + b + carry) & (byteMode ? 0xFF : ~0U);
     return setFlags(result, result < a || (result == a && carry));
 }
@@ -293,7 +288,7 @@ std::uint32_t RarVM::addWithCarry(std::uint32_t a, std::uint32_t b, bool byteMod
 std::uint32_t RarVM::subtract(std::uint32_t a, std::uint32_t b) { return setFlags(a - b, a - b > a); }
 
 std::uint32_t RarVM::subtractWithBorrow(std::uint32_t a, std::uint32_t b, bool byteMode) {
-    const std::uint32_t borrow = _flags & kCarry;
+    const std::uint32_t borrow = _flags & kVmCarry;
     const std::uint32_t result = (a - b - borrow) & (byteMode ? 0xFF : ~0U);
     return setFlags(result, result > a || (result == a && borrow));
 }

@@ -16,6 +16,9 @@
 
 #include "ByteOrder.h"
 #include "Raise.h"
+#include "rar/vm/RarStandardFilters.h"
+#include "rar/vm/RarVmLayout.h"
+#include "rar/vm/VmOpcodes.h"
 
 namespace ZOV_SPACE {
 
@@ -65,59 +68,6 @@ private:
     std::uint64_t _position = 0;  // In bits.
 };
 
-// The published commands in the order of their numbers. Those behind `print` have no number: they are what Prepare()
-// makes of others.
-enum class VmOperation : std::uint8_t {
-    mov,
-    cmp,
-    add,
-    sub,
-    jz,
-    jnz,
-    inc,
-    dec,
-    jmp,
-    bitXor,
-    bitAnd,
-    bitOr,
-    test,
-    js,
-    jns,
-    jb,
-    jbe,
-    ja,
-    jae,
-    push,
-    pop,
-    call,
-    ret,
-    bitNot,
-    shl,
-    shr,
-    sar,
-    neg,
-    pushAll,
-    popAll,
-    pushFlags,
-    popFlags,
-    movZeroExtended,
-    movSignExtended,
-    xchg,
-    mul,
-    div,
-    adc,
-    sbb,
-    print,
-    standard,  // Runs the standard filter whose number is the first operand.
-    movByte,
-    movDword,  // mov, either mode.
-    quietAdd,
-    quietSub,
-    quietInc,
-    quietDec,
-    quietNeg  // For flags that nothing reads.
-};
-
 // The value itself (Base), a register, or memory at register + Base.
 struct VM_PreparedOperand {
     enum class Kind : std::uint8_t { immediate, inRegister, inMemory };
@@ -134,18 +84,6 @@ struct VM_PreparedCommand {
     VM_PreparedOperand Op2;
 };
 
-// The filters that archives use in practice. Their programs are known and run as native code.
-enum VM_StandardFilters : std::uint32_t {
-    kFilterNone,
-    kFilterE8,
-    kFilterE8E9,
-    kFilterItanium,
-    kFilterDelta,
-    kFilterRgb,
-    kFilterAudio,
-    kFilterUpcase
-};
-
 struct VM_PreparedProgram {
     Array<VM_PreparedCommand> Cmd;
     VM_PreparedCommand* AltCmd = nullptr;  // Borrowed; runs instead of Cmd when set. CmdCount is its length then.
@@ -157,16 +95,8 @@ struct VM_PreparedProgram {
     unsigned int FilteredDataSize = 0;
 };
 
-class RarVM {
+class RarVM : public RarVmLayout {
 public:
-    static constexpr std::uint32_t kMemoryBytes = 0x40000;
-    static constexpr std::uint32_t kGlobalAddress = 0x3C000;  // Filtered blocks end here at the latest.
-    static constexpr std::uint32_t kGlobalBytes = 0x2000;
-    static constexpr std::uint32_t kFixedGlobalBytes = 64;
-    // Of the fixed fields, from the global area's start: 32-bit numbers.
-    static constexpr std::uint32_t kBlockLengthOffset = 0x1C;
-    static constexpr std::uint32_t kBlockStartOffset = 0x20;
-    static constexpr std::uint32_t kGlobalSizeOffset = 0x30;
     static constexpr std::uint32_t kMostInstructions = 25'000'000;  // Of one run.
 
     // Makes the memory, zeroed, unless it is there. To be called before anything below.
@@ -177,10 +107,17 @@ public:
     // its check becomes a single return. So does any when the scan's budget for prepared code is spent: then false.
     bool Prepare(const unsigned char* code, int length, VM_PreparedProgram* program);
 
+    // What came of a run.
+    enum class Run {
+        done,
+        idle,     // Nothing was changed: a standard filter whose parameters do not fit.
+        cutShort  // Instructions ran out.
+    };
+
     // Runs a program on the block at address 0, leaves the result in its FilteredData and keeps its global data. A run
     // ends after kMostInstructions, or when the scan's budget of instructions is spent, and the program's first command
     // becomes a return. Standard filters are charged to that budget by their bytes, and change nothing without it.
-    void Execute(VM_PreparedProgram* program);
+    Run Execute(VM_PreparedProgram* program);
 
     // Puts data into the memory; what would lie behind its end is left out.
     void SetMemory(unsigned int pos, const unsigned char* data, unsigned int size);
@@ -192,15 +129,6 @@ public:
     // whose low byte they and the next four are. Bits is RarBitInputStream, whose exceptions pass, or RarMemoryBits.
     template <class Bits>
     static unsigned int ReadData(Bits* bits);
-
-    // The filter whose program this is, known by its length and CRC-32.
-    static VM_StandardFilters IsStandardFilter(const unsigned char* code, int length);
-
-    // Bits of a 16-byte Itanium bundle, least significant first.
-    // REQUIRES: bitCount <= 24; 19 readable bytes, because four are taken at a time.
-    static std::uint32_t FilterItanium_GetBits(const unsigned char* bundle, unsigned bitPosition, unsigned bitCount);
-    static void FilterItanium_SetBits(unsigned char* bundle, std::uint32_t bits, unsigned bitPosition,
-                                      unsigned bitCount);
 
 private:
     static constexpr std::uint32_t kMask = kMemoryBytes - 1;
@@ -214,11 +142,11 @@ private:
     static void DecodeArg(RarMemoryBits& bits, VM_PreparedOperand& operand, bool byteMode);
     static void Optimize(VM_PreparedProgram* program);
 
+    Run runStandardFilter(VM_StandardFilters filter);
     bool ExecuteCode(VM_PreparedCommand* code, int count);
     bool run(std::span<VM_PreparedCommand> code, std::uint32_t& instructionsLeft);
     void executeStep(VM_PreparedCommand& command);
     void executeStackStep(VmOperation operation, unsigned char* operand);
-    bool jumps(VmOperation operation) const;
     unsigned char* locate(VM_PreparedOperand& operand);
     unsigned char* stackTop() { return &_memory[_registers[kStackPointer] & kMask]; }
     void push(std::uint32_t value);
@@ -231,17 +159,6 @@ private:
     std::uint32_t subtract(std::uint32_t a, std::uint32_t b);
     std::uint32_t subtractWithBorrow(std::uint32_t a, std::uint32_t b, bool byteMode);
     std::uint32_t setFlags(std::uint32_t result, bool carry = false);
-
-    std::uint32_t globalField(std::uint32_t offset) const { return loadU32(&_memory[kGlobalAddress + offset]); }
-    void setResult(std::uint32_t start, std::uint32_t length);
-
-    void ExecuteStandardFilter(VM_StandardFilters filter);
-    void filterE8(std::uint32_t size, unsigned char opcodeMask);
-    void filterItanium(std::uint32_t size);
-    void filterDelta(std::uint32_t size);
-    void filterRgb(std::uint32_t size);
-    void filterAudio(std::uint32_t size);
-    void filterUpcase(std::uint32_t size);
 
     std::unique_ptr<unsigned char[]> _memory;
     std::array<std::uint32_t, kRegisterCount + 1> _registers{};

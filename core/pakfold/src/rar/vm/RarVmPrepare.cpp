@@ -4,87 +4,9 @@
 
 #include "rar/vm/RarVm.h"
 #include "unarchiver/ScanBudget.h"
-#include "utils/Crc.h"
 
 namespace ZOV_SPACE {
 namespace {
-
-// What a command has and does, by its number.
-enum Traits : std::uint8_t {
-    kOperands = 3,  // How many: the mask of the count.
-    kByteMode = 4,  // A bit says whether it works on bytes.
-    kJump = 8,      // Goes elsewhere; an immediate operand is a coded distance.
-    kReadsFlags = 16,
-    kSetsFlags = 32
-};
-
-constexpr std::uint8_t kCompute = 2 | kByteMode | kSetsFlags;
-constexpr std::uint8_t kComputeOne = 1 | kByteMode | kSetsFlags;
-constexpr std::uint8_t kMove = 2 | kByteMode;
-constexpr std::uint8_t kJumpIf = 1 | kJump | kReadsFlags;
-
-constexpr auto kTraits = std::to_array<std::uint8_t>({
-    kMove,
-    kCompute,
-    kCompute,
-    kCompute,  // mov, cmp, add, sub
-    kJumpIf,
-    kJumpIf,
-    kComputeOne,
-    kComputeOne,  // jz, jnz, inc, dec
-    1 | kJump,
-    kCompute,
-    kCompute,
-    kCompute,
-    kCompute,  // jmp, bitXor, bitAnd, bitOr, test
-    kJumpIf,
-    kJumpIf,
-    kJumpIf,
-    kJumpIf,
-    kJumpIf,
-    kJumpIf,  // js, jns, jb, jbe, ja, jae
-    1,
-    1,
-    1 | kJump,
-    kJump,  // push, pop, call, ret
-    1 | kByteMode,
-    kCompute,
-    kCompute,
-    kCompute,
-    kComputeOne,  // bitNot, shl, shr, sar, neg
-    0,
-    0,
-    kReadsFlags,
-    kSetsFlags,  // pushAll, popAll, pushFlags, popFlags
-    2,
-    2,
-    kMove,
-    kMove,
-    kMove,  // movZeroExtended, movSignExtended, xchg, mul, div
-    kCompute | kReadsFlags,
-    kCompute | kReadsFlags,
-    0  // adc, sbb, print
-});
-static_assert(kTraits.size() == static_cast<std::size_t>(VmOperation::print) + 1);
-
-constexpr std::uint8_t traitsOf(VmOperation operation) { return kTraits[static_cast<std::size_t>(operation)]; }
-
-VmOperation quietForm(VmOperation operation) {
-    switch (operation) {
-        case VmOperation::add:
-            return VmOperation::quietAdd;
-        case VmOperation::sub:
-            return VmOperation::quietSub;
-        case VmOperation::inc:
-            return VmOperation::quietInc;
-        case VmOperation::dec:
-            return VmOperation::quietDec;
-        case VmOperation::neg:
-            return VmOperation::quietNeg;
-        default:
-            return operation;
-    }
-}
 
 // Of a jump at `position`: numbers from 256 on are the target itself, those below say how far it is.
 std::uint32_t jumpTarget(std::int32_t coded, std::uint32_t position) {
@@ -95,20 +17,6 @@ std::uint32_t jumpTarget(std::int32_t coded, std::uint32_t position) {
     if (coded >= 8) return ahead(coded - 16);
     return ahead(coded);
 }
-
-struct StandardFilter {
-    int length;
-    std::uint32_t crc;
-};
-
-// In the order of VM_StandardFilters.
-constexpr auto kStandardFilters = std::to_array<StandardFilter>({{53, 0xAD576887},
-                                                                 {57, 0x3CD7E57E},
-                                                                 {120, 0x3769893F},
-                                                                 {29, 0x0E06077D},
-                                                                 {149, 0x1C2C5DC8},
-                                                                 {216, 0xBC85E701},
-                                                                 {40, 0x46B9C560}});
 
 bool passesCheck(std::span<const unsigned char> code) {
     unsigned char check = 0;
@@ -144,22 +52,13 @@ unsigned int RarMemoryBits::getBits() const {
     return bits >> (8 - _position % 8) & 0xFFFF;
 }
 
-VM_StandardFilters RarVM::IsStandardFilter(const unsigned char* code, int length) {
-    const auto found = std::find_if(kStandardFilters.begin(), kStandardFilters.end(), [=](const StandardFilter& row) {
-        if (row.length != length) return false;
-        RarCrc crc;
-        return ~crc.add(code, static_cast<unsigned>(length)) == row.crc;
-    });
-    if (found == kStandardFilters.end()) return kFilterNone;
-    return static_cast<VM_StandardFilters>(found - kStandardFilters.begin() + 1);
-}
-
 bool RarVM::Prepare(const unsigned char* code, int length, VM_PreparedProgram* program) {
     const std::span<const unsigned char> bytes(code, static_cast<std::size_t>(std::max(length, 0)));
     program->Cmd.Reset();
     program->StaticData.Reset();
     if (!bytes.empty() && passesCheck(bytes)) {
-        if (const VM_StandardFilters filter = IsStandardFilter(code, length); filter != kFilterNone) {
+        if (const VM_StandardFilters filter = RarStandardFilters::IsStandardFilter(code, length);
+            filter != kFilterNone) {
             VM_PreparedCommand command{VmOperation::standard, false, {}, {}};
             command.Op1.Base = filter;
             append(program, command);
@@ -199,15 +98,15 @@ VM_PreparedCommand RarVM::DecodeCommand(RarMemoryBits& bits, std::uint32_t posit
     bits.addBits(isShort ? 4 : 6);
     VM_PreparedCommand command;
     command.OpCode = static_cast<VmOperation>(isShort ? head >> 12 : (head >> 10) - 24);
-    const std::uint8_t traits = traitsOf(command.OpCode);
-    if (traits & kByteMode) {
+    const VmOpcode& opcode = opcodeOf(command.OpCode);
+    if (opcode.mode == VmOpcode::Mode::either) {
         command.ByteMode = bits.getBits() & 0x8000;
         bits.addBits(1);
     }
-    const int operands = traits & kOperands;
-    if (operands >= 1) DecodeArg(bits, command.Op1, command.ByteMode);
-    if (operands == 2) DecodeArg(bits, command.Op2, command.ByteMode);
-    if (traits & kJump && operands == 1 && command.Op1.Type == VM_PreparedOperand::Kind::immediate) {
+    if (opcode.operands >= 1) DecodeArg(bits, command.Op1, command.ByteMode);
+    if (opcode.operands == 2) DecodeArg(bits, command.Op2, command.ByteMode);
+    const bool hasTarget = opcode.goes == VmOpcode::Goes::elsewhere && opcode.operands == 1;
+    if (hasTarget && command.Op1.Type == VM_PreparedOperand::Kind::immediate) {
         command.Op1.Base = jumpTarget(static_cast<std::int32_t>(command.Op1.Base), position);
     }
     return command;
@@ -242,14 +141,15 @@ void RarVM::Optimize(VM_PreparedProgram* program) {
     bool flagsNeeded = true;
     for (std::size_t i = program->Cmd.size(); i-- > 0;) {
         VM_PreparedCommand& command = program->Cmd[i];
-        const std::uint8_t traits = traitsOf(command.OpCode);
+        const VmOpcode& opcode = opcodeOf(command.OpCode);
         if (command.OpCode == VmOperation::mov) {
             command.OpCode = command.ByteMode ? VmOperation::movByte : VmOperation::movDword;
+        } else if (!flagsNeeded) {
+            command.OpCode = opcode.quiet;
         }
-        if (!flagsNeeded) command.OpCode = quietForm(command.OpCode);
-        if (traits & (kJump | kReadsFlags)) {
+        if (opcode.readsFlags() || opcode.goes == VmOpcode::Goes::elsewhere) {
             flagsNeeded = true;
-        } else if (traits & kSetsFlags) {
+        } else if (opcode.setsFlags()) {
             flagsNeeded = false;
         }
     }

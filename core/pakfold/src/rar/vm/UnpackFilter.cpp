@@ -21,7 +21,9 @@ std::uint32_t UnpackFilter::copy(const unsigned char* bytes, std::uint32_t n) {
 }
 
 void UnpackFilter::execute(RarVMOutputStream* out, RarFilterQueue* queue) {
-    run(static_cast<std::uint32_t>(out->flushedTotal()));
+    const RarVM::Run outcome = run(static_cast<std::uint32_t>(out->flushedTotal()));
+    if (outcome == RarVM::Run::idle) out->troubles().note(RarTrouble::filterNotRun);
+    if (outcome == RarVM::Run::cutShort) out->troubles().note(RarTrouble::instructionsSpent);
     const unsigned char* const result = _prepared.FilteredData;
     const std::uint32_t size = _prepared.FilteredDataSize;
     // What a filter swallows is never written, and so neither meets the entry's limit nor costs whoever takes it.
@@ -38,9 +40,8 @@ void UnpackFilter::execute(RarVMOutputStream* out, RarFilterQueue* queue) {
 
 // `position` is the block's, in the whole output. Global data behind the fixed fields is what the last run left, if it
 // left any.
-void UnpackFilter::run(std::uint32_t position) {
+RarVM::Run UnpackFilter::run(std::uint32_t position) {
     constexpr std::size_t kFixed = RarVM::kFixedGlobalBytes;
-    constexpr std::size_t kPositionOffset = 36;  // 64 bits.
     _vm.SetMemory(0, _block.get(), _filled);
     _block.reset();
 
@@ -50,16 +51,20 @@ void UnpackFilter::run(std::uint32_t position) {
         if (global.size() < kept.size()) global.Add(static_cast<int>(kept.size() - global.size()));
         std::copy(kept.begin() + kFixed, kept.end(), global.begin() + kFixed);
     }
-    RarVM::SetValue(&global[kPositionOffset], position);
-    RarVM::SetValue(&global[kPositionOffset + 4], 0);
+    auto fields = loadLittleEndian<RarVmGlobals>(global.data());
+    fields.position = {position, 0};
+    storeLittleEndian(global.data(), fields);
     _prepared.InitR[6] = position;
     _prepared.StaticData = _program->prepared.StaticData;
     _prepared.AltCmd = _program->prepared.Cmd.data();
     _prepared.CmdCount = _program->prepared.CmdCount;
-    _vm.Execute(&_prepared);
+    // A program that begins with a return is one that could not be understood, or was cut short before.
+    const bool idle = _program->prepared.Cmd[0].OpCode == VmOperation::ret;
+    const RarVM::Run outcome = _vm.Execute(&_prepared);
 
     kept.Reset();
     if (global.size() > kFixed) std::swap(kept, global);
+    return idle ? RarVM::Run::idle : outcome;
 }
 
 }  // namespace ZOV_SPACE

@@ -34,7 +34,7 @@ public:
     void execute(RarVMOutputStream* out, RarFilterQueue* queue) override;
 
 private:
-    void run(std::uint32_t position);
+    RarVM::Run run(std::uint32_t position);
 
     RarVM& _vm;
     std::shared_ptr<RarProgram> _program;
