@@ -1,6 +1,7 @@
 // Programs of RAR's virtual machine, run twice on one block.
 // Input: 16 bits, little-endian, with the size of the program; the program, whose check byte is put right; the rest is
 // the block, whose first words are also what the registers start with.
+#include <cstddef>
 #include <vector>
 
 #include "Input.h"
@@ -27,7 +28,7 @@ void run(std::string_view input) {
         program.InitR[i] = loadU32(block.data() + 4 * i);
     }
     program.GlobalData.Add(RarVM::kFixedGlobalBytes);
-    RarVM::SetValue(&program.GlobalData[RarVM::kBlockLengthOffset], static_cast<unsigned>(block.size()));
+    RarVM::SetValue(&program.GlobalData[offsetof(RarVmGlobals, blockLength)], static_cast<unsigned>(block.size()));
     for (int turn = 0; turn < 2; ++turn) {
         program.InitR[3] = RarVM::kGlobalAddress;
         program.InitR[4] = static_cast<unsigned>(block.size());

@@ -41,7 +41,7 @@ protected:
     Bytes machineCode(Bytes block) {
         for (std::size_t i = 0; i + 20 < block.size(); i += 16) {
             block[i] = low(16 + static_cast<int>(random(16)));
-            RarVM::FilterItanium_SetBits(&block[i], 5, 5 + 41 * random(3) + 37, 4);
+            RarStandardFilters::FilterItanium_SetBits(&block[i], 5, 5 + 41 * random(3) + 37, 4);
         }
         return block;
     }
@@ -132,7 +132,9 @@ TEST_F(RarFiltersTest, leaveBlocksAloneWithoutBudget) {
 
 TEST_F(RarFiltersTest, areKnownByLengthAndCrc) {
     Bytes code = standInProgram(kFilterDelta);
-    const auto kindOf = [&code] { return RarVM::IsStandardFilter(code.data(), static_cast<int>(code.size())); };
+    const auto kindOf = [&code] {
+        return RarStandardFilters::IsStandardFilter(code.data(), static_cast<int>(code.size()));
+    };
     EXPECT_EQ(kindOf(), kFilterDelta);
     code.back() ^= 1;
     EXPECT_EQ(kindOf(), kFilterNone);

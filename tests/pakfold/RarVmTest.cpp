@@ -233,7 +233,7 @@ TEST_F(RarVmTest, aRunLoadsAndKeepsGlobalData) {
     full.GlobalData.Add(RarVM::kGlobalBytes + 5);
     full.StaticData.Add(5);
     std::fill(full.StaticData.begin(), full.StaticData.end(), std::uint8_t{0xEE});
-    full.GlobalData[RarVM::kGlobalSizeOffset + 1] = 0x20;
+    full.GlobalData[offsetof(RarVmGlobals, keptBytes) + 1] = 0x20;
     full.GlobalData[RarVM::kGlobalBytes] = 0xEE;
     vm.Execute(&full);
     EXPECT_EQ(std::count(full.GlobalData.begin(), full.GlobalData.end(), 0xEE), 0);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <utility>
@@ -150,7 +151,7 @@ inline std::vector<unsigned char> runProgram(RarVM& vm, const std::vector<unsign
     registers[4] = static_cast<unsigned>(block.size());
     program.InitR = registers;
     program.GlobalData.Add(RarVM::kFixedGlobalBytes);
-    RarVM::SetValue(&program.GlobalData[RarVM::kBlockLengthOffset], registers[4]);
+    RarVM::SetValue(&program.GlobalData[offsetof(RarVmGlobals, blockLength)], registers[4]);
     vm.SetMemory(0, block.data(), registers[4]);
     vm.Execute(&program);
     return {program.FilteredData, program.FilteredData + program.FilteredDataSize};

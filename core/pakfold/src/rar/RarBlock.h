@@ -128,7 +128,7 @@ public:
     std::int64_t unpackedSize() const;
     // Whether there is data that can be read; sizes from 2 GiB on are not.
     bool hasReadableData() const;
-    const std::string& rawName() const { return _name; }  // A zero byte and an encoded form may follow the name.
+    const std::string& rawName() const { return _name; }
 
     std::uint32_t unp_size = 0;
     std::uint8_t host_os = 0;

@@ -17,19 +17,32 @@ void RarDecompressSession::decompress(InputStream& in, std::int64_t packedSize, 
     _isFresh = solid == 0 || !_out;
     _asked = solid == 0 ? _processor : nullptr;
     _target = &out;
+    _outcome = {};
     switch (unpackVersion) {
         case 20:
         case 26:
+            _filtered = nullptr;
             setStreams<RarBufferOutputStream>(in, packedSize, out, unpackedSize);
-            unpack20(in);
             break;
         case 29:
             _filtered = setStreams<RarVMOutputStream>(in, packedSize, out, unpackedSize);
-            unpack29(in);
             break;
         default:
             kUnit.raise<CompressionException>("Unsupported RAR unpack version:" + std::to_string(unpackVersion));
     }
+    try {
+        _filtered ? unpack29(in) : unpack20(in);
+    } catch (const Exception&) {
+        settleOutcome(unpackedSize);
+        throw;
+    }
+    settleOutcome(unpackedSize);
+}
+
+// Whoever does not take the output, or stops it, knows what is missing.
+void RarDecompressSession::settleOutcome(std::int64_t unpackedSize) {
+    if (!_out->outputFailed() && !isStopped()) _outcome.missingBytes = unpackedSize - _out->flushedTotal();
+    if (_filtered) _outcome.troubles = _filtered->troubles();
 }
 
 // A fresh entry gets the window, too, once there is one, since clearing what was written in it costs less than a new

@@ -25,6 +25,7 @@ public:
 
     void decompress(InputStream& in, std::int64_t packedSize, OutputStream& out, std::int64_t unpackedSize,
                     int unpackVersion, int solid);
+    const RarOutcome& outcome() const { return _outcome; }
 
 private:
     static constexpr int kDefaultEscape = 2;
@@ -40,6 +41,7 @@ private:
     End decode(End (RarDecompressSession::*method)());
     bool isStopped() const { return _asked && _asked->getAction() == DecompressProcessor::kStop; }
     void skipUntaken(InputStream& in) const;
+    void settleOutcome(std::int64_t unpackedSize);
 
     void unpack20(InputStream& in);
     End decode20();
@@ -74,7 +76,8 @@ private:
     OutputStream* _target = nullptr;
     std::unique_ptr<RarBitInputStream> _in;
     std::unique_ptr<RarBufferOutputStream> _out;
-    RarVMOutputStream* _filtered = nullptr;  // The same, in entries of RAR 2.9.
+    RarVMOutputStream* _filtered = nullptr;  // The same, in entries of RAR 2.9; null in others.
+    RarOutcome _outcome;
 };
 
 }  // namespace ZOV_SPACE

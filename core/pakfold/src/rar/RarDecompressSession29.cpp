@@ -12,6 +12,7 @@ void RarDecompressSession::unpack29(InputStream& in) {
     const End end = decode(&RarDecompressSession::decode29);
     if (end != End::kProcessor) _out->finishOutput();
     if (end == End::kStopRule) readTail29();
+    _filtered->dropFilters();
     skipUntaken(in);
 }
 

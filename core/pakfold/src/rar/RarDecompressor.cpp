@@ -27,4 +27,6 @@ void RarDecompressor::decompress(InputStream& in, std::int64_t packedSize, Outpu
     _session->decompress(in, packedSize, out, unpackedSize, unpackVersion, solid);
 }
 
+const RarOutcome& RarDecompressor::outcome() const { return _session->outcome(); }
+
 }  // namespace ZOV_SPACE

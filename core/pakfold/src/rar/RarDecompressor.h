@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "rar/RarTroubles.h"
 #include "unarchiver/Pakfold.h"
 
 namespace ZOV_SPACE {
@@ -34,6 +35,7 @@ public:
     //            the streams throw.
     void decompress(InputStream& in, std::int64_t packedSize, OutputStream& out, std::int64_t unpackedSize,
                     int unpackVersion, int solid);
+    const RarOutcome& outcome() const;  // Of the entry decoded last, also when that threw.
 
 private:
     std::unique_ptr<RarDecompressSession> _session;

@@ -1,10 +1,11 @@
-// RarTroubles: what kept an entry from being unpacked as its archive asks although its decoding went on. Each kind
+// RarTroubles: what kept an entry from being unpacked as its archive asks, although its decoding went on. Each kind
 // counts once for an entry, however often it comes. Used by one thread at a time.
 #ifndef PAKFOLD_RAR_RARTROUBLES_H
 #define PAKFOLD_RAR_RARTROUBLES_H
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 namespace ZOV_SPACE {
 
@@ -33,6 +34,12 @@ private:
                                                        "room for filters' code ran out"};
 
     std::array<bool, kTexts.size()> _noted{};
+};
+
+// What came of an entry besides its output.
+struct RarOutcome {
+    std::int64_t missingBytes = 0;  // That the data did not give, of those that were announced.
+    RarTroubles troubles;
 };
 
 }  // namespace ZOV_SPACE

@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include "EntryStreams.h"
 #include "IOUtils.h"
+#include "PositionInputStream.h"
 #include "Raise.h"
 #include "io/BufferBaseStreams.h"
 #include "rar/RarBlock.h"
@@ -39,9 +43,12 @@ int size32(std::int64_t size) {
     return static_cast<int>(static_cast<std::uint32_t>(std::min(size, kLargest)));
 }
 
+// A zero byte and an encoded form may follow the name.
+std::string nameOf(const RarFileBlock& file) { return file.rawName().substr(0, file.rawName().find('\0')); }
+
 void describe(const RarFileBlock& file, RarEntryInfo& info) {
     info.algorithm = kAlgorithmRar;
-    info.name = file.rawName().substr(0, file.rawName().find('\0'));
+    info.name = nameOf(file);
     info.flags = static_cast<int>(file.attr);
     info.time = file.ftime;
     info.compressedSize = size32(file.packedSize());
@@ -75,8 +82,11 @@ std::unique_ptr<RarBlock> soundBlock(InputStream& in, int type) {
 // The entries, from behind the archive header on.
 class EntryWalk {
 public:
-    EntryWalk(InputStream& in, ArchiveEntryProcessor& entries, DecompressProcessor* decompression, bool solidArchive)
+    // `source` is null where `in` does not read from a buffer.
+    EntryWalk(PositionInputStream& in, BufferBase* source, ArchiveEntryProcessor& entries,
+              DecompressProcessor* decompression, bool solidArchive)
         : _in(in),
+          _source(source),
           _entries(entries),
           _decompression(decompression),
           _decompressor(decompression),
@@ -85,37 +95,62 @@ public:
     void run();
 
 private:
-    void takeFile(RarFileBlock& file);
+    // An entry that was not decoded to its end, and where its data is.
+    struct PassedOver {
+        std::unique_ptr<RarFileBlock> file;
+        long position;
+    };
+
+    void takeFile(std::unique_ptr<RarFileBlock> file);
+    void takeData(RarFileBlock& file, BoundedInputStream& data);
     void offer(const RarFileBlock& file, BoundedInputStream& data);
     void transfer(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out);
     void transferSolid(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out);
+    static void copyStored(const RarFileBlock& file, BoundedInputStream& data, OutputStream& out);
     void decode(const RarFileBlock& file, InputStream& data, OutputStream& out);
+    void decodePassedOver();
+    void report(const RarFileBlock& file) const;
 
     // Whether later entries may build on what this one unpacks to. The first entry of a solid archive has no flag of
     // its own.
     bool othersBuildOn(const RarFileBlock& file) const { return !file.isStored() && (file.isSolid() || _solidArchive); }
 
-    InputStream& _in;
+    PositionInputStream& _in;
+    BufferBase* _source;
     ArchiveEntryProcessor& _entries;
     DecompressProcessor* _decompression;
     RarDecompressor _decompressor;
     bool _solidArchive;
+    bool _decoded = false;                  // The entry at hand, to its end.
+    std::optional<PassedOver> _passedOver;  // What a solid entry that follows builds on.
 };
 
 void EntryWalk::run() {
-    while (const std::unique_ptr<RarBlock> block = RarBlock::parseBlock(_in)) {
+    while (std::unique_ptr<RarBlock> block = RarBlock::parseBlock(_in)) {
         if (block->continueParse(_in) != 0) kUnit.raise<ArchivingException>("Rar head error");
         if (block->h_type == RarBlock::kFile) {
-            takeFile(static_cast<RarFileBlock&>(*block));
+            takeFile(std::unique_ptr<RarFileBlock>(static_cast<RarFileBlock*>(block.release())));
         } else {
             block->skipData(_in);
         }
     }
 }
 
-void EntryWalk::takeFile(RarFileBlock& file) {
-    if (file.isSplitBefore()) return;
-    BoundedInputStream data(&_in, std::min(file.packedSize(), kBeyondAnySource));
+void EntryWalk::takeFile(std::unique_ptr<RarFileBlock> file) {
+    if (file->isSplitBefore()) return;
+    const std::int64_t position = _in.position();
+    BoundedInputStream data(&_in, std::min(file->packedSize(), kBeyondAnySource));
+    _decoded = false;
+    takeData(*file, data);
+    data.skipRest();
+    if (_decoded) {
+        _passedOver.reset();
+    } else if (!file->isStored() && file->hasReadableData() && position <= std::numeric_limits<long>::max()) {
+        _passedOver = {std::move(file), static_cast<long>(position)};
+    }
+}
+
+void EntryWalk::takeData(RarFileBlock& file, BoundedInputStream& data) {
     const bool sound = file.verify() == 0;
     if (!sound) kDiag.at().dbg("Rar Broken File Header!");
     if (sound || !file.isSolid()) {
@@ -124,7 +159,6 @@ void EntryWalk::takeFile(RarFileBlock& file) {
         NullOutputStream nothing;
         decode(file, data, nothing);
     }
-    data.skipRest();
 }
 
 void EntryWalk::offer(const RarFileBlock& file, BoundedInputStream& data) {
@@ -149,7 +183,7 @@ void EntryWalk::transfer(const RarFileBlock& file, BoundedInputStream& data, int
     } else if (!out) {
         return;
     } else if (action == kActionCopy || (action == kActionDecompress && file.isStored())) {
-        IOUtils::readAndWrite(data, *out);
+        copyStored(file, data, *out);
     } else if (action == kActionDecompress) {
         decode(file, data, *out);
     }
@@ -168,13 +202,51 @@ void EntryWalk::transferSolid(const RarFileBlock& file, BoundedInputStream& data
     }
 }
 
+void tellMissing(const RarFileBlock& file, std::int64_t missingBytes) {
+    if (missingBytes <= 0) return;
+    const auto size = static_cast<long long>(file.unpackedSize());
+    kDiag.at().err("Rar entry <%s> is incomplete: %lld of %lld bytes are missing.", nameOf(file).c_str(),
+                   static_cast<long long>(missingBytes), size);
+}
+
+void EntryWalk::copyStored(const RarFileBlock& file, BoundedInputStream& data, OutputStream& out) {
+    TakenOutputStream taken(&out);
+    IOUtils::readAndWrite(data, taken);
+    if (file.isStored()) tellMissing(file, file.unpackedSize() - taken.taken());
+}
+
 void EntryWalk::decode(const RarFileBlock& file, InputStream& data, OutputStream& out) {
+    if (file.isSolid()) decodePassedOver();
     try {
         _decompressor.decompress(data, file.packedSize(), out, file.unpackedSize(), file.unp_ver,
                                  file.isSolid() ? static_cast<int>(RarFileBlock::kSolid) : 0);
     } catch (CompressionException& e) {
+        report(file);
         kUnit.raise<ArchivingException>(e.getMessage());
+    } catch (const Exception&) {
+        report(file);
+        throw;
     }
+    report(file);
+    _decoded = true;
+}
+
+// In an archive that does not call itself solid, the first of the entries that build on each other may not have been
+// decoded when the second one comes.
+void EntryWalk::decodePassedOver() {
+    if (!_passedOver || !_source) return;
+    const PassedOver entry = *std::exchange(_passedOver, std::nullopt);
+    BufferBaseInputStream source(_source, entry.position);
+    BoundedInputStream data(&source, entry.file->packedSize());
+    NullOutputStream nothing;
+    decode(*entry.file, data, nothing);
+}
+
+void EntryWalk::report(const RarFileBlock& file) const {
+    const RarOutcome& outcome = _decompressor.outcome();
+    outcome.troubles.forEach(
+        [&file](const char* what) { kDiag.at().err("Rar entry <%s>: %s.", nameOf(file).c_str(), what); });
+    tellMissing(file, outcome.missingBytes);
 }
 
 }  // namespace
@@ -196,6 +268,7 @@ RarUnarchiver::RarUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries,
                              unsigned int offset)
     : _ownStream(streamOf(buffer)),
       _in(_ownStream.get()),
+      _source(buffer),
       _entries(entries),
       _decompression(decompression),
       _offset(offset) {}
@@ -212,11 +285,12 @@ void RarUnarchiver::start() {
 }
 
 void RarUnarchiver::walk() {
-    skipToMarker(*_in, _offset);
-    if (!soundBlock(*_in, RarBlock::kMarker)) kUnit.raise<ArchivingException>("Not a rar package");
-    const std::unique_ptr<RarBlock> archive = soundBlock(*_in, RarBlock::kArchive);
-    if (!archive || !archive->skipData(*_in)) kUnit.raise<ArchivingException>("Rar archive info error");
-    EntryWalk(*_in, _entries, _decompression, static_cast<RarArchiveBlock&>(*archive).isSolid()).run();
+    PositionInputStream in(_in);
+    skipToMarker(in, _offset);
+    if (!soundBlock(in, RarBlock::kMarker)) kUnit.raise<ArchivingException>("Not a rar package");
+    const std::unique_ptr<RarBlock> archive = soundBlock(in, RarBlock::kArchive);
+    if (!archive || !archive->skipData(in)) kUnit.raise<ArchivingException>("Rar archive info error");
+    EntryWalk(in, _source, _entries, _decompression, static_cast<RarArchiveBlock&>(*archive).isSolid()).run();
 }
 
 }  // namespace ZOV_SPACE

@@ -18,7 +18,12 @@ public:
 // Entries continued from a previous volume are passed over without being offered. One encrypted entry ends the walk.
 //
 // Compressed entries of a solid archive are decoded even when the processor skips them, because later ones build on
-// them. That, and what follows when a sink is full, is charged to the scan's budget.
+// them. In an archive that does not say that it is solid, a first entry that was skipped is decoded once a solid one
+// follows; that takes a buffer as the source. Either, and what follows when a sink is full, is charged to the scan's
+// budget, and so is what processors take.
+//
+// Whatever is given up while the walk goes on gets an error line with the entry's name: bytes that are missing, filters
+// that were not run, budgets that ran out.
 //
 // Kept as is: beginUnarchiving() is called before every entry; no operation of the processor is called at the end.
 //   Throws: ArchivingException "Not a rar package", "Rar archive info error", "Rar head error", "Archiving aborted",
@@ -43,6 +48,7 @@ private:
 
     std::unique_ptr<InputStream> _ownStream;
     InputStream* _in;
+    BufferBase* _source = nullptr;  // What the stream reads from, if that is known.
     ArchiveEntryProcessor& _entries;
     DecompressProcessor* _decompression;
     unsigned int _offset;

@@ -5,9 +5,9 @@
 //     one function look alike; here the positions become distances again. Itanium does the same to the branches in its
 //     bundles of three commands.
 // Delta: bytes of the same channel stand together, each as the difference from the one before.
-// RGB: the same for three colours, but each byte differs from what the pixels to the left and above predict, and two colours differ from the third.
-// Audio: each byte differs from what three weighted differences before it predict; the weights follow the errors.
-// Upcase: capitals are stored as small letters with a mark ahead.
+// RGB: the same for three colours, but each byte differs from what the pixels to the left and above predict, and two
+// colours differ from the third. Audio: each byte differs from what three weighted differences before it predict; the
+// weights follow the errors. Upcase: capitals are stored as small letters with a mark ahead.
 #include "rar/vm/RarStandardFilters.h"
 
 #include <algorithm>
