@@ -124,17 +124,17 @@ RarCrc RarBlock::commonFieldsCrc() const {
     return crc;
 }
 
-int RarBlock::continueParse(InputStream& in) {
+bool RarBlock::continueParse(InputStream& in) {
     const int left = headerLeft();
-    if (left < 0) return 1;
+    if (left < 0) return false;
     _rawCrc = commonFieldsCrc();
     try {
         RarHeaderStream header(&in, left, _rawCrc);
-        if (!parseFields(header)) return 1;
+        if (!parseFields(header)) return false;
         IOUtils::skip(header);
-        return 0;
+        return true;
     } catch (const IOException&) {
-        return 1;
+        return false;
     }
 }
 
@@ -146,21 +146,21 @@ bool RarBlock::crcFits() { return h_crc == getCrc() || h_crc == headerCrc(_rawCr
 bool RarBlock::parseNested(BoundedInputStream& header) {
     if (!(h_flags & kHasNested)) return true;
     _nested = parseBlock(header, _depth + 1);
-    return _nested && _nested->continueParse(header) == 0;
+    return _nested && _nested->continueParse(header);
 }
 
 RarMarkerBlock::~RarMarkerBlock() = default;
 
-int RarMarkerBlock::verify() {
+bool RarMarkerBlock::verify() {
     // As bytes: "Rar!" 1A 07 00.
-    return h_crc == 0x6152 && h_type == kMarker && h_flags == 0x1A21 && h_size == kCommonBytes ? 0 : 1;
+    return h_crc == 0x6152 && h_type == kMarker && h_flags == 0x1A21 && h_size == kCommonBytes;
 }
 
 int RarMarkerBlock::getCrc() { return headerCrc(commonFieldsCrc()); }
 
 RarArchiveBlock::~RarArchiveBlock() = default;
 
-int RarArchiveBlock::verify() { return h_type == kArchive && crcFits() ? 0 : 1; }
+bool RarArchiveBlock::verify() { return h_type == kArchive && crcFits(); }
 
 int RarArchiveBlock::getCrc() {
     RarCrc crc = commonFieldsCrc();
@@ -179,18 +179,18 @@ bool RarArchiveBlock::parseFields(BoundedInputStream& header) {
 
 RarFileBlock::~RarFileBlock() = default;
 
-int RarFileBlock::verify() { return h_type == kFile && crcFits() ? 0 : 1; }
+bool RarFileBlock::verify() { return h_type == kFile && crcFits(); }
 
-int RarFileBlock::continueParse(InputStream& in) {
+bool RarFileBlock::continueParse(InputStream& in) {
     if (h_flags & kEncrypted) {
         kDiag.at().dbg("RarUnarchiver: nead passwd");
-        return 1;
+        return false;
     }
-    if (h_size < kFewestFileBytes) return 1;
+    if (h_size < kFewestFileBytes) return false;
     if (isSplitBefore()) {
         kDiag.at().dbg("Skip this entry for LHD_SPLIT_BEFORE");
         BoundedInputStream(&in, std::int64_t{headerLeft()} + a_size).skipRest();
-        return 0;
+        return true;
     }
     return RarBlock::continueParse(in);
 }
@@ -273,11 +273,11 @@ bool RarFileBlock::hasReadableData() const {
 
 RarReservedBlock::~RarReservedBlock() = default;
 
-int RarReservedBlock::verify() { return 0; }
+bool RarReservedBlock::verify() { return true; }
 
-int RarReservedBlock::continueParse(InputStream& in) {
+bool RarReservedBlock::continueParse(InputStream& in) {
     const int left = headerLeft();
-    return left >= 0 && BoundedInputStream(&in, left).skipRest() ? 0 : 1;
+    return left >= 0 && BoundedInputStream(&in, left).skipRest();
 }
 
 int RarReservedBlock::getCrc() { return h_crc; }

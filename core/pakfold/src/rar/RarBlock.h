@@ -44,8 +44,8 @@ public:
     RarBlock& operator=(const RarBlock&) = delete;
     virtual ~RarBlock();
 
-    virtual int verify() = 0;                    // 0 when the block is sound; after continueParse().
-    virtual int continueParse(InputStream& in);  // Reads the rest of the header: 0, or 1 when that fails.
+    virtual bool verify() = 0;                    // Whether the block is sound; after continueParse().
+    virtual bool continueParse(InputStream& in);  // Reads the rest of the header. False when that fails.
     virtual int getCrc() = 0;                    // What h_crc should be, over the fields as they were understood.
 
     // Moves over the data. False when the stream ends before.
@@ -82,7 +82,7 @@ class RarMarkerBlock : public RarBlock {
 public:
     ~RarMarkerBlock() override;
 
-    int verify() override;
+    bool verify() override;
     int getCrc() override;
 };
 
@@ -92,7 +92,7 @@ public:
 
     ~RarArchiveBlock() override;
 
-    int verify() override;
+    bool verify() override;
     int getCrc() override;
     bool isSolid() const { return h_flags & kSolid; }
 
@@ -116,9 +116,9 @@ public:
 
     ~RarFileBlock() override;
 
-    int verify() override;
+    bool verify() override;
     // Of an entry that is continued from the previous volume the data is skipped, too.
-    int continueParse(InputStream& in) override;
+    bool continueParse(InputStream& in) override;
     int getCrc() override;
 
     bool isSplitBefore() const { return h_flags & kSplitBefore; }
@@ -158,8 +158,8 @@ class RarReservedBlock : public RarBlock {
 public:
     ~RarReservedBlock() override;
 
-    int verify() override;
-    int continueParse(InputStream& in) override;
+    bool verify() override;
+    bool continueParse(InputStream& in) override;
     int getCrc() override;
 };
 

@@ -75,7 +75,7 @@ void skipToMarker(InputStream& in, unsigned int offset) {
 // The next block when it is a whole and sound one of this type, otherwise null.
 std::unique_ptr<RarBlock> soundBlock(InputStream& in, int type) {
     std::unique_ptr<RarBlock> block = RarBlock::parseBlock(in);
-    if (!block || block->continueParse(in) != 0 || block->h_type != type || block->verify() != 0) return nullptr;
+    if (!block || !block->continueParse(in) || block->h_type != type || !block->verify()) return nullptr;
     return block;
 }
 
@@ -127,7 +127,7 @@ private:
 
 void EntryWalk::run() {
     while (std::unique_ptr<RarBlock> block = RarBlock::parseBlock(_in)) {
-        if (block->continueParse(_in) != 0) kUnit.raise<ArchivingException>("Rar head error");
+        if (!block->continueParse(_in)) kUnit.raise<ArchivingException>("Rar head error");
         if (block->h_type == RarBlock::kFile) {
             takeFile(std::unique_ptr<RarFileBlock>(static_cast<RarFileBlock*>(block.release())));
         } else {
@@ -151,7 +151,7 @@ void EntryWalk::takeFile(std::unique_ptr<RarFileBlock> file) {
 }
 
 void EntryWalk::takeData(RarFileBlock& file, BoundedInputStream& data) {
-    const bool sound = file.verify() == 0;
+    const bool sound = file.verify();
     if (!sound) kDiag.at().dbg("Rar Broken File Header!");
     if (sound || !file.isSolid()) {
         offer(file, data);
@@ -257,7 +257,7 @@ bool RarUnarchiver::checkFormat(InputStream& in) {
     in.mark(kCheckMarkLimit);
     const std::unique_ptr<RarBlock> block = RarBlock::parseBlock(in);
     in.reset();
-    return block && block->h_type == RarBlock::kMarker && block->verify() == 0;
+    return block && block->h_type == RarBlock::kMarker && block->verify();
 }
 
 RarUnarchiver::RarUnarchiver(InputStream* in, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
