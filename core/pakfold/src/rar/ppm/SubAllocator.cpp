@@ -6,6 +6,7 @@
 
 #include "LargePages.h"
 #include "Raise.h"
+#include "rar/ppm/HeapAllowance.h"
 #include "rar/ppm/HeapValue.h"
 #include "unarchiver/ScanBudget.h"
 
@@ -16,8 +17,8 @@ constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/RarModel"};
 
 constexpr std::uint32_t kUnitBytes = SubAllocator::kUnitBytes;
 constexpr std::uint32_t kMostUnits = 128;
-// What a heap costs the system, as so many bytes of output, even if hardly used: a large page at each of its places.
-constexpr std::int64_t kNewHeapCost = 1 << 20;
+// What a heap costs, as so many bytes of output, even if hardly used: mapping it, and a large page at each of its places.
+constexpr std::int64_t kNewHeapCost = 16 << 10;
 constexpr std::uint32_t kGlueInterval = 255;
 constexpr std::uint16_t kFreeStamp = 0xFFFF;  // No context has so many states, no state that frequency.
 
@@ -66,7 +67,9 @@ void SubAllocator::Clean() {
 }
 
 void SubAllocator::StopSubAllocator() {
+    if (_heapBytes == 0) return;
     _memory.reset();
+    HeapAllowance::ofProcess().giveBack(_heapBytes);
     Clean();
 }
 
@@ -76,12 +79,16 @@ void SubAllocator::StartSubAllocator(int megabytes) {
     StopSubAllocator();
     ScanBudget::chargeDiscardedBytes(kNewHeapCost);
     const std::uint32_t bytes = size / kUnitBytes * kUnitBytes + kUnitBytes;
+    HeapAllowance::ofProcess().take(bytes);
+    _heapBytes = bytes;
     _memory.reset(static_cast<char*>(std::malloc(bytes)));
-    if (!_memory) kUnit.raise<OutOfMemoryException>("Out of memory");
+    if (!_memory) {
+        StopSubAllocator();
+        kUnit.raise<OutOfMemoryException>("Out of memory");
+    }
     preferLargePages(_memory.get(), bytes);
     _heap = reinterpret_cast<unsigned char*>(_memory.get());
     _size = size;
-    _heapBytes = bytes;
 }
 
 void SubAllocator::InitSubAllocator() {

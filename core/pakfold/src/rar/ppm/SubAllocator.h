@@ -22,7 +22,13 @@ public:
     static constexpr std::uint32_t kUnitBytes = 12;
     static constexpr int kMostMegabytes = 256;
 
-    // Gets a heap of 1 to kMostMegabytes, whose content is arbitrary; one of that size is kept.
+    SubAllocator() = default;
+    SubAllocator(const SubAllocator&) = delete;
+    SubAllocator& operator=(const SubAllocator&) = delete;
+    ~SubAllocator() { StopSubAllocator(); }
+
+    // Gets a heap of 1 to kMostMegabytes, whose content is arbitrary; one of that size is kept. Waits for it when the
+    // heaps of other threads take all that there is for them.
     //   Throws:  OutOfMemoryException "Out of memory", OutOfBudgetException; there is no heap then.
     void StartSubAllocator(int megabytes);
     void StopSubAllocator();
