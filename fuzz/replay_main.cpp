@@ -15,48 +15,38 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class Replay {
-public:
-    explicit Replay(const Target& target) : _target(target) { std::printf("the latest input: %s\n", path().c_str()); }
+void run(const Target& target, const std::string& input) {
+    static const TempDir latest;  // Stays, with its input, when the target does not come back.
+    latest.write("input", input);
+    // In memory that ends where the input does.
+    const std::unique_ptr<char[]> exact(new char[input.size()]);
+    input.copy(exact.get(), input.size());
+    target({exact.get(), input.size()});
+}
 
-    void run(const std::string& input) const {
-        _latest.write("input", input);
-        // In memory that ends where the input does.
-        const std::unique_ptr<char[]> exact(new char[input.size()]);
-        input.copy(exact.get(), input.size());
-        _target({exact.get(), input.size()});
+// Cuts the input everywhere, and changes every byte of it; in large ones, at so many places. Then several changes at
+// once: bytes that lie scattered, or a stretch of them, come to be random, all ones or zeros.
+void damage(const Target& target, const std::string& input) {
+    constexpr std::size_t kPlaces = 400;
+    std::minstd_rand random(1);
+    const auto below = [&random](std::size_t n) { return random() / 8 % n; };
+    for (std::size_t at = 0; at < input.size(); at += input.size() / kPlaces + 1) {
+        run(target, input.substr(0, at));
+        std::string changed = input;
+        changed[at] = static_cast<char>(changed[at] ^ 1 << below(8));
+        run(target, changed);
     }
-
-    // Cuts the input everywhere, and changes every byte of it; in large ones, at so many places. Then several changes
-    // at once: bytes that lie scattered, or a stretch of them, come to be random, all ones or zeros.
-    void damage(const std::string& input) const {
-        constexpr std::size_t kPlaces = 400;
-        std::minstd_rand random(1);
-        const auto below = [&random](std::size_t n) { return random() / 8 % n; };
-        for (std::size_t at = 0; at < input.size(); at += input.size() / kPlaces + 1) {
-            run(input.substr(0, at));
-            std::string changed = input;
-            changed[at] = static_cast<char>(changed[at] ^ 1 << below(8));
-            run(changed);
+    for (std::size_t round = 0; round < kPlaces && !input.empty(); ++round) {
+        std::string changed = input;
+        const bool scattered = round % 2 == 0;
+        const std::size_t length = 1 + below(scattered ? 6 : 40), start = below(input.size());
+        for (std::size_t i = 0; i < length; ++i) {
+            const std::size_t at = (scattered ? below(input.size()) : start + i) % input.size();
+            changed[at] = static_cast<char>(round % 8 == 1 ? 0xFF : round % 8 == 3 ? 0 : below(256));
         }
-        for (std::size_t round = 0; round < kPlaces && !input.empty(); ++round) {
-            std::string changed = input;
-            const bool scattered = round % 2 == 0;
-            const std::size_t length = 1 + below(scattered ? 6 : 40), start = below(input.size());
-            for (std::size_t i = 0; i < length; ++i) {
-                const std::size_t at = (scattered ? below(input.size()) : start + i) % input.size();
-                changed[at] = static_cast<char>(round % 8 == 1 ? 0xFF : round % 8 == 3 ? 0 : below(256));
-            }
-            run(changed);
-        }
+        run(target, changed);
     }
-
-private:
-    fs::path path() const { return _latest / "input"; }
-
-    const Target& _target;
-    TempDir _latest;  // Stays when the target does not come back.
-};
+}
 
 // In the same order everywhere.
 std::set<fs::path> filesAt(const fs::path& path) {
@@ -75,13 +65,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: %s TARGET[=CHECKSUM] PATH...\n", argv[0]);
         return 2;
     }
-    const Replay replay(*target);
     char checksum[9];
     for (int i = 2; i < argc; ++i) {
         for (const fs::path& file : filesAt(argv[i])) {
             const std::string input = TempDir::contentOf(file);
-            replay.run(input);
-            if (damages) replay.damage(input);
+            run(*target, input);
+            if (damages) damage(*target, input);
             std::snprintf(checksum, sizeof checksum, "%08x", noted());
             std::printf("%s %s\n", checksum, file.c_str());
         }
