@@ -1,18 +1,24 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iomanip>
+#include <map>
 #include <random>
+#include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
+#include "ByteOrder.h"
+#include "SlotFilter.h"
 #include "VoleScanner.h"
 #include "io/MemBufferBase.h"
 #include "io/SmartBufferBase.h"
 #include "support/CapturedLog.h"
 #include "support/Content.h"
+#include "support/GoldenRows.h"
 #include "support/PeBuilder.h"
 #include "support/SignatureText.h"
+#include "support/Thrown.h"
 
 namespace {
 
@@ -78,60 +84,48 @@ std::string randomBytes(std::size_t length, unsigned seed, unsigned alphabet = 2
     return bytes;
 }
 
-TEST(ChkScanner, matchesUpToTheExactEndsOfAFile) {
-    const auto pe = [](const PeBuilder& builder) {  // Its bytes, those behind the headers made distinct.
-        return builder.build().substr(0, 0x200) + randomBytes(0x400, 4);
-    };
-    const std::string small = randomBytes(300, 1), large = randomBytes(40000, 2);
-    // Entry point and first section at 0x200, a second section at 0x400.
-    const std::string two = pe(PeBuilder{.paddedTo = 0x600}.withSections(2));
-    const std::string far = pe({.sections = {{0x1000, 0x200, 0xFFFFFE00, 0x200}}, .paddedTo = 0x600});
-    const std::string sign = pe({.sections = {{0x1000, 0x200, 0x80000000, 0x200}}, .paddedTo = 0x600});
-    const std::string noEntry = pe({.entryPoint = 0x9000, .paddedTo = 0x600});
-    const std::tuple<const std::string&, unsigned, unsigned, Place, Place, bool, const char*> cases[] = {
-        {small, 0, 0, {0, 255, 0}, {255, 45, 255}, true, "the whole file"},
-        {small, 0, 0, {0, 255, 0}, {256, 45, 256}, false, "second range one byte beyond"},
-        {small, 0, 0, {297, 3, 297}, {0, 1, 0}, false, "the range fits, the check string does not"},
-        {small, 0, 0, {10, 1, 10}, {20, 50, 20}, true, "the check string is longer than the range"},
-        {small, 0, 0, {296, 0, 0}, {300, 0, 300}, false, "another check string"},
-        {small, 0, 0, {0, 4, 0}, {20, 4, 21}, false, "another second sum"},
-        {small, 0, 0, {0, 4, 0}, {301, 0, 300}, false, "an empty range beyond the end"},
-        {large, 0, 0, {0x7FFF, 255, 0x7FFF}, {0, 4, 0}, true, "largest offset"},
-        {large, 0, 0, {-0x8000, 255, 0x8000}, {0, 4, 0}, false, "sign bit"},
-        {small, 1, 0, {300, 255, 0}, {45, 45, 255}, true, "from the end: all the way back"},
-        {small, 1, 0, {301, 4, 0}, {4, 4, 296}, false, "from the end: before the start"},
-        {small, 1, 0, {4, 4, 296}, {0, 0, 300}, true, "from the end: last four"},
-        {two, 2, 7, {0, 4, 0x200}, {0x3FC, 4, 0x5FC}, true, "entry point; the parameter means nothing there"},
-        {two, 2, 0, {0x3FD, 0, 0x5FD}, {0, 0, 0}, false, "check string beyond the end"},
-        {two, 2, 0, {-0x200, 4, 0}, {0, 4, 0x200}, true, "before the entry point"},
-        {two, 2, 0, {-0x201, 0, 0}, {0, 0, 0}, false, "before the start"},
-        {two, 3, 1, {0, 4, 0x400}, {-0x400, 4, 0}, true, "second section"},
-        {two, 3, 2, {0x400, 4, 0x400}, {0, 4, 0}, false, "section number equal to the count"},
-        {sign, 3, 0, {0, 4, 0}, {0, 4, 0}, false, "section beyond 2^31"},
-        {far, 3, 0, {0x200, 4, 0}, {0x200, 4, 0}, false, "section plus offset is 2^32"},
-        {noEntry, 3, 0, {0, 4, 0x200}, {0, 4, 0x200}, false, "without an entry point no sections either"},
-    };
-    for (const auto& [bytes, type, parameter, first, second, found, why] : cases) {
-        SCOPED_TRACE(why);
-        Content content(bytes);
+TEST(CheckSumList, storesARecordOrSaysWhatIsWrongWithAField) {
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "chk")) {
         CheckSumList list;
-        const unsigned target = bytes.starts_with("MZ") ? kTargetPe : kTargetAny;
-        list.addString(recordFor(bytes, target, type, parameter, first, second).c_str());
-        EXPECT_EQ(scan(list, content), found ? "Found" : "");
+        std::ostringstream answer;
+        answer << ZOV_SPACE::thrownBy<ZOV_SPACE::Exception>([&] { list.addString(row[0].c_str()); });
+        for (const CheckSumPattern& p : list.records(kTargetPe)) {
+            answer << ' ' << p.name << ' ' << +p.target << ' ' << +p.offsetType << ' ' << +p.offsetParameter;
+            answer << ' ' << p.offset1 << ' ' << +p.length1 << ' ' << p.checkString << ' ' << p.checkSum1;
+            answer << ' ' << p.offset2 << ' ' << +p.length2 << ' ' << p.checkSum2;
+        }
+        EXPECT_EQ(answer.str(), row[1]) << row[2];
+        EXPECT_EQ(list.count(), list.records(kTargetPe).size()) << row[2];
     }
 }
 
-TEST(ChkScanner, looksOnlyAtTheRecordsOfTheFilesOwnKind) {
-    for (const std::string& bytes : {PeBuilder().build(), randomBytes(0x400, 5)}) {
-        const bool isPe = bytes.starts_with("MZ");
+TEST(ChkScanner, looksAtItsOwnKindOfFileUpToTheExactEnds) {
+    const auto pe = [](const PeBuilder& builder) {  // Its bytes, those behind the headers made distinct.
+        return builder.build().substr(0, 0x200) + randomBytes(0x400, 4);
+    };
+    const std::map<std::string, std::string> contents{
+        {"small", randomBytes(300, 1)},
+        {"large", randomBytes(40000, 2)},
+        // Entry point and first section at 0x200, a second section at 0x400.
+        {"two", pe(PeBuilder{.paddedTo = 0x600}.withSections(2))},
+        {"far", pe({.sections = {{0x1000, 0x200, 0xFFFFFE00, 0x200}}, .paddedTo = 0x600})},
+        {"farther", pe({.sections = {{0x1000, 0x200, 0x80000000, 0x200}}, .paddedTo = 0x600})},
+        {"no entry", pe({.entryPoint = 0x9000, .paddedTo = 0x600})},
+        {"few sections", pe({.claimedSections = 60, .paddedTo = 0x600})},
+    };
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "scan")) {
+        SCOPED_TRACE(row[4]);
+        const std::string& bytes = contents.at(row[0]);
+        std::istringstream numbers(row[2]);
+        unsigned target = 0, type = 0, parameter = 0;
+        Place first{}, second{};
+        // The prefix of each number says its base.
+        numbers >> std::setbase(0) >> target >> type >> parameter >> first.offset >> first.length >> first.position;
+        numbers >> second.offset >> second.length >> second.position;
         Content content(bytes);
-        for (const unsigned target : {0U, 1U, 2U, 3U, 4U, 8U}) {
-            CheckSumList list;
-            list.addString(recordFor(bytes, target, 0, 0, {0, 16, 0}, {16, 16, 16}).c_str());
-            EXPECT_EQ(scan(list, content, kAnySize, 0), target == (isPe ? 3U : 0U) ? "Found" : "");
-            EXPECT_EQ(scan(list, content, kAnySize, 3), target == 3 ? "Found" : "") << "not questioned";
-            EXPECT_EQ(scan(list, content, kAnySize, 9), "") << "there is no such target";
-        }
+        CheckSumList list;
+        list.addString(recordFor(bytes, target, type, parameter, first, second).c_str());
+        EXPECT_EQ(scan(list, content, kAnySize, static_cast<TARGET_TYPE>(std::stoi(row[1]))), row[3]);
     }
 }
 
@@ -195,6 +189,47 @@ TEST(ChkScanner, findsTheSameWithAndWithoutTheIndex) {
     }
     const auto misses = std::count(found.begin(), found.end(), "");
     EXPECT_TRUE(misses > 0 && misses < 30) << misses << " misses: both outcomes have to be compared";
+}
+
+// Groups at random slots, each with some check strings; every range of groups over a window of exactly their bytes.
+TEST(SlotFilter, everyVersionReportsTheGroupsThatAreHitAndNoneOutsideTheRange) {
+    std::mt19937 random(2);
+    std::vector<std::int16_t> slots;
+    std::vector<std::uint32_t> firstEntries{0}, checkStrings;
+    for (int slot = -3000; slot < 3000; slot += 1 + static_cast<int>(random() % 3)) {
+        slots.push_back(static_cast<std::int16_t>(slot));
+        for (auto n = 1 + random() % (slot % 50 == 0 ? 12 : 3); n > 0; --n) {
+            checkStrings.push_back(static_cast<std::uint32_t>((random() & 0x03030303) * 5));
+        }
+        firstEntries.push_back(static_cast<std::uint32_t>(checkStrings.size()));
+    }
+    const SlotFilter filter(slots, firstEntries, checkStrings);
+    for (int turn = 0; turn < 300; ++turn) {
+        const std::size_t first = random() % slots.size();
+        const std::size_t last =
+            first + 1 + random() % std::min<std::size_t>(slots.size() - first, turn % 2 ? 90 : 4000);
+        // On the heap and of the exact length, so that the address sanitizer sees a byte too many. Few values, so that
+        // hits are frequent; the upper four bits make chance hits only.
+        std::vector<char> window(static_cast<std::size_t>(slots[last - 1] - slots[first]) + 4);
+        const unsigned noise = turn % 3 == 0 ? 0xF0 : 0;
+        std::generate(window.begin(), window.end(),
+                      [&] { return static_cast<char>(random() % 4 * 5 | (random() & noise)); });
+        std::vector<std::uint32_t> reported;
+        for (const BlockTest test : availableBlockTests()) {
+            std::vector<std::uint32_t> groups;
+            filter.collect(first, last, window, groups, test);
+            std::sort(groups.begin(), groups.end());
+            ASSERT_TRUE(test == availableBlockTests()[0] || groups == reported) << "versions differ";
+            reported = groups;
+        }
+        ASSERT_TRUE(reported.empty() || (reported.front() >= first && reported.back() < last));
+        for (std::size_t group = first; group < last; ++group) {
+            const std::uint32_t bytes = ZOV_SPACE::loadU32(window.data() + (slots[group] - slots[first]));
+            const auto end = checkStrings.begin() + firstEntries[group + 1];
+            const bool hit = std::find(checkStrings.begin() + firstEntries[group], end, bytes) != end;
+            ASSERT_TRUE(!hit || std::binary_search(reported.begin(), reported.end(), group)) << group;
+        }
+    }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "Exception.h"
 #include "support/CapturedLog.h"
+#include "support/GoldenRows.h"
 #include "support/SignatureText.h"
 #include "support/TempDir.h"
 
@@ -51,24 +52,16 @@ TEST(PatternContainer, readsLinesOfAtMost1023Bytes) {
 TEST(PatternContainer, anAnnouncedCountLimitsTheRestOfItsFile) {
     const TempDir dir;
     const std::string three = md5Record("a", "a") + md5Record("b", "b") + md5Record("c", "c");
-    for (const auto& [start, loaded] : {std::pair{"#count: \t2 records\r\n", 2},
-                                        {"# x\n\t#\n#count:2\n", 2},
-                                        {"#count:1\n#count:2\n", 2},
-                                        {"#count:-1\n", 3},
-                                        {"#count:\n", 3},
-                                        {"#count:2000000000\n", 3},
-                                        {" #count:1\n", 3},
-                                        {"#Count:1\n", 3},
-                                        {"\n#count:1\n", 3},
-                                        {"x\n#count:1\n", 3}}) {
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "count")) {
+        const int loaded = std::stoi(row[1]);
         CapturedLog log;
         PatternContainer container;
-        EXPECT_EQ(container.loadPattern(dir.write("x.hdb", start + three)), 0) << start;
-        EXPECT_EQ(container.loadedCount(), loaded) << start;
-        EXPECT_EQ(log.count("fail to allocate bmNodes"), 0U) << start << ": memory for what the file can hold";
-        EXPECT_EQ(log.count("current_sig >= total_sigs"), loaded == 2 ? 1U : 0U) << start;
+        EXPECT_EQ(container.loadPattern(dir.write("x.hdb", row[0] + three)), 0) << row[2];
+        EXPECT_EQ(container.loadedCount(), loaded) << row[2];
+        EXPECT_EQ(log.count("fail to allocate bmNodes"), 0U) << row[2];
+        EXPECT_EQ(log.count("current_sig >= total_sigs"), loaded == 2 ? 1U : 0U) << row[2];
         EXPECT_EQ(container.loadPattern(dir.write("later.hdb", three)), 0);
-        EXPECT_EQ(container.loadedCount(), loaded + 3) << start << ": of its own file only";
+        EXPECT_EQ(container.loadedCount(), loaded + 3) << row[2] << ": of its own file only";
     }
 }
 

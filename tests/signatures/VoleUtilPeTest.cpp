@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <tuple>
 
 #include "VoleUtil.h"
 #include "io/IOBuffer.h"
 #include "support/Content.h"
+#include "support/GoldenRows.h"
 #include "support/PeBuilder.h"
 #include "support/StringBuffer.h"
 
@@ -77,30 +79,20 @@ TEST(VoleUtilPe, wildHeaderPositionsAndEveryTruncationFail) {
 }
 
 TEST(VoleUtilPe, alignsTheFirstSectionAndPlacesTheEntryPoint) {
-    using Sections = std::vector<PeBuilder::Section>;
-    const PeBuilder::Section code{0x1000, 0, 0x400, 0x200}, data{0x3000, 0, 0x600, 0x100},
-        overlapping{0x10FF, 0, 0x800, 0x200}, huge{0xFFFFF000, 0, 0x600, 0xFFFFFFFF}, odd{0x1000, 1, 0x3FF, 0x1F1};
-    constexpr std::uint32_t kNone = 0xFFFFFFFF;
-    const std::tuple<const char*, Sections, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t> cases[] = {
-        {"alone: its size stays", {odd}, 0x200, 0x1F1, 0x1000, 0x200},
-        {"others follow", {odd, {0x2000, 1, 0x4FF, 0x101}}, 0x200, 0x200, 0x2000, 0x4FF},
-        {"rounding up wraps", {{0x1000, 1, 0x1FF, 0xFFFFFFFF}, {0x1000, 1, 0x200, 0x101}}, 0, 0, 0x1000, 0x200},
-        {"last byte of a section", {code, data}, 0x400, 0x200, 0x30FF, 0x6FF},
-        {"behind a section", {code, data}, 0x400, 0x200, 0x3100, kNone},
-        {"in the headers", {code, data}, 0x400, 0x200, 0xFFF, 0xFFF},
-        {"the first section that has it wins", {code, overlapping}, 0x400, 0x200, 0x1100, 0x500},
-        {"a section's end beyond 32 bits", {code, huge}, 0x400, 0x200, 0xFFFFF001, 0x601},
-        {"the last address", {code, {0x2000, 0, 0xFFFFFF00, 0x1000}}, 0x400, 0x200, 0x20FE, 0xFFFFFFFE},
-        {"the first sum outside 32 bits", {code, {0x2000, 0, 0xFFFFFF00, 0x1000}}, 0x400, 0x200, 0x2100, kNone},
-    };
-    for (const auto& [why, sections, firstRaw, firstSize, entryPoint, entryRaw] : cases) {
-        SCOPED_TRACE(why);
-        Image image(PeBuilder{.entryPoint = entryPoint, .sections = sections}.build());
-        EXPECT_EQ(image.read(), entryRaw == kNone ? -1 : 0);
-        EXPECT_EQ(image.info.entryRaw, entryRaw);
-        EXPECT_EQ(image.info.sections[0].PointerToRawData, firstRaw);
-        EXPECT_EQ(image.info.sections[0].SizeOfRawData, firstSize);
-        EXPECT_TRUE(sections.size() < 2 || image.info.sections[1].SizeOfRawData == sections[1].rawSize);
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "pe")) {
+        PeBuilder pe{.entryPoint = static_cast<std::uint32_t>(std::stoul(row[1], nullptr, 16)), .sections = {}};
+        std::istringstream numbers(row[0]);
+        for (PeBuilder::Section next;
+             numbers >> std::hex >> next.virtualAddress >> next.virtualSize >> next.rawPosition >> next.rawSize;) {
+            pe.sections.push_back(next);
+        }
+        Image image(pe.build());
+        std::ostringstream answer;
+        answer << image.read() << std::hex;
+        const _SECTION* const sections = image.info.sections;
+        answer << ' ' << sections[0].PointerToRawData << ' ' << sections[0].SizeOfRawData;
+        answer << ' ' << sections[1].SizeOfRawData << ' ' << image.info.entryRaw;
+        EXPECT_EQ(answer.str(), row[2]) << row[3];
     }
     EXPECT_EQ(Image(PeBuilder{.sections = {}}.build()).read(), -1);
 }

@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "VoleUtil.h"
 #include "support/CapturedLog.h"
+#include "support/GoldenRows.h"
 #include "support/Thrown.h"
 
 namespace {
@@ -33,32 +34,24 @@ TEST(VoleUtilMessages, levelDecidesWhatIsPrintedAndLongOnesAreCutBehindThePrefix
 }
 
 TEST(VoleUtilText, hexFields) {
-    using Field = std::tuple<const char*, int, int>;  // -1: refused
-    for (const auto& [text, byteValue, shortValue] :
-         {Field{"", -1, -1}, Field{"aF", 0xAF, 0xAF}, Field{"123", -1, 0x123}, Field{"12345", -1, -1},
-          Field{"1g", -1, -1}}) {
-        unsigned char byteOut = 0x55;
-        unsigned short shortOut = 0x5555;
-        EXPECT_EQ(VoleUtil::hex2uchar(text, &byteOut) ? byteOut : -1, byteValue) << text;
-        EXPECT_EQ(VoleUtil::hex2ushort(text, &shortOut) ? shortOut : -1, shortValue) << text;
-        EXPECT_EQ(shortOut, *text == '1' && text[1] == 'g' ? 1 : shortValue < 0 ? 0x5555 : shortValue) << text;
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "hex")) {
+        unsigned char byte = 0x55;
+        unsigned short word = 0x5555;
+        std::ostringstream answer;
+        answer << std::hex << VoleUtil::hex2uchar(row[0].c_str(), &byte) << ' ' << +byte;
+        answer << ' ' << VoleUtil::hex2ushort(row[0].c_str(), &word) << ' ' << word;
+        EXPECT_EQ(answer.str(), row[1]) << row[2];
     }
-    const std::pair<const char*, int> numbers[] = {
-        {"1Fh", 0x1F}, {"Fh", 0},          {"0X1f", 0x1F}, {"h", 0},
-        {"0x1Fh", 0},  {"0FFFFFFFFH", -1}, {"-1", 0},      {"9912345678", 0x12345678}};
-    for (const auto& [text, value] : numbers) EXPECT_EQ(VoleUtil::hexstr2i(text), value) << text;
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "hexstr2i")) {
+        EXPECT_EQ(VoleUtil::hexstr2i(row[0].c_str()), std::stoi(row[1])) << row[2];
+    }
 }
 
 TEST(VoleUtilText, looksAtBytesAndNotBeyondThem) {
-    const std::tuple<const char*, std::string, bool, bool> samples[] = {
-        {"controls", std::string("\0\1\x1A\x7F", 4), false, false},
-        {"escape", "\x1B", true, false},
-        {"high bytes are text but not printable", "\x80", true, false},
-        {"byte 25", std::string(24, '\1') + "a", true, true},
-        {"byte 26 is not looked at", std::string(25, '\1') + "a", false, false}};
-    for (const auto& [why, bytes, inter, print] : samples) {
-        EXPECT_EQ(VoleUtil::hasInterChars(bytes.data(), bytes.size()), inter) << why;
-        EXPECT_EQ(VoleUtil::hasPrintChars(bytes.data(), bytes.size()), print) << why;
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "bytes")) {
+        const bool inter = VoleUtil::hasInterChars(row[0].data(), row[0].size());
+        const bool print = VoleUtil::hasPrintChars(row[0].data(), row[0].size());
+        EXPECT_EQ(std::to_string(inter) + " " + std::to_string(print), row[1]) << row[2];
     }
     const std::vector<char> hay{'a', 'a', 'b', '\0', 'c'};  // No NUL behind it.
     for (const auto& [needle, at] : {std::pair{"ab\0c"s, 1}, {"c"s, 4}, {"cd"s, -1}, {"aab\0cd"s, -1}}) {
@@ -68,16 +61,10 @@ TEST(VoleUtilText, looksAtBytesAndNotBeyondThem) {
 }
 
 TEST(VoleUtilText, strncmpNocaseTakesOverTheCaseOfTheSecondText) {
-    const std::tuple<const char*, const char*, const char*, std::size_t, int, const char*> cases[] = {
-        {"only n bytes are rewritten", "ABCD", "abcd", 2, 0, "abCD"},
-        {"a mismatch rewrites nothing", "ABC", "abd", 3, -1, "ABC"},
-        {"a ends before n and b", "AB", "abc", 3, -1, "AB"},
-        {"both end before n", "AB", "ab", 100, 0, "ab"},
-        {"a pair that is no letter", "[", "{", 1, -1, "["}};
-    for (const auto& [why, first, second, n, result, afterwards] : cases) {
-        std::vector<char> a = bufferOf(first);
-        EXPECT_EQ(VoleUtil::strncmp_nocase(a.data(), bufferOf(second).data(), n), result) << why;
-        EXPECT_STREQ(a.data(), afterwards) << why;
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "nocase")) {
+        std::vector<char> a = bufferOf(row[0]);
+        const int result = VoleUtil::strncmp_nocase(a.data(), bufferOf(row[1]).data(), std::stoul(row[2]));
+        EXPECT_EQ(std::to_string(result) + " " + a.data(), row[3]) << row[4];
     }
     EXPECT_EQ(VoleUtil::strcmp_nocase("aB[", "Ab["), 0);
 }
@@ -96,11 +83,10 @@ TEST(VoleUtilText, trimming) {
 TEST(VoleUtilText, partsStayWithinTheTextAndTheRange) {
     char* text = VoleUtil::NewStr("ab");
     EXPECT_EQ(taken(VoleUtil::NewCatStr(text, text + 1)), "abb") << "a part of the text may be added to it";
-    using Part = std::tuple<std::size_t, std::size_t, const char*>;
-    for (const auto& [start, length, result] :
-         {Part{1, 2, "bc"}, Part{1, 0, "bcd"}, Part{4, 0, ""}, Part{4, 1, "[NULL]"}, Part{5, 0, "[NULL]"},
-          Part{2, SIZE_MAX - 1, "[NULL]"}}) {
-        EXPECT_EQ(taken(VoleUtil::SubStr("abcd", start, length)), result) << start << '+' << length;
+    for (const GoldenRow& row : goldenRows(VOLE_SIGNATURE_ANSWERS, "part")) {
+        const auto start = static_cast<std::size_t>(std::stoi(row[0])),
+                   length = static_cast<std::size_t>(std::stoi(row[1]));
+        EXPECT_EQ(taken(VoleUtil::SubStr("abcd", start, length)), row[2]) << row[3];
     }
     char range[16];
     for (const int none : {-1, 2, 1 << 30}) EXPECT_EQ(VoleUtil::strtokbuf("a,b", none, ",;", range), nullptr) << none;

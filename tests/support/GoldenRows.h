@@ -1,0 +1,40 @@
+// GoldenRows.h: rows of test data from a text file, with '|' between their fields. "\0a" stands for the byte 0x0A.
+#ifndef TESTS_SUPPORT_GOLDENROWS_H
+#define TESTS_SUPPORT_GOLDENROWS_H
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+// The fields; the last says why the row is there.
+using GoldenRow = std::vector<std::string>;
+
+inline std::string unescaped(const std::string& text) {
+    std::string bytes;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        bytes += text[at];
+        if (text[at] != '\\') continue;
+        bytes.back() = static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
+        at += 2;
+    }
+    return bytes;
+}
+
+// The rows whose first field, which is left out, is `kind`.
+inline std::vector<GoldenRow> goldenRows(const char* path, const std::string& kind) {
+    std::vector<GoldenRow> rows;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        if (!line.starts_with(kind + "|")) continue;
+        std::istringstream fields(line.substr(kind.size() + 1));
+        rows.emplace_back();
+        for (std::string field; std::getline(fields, field, '|');) rows.back().push_back(unescaped(field));
+    }
+    EXPECT_FALSE(rows.empty()) << kind;
+    return rows;
+}
+
+#endif  // TESTS_SUPPORT_GOLDENROWS_H
