@@ -19,34 +19,28 @@ using Lines = std::vector<std::string>;
 // Copies of the built libraries, so that each directory's has a state of its own.
 class PluginDir : public TempDir {
 public:
-    explicit PluginDir(const char* builtLibrary, const std::string& configuration = "") {
+    PluginDir(const char* builtLibrary, const std::string& configuration) {
         std::filesystem::copy_file(builtLibrary, *this / "libheueng.so");
-        if (!configuration.empty()) write("heueng.ini", configuration);
+        write("heueng.ini", configuration);
     }
-    std::string name() const { return path().string(); }
 };
 
 TEST(HeuPlugin, saysWhichStepFailed) {
     inOwnProcess([] {
-        const TempDir noLibrary;
-        noLibrary.write("libheueng.so", "not a library");
-        const PluginDir empty(VOLE_TEST_PLUGIN_EMPTY);
-        const PluginDir withoutDestroy(VOLE_TEST_PLUGIN_WITHOUT_DESTROY);
-        const PluginDir refusing(VOLE_TEST_PLUGIN_GOOD, "1 0");
-        const std::tuple<const TempDir&, std::string, Lines> cases[] = {
-            {noLibrary, "load heu-engine from " + (noLibrary / "libheueng.so").string(), {}},
-            {empty, "load Option : " + (empty / "libheueng.so").string(), {}},
-            {withoutDestroy, "load destroyInstance : " + (withoutDestroy / "libheueng.so").string(), {}},
-            {refusing,
-             "load config file : " + (refusing / "heueng.ini").string(),
-             {"[pattern_assistant:586] Call my_loadOption failed .......\n"}},
+        const Lines refused{"[pattern_assistant:586] Call my_loadOption failed .......\n"};
+        const std::tuple<const char*, std::string, const char*, Lines> cases[] = {
+            {__FILE__, "load heu-engine from ", "libheueng.so", {}},  // No library.
+            {VOLE_TEST_PLUGIN_EMPTY, "load Option : ", "libheueng.so", {}},
+            {VOLE_TEST_PLUGIN_WITHOUT_DESTROY, "load destroyInstance : ", "libheueng.so", {}},
+            {VOLE_TEST_PLUGIN_GOOD, "load config file : ", "heueng.ini", refused},
         };
-        for (const auto& [dir, step, lines] : cases) {
+        for (const auto& [library, step, file, lines] : cases) {
+            const PluginDir dir(library, "1 0");
             EngineLog log;
             std::string message;
-            EXPECT_EQ(loadHeuPlugin(dir.path().string(), message), -479);
+            EXPECT_EQ(loadHeuPlugin(dir.path(), message), -479);
             // The system's own text follows where a symbol is missing.
-            EXPECT_TRUE(message.starts_with("fail to " + step)) << message;
+            EXPECT_TRUE(message.starts_with("fail to " + step + (dir / file).string())) << message;
             EXPECT_EQ(heu_instance, nullptr) << message;
             EXPECT_EQ(log.taken(), lines) << message;
         }
@@ -64,7 +58,7 @@ TEST(HeuPlugin, answersForTheLifeOfTheProcessOnceItHasMadeAnInstance) {
         const PluginDir broken(VOLE_TEST_PLUGIN_WITHOUT_DESTROY, "0 400");
         std::string message = "untouched";
         int extra = 7;
-        EXPECT_EQ(loadHeuPlugin(none.name(), message), 0) << "no instance is no failure yet";
+        EXPECT_EQ(loadHeuPlugin(none.path(), message), 0) << "no instance is no failure yet";
         EXPECT_EQ(message, "untouched");
         EXPECT_EQ(checkSusVirus(1, &extra), 0);
         EXPECT_EQ(extra, 0);
@@ -72,12 +66,12 @@ TEST(HeuPlugin, answersForTheLifeOfTheProcessOnceItHasMadeAnInstance) {
         // Nothing else loads: the text is that of the last step that failed.
         first.write("pattern_assistant.xml", "no XML");
         std::filesystem::create_symlink("/proc/self/mem", first / "broken.hdb");
-        EXPECT_EQ(init((first.name() + "/").c_str(), message), 0);
-        EXPECT_EQ(message, "fail to load pa list from " + first.name() + "/");
+        EXPECT_EQ(init((first / "").c_str(), message), 0);
+        EXPECT_EQ(message, "fail to load pa list from " + (first / "").string());
         for (const auto& [dir, code] : {std::pair{&second, -476}, {&broken, -479}}) {
             freeResource();
             EngineLog log(1);
-            EXPECT_EQ(init(dir->name().c_str(), message), 0);
+            EXPECT_EQ(init(dir->path().c_str(), message), 0);
             EXPECT_EQ(log.taken().rbegin()[1], "[pattern_assistant:681] rc3 is " + std::to_string(code));
             extra = 30;
             EXPECT_EQ(checkSusVirus(5, &extra), 205);
@@ -92,7 +86,7 @@ TEST(HeuPlugin, isAskedByOneThreadAtATime) {
     inOwnProcess([] {
         const PluginDir dir(VOLE_TEST_PLUGIN_GOOD, "0 100");
         std::string message;
-        ASSERT_EQ(loadHeuPlugin(dir.name(), message), 0);
+        ASSERT_EQ(loadHeuPlugin(dir.path(), message), 0);
         int extras[2] = {};
         const auto ask = [](int* extra) {
             for (int i = 0; i < 50 && *extra >= 0; ++i) checkSusVirus(1, extra);

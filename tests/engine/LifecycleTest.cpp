@@ -4,9 +4,9 @@
 
 #include <chrono>
 #include <thread>
-#include <tuple>
 #include <vector>
 
+#include "GoldenRows.h"
 #include "PatternSlot.h"
 #include "support/CapturedLog.h"
 #include "support/EngineTest.h"
@@ -23,75 +23,43 @@ std::string line(int number, const std::string& text) {
     return "[pattern_assistant:" + std::to_string(number) + "] " + text;
 }
 
-using LifecycleTest = EngineTest;
-
-TEST_F(LifecycleTest, initLoadsTheRegularFilesOfTheDirectoryAndSaysSo) {
-    const TempDir dir;
-    dir.write("a.hdb", md5Record("known", "Known"));
-    for (const char* name : {"a.HDB", "a.hdb.txt", "hdb", "notes.txt"}) dir.write(name, md5Record("text", "Text"));
-    dir.write("a.chk.hdb", md5Record("other", "Other"));
-    ASSERT_EQ(::mkfifo((dir / "fifo.hdb").c_str(), 0600), 0);
-    dir.write("pattern_assistant.xml", kList);
-    dir.write("voleeng.ini", "MaxUnarDepth=0\n");
-    std::filesystem::create_directory(dir / "folder.hdb");
-    std::filesystem::create_symlink(dir / "gone", dir / "dangling.hdb");
-    std::filesystem::create_symlink(samples.write("x", md5Record("linked", "Linked")), dir / "link.hdb");
-    EngineLog log;
-    ASSERT_EQ(load(dir), 0);
-    Lines lines = log.taken();
-    ASSERT_EQ(lines.size(), 9U);
-    EXPECT_TRUE(lines[6].ends_with("] faList.size[1], spywareList.size[1]\n")) << lines[6];
-    lines.resize(6);
-    EXPECT_EQ(lines,
-              (Lines{line(284, "MaxUnarEntries      = 100."), line(285, "MaxUnarRatio        = 250."),
-                     line(286, "MaxUnarLevelEntries = 50."), line(287, "MaxUnarDepth        = 0."),
-                     line(288, "MaxUnarSize         = 1048576 bytes."), line(503, "vole-engine, pattern [3]\n")}));
-    EXPECT_EQ(load(dir), -500);
-    EXPECT_EQ(log.taken(), Lines{line(624, "pattern for VoleEngine has been loaded.")});
-    EXPECT_EQ(scan("known"), "Known");
-    EXPECT_EQ(scan("linked"), "Linked");
-    EXPECT_EQ(scan("text"), "0");
-    EXPECT_EQ(scan("\x80"), "0");
-    EXPECT_EQ(log.taken().back(), line(1213, "Reach the unarchive depth limit. ASSERT(0 < 0)."));
+// The lines so far, each behind its number.
+std::string textOf(const Lines& lines) {
+    std::string text;
+    for (const std::string& entry : lines) text += entry.substr(entry.find(':') + 1) + "\n";
+    return text;
 }
 
-TEST_F(LifecycleTest, anyPartThatLoadsMakesInitSucceed) {
-    const TempDir empty, list, tooLong;
-    list.write("pattern_assistant.xml", kList);
-    list.write("voleeng.ini", "MaxUnarDepth=-7\n");
-    const std::string none = empty.path(), missing = empty / "x", broken = list.path();
-    std::filesystem::create_symlink("/proc/self/mem", list / "broken.hdb");  // Opens, and cannot be read.
-    std::filesystem::create_symlink(empty / "x", empty / "nowhere.hdb");
-    std::filesystem::create_symlink(std::string(300, 'x'), tooLong / "x.hdb");  // Cannot be looked at.
-    const auto badFile = [](const std::string& dir) {
-        return "fail to load pattern file: " + dir + ", maybe this pattern file format is not valid.";
-    };
-    const std::string noDir = " isn't a valid pattern dir path.", noList = "fail to load pa list from ";
-    // Ends with the lines from init() itself, up to those about the plug-in.
-    const std::tuple<const char*, int, Lines> cases[] = {
-        {none.c_str(), 0, {line(656, "LOAD_OPOTION error -490."), line(670, "rc2 is -488"), line(671, noList + none)}},
-        {broken.c_str(),
-         0,
-         {line(656, "LOAD_OPOTION error -489."), line(664, "rc1 is -494"), line(665, badFile(broken))}},
-        {tooLong.path().c_str(),
-         -494,
-         {line(656, "LOAD_OPOTION error -490."), line(664, "rc1 is -494"), line(665, badFile(tooLong.path())),
-          line(670, "rc2 is -488"), line(671, noList + tooLong.path().string())}},
-        {missing.c_str(),
-         -498,
-         {line(656, "LOAD_OPOTION error -490."), line(664, "rc1 is -498"), line(665, missing + noDir),
-          line(670, "rc2 is -488"), line(671, noList + missing)}},
-        {nullptr, -498, {line(664, "rc1 is -498"), line(665, noDir)}},
-    };
-    for (auto [dir, result, expected] : cases) {
-        freeResource();
-        EngineLog log(1);
-        EXPECT_EQ(init(dir, message), result);
-        Lines lines = log.taken();
-        if (dir) expected.insert(expected.end(), {line(681, "rc3 is -479"), line(682, "Fail to install heueng : .")});
-        std::erase_if(lines, [](const std::string& entry) { return entry < line(600, ""); });
-        EXPECT_EQ(lines, expected);
+using LifecycleTest = EngineTest;
+
+TEST_F(LifecycleTest, initLoadsWhatItCanOfTheRegularFilesAndSaysSo) {
+    std::filesystem::create_directory(samples / "empty");
+    samples.write("unreadable/pattern_assistant.xml", kList);
+    samples.write("unreadable/voleeng.ini", "MaxUnarDepth=-7\n");
+    std::filesystem::create_symlink("/proc/self/mem", samples / "unreadable/x.hdb");
+    std::filesystem::create_directory(samples / "invisible");
+    std::filesystem::create_symlink(std::string(300, 'x'), samples / "invisible/x.hdb");
+    samples.write("sound/pattern_assistant.xml", kList);
+    samples.write("sound/voleeng.ini", "MaxUnarDepth=0\n");
+    samples.write("sound/a.hdb", md5Record("known", "Known"));
+    samples.write("sound/a.chk.hdb", md5Record("other", "Other"));
+    for (const char* name : {"a.HDB", "a.hdb.txt", "hdb", "a.txt"}) {
+        samples.write(std::string("sound/") + name, md5Record("text", "Text"));
     }
+    ASSERT_EQ(::mkfifo((samples / "sound/fifo.hdb").c_str(), 0600), 0);
+    std::filesystem::create_directory(samples / "sound/folder.hdb");
+    std::filesystem::create_symlink(samples / "gone", samples / "sound/dangling.hdb");
+    std::filesystem::create_symlink(samples.write("x", md5Record("linked", "Linked")), samples / "sound/link.hdb");
+    EngineLog log;
+    for (const auto& [why, dir, result, lines] : goldenRows<4>("init")) {
+        EXPECT_EQ(init(dir == "(null)" ? nullptr : (samples / dir).c_str(), message), std::stoi(result)) << why;
+        EXPECT_EQ(withoutFolder(textOf(log.taken())), lines) << why;
+        if (dir != "sound") freeResource();
+    }
+    const std::pair<const char*, const char*> verdicts[] = {
+        {"known", "Known"}, {"linked", "Linked"}, {"text", "0"}, {"\x80", "0"}};
+    for (const auto& [content, verdict] : verdicts) EXPECT_EQ(scan(content), verdict);
+    EXPECT_EQ(log.taken().back(), line(1213, "Reach the unarchive depth limit. ASSERT(0 < 0)."));
 }
 
 TEST_F(LifecycleTest, reloadSwitchesOnlyWhenEverythingLoadedAndSlotsInUseOutliveFreeResource) {
@@ -143,29 +111,15 @@ TEST_F(LifecycleTest, reloadSwitchesOnlyWhenEverythingLoadedAndSlotsInUseOutlive
 
 TEST_F(LifecycleTest, scansInTheOrderRawMd5ThenCheckSumsThenNormalizedText) {
     const TempDir dir;
-    const std::string indented = "  SOME Text\r\n\r\n  more\r\n";
     const std::string large(3 << 20, 'L');  // Kept in a file instead of in memory.
     dir.write("m.hdb", md5Record("some text\nmore\n", "Normal-Md5") + md5Record(large, "Large"));
     dir.write("c.chk", startRecord("some text", "Normal-Sum") + startRecord("  SOME", "Raw-Sum"));
     ASSERT_EQ(load(dir), 0);
     EngineLog log;
-    EXPECT_EQ(scan(indented), "Raw-Sum");
-    Lines lines = log.taken();
-    EXPECT_EQ(Lines(lines.begin() + 1, lines.end()), (Lines{line(1287, "scan raw file, scanned 23 bytes, return 1."),
-                                                            line(1413, "(IN PARSE), Found virus [Raw-Sum].")}));
-    EXPECT_EQ(scan(indented.substr(1)), "Normal-Md5");
-    lines = log.taken();
-    EXPECT_EQ(Lines(lines.begin() + 1, lines.begin() + 4),
-              (Lines{line(1287, "scan raw file, scanned 22 bytes, return 0."),
-                     line(1295, "return from normalize_iob, size=15"),
-                     line(1298, "scan normalized raw file, scanned 15 bytes, return 1.")}));
-    EXPECT_EQ(scan("some TEXT and more"), "Normal-Sum");
-    log.taken();
-    EXPECT_EQ(scan("\x80"), "0");
-    EXPECT_EQ(log.taken()[3], line(1295, "return from normalize_iob, size=0"));
-    EXPECT_EQ(scan(large), "Large");
-    EXPECT_EQ(scan(large + "x"), "0");
-    log.taken();
+    for (const auto& [why, content, verdict, lines] : goldenRows<4>("scan")) {
+        EXPECT_EQ(scan(content), verdict) << why;
+        EXPECT_EQ(textOf(log.taken()), lines) << why;
+    }
 
     // The text may take the place of the path.
     message = "/gone";

@@ -1,17 +1,15 @@
-// What the engine says to hosts in so many words: the texts of its codes, and of the spam rule.
+// Texts in and out: those of the engine's codes, the spam rule's, and what normalizing makes of a sample.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
-#include <regex>
-#include <string>
-#include <tuple>
-#include <vector>
 
+#include "GoldenRows.h"
+#include "Normalize.h"
 #include "ResultText.h"
 #include "SpamRule.h"
+#include "io/SmartBufferBase.h"
 #include "support/CapturedLog.h"
-#include "voleeng.h"
+#include "support/Content.h"
 
 namespace {
 
@@ -35,33 +33,53 @@ TEST(ResultText, everyCodeHasTheTextThatThePublicHeaderPromises) {
 }
 
 TEST(SpamRule, judgesTheAttachmentsName) {
-    const std::string kTooShort = "[pattern_assistant:899] checkSpam, length of attachment must more than 9.";
-    const std::string kOtherShape =
-        "[pattern_assistant:895] checkSpam, attachment must contain 5 digtal number and '.rar' suffix.";
-    const std::tuple<const char*, bool, std::string> cases[] = {
-        {"bugfix-12345.rar", true, ""},
-        {"removal-00000.rar", true, ""},
-        {"Patch-99999.RAR", true, ""},
-        {"hotfix-00000.Rar", true, ""},
-        {"12345.rar", false, kTooShort},
-        {"a12345.rar", false, ""},
-        {"update-12345.rar", false, ""},
-        {"xpatch-12345.rar", false, ""},
-        {"patch-012345.rar", false, ""},
-        {"patch-1234.rar", false, kOtherShape},
-        {"patch-1234\xB2.rar", false, kOtherShape},
-        {"patch-12345-rar", false, kOtherShape},
-        {"hotfix-00000.rar.txt", false, kOtherShape},
-    };
-    for (const auto& [name, spam, line] : cases) {
+    for (const auto& [why, name, answer] : goldenRows<3>("spam")) {
         CapturedLog log;
-        std::string virus = "untouched";
-        EXPECT_EQ(matchSpam("", name, virus), spam) << name;
-        EXPECT_EQ(virus, spam ? "W32.Email.W.Zhelatin.dj" : "untouched") << name;
-        EXPECT_EQ(log.lines(), std::vector<std::string>(line.empty() ? 0 : 1, line)) << name;
+        std::string virus = "(not)";
+        const bool spam = matchSpam("", name.c_str(), virus);
+        EXPECT_EQ(virus, spam ? "W32.Email.W.Zhelatin.dj" : "(not)") << why;
+        std::string seen = spam ? "(spam)" : "";
+        for (const std::string& line : log.lines()) seen += line;
+        EXPECT_EQ(seen, answer) << why;
     }
     std::string virus;
     EXPECT_FALSE(matchSpam("any", nullptr, virus) || matchSpam(nullptr, "patch-12345.rar", virus));
+}
+
+std::string normalized(ZOV_SPACE::BufferBase& content) {
+    ZOV_SPACE::IOBuffer input(&content);
+    input.seek(SEEK_SET, 5);  // Wherever it stands.
+    const auto result = normalize(&input);
+    return result ? ZOV_SPACE::contentOf(*result) : "(none)";
+}
+
+// The same from memory, in pieces where it is longer, and from a file.
+std::string normalized(const std::string& bytes) {
+    ZOV_SPACE::MemBufferBase pieces(1);
+    for (std::size_t at = 0; at < bytes.size(); at += 500) {
+        pieces.append(bytes.data() + at, static_cast<int>(std::min<std::size_t>(500, bytes.size() - at)));
+    }
+    const std::string text = normalized(pieces);
+    const ZOV_SPACE::OwnFd file = ZOV_SPACE::fileOf(bytes);
+    EXPECT_EQ(normalized(*ZOV_SPACE::SmartBufferBase::viewOf(file.get(), static_cast<long>(bytes.size()))), text);
+    return text;
+}
+
+TEST(Normalize, givesTheTrimmedLinesInLowerCaseOrSaysWhyNot) {
+    for (const auto& [why, text, expected] : goldenRows<3>("normal")) EXPECT_EQ(normalized(text), expected) << why;
+    std::string largest = std::string(64, 'x') + "\n";  // The last line of 65536 bytes.
+    for (int i = 0; i < 64; ++i) largest = std::string(1023, 'x') + "\n" + largest;
+    EXPECT_EQ(normalized(std::string(65536, 'X')), largest);
+    EXPECT_EQ(normalize(nullptr), nullptr);
+
+    CapturedLog log;
+    EXPECT_EQ(normalized("\xFF"), "(none)");
+    EXPECT_EQ(log.lines(true)[0], "[pattern_assistant:1126] normalize, file is not text file");
+    // A file that has shrunk since.
+    const ZOV_SPACE::OwnFd file = ZOV_SPACE::fileOf("");
+    EXPECT_EQ(normalized(*ZOV_SPACE::SmartBufferBase::viewOf(file.get(), 10)), "(none)");
+    EXPECT_EQ(log.count("fail to read 10 bytes from file"), 1U);
+    EXPECT_EQ(LogLineNo, 1112);
 }
 
 }  // namespace
