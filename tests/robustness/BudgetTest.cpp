@@ -167,14 +167,18 @@ std::string treeOfZips(int n) {
 // copies and so take no room.
 std::string ppmChain(int n) {
     PpmEncoder encoder(16, 1);
-    const std::string line = scene::words(2600);
-    std::size_t size = 0;
+    // Noise, so that it does not seem to be packed too well.
+    const std::string line = scene::words(1200);
+    std::string noise;
+    for (unsigned i = 0, random = 1; i < 2500; ++i) noise += static_cast<char>((random = random * 69069 + 1) >> 24);
+    encoder.text(noise);
+    std::size_t size = noise.size();
     for (; size + line.size() < (1 << 20); size += line.size()) encoder.text(line);
     const std::string packed = encoder.finish();
     std::string entries;
     for (int i = 0; i < 48; ++i) entries += rarEntry("p", packed, size, 29, false);
     ZipBuilder zip;
-    for (int i = 0; i < 24 * n; ++i) zip.add({"r", rarOf(entries, false)});
+    for (int i = 0; i < 40 * n; ++i) zip.add({"r", rarOf(entries, false)});
     return zip.archive();
 }
 
