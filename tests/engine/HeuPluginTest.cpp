@@ -29,7 +29,7 @@ TEST(HeuPlugin, saysWhichStepFailed) {
     inOwnProcess([] {
         const Lines refused{"[pattern_assistant:586] Call my_loadOption failed .......\n"};
         const std::tuple<const char*, std::string, const char*, Lines> cases[] = {
-            {__FILE__, "load heu-engine from ", "libheueng.so", {}},  // No library.
+            {VOLE_ENGINE_ANSWERS, "load heu-engine from ", "libheueng.so", {}},  // No library.
             {VOLE_TEST_PLUGIN_EMPTY, "load Option : ", "libheueng.so", {}},
             {VOLE_TEST_PLUGIN_WITHOUT_DESTROY, "load destroyInstance : ", "libheueng.so", {}},
             {VOLE_TEST_PLUGIN_GOOD, "load config file : ", "heueng.ini", refused},
