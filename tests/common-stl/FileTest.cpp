@@ -5,72 +5,67 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <functional>
+#include <iterator>
+#include <map>
 #include <string>
 
 #include "io/FileBufferBase.h"
 #include "io/FileIo.h"
 #include "io/InputStream.h"
-#include "support/TempDir.h"
+#include "support/GoldenRows.h"
+#include "support/TempFile.h"
 #include "unused/FileLock.h"
 #include "unused/OutputStreams.h"
 
 namespace ZOV_SPACE {
 namespace {
 
-namespace fs = std::filesystem;
-
-struct FileTest : testing::Test {
-    File at(const std::string& name) const { return File(top.path().string(), name); }
-
-    TempDir top;
-};
-
-TEST(File, takesPathsApart) {
-    for (const auto& [path, stored, parent, name] : {std::tuple{"/a", "/a", "/", "a"},
-                                                     {"a/b//", "a/b", "a", "b"},
-                                                     {"a", "a", "", "a"},
-                                                     {"///", "/", "/", ""},
-                                                     {"", "", "", ""}}) {
-        const File file{std::string(path)};
-        EXPECT_EQ(file.getPath(), stored);
-        EXPECT_EQ(file.getParent(), parent) << path;
-        EXPECT_EQ(file.getName(), name) << path;
-    }
-    EXPECT_FALSE(File(std::string("/tmp\0x", 6)).exists());
-}
-
-TEST_F(FileTest, tellsWhatIsThere) {
-    top.write("file", "12345");
-    fs::create_symlink("file", top / "link");
+TEST(Files, areTreatedAsTheirRowsSay) {
+    namespace fs = std::filesystem;
+    const TempDir top;
+    for (const char* file : {"file", "kept/file", "tree/file"}) top.write(file, "12345");
+    for (const char* link : {"link", "tree/link"}) fs::create_symlink("file", top / link);
+    for (const char* link : {"top", "tree/folder"}) fs::create_symlink(top / "kept", top / link);
     fs::create_symlink("nowhere", top / "broken");
-    ASSERT_EQ(::mkfifo(at("pipe").getPath().c_str(), 0600), 0);
-    EXPECT_TRUE(at("link").isFile() && at("link").length() == 5);
-    EXPECT_TRUE(!at("broken").exists() && at("broken").length() == -1);
-    EXPECT_FALSE(at("pipe").isFile());
+    fs::permissions(top / "file", fs::perms{0600});
+    ASSERT_EQ(::mkfifo((top / "pipe").c_str(), 0600), 0);
     std::vector<std::string> names;
-    EXPECT_TRUE(File(top.path().string()).list(names));
-    EXPECT_EQ(names.size(), 4u) << "without . and ..";
-    EXPECT_FALSE(at("pipe").list(names)) << "and does not wait for a writer";
-    for (int turn = 0; turn < 2; ++turn) EXPECT_TRUE(at("a/b/c").mkdirs()) << turn;
-    EXPECT_FALSE(at("file/d").mkdirs());
-    EXPECT_EQ(errno, ENOTDIR);
-    EXPECT_FALSE(at("a").remove()) << "not empty";
+    const std::map<std::string, std::function<std::int64_t(const File&)>> operations = {
+        {"exists", &File::exists},
+        {"isFile", &File::isFile},
+        {"length", &File::length},
+        {"mkdirs", &File::mkdirs},
+        {"remove", &File::remove},
+        {"removeAll", &File::removeAll},
+        {"lock", [](const File& file) { return FileLock(file.getPath().c_str(), false).isValid(); }},
+        {"share", [](const File& file) { return FileLock(file.getPath().c_str(), true).isValid(); }},
+        {"mode",
+         [](const File& file) { return static_cast<int>(std::filesystem::status(file.getPath()).permissions()); }},
+        {"list", [&](const File& file) { return file.list(names) ? std::ssize(names) : -1; }},
+    };
+    for (const GoldenRow& row : goldenRows(VOLE_FILES, "file")) {
+        EXPECT_EQ(operations.at(row[0])(File(top.path().string(), row[1])), std::stoi(row[2])) << row[0] << row[1];
+        EXPECT_TRUE(row[3] == "0" || std::stoi(row[3]) == errno) << errno;
+    }
+    EXPECT_FALSE(File("/").removeAll() || File(std::string("/tmp\0x", 6)).exists());
 }
 
-TEST_F(FileTest, removeAllLeavesWhatLinksPointToAndStopsAtItsDepth) {
-    std::string deep = "tree";
-    for (std::size_t level = 1; level < File::kMaxRemoveDepth; ++level) deep += "/d";
-    ASSERT_TRUE(at("kept").mkdirs() && at(deep + "/d").mkdirs());
-    for (const char* file : {"kept/file", "tree/file"}) top.write(file, "x");
-    for (const char* link : {"tree/link", "top"}) fs::create_symlink(top / "kept", top / link);
-    EXPECT_FALSE(at("tree").removeAll());
-    EXPECT_EQ(errno, ELOOP);
-    EXPECT_FALSE(at("tree/file").exists()) << "what can be removed is";
-    ASSERT_TRUE(at(deep + "/d").remove());
-    for (const char* name : {"tree", "top/"}) EXPECT_TRUE(at(name).removeAll() && !at(name).exists()) << name;
-    for (const char* refused : {"kept/.", "kept/..", "kept/./"}) EXPECT_FALSE(at(refused).removeAll()) << refused;
-    EXPECT_FALSE(File("/").removeAll());
-    EXPECT_TRUE(at("kept/file").exists());
+TEST(FileLock, isSeenByOthers) {
+    const TempFile file;
+    FileLock lock(file.path(), true);
+    const auto lockSeen = [&] {
+        struct flock record {};
+        record.l_type = F_WRLCK;
+        EXPECT_EQ(::fcntl(file.fd(), F_OFD_GETLK, &record), 0);
+        return record.l_type;
+    };
+    EXPECT_EQ(lock.lock(), 0);
+    EXPECT_EQ(lockSeen(), F_WRLCK);
+    EXPECT_EQ(lock.unlock(), 0);
+    EXPECT_EQ(lockSeen(), F_UNLCK);
+    EXPECT_EQ(lock.close(), 0);
+    EXPECT_EQ(lock.close(), -1);
 }
 
 // What is opened on the library's own account is the owner's alone and not inherited by programs that the host starts.

@@ -2,14 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "FileTypeProcessor.h"
+#include "support/GoldenRows.h"
 #include "support/StringBuffer.h"
 
 namespace ZOV_SPACE {
@@ -18,12 +16,8 @@ namespace {
 using F = FileTypeIdent;
 
 // The golden file's bytes, with a filler for those that may be any.
-std::string bytesOf(std::string text, char filler) {
+std::string bytesOf(const std::string& text, char filler) {
     std::string bytes;
-    if (const std::size_t star = text.find('*'); star != std::string::npos) {
-        bytes.assign(std::stoul(text) - 1, filler);
-        text.erase(0, star + 1);
-    }
     for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
         const std::string digits = text.substr(i, 2);
         bytes += digits == "??" ? filler : static_cast<char>(std::stoi(digits, nullptr, 16));
@@ -31,24 +25,23 @@ std::string bytesOf(std::string text, char filler) {
     return bytes;
 }
 
-// What the tests say, one row's first. On a copy at the end of an allocation, so that the address sanitizer
-// sees reads behind it.
-int match(const std::string& bytes, int row) {
+// What the rows' tests say. On a copy at the end of an allocation, so that the address sanitizer sees reads behind it.
+int match(const std::string& bytes, int first, int last) {
     const std::string padded = ' ' + bytes;
     const std::vector<unsigned char> exact(padded.begin(), padded.end());
-    return F::priorMatch(exact.data() + 1, static_cast<int>(bytes.size()), row, row);
+    return F::priorMatch(exact.data() + 1, static_cast<int>(bytes.size()), first, last);
 }
 
 void checkMagic(int row, int code, const std::string& pattern) {
     const std::string found = bytesOf(pattern, 'x'), other = bytesOf(pattern, '\0');
-    EXPECT_TRUE(match(found, row) == code && match(other, row) == code);
+    EXPECT_TRUE(match(found, row, row) == code && match(other, row, row) == code);
     if (code == F::kUnknown) return;  // Which it is, too, when no test holds.
-    EXPECT_NE(match(found.substr(0, found.size() - 1), row), code);
+    EXPECT_NE(match(found.substr(0, found.size() - 1), row, row), code);
     EXPECT_NE(F::priorMatch(nullptr, static_cast<int>(found.size()), row, row), code);
     for (std::size_t i = 0; i < found.size(); ++i) {
         std::string damaged = found;
         damaged[i] = static_cast<char>(damaged[i] ^ 0x80);
-        EXPECT_EQ(match(damaged, row) == code, found[i] != other[i]) << "byte " << i;
+        EXPECT_EQ(match(damaged, row, row) == code, found[i] != other[i]) << "byte " << i;
     }
 }
 
@@ -60,69 +53,31 @@ void checkContent(const std::string& name, const std::string& type, const std::s
     EXPECT_EQ(source.stream.available(), static_cast<int>(content.size()));
 }
 
-// The next word of a line; some of its characters stand for others.
-std::string nextWord(std::istream& in) {
-    std::string word;
-    in >> word;
-    std::replace(word.begin(), word.end(), '_', ' ');
-    std::replace(word.begin(), word.end(), '~', '\t');
-    return word == "-" ? "" : word;
-}
-
-int nextNumber(std::istream& in) {
-    int number = -1;
-    in >> number;
-    return number;
-}
-
-void checkLine(const std::string& line, int& extensions) {
-    std::istringstream in(line);
-    const std::string kind = nextWord(in);
-    if (kind == "magic") {
-        const int row = nextNumber(in), code = nextNumber(in);
-        checkMagic(row, code, nextWord(in));
-    } else if (kind == "name") {
-        const std::string name = nextWord(in);
-        const int code = nextNumber(in);
-        EXPECT_EQ(F::checkFileType(name.c_str()), code);
-        EXPECT_EQ(F::indexTypeTbl(F::fileSuffix(name)), code == F::kUnknown ? -1 : extensions++);
-    } else if (kind == "content") {
-        const std::string name = nextWord(in), type = nextWord(in), content = bytesOf(nextWord(in), 0);
-        checkContent(name, type, content, nextNumber(in));
-    } else if (kind == "list") {
-        const std::string extension = nextWord(in), list = nextWord(in);
-        EXPECT_EQ(F::isExtInList(extension.c_str(), list.c_str()), nextNumber(in));
-        EXPECT_EQ(F::isTypeInList(F::extToType(extension.c_str()), list.c_str()), nextNumber(in));
-    } else {
-        EXPECT_EQ(kind.find_first_not_of('#'), std::string::npos);
-    }
-    EXPECT_TRUE(in) << "too short";
-}
-
 TEST(FileTypeIdent, answersAsTheGoldenFileSays) {
-    std::ifstream golden(VOLE_FILE_TYPES);
+    for (const GoldenRow& row : goldenRows(VOLE_FILE_TYPES, "magic")) {
+        SCOPED_TRACE(row[0] + " " + row[2]);
+        checkMagic(std::stoi(row[0]), std::stoi(row[1]), row[2]);
+    }
+    for (const GoldenRow& row : goldenRows(VOLE_FILE_TYPES, "range")) {
+        EXPECT_EQ(match(bytesOf(row[2], 0), std::stoi(row[0]), std::stoi(row[1])), std::stoi(row[3])) << row[0];
+    }
     int extensions = 0;
-    for (std::string line; std::getline(golden, line);) {
-        SCOPED_TRACE(line);
-        checkLine(line, extensions);
+    for (const GoldenRow& row : goldenRows(VOLE_FILE_TYPES, "name")) {
+        EXPECT_EQ(F::checkFileType(textOrNull(row[0])), std::stoi(row[1])) << row[0];
+        EXPECT_EQ(F::indexTypeTbl(F::fileSuffix(row[0])), row[1] == "999" ? -1 : extensions++) << row[0];
     }
     EXPECT_EQ(extensions, 40);
-}
-
-TEST(FileTypeIdent, takesNothingForUnknown) {
-    const int codes[] = {F::checkFileType(nullptr), F::extToType(nullptr), F::extToType(".zip"),
-                         F::checkFileType(static_cast<BufferBase*>(nullptr), "a.txt", ""),
-                         F::checkFileType(static_cast<InputStream*>(nullptr), "a.txt", "")};
-    EXPECT_EQ(testing::PrintToString(codes), "{ 999, 999, 999, 999, 999 }");
-    EXPECT_FALSE(F::isExtInList(nullptr, "zip") || F::isExtInList("zip", nullptr) || F::isTypeInList(700, nullptr));
-    // Ranges that lie outside the table, or hold nothing.
-    const unsigned char text[] = "text";
-    using Range = std::pair<int, int>;
-    for (const auto& [first, last] : {Range{-5, -1}, Range{40, 10000}, Range{2, 1}, Range{-5, 10000}}) {
-        EXPECT_EQ(F::priorMatch(text, 4, first, last), 100) << first;
+    for (const GoldenRow& row : goldenRows(VOLE_FILE_TYPES, "content")) {
+        SCOPED_TRACE(row[0] + " " + row[1] + " " + row[2]);
+        checkContent(row[0], row[1], bytesOf(row[2], 0), std::stoi(row[3]));
     }
-    EXPECT_EQ(F::priorMatch(text, 4, 39, 39), 999);
-    EXPECT_EQ(F::priorMatch(nullptr, 4, 0, 10000), 999);
+    for (const GoldenRow& row : goldenRows(VOLE_FILE_TYPES, "list")) {
+        const char *const extension = textOrNull(row[0]), *const list = textOrNull(row[1]);
+        EXPECT_EQ(F::isExtInList(extension, list), std::stoi(row[2])) << row[0] << " " << row[1];
+        EXPECT_EQ(F::isTypeInList(F::extToType(extension), list), std::stoi(row[3])) << row[0] << " " << row[1];
+    }
+    EXPECT_EQ(F::checkFileType(static_cast<BufferBase*>(nullptr), "a.txt", ""), F::kUnknown);
+    EXPECT_EQ(F::checkFileType(static_cast<InputStream*>(nullptr), "a.txt", ""), F::kUnknown);
 }
 
 TEST(FileTypeIdent, textIsJudgedByItsFirst200Bytes) {
@@ -142,16 +97,17 @@ TEST(FileTypeIdent, textIsJudgedByItsFirst200Bytes) {
     }
 }
 
+struct Echo : FileTypeProcessor::CallBack {
+    int getAction(int code) override { return code; }
+};
+
 TEST(FileTypeProcessor, asksTheCallBackAndKeepsItsAnswer) {
-    struct Echo : FileTypeProcessor::CallBack {
-        int getAction(int code) override { return code; }
-    } echo;
+    Echo echo;
     StringSource ole("\xD0\xCF\x11\xE0\xA1\xB1"), wav("RIFF    WAVE");
     std::string none, name = "a.doc", type = "audid";
     FileTypeProcessor file;
-    const int without[] = {file.getAction(), FileTypeProcessor::setCallBack(&echo), file.check(&ole.buffer),
-                           file.setFileName(name)};
-    EXPECT_EQ(testing::PrintToString(without), "{ 0, 0, 1, 1 }") << "which sets nothing: a default answers 1";
+    const int without[] = {FileTypeProcessor::setCallBack(&echo), file.check(&ole.buffer), file.setFileName(name)};
+    EXPECT_EQ(testing::PrintToString(without), "{ 0, 1, 1 }") << "which sets nothing: a default answers 1";
     FileTypeProcessor::call_back = &echo;
     const int with[] = {file.check(&ole.stream),   file.setFileName(none),  file.check(&ole.buffer),
                         file.setContentType(type), file.check(&wav.buffer), file.init(),

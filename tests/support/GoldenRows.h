@@ -1,4 +1,5 @@
-// GoldenRows.h: rows of test data from a text file, with '|' between their fields. "\0a" stands for the byte 0x0A.
+// GoldenRows.h: rows of test data from a text file, with '|' between their fields. "\0a" stands for the byte 0x0A,
+// and "{3*ab}" for ababab.
 #ifndef TESTS_SUPPORT_GOLDENROWS_H
 #define TESTS_SUPPORT_GOLDENROWS_H
 
@@ -15,13 +16,23 @@ using GoldenRow = std::vector<std::string>;
 inline std::string unescaped(const std::string& text) {
     std::string bytes;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        bytes += text[at];
-        if (text[at] != '\\') continue;
-        bytes.back() = static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
-        at += 2;
+        if (text[at] == '\\') {
+            bytes += static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
+            at += 2;
+        } else if (text[at] == '{') {
+            const std::size_t piece = text.find('*', at) + 1, end = text.find('}', at);
+            for (auto count = std::stoul(text.substr(at + 1)); count > 0; --count)
+                bytes.append(text, piece, end - piece);
+            at = end;
+        } else {
+            bytes += text[at];
+        }
     }
     return bytes;
 }
+
+// Null for "null".
+inline const char* textOrNull(const std::string& field) { return field == "null" ? nullptr : field.c_str(); }
 
 // The rows whose first field, which is left out, is `kind`.
 inline std::vector<GoldenRow> goldenRows(const char* path, const std::string& kind) {

@@ -21,16 +21,22 @@ std::string thrownBy(Call call) {
     return "<nothing>";
 }
 
-// The source unit that the exception names.
+// The source unit and the line that the exception names.
 template <class Call>
-std::string unitThrownBy(Call call) {
+std::string locationThrownBy(Call call) {
     try {
         call();
     } catch (Exception& e) {
-        const std::string location = e.getErrorLocation();
-        return location.substr(0, location.find(", line"));
+        return e.getErrorLocation();
     }
     return "<nothing>";
+}
+
+// The source unit alone.
+template <class Call>
+std::string unitThrownBy(Call call) {
+    const std::string location = locationThrownBy(call);
+    return location.substr(0, location.find(", line"));
 }
 
 }  // namespace ZOV_SPACE
