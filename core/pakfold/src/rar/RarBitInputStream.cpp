@@ -1,3 +1,6 @@
+// The buffer holds a piece of the source. Looking at bits takes three bytes from the current one on, so the buffer is
+// refilled two bytes before its end, and some zero bytes stand behind the source's last one. Consuming does not look at
+// the buffer at all: it may lead past the valid bytes, and the next look settles what that means.
 #include "rar/RarBitInputStream.h"
 
 #include <algorithm>

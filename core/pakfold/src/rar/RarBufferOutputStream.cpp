@@ -1,3 +1,6 @@
+// Two positions run round the ring: where the next byte goes, and the first byte that the target has not got. Between
+// them lies what is pending. Before each step it is flushed when less than a margin is free, which is more than a step
+// writes, so that nothing pending is overwritten. Longer matches are copied in pieces that keep to the margin.
 #include "rar/RarBufferOutputStream.h"
 
 #include <algorithm>

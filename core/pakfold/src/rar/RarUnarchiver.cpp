@@ -1,3 +1,10 @@
+// The walk. An archive is a row of blocks, each a header that says how much data follows it, so that what is not known
+// can be passed over: marker, archive header, then files and others in any order, up to the first that cannot be read.
+// The walk alone decides where the next block begins: whoever takes an entry's data gets a stream that ends with it,
+// and what is left of it is skipped.
+//
+// A solid entry goes on where the one before it stopped, with its window, tables and models. So every compressed entry
+// of a solid archive is decoded, wanted or not, into nothing if need be; one whose header is broken, too.
 #include "rar/RarUnarchiver.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Filters wait in the order of their blocks. A flush writes plain bytes up to the first block; once that is complete,
+// the filter takes it out of the window, and what it makes of it goes to the target, or to the next filter of the same
+// block. The window keeps the bytes as they were decoded, because matches refer to those. At the entry's end, filters
+// whose blocks never became complete are dropped, and their bytes written as they are, so that they are looked at.
 #include "rar/RarVMOutputStream.h"
 
 #include <algorithm>

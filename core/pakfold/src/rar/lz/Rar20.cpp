@@ -1,3 +1,6 @@
+// LZ77 over a window, with prefix codes for literals and lengths, distances, and lengths of repeated distances. Tables
+// come at the start and wherever a symbol asks for new ones; they are coded as differences to the ones before. In the
+// multimedia mode there are no matches: each channel has a code for the differences that RarAudio adds up.
 #include "rar/lz/Rar20.h"
 
 #include <algorithm>

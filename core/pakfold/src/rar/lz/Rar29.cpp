@@ -1,3 +1,5 @@
+// As in RAR 2.0, LZ77 with prefix codes, with a longer reach: the low four bits of far distances have a code of their
+// own, one symbol of which repeats them for the distances that follow, as tables of records make useful.
 #include "rar/lz/Rar29.h"
 
 #include <algorithm>

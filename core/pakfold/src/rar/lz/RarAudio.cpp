@@ -1,3 +1,6 @@
+// Each byte is coded as the difference from a prediction: the channel's last byte, plus the weighted sum of its last
+// changes and of the change in the channel before. For every input the sum of errors is kept that one weight more or
+// less would have made; every 32 bytes the best of these changes is made (adaptation by the sign of the error).
 #include "rar/lz/RarAudio.h"
 
 #include <algorithm>

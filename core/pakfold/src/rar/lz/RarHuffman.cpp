@@ -1,3 +1,7 @@
+// Canonical codes: those of the same length are consecutive numbers in the order of the symbols, and each length begins
+// where the shorter ones end. Left-aligned in 16 bits, a code's length is therefore found by comparing it with where
+// each length ends, and its symbol by its distance from the first of its length. For the first ten bits a table has the
+// answer ready.
 #include "rar/lz/RarHuffman.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// A symbol takes one step in the longest context and, after each escape, one in the next shorter context that knows
+// other symbols; those that were ruled out by then do not count. Afterwards the symbol's frequency is raised where it
+// was found, and it is entered in the contexts that escaped. Contexts for it are made only when it comes again: until
+// then states refer to the text behind it. When the heap is full, everything begins anew, for the encoder too.
 #include "rar/ppm/ModelPPM.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
-// What is rare: the start of a model, and the halving of a context's frequencies.
+// What is rare: the start of a model, and the halving of a context's frequencies. A model starts with one context, the
+// empty one, in which all 256 symbols are equally likely; everything else grows out of it.
 #include <algorithm>
 #include <array>
 #include <span>

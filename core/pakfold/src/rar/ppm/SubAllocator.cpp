@@ -1,3 +1,7 @@
+// Blocks have 38 sizes in units, and a list of free ones for each. What is asked for comes from the list of its size,
+// then from between the two ends of what was never used, then from a larger block, whose rest is freed, and last from
+// below the units, where the text has to give way. Before larger blocks are cut, now and then neighbours that are free
+// are merged: they carry a stamp while that is done.
 #include "rar/ppm/SubAllocator.h"
 
 #include <bit>
@@ -17,7 +21,8 @@ constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/RarModel"};
 
 constexpr std::uint32_t kUnitBytes = SubAllocator::kUnitBytes;
 constexpr std::uint32_t kMostUnits = 128;
-// What a heap costs, as so many bytes of output, even if hardly used: mapping it, and a large page at each of its places.
+// What a heap costs, as so many bytes of output, even if hardly used: mapping it, and a large page at each of its
+// places.
 constexpr std::int64_t kNewHeapCost = 16 << 10;
 constexpr std::uint32_t kGlueInterval = 255;
 constexpr std::uint16_t kFreeStamp = 0xFFFF;  // No context has so many states, no state that frequency.

@@ -1,3 +1,6 @@
+// A description says which program a filter runs, where its block begins, counted from what is decoded so far, and how
+// long it is; then, if its first byte says so, registers, the program itself, and global data. What is left out is as
+// it was for the same program before.
 #include "rar/vm/RarPrograms.h"
 
 #include <algorithm>

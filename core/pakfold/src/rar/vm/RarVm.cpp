@@ -1,4 +1,6 @@
-// The machine: memory, runs and the commands.
+// The machine: memory, runs and the commands. Eight registers, the last of them the stack pointer, and flags for carry,
+// zero and sign. Every address is masked to the memory, every command position compared with the program's length, and
+// every command counted, so that nothing a program does has to be trusted.
 #include "rar/vm/RarVm.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
-// From the bytes of a program to commands.
+// From the bytes of a program to commands. Commands and operands are packed bit by bit: four bits or six for the
+// command, one for its size where it has both, then each operand with its form ahead. What does not parse ends the
+// program there. Flags that nothing reads before they are set anew are then not computed.
 #include <algorithm>
 #include <iterator>
 
