@@ -3,12 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <initializer_list>
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
+#include "rar/ppm/HeapAllowance.h"
 #include "support/PpmEncoder.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
@@ -121,6 +125,45 @@ TEST(RarModel, roundTripsThroughRestartsAndBlocks) {
         Packed packed(stream);
         ASSERT_TRUE(decode(model, packed.bits) == text);
     }
+}
+
+TEST(HeapAllowance, isWaitedForByThreadsThatHoldNone) {
+    HeapAllowance allowance(100);
+    allowance.take(80);
+    allowance.take(80);  // Would wait for itself.
+    allowance.giveBack(80);
+    allowance.giveBack(80);
+    std::atomic<int> taken = 0, most = 0;
+    std::vector<std::thread> threads;
+    for (const unsigned bytes : {100U, 60U, 40U, 30U, 10U, 100U}) {
+        threads.emplace_back([&, bytes] {
+            for (int round = 0; round < 300; ++round) {
+                allowance.take(bytes);
+                most = std::max(most.load(), taken += static_cast<int>(bytes));
+                std::this_thread::yield();
+                taken -= static_cast<int>(bytes);
+                allowance.giveBack(bytes);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_LE(most, 100);
+}
+
+// Where addresses have 32 bits, there is room for a few of these heaps only.
+TEST(RarModel, allThreadsGetTheirHeap) {
+    std::atomic<int> models = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 24; ++i) {
+        threads.emplace_back([&models] {
+            Packed packed(bytesOf({0xA5, 255}) + "0000");
+            ModelPPM model;
+            int escape = kEscape;
+            models += thrownBy([&] { models += model.DecodeInit(&packed.bits, escape) ? 0 : 100; }) == "<nothing>";
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(models, 24);
 }
 
 TEST(RarModel, hasNoModelBehindATruncation) {

@@ -9,9 +9,11 @@
 #include "support/CapturedLog.h"
 #include "support/EntryCollector.h"
 #include "support/RarBuilder.h"
+#include "support/RarEncoder.h"
 #include "support/StopAfter.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -116,6 +118,7 @@ TEST(RarUnarchiver, readsHeadersToTheEndThatTheyAnnounce) {
     const std::pair<const char*, std::string> cases[] = {
         {"plain", fileWith([](RarFile&) {})},
         {"64-bit sizes", fileWith([](RarFile& f) { f.flags = 0x0100; })},
+        {"no flag for the packed size", fileWith([](RarFile& f) { f.hasDataFlag = false; })},
         {"salt", fileWith([](RarFile& f) { f.flags = 0x0400, f.salt = "saltsalt"; })},
         {"times", fileWith([&](RarFile& f) { f.flags = 0x1000, f.extendedTime = fullTime; })},
         {"some times", fileWith([&](RarFile& f) { f.flags = 0x1000, f.extendedTime = shortTime; })},
@@ -259,6 +262,63 @@ TEST(RarUnarchiver, doesWithAnEntryWhatTheProcessorSays) {
         if (!c.stream || entries.entries.size() < 2) continue;
         for (const CollectedEntry& each : entries.entries) EXPECT_EQ(each.flushed + each.closed, 2);
     }
+}
+
+// The archive does not say that the second entry builds on the first one.
+TEST(RarUnarchiver, decodesWhatWasPassedOverOnceASolidEntryNeedsIt) {
+    RarEncoder encoder(20);
+    encoder.text("0123456789");
+    const std::string first = encoder.finish();
+    encoder.match(10, 10);
+    const std::string second = encoder.finish(), stored = B::stored("s", "stored");
+    for (const unsigned archiveFlags : {0x0000U, 0x0008U}) {
+        for (const int action : {kActionSkip, kActionCopy, kActionDecompress}) {
+            EntryCollector entries;
+            entries.actionOf["a"] = action;
+            entries.room = action == kActionDecompress ? 5 : 1000;  // The first one is cut short.
+            walk(B::marker() + B::archive(archiveFlags) + B::packed("a", first, 10, 20) + stored +
+                     B::packed("b", second, 10, 20, true),
+                 entries);
+            EXPECT_EQ(entries.entries.back().bytes, std::string("0123456789").substr(0, entries.room)) << action;
+        }
+    }
+}
+
+TEST(RarUnarchiver, saysWhatWasGivenUp) {
+    const auto filtered = [](std::size_t filters, std::uint32_t length) {
+        RarEncoder encoder(29);
+        for (std::uint32_t i = 0; i < filters; ++i) {
+            encoder.filter(kFilterHead,
+                           filterOf(i > 0, 0, length, i ? std::vector<unsigned char>{} : incrementProgram()));
+        }
+        encoder.text("hello");
+        return B::packed("a", encoder.finish(), 5, 29);
+    };
+    const std::string incomplete = "Rar entry <a> is incomplete: 4 of 9 bytes are missing.";
+    const struct {
+        std::string entry;
+        std::string line;
+        std::int64_t instructions = 1000, codeBytes = 1000;  // That are left.
+    } rows[] = {
+        {fileWith([](RarFile& f) { f.unpackedSize = 9; }), incomplete},
+        {B::packed("a", RarEncoder::literals(29, "hello"), 9, 29), incomplete},
+        {filtered(2, 6), "Rar entry <a>: a filter was not run."},
+        {filtered(9, 5), "Rar entry <a>: too many filters."},
+        {filtered(3, 5), "Rar entry <a>: instructions for filters ran out.", 10},
+        {filtered(1, 5), "Rar entry <a>: room for filters' code ran out.", 1000, 10},
+    };
+    for (const auto& row : rows) {
+        ScanBudget budget;
+        const ScanBudget::Scope scope(budget);
+        ScanBudget::takeVmInstructions(ScanBudget::kVmInstructions - row.instructions);
+        ScanBudget::takeVmCodeBytes(ScanBudget::kVmCodeBytes - row.codeBytes);
+        CapturedLog log(CapturedLog::kErrors);
+        walk(around(row.entry));
+        EXPECT_EQ(log.count(row.line), 1U) << row.line;
+    }
+    CapturedLog log(CapturedLog::kErrors);
+    walk(around(filtered(8, 5)));
+    EXPECT_TRUE(log.lines().empty()) << log.lines()[0];
 }
 
 TEST(RarUnarchiver, aFullSinkEndsItsEntryOnly) {

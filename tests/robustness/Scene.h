@@ -59,17 +59,7 @@ inline void writePatterns(const TempDir& directory, const std::string& set) {
 }
 
 // An entry of packed data.
-inline std::string rarEntry(const std::string& name, const std::string& packed, std::size_t unpacked, unsigned version,
-                            bool solid) {
-    RarFile file;
-    file.name = name;
-    file.data = packed;
-    file.method = 0x33;
-    file.unpVer = version;
-    file.unpackedSize = static_cast<std::uint32_t>(unpacked);
-    file.flags = solid ? 0x0010 : 0;
-    return RarBuilder::file(file);
-}
+constexpr auto rarEntry = RarBuilder::packed;
 
 inline std::string rarOf(const std::string& entries, bool solid = true) {
     return RarBuilder::marker() + RarBuilder::archive(solid ? 0x0008 : 0) + entries + RarBuilder::end();

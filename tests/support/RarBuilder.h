@@ -15,6 +15,7 @@ struct RarFile {
     std::string name;
     std::string data;  // As packed.
     unsigned flags = 0;
+    bool hasDataFlag = true;  // The packed size is there without it, too.
     unsigned method = 0x30;
     unsigned unpVer = 20;
     std::uint32_t time = 0x2D6A8C61;
@@ -43,7 +44,7 @@ public:
     static std::string block(unsigned type, unsigned flags, const std::string& fields, const std::string& data = "",
                              std::optional<unsigned> headerSize = {}, unsigned crcBytes = 0,
                              std::optional<std::uint32_t> dataSize = {}) {
-        const bool hasData = flags & kHasData;
+        const bool hasData = (flags & kHasData) || type == 0x74;
         const std::size_t size = 7 + (hasData ? 4 : 0) + fields.size();
         std::string header = number(type, 1) + number(flags, 2) + number(headerSize.value_or(size), 2);
         if (hasData) header += number(dataSize.value_or(data.size()), 4);
@@ -66,18 +67,26 @@ public:
         if (file.flags & 0x0100) fields += number(file.packedHigh, 4) + number(file.unpackedHigh, 4);
         fields += file.name + file.salt + file.extendedTime + file.extra;
         const std::size_t known = 9 + fields.size() - (file.extraInCrc ? 0 : file.extra.size());
-        std::string bytes = block(0x74, file.flags | kHasData, fields, file.data, file.headerSize,
-                                  static_cast<unsigned>(known), file.packedSize);
+        std::string bytes = block(0x74, file.flags | (file.hasDataFlag ? kHasData : 0), fields, file.data,
+                                  file.headerSize, static_cast<unsigned>(known), file.packedSize);
         if (file.broken) bytes[0] = static_cast<char>(bytes[0] ^ 0x5A);
         return bytes;
+    }
+
+    // A compressed entry.
+    static std::string packed(const std::string& name, const std::string& data, std::size_t unpackedSize,
+                              unsigned version, bool solid = false) {
+        RarFile entry;
+        entry.name = name, entry.data = data, entry.flags = solid ? 0x0010 : 0;
+        entry.method = 0x33, entry.unpVer = version;
+        entry.unpackedSize = static_cast<std::uint32_t>(unpackedSize);
+        return file(entry);
     }
 
     // A stored entry without anything special.
     static std::string stored(const std::string& name, const std::string& data, unsigned flags = 0) {
         RarFile entry;
-        entry.name = name;
-        entry.data = data;
-        entry.flags = flags;
+        entry.name = name, entry.data = data, entry.flags = flags;
         return file(entry);
     }
 

@@ -25,6 +25,12 @@ public:
     static constexpr std::uint32_t kWindowBytes = 4 << 20;
 
     explicit RarEncoder(int version);  // 20 or 29.
+    // The packed bytes of an entry without matches.
+    static std::string literals(int version, std::string_view bytes) {
+        RarEncoder encoder(version);
+        encoder.text(bytes);
+        return encoder.finish();
+    }
 
     void literal(char byte);
     void text(std::string_view bytes);

@@ -2,12 +2,10 @@
 #ifndef TESTS_SUPPORT_RARVMASSEMBLER_H
 #define TESTS_SUPPORT_RARVMASSEMBLER_H
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -106,27 +104,9 @@ private:
     }
     static bool hasModeBit(VmOperation operation) {
         using enum VmOperation;
-        static constexpr VmOperation kWithout[] = {jz,
-                                                   jnz,
-                                                   jmp,
-                                                   js,
-                                                   jns,
-                                                   jb,
-                                                   jbe,
-                                                   ja,
-                                                   jae,
-                                                   push,
-                                                   pop,
-                                                   call,
-                                                   ret,
-                                                   pushAll,
-                                                   popAll,
-                                                   pushFlags,
-                                                   popFlags,
-                                                   movZeroExtended,
-                                                   movSignExtended,
-                                                   print};
-        return std::find(std::begin(kWithout), std::end(kWithout), operation) == std::end(kWithout);
+        const auto isAmong = [operation](auto... others) { return ((operation == others) || ...); };
+        return !isAmong(jz, jnz, jmp, js, jns, jb, jbe, ja, jae, push, pop, call, ret, pushAll, popAll, pushFlags,
+                        popFlags, movZeroExtended, movSignExtended, print);
     }
 
     RarBitWriter _bits;
