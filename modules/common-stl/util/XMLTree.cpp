@@ -5,9 +5,10 @@
 // Memory. What the tree takes is added up as it grows, together with what expat keeps for every open element, and ends
 // at XMLLimits::kMemoryBytes: a document type's default values can make a small file into any amount of attributes.
 //
-// Tokens. Versions of expat differ in when they look at a token that is not complete yet, so where it stands after a
-// piece proves nothing. A token's length is asked for when expat reports it. For one that is never completed, what was
-// fed since is bounded: no version lets more than twice a token's length, and a piece, lie unread.
+// Tokens. Versions of expat differ in when they look at a token that is not complete yet, and in what they say about
+// their position meanwhile. So a token's length is asked for when expat reports it. For one that is never completed,
+// what was fed since the last report is bounded: no version lets more than twice a token's length, and a piece, lie
+// unread.
 #include "util/XMLTree.h"
 
 #include <expat.h>
@@ -64,8 +65,7 @@ public:
         const XML_Status status = XML_Parse(_parser, data, static_cast<int>(length), last);
         if (_thrown) std::rethrow_exception(_thrown);
         if (status != XML_STATUS_OK) refuse(XML_ErrorString(XML_GetErrorCode(_parser)));
-        const auto read = static_cast<std::int64_t>(XML_GetCurrentByteIndex(_parser));
-        if (read >= 0 && static_cast<std::int64_t>(_documentBytes) - read > std::int64_t{kMostUnread}) refuseToken();
+        if (_documentBytes - _reported > kMostUnread) refuseToken();
     }
 
     XMLTree takeTree() { return std::move(_tree); }
@@ -78,7 +78,7 @@ private:
     // Comes for an empty element even when the parser was stopped at its start.
     static void XMLCALL onEnd(void* self, const XML_Char*) {
         static_cast<XMLTreeBuilder*>(self)->guarded([](XMLTreeBuilder& builder) {
-            builder.checkToken();
+            builder.takeToken();
             builder._path.pop_back();
             builder._memory -= kOpenElement;
         });
@@ -91,12 +91,12 @@ private:
     }
 
     // Text, like white space outside the root, comes in pieces as they happen to be fed.
-    static void XMLCALL onText(void*, const XML_Char*, int) {}
+    static void XMLCALL onText(void* self, const XML_Char*, int) { static_cast<XMLTreeBuilder*>(self)->noteReported(); }
 
     // Comments, declarations and all else that has no handler of its own.
     static void XMLCALL onOther(void* self, const XML_Char* bytes, int length) {
-        if (length > 0 && ascii::isSpace(bytes[0])) return;
-        static_cast<XMLTreeBuilder*>(self)->guarded([](XMLTreeBuilder& builder) { builder.checkToken(); });
+        if (length > 0 && ascii::isSpace(bytes[0])) return onText(self, bytes, length);
+        static_cast<XMLTreeBuilder*>(self)->guarded([](XMLTreeBuilder& builder) { builder.takeToken(); });
     }
 
     template <class Handler>
@@ -110,12 +110,18 @@ private:
         }
     }
 
-    void checkToken() const {
-        if (static_cast<std::size_t>(XML_GetCurrentByteCount(_parser)) > XMLLimits::kTokenBytes) refuseToken();
+    // Bytes of what is being reported.
+    std::size_t tokenBytes() const { return static_cast<std::size_t>(XML_GetCurrentByteCount(_parser)); }
+
+    void noteReported() { _reported = static_cast<std::size_t>(XML_GetCurrentByteIndex(_parser)) + tokenBytes(); }
+
+    void takeToken() {
+        if (tokenBytes() > XMLLimits::kTokenBytes) refuseToken();
+        noteReported();
     }
 
     void start(const XML_Char* name, const XML_Char** attributes) {
-        checkToken();
+        takeToken();
         charge(sizeof(XMLNode) + 2 * sizeof(XMLNode*) + kOpenElement);  // The parent's list of children grows by half.
         XMLNode& node = _tree._nodes.emplace_back(nameText(name));
         std::size_t count = 0;
@@ -171,6 +177,7 @@ private:
     std::vector<XMLNode*> _path;  // From the root to the element that is open.
     std::unordered_set<std::string_view> _names;
     std::size_t _documentBytes = 0;
+    std::size_t _reported = 0;  // Where what was reported last ends in the document.
     std::size_t _memory = 0;
     std::exception_ptr _thrown;
 };
