@@ -23,10 +23,13 @@ std::string line(int number, const std::string& text) {
     return "[pattern_assistant:" + std::to_string(number) + "] " + text;
 }
 
-// The lines so far, each behind its number.
+// The lines, each behind its number, but for those with smaller numbers: these move with the code.
 std::string textOf(const Lines& lines) {
     std::string text;
-    for (const std::string& entry : lines) text += entry.substr(entry.find(':') + 1) + "\n";
+    for (const std::string& entry : lines) {
+        const std::string numbered = entry.substr(entry.find(':') + 1);
+        if (std::stoi(numbered) >= 200) text += numbered + "\n";
+    }
     return text;
 }
 
