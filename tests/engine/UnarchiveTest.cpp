@@ -58,7 +58,8 @@ std::string zipOfMany(const std::string& members) {
             continue;
         }
         const bool directory = word.ends_with('d');
-        for (unsigned i = 0; i < packed; ++i) zip.add({directory ? "d/" : std::to_string(i), directory ? "" : "small"});
+        for (unsigned i = 0; i < packed; ++i)
+            zip.add(directory ? ZipMember{"d/", "", 0} : ZipMember{std::to_string(i), "small"});
     }
     return zip.archive();
 }
