@@ -346,28 +346,26 @@ TEST(SmartBufferBase, keepsItsContentWhenTheMoveFails) {
     EXPECT_EQ(storageOf(buffer), "file");
 }
 
-template <class Call>
-std::string oversizeOf(Call call) {
-    return thrownBy<BufferBaseOverSizeException>(call);
-}
+constexpr auto oversizeOf = [](auto call) { return thrownBy<BufferBaseOverSizeException>(call); };
 
 // The limit is checked after what can grow the content; once the content is beyond it, every operation is refused.
 TEST(LimitedBufferBase, refusesWhatPassesTheLimitAndEverythingFromThenOn) {
     const std::string exceeded = "BufferBase exceeded size limit";
-    for (const auto& [what, call, placed, grows, checks] : kOperations) {
+    for (const Operation& operation : kOperations) {
         for (const long limit : {3L, 0L, -1L}) {
+            SCOPED_TRACE(operation.name);
             MemBufferBase inner;
             inner.append("abc", 3);
             LimitedBufferBase buffer(&inner, limit);
+            const auto answer = [&] { return oversizeOf([&] { operation.call(buffer, 3); }); };
             EXPECT_EQ(oversizeOf([&] { buffer.write(2, "x", 1); }), "<nothing>");
-            EXPECT_EQ(oversizeOf([&, &c = call] { c(buffer, 3); }), grows && limit > 0 ? exceeded : "<nothing>")
-                << what;
-            EXPECT_EQ(inner.getSize() > 3, grows) << what << ": the operation was carried out";
+            EXPECT_EQ(answer(), operation.grows && limit > 0 ? exceeded : "<nothing>");
+            EXPECT_EQ(inner.getSize() > 3, operation.grows) << "it was carried out";
             if (limit < 3) continue;
             oversizeOf([&] { buffer.append("xyz", 3); });
             const long size = inner.getSize();
-            EXPECT_EQ(oversizeOf([&, &c = call] { c(buffer, 3); }), exceeded) << what;
-            EXPECT_EQ(inner.getSize(), size) << what;
+            EXPECT_EQ(answer(), exceeded);
+            EXPECT_EQ(inner.getSize(), size);
         }
     }
 }

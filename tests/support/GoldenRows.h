@@ -1,5 +1,5 @@
 // GoldenRows.h: rows of test data from a text file, with '|' between their fields. "\0a" stands for the byte 0x0A,
-// and "{3*ab}" for ababab.
+// and "{3*ab}" for ababab; a brace itself is "\7b".
 #ifndef TESTS_SUPPORT_GOLDENROWS_H
 #define TESTS_SUPPORT_GOLDENROWS_H
 
