@@ -290,7 +290,7 @@ TEST(RarDecompressor, filtersThatMakeNoSenseEndTheEntryQuietly) {
 
 // Else a few bytes of input, again and again, buy time without end.
 TEST(RarDecompressor, chargesWorkThatNobodyGetsAnythingFrom) {
-    constexpr std::int64_t kStart = 4 << 10, kModel = (16 << 10) + kStart;  // What a model costs by itself.
+    constexpr std::int64_t kStart = 4 << 10, kModel = (32 << 10) + kStart;  // What a model costs by itself.
     constexpr std::int64_t kSymbols = 1000, kCost = ScanBudget::kBytesPerPpmSymbol;
     RarEncoder swallowed(29);
     addFilter(swallowed, 0, 0, 1000, RarVmAssembler().mov(at(0x3C01C), imm(0)).build());
