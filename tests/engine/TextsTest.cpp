@@ -7,6 +7,7 @@
 #include "Normalize.h"
 #include "ResultText.h"
 #include "SpamRule.h"
+#include "io/MemBufferBase.h"
 #include "io/SmartBufferBase.h"
 #include "support/CapturedLog.h"
 #include "support/Content.h"
