@@ -46,7 +46,7 @@ public:
 
     virtual bool verify() = 0;                    // Whether the block is sound; after continueParse().
     virtual bool continueParse(InputStream& in);  // Reads the rest of the header. False when that fails.
-    virtual int getCrc() = 0;                    // What h_crc should be, over the fields as they were understood.
+    virtual int getCrc() = 0;                     // What h_crc should be, over the fields as they were understood.
 
     // Moves over the data. False when the stream ends before.
     bool skipData(InputStream& in) const { return BoundedInputStream(&in, a_size).skipRest(); }
