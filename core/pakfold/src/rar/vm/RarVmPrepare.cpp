@@ -147,7 +147,7 @@ void RarVM::Optimize(VM_PreparedProgram* program) {
         if (command.OpCode == VmOperation::mov) {
             command.OpCode = command.ByteMode ? VmOperation::movByte : VmOperation::movDword;
         } else if (!flagsNeeded) {
-            command.OpCode = opcode.quiet;
+            command.OpCode = opcode.quietly();
         }
         if (opcode.readsFlags() || opcode.goes == VmOpcode::Goes::elsewhere) {
             flagsNeeded = true;

@@ -79,8 +79,9 @@ struct VmOpcode {
     // Of a jump: it goes when one of these flags is set, or, with `jumpsUnless`, when none is.
     std::uint32_t jumpFlags = 0;
     bool jumpsUnless = false;
-    VmOperation quiet = operation;  // What does the same without setting flags.
+    VmOperation quiet = VmOperation::print;  // What does the same without setting flags; print: nothing does.
 
+    constexpr VmOperation quietly() const { return quiet == VmOperation::print ? operation : quiet; }
     constexpr bool readsFlags() const { return flags == Flags::read || flags == Flags::readAndSet; }
     constexpr bool setsFlags() const { return flags == Flags::set || flags == Flags::readAndSet; }
     constexpr bool isTaken(std::uint32_t now) const { return ((now & jumpFlags) == 0) == jumpsUnless; }
