@@ -7,9 +7,7 @@
 #include "support/PeBuilder.h"
 #include "support/TempDir.h"
 
-namespace {
-
-void run(std::string_view input) {
+void scanWithPatterns(std::string_view input) {
     static const std::string contents[] = {PeBuilder().withSections(2).build(), std::string(300, 'a')};
     static const TempDir dir;
     PatternContainer container;
@@ -19,7 +17,7 @@ void run(std::string_view input) {
     std::string found[2];
     for (std::string& names : found) {
         for (const std::string& content : contents) {
-            InputBuffer memory(content);
+            ZOV_SPACE::InputBuffer memory(content);
             ZOV_SPACE::IOBuffer buffer(&memory);
             const auto size = static_cast<unsigned>(content.size());
             std::string md5, chk;
@@ -32,7 +30,3 @@ void run(std::string_view input) {
     require(found[0] == found[1]);
     note(found[0]);
 }
-
-const Target target("patterns", run);
-
-}  // namespace

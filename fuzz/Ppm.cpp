@@ -3,11 +3,9 @@
 #include "Target.h"
 #include "rar/ppm/ModelPPM.h"
 
-namespace {
-
 using namespace ZOV_SPACE;
 
-void run(std::string_view input) {
+void unpackPpm(std::string_view input) {
     const std::vector<char> blocks = withSmallHeap(input);
     InputBuffer buffer({blocks.data(), blocks.size()});
     BufferBaseInputStream source(&buffer);
@@ -23,7 +21,3 @@ void run(std::string_view input) {
         out.write(static_cast<char>(symbol));
     }
 }
-
-const Target target("ppm", run);
-
-}  // namespace

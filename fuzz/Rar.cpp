@@ -1,9 +1,8 @@
-// RAR archives; and the packed data of two entries alone, of which the second one continues the first.
+// The packed data of two entries of a RAR archive alone, of which the second one continues the first.
 #include "ByteOrder.h"
 #include "Input.h"
 #include "Target.h"
 #include "rar/RarDecompressor.h"
-#include "rar/RarUnarchiver.h"
 
 namespace {
 
@@ -21,8 +20,7 @@ void unpack(RarDecompressor& rar, std::string_view packed, std::int64_t unpacked
 
 // Input: three sizes of 16 bits each, little-endian: the packed one of the first entry, and what both unpack to at
 // most; the first entry's data; the rest is the second one's.
-template <int version>
-void unpackEntries(std::string_view input) {
+void unpackEntries(std::string_view input, int version) {
     constexpr int kSolid = 0x10;
     constexpr std::size_t kHeaderBytes = 6;
     if (input.size() < kHeaderBytes) return;
@@ -33,6 +31,7 @@ void unpackEntries(std::string_view input) {
     unpack(rar, data.substr(first.size()), loadU16(input.data() + 4), version, kSolid);
 }
 
-const Target targets[] = {{"rar", walk<RarUnarchiver>}, {"rar20", unpackEntries<20>}, {"rar29", unpackEntries<29>}};
-
 }  // namespace
+
+void unpackRar20(std::string_view input) { unpackEntries(input, 20); }
+void unpackRar29(std::string_view input) { unpackEntries(input, 29); }

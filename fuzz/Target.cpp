@@ -1,33 +1,36 @@
 #include "Target.h"
 
+#include <map>
+
+#include "Input.h"
+#include "rar/RarUnarchiver.h"
 #include "unarchiver/ScanBudget.h"
 #include "util/Diag.h"
 #include "utils/Crc.h"
+#include "zip/ZipUnarchiver.h"
 
-using ZOV_SPACE::ScanBudget;
+using namespace ZOV_SPACE;
 
-static ZOV_SPACE::Iso3309Crc outcomes;
+static Iso3309Crc outcomes;
 
-constinit const Target* Target::_latest = nullptr;
+Target* findTarget(std::string_view name) {
+    static const std::map<std::string_view, Target*> kTargets{
+        {"list", readList},       {"options", readOptionFile}, {"patterns", scanWithPatterns},
+        {"pe", compareCheckSums}, {"ppm", unpackPpm},          {"rar", walk<RarUnarchiver>},
+        {"rar20", unpackRar20},   {"rar29", unpackRar29},      {"scan_file", scanWhole},
+        {"vm", runVmProgram},     {"zip", walk<ZipUnarchiver>}};
+    const auto found = kTargets.find(name);
+    return found == kTargets.end() ? nullptr : found->second;
+}
 
-Target::Target(const char* name, void (*run)(std::string_view)) : _name(name), _run(run), _next(_latest) {
-    _latest = this;
+void runTarget(Target* target, std::string_view input) {
     diag::setSink(3, [](const char*) {});
-}
-
-const Target* Target::find(std::string_view name) {
-    const Target* target = _latest;
-    while (target && target->_name != name) target = target->_next;
-    return target;
-}
-
-void Target::operator()(std::string_view input) const {
     ScanBudget budget;
     const ScanBudget::Scope spending(budget);
     // Most of it is spent already: what a little work does not find, more of the same does not find either.
     ScanBudget::chargeDiscardedBytes(ScanBudget::kDiscardedBytes - (std::int64_t{16} << 20));
     ScanBudget::takeVmInstructions(ScanBudget::kVmInstructions - 100'000);
-    noteRefusal([&] { _run(input); });
+    noteRefusal([&] { target(input); });
 }
 
 void note(std::string_view outcome) { outcomes.add(outcome.data(), static_cast<unsigned>(outcome.size())); }

@@ -1,5 +1,4 @@
-// Target.h: what is fuzzed. Each target is a Target object with a name; one program fuzzes the one that it is told to,
-// another one replays inputs.
+// Target.h: what is fuzzed. One program fuzzes the target that it is told to, another one replays inputs.
 #ifndef FUZZ_TARGET_H
 #define FUZZ_TARGET_H
 
@@ -9,23 +8,16 @@
 
 #include "Exception.h"
 
-class Target {
-public:
-    // `run` takes one input. The framework's exceptions may leave it; everything else that does is a finding.
-    Target(const char* name, void (*run)(std::string_view input));
+// Takes one input. The framework's exceptions may leave it; everything else that does is a finding.
+using Target = void(std::string_view input);
 
-    static const Target* find(std::string_view name);  // Or null.
+Target readList, readOptionFile, scanWithPatterns, compareCheckSums, unpackPpm, unpackRar20, unpackRar29, scanWhole,
+    runVmProgram;
 
-    // Runs on one input, as a scan would: with a budget of its own, and with its diagnostics formatted and dropped.
-    void operator()(std::string_view input) const;
+Target* findTarget(std::string_view name);  // Or null.
 
-private:
-    static constinit const Target* _latest;
-
-    const char* _name;
-    void (*_run)(std::string_view);
-    const Target* _next;
-};
+// Runs on one input, as a scan would: with a budget of its own, and with its diagnostics formatted and dropped.
+void runTarget(Target* target, std::string_view input);
 
 // For promises that no sanitizer watches.
 inline void require(bool promiseKept) {

@@ -8,11 +8,9 @@
 #include "Target.h"
 #include "rar/vm/RarVm.h"
 
-namespace {
-
 using namespace ZOV_SPACE;
 
-void run(std::string_view input) {
+void runVmProgram(std::string_view input) {
     if (input.size() < 2) return;
     const std::string_view packed = input.substr(2, loadU16(input.data()));
     std::vector<unsigned char> code(packed.begin(), packed.end());
@@ -39,7 +37,3 @@ void run(std::string_view input) {
                             static_cast<int>(program.FilteredDataSize));
     }
 }
-
-const Target target("vm", run);
-
-}  // namespace

@@ -6,8 +6,8 @@
 extern "C" __attribute__((visibility("default"))) int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                                                              std::size_t size) {
     static const char* const name = std::getenv("VOLE_FUZZ_TARGET");
-    static const Target* const target = name ? Target::find(name) : nullptr;
+    static Target* const target = name ? findTarget(name) : nullptr;
     require(target);
-    (*target)({reinterpret_cast<const char*>(data), size});
+    runTarget(target, {reinterpret_cast<const char*>(data), size});
     return 0;
 }

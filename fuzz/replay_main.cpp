@@ -15,18 +15,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void run(const Target& target, const std::string& input) {
+void run(Target* target, const std::string& input) {
     static const TempDir latest;  // Stays, with its input, when the target does not come back.
     latest.write("input", input);
     // In memory that ends where the input does.
     const std::unique_ptr<char[]> exact(new char[input.size()]);
     input.copy(exact.get(), input.size());
-    target({exact.get(), input.size()});
+    runTarget(target, {exact.get(), input.size()});
 }
 
 // Cuts the input everywhere, and changes every byte of it; in large ones, at so many places. Then several changes at
 // once: bytes that lie scattered, or a stretch of them, come to be random, all ones or zeros.
-void damage(const Target& target, const std::string& input) {
+void damage(Target* target, const std::string& input) {
     constexpr std::size_t kPlaces = 400;
     std::minstd_rand random(1);
     const auto below = [&random](std::size_t n) { return random() / 8 % n; };
@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
     const std::string argument = argc > 2 ? argv[1] : "";
     const std::size_t nameLength = argument.find('=');
     const bool damages = nameLength != std::string::npos;
-    const Target* const target = Target::find(argument.substr(0, nameLength));
+    Target* const target = findTarget(argument.substr(0, nameLength));
     if (!target) {
         std::fprintf(stderr, "usage: %s TARGET[=CHECKSUM] PATH...\n", argv[0]);
         return 2;
@@ -69,8 +69,8 @@ int main(int argc, char** argv) {
     for (int i = 2; i < argc; ++i) {
         for (const fs::path& file : filesAt(argv[i])) {
             const std::string input = TempDir::contentOf(file);
-            run(*target, input);
-            if (damages) damage(*target, input);
+            run(target, input);
+            if (damages) damage(target, input);
             std::snprintf(checksum, sizeof checksum, "%08x", noted());
             std::printf("%s %s\n", checksum, file.c_str());
         }

@@ -21,7 +21,6 @@
 #include "io/SmartBufferBase.h"
 #include "support/Content.h"
 #include "support/FileSizeLimit.h"
-#include "support/TempFile.h"
 #include "support/Thrown.h"
 #include "unused/LimitedBufferBase.h"
 #include "unused/PipeBufferBase.h"

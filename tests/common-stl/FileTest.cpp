@@ -13,8 +13,8 @@
 #include "io/FileBufferBase.h"
 #include "io/FileIo.h"
 #include "io/InputStream.h"
+#include "support/Content.h"
 #include "support/GoldenRows.h"
-#include "support/TempFile.h"
 #include "unused/FileLock.h"
 #include "unused/OutputStreams.h"
 

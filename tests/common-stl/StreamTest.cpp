@@ -12,7 +12,6 @@
 #include "support/ChunkedInput.h"
 #include "support/Content.h"
 #include "support/StringBuffer.h"
-#include "support/TempFile.h"
 #include "support/Thrown.h"
 #include "unused/BufferedInputStream.h"
 #include "unused/OutputStreams.h"

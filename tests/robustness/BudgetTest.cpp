@@ -16,11 +16,8 @@ namespace {
 using scene::rarEntry;
 using scene::rarOf;
 using scene::zipOf;
-using ZOV_SPACE::filterOf;
-using ZOV_SPACE::kFilterHead;
-using ZOV_SPACE::PpmEncoder;
-using ZOV_SPACE::RarEncoder;
-using enum ZOV_SPACE::VmOperation;
+using namespace ZOV_SPACE;
+using enum VmOperation;
 
 // What one scan may take besides the limits: bytes of address space, and seconds of processor time on a slow machine.
 constexpr rlim_t kMemory = rlim_t{448} << 20;
@@ -28,11 +25,10 @@ constexpr rlim_t kDisk = rlim_t{64} << 20;  // A scan without limits is to meet 
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kSanitized = true;  // Such a process needs very much address space, and time.
-constexpr rlim_t kSeconds = 600;
 #else
 constexpr bool kSanitized = false;
-constexpr rlim_t kSeconds = 60;
 #endif
+constexpr rlim_t kSeconds = kSanitized ? 600 : 60;
 
 // What a file of twice the size may need more, and differences that are noise.
 constexpr double kGrowth = 2.5;
@@ -53,33 +49,45 @@ std::ostream& operator<<(std::ostream& out, const Use& use) {
     return out << use.seconds << " s, " << use.memory << " MiB";
 }
 
+// One member, so many times.
+ZipBuilder zipOfMany(int count, const ZipMember& member) {
+    ZipBuilder zip;
+    for (int i = 0; i < count; ++i) zip.add(member);
+    return zip;
+}
+
+// What the encoder has written, as so many entries.
+std::string entriesOf(RarEncoder& encoder, bool solid = false, int count = 1) {
+    const std::string packed = encoder.finish();
+    const std::size_t size = encoder.takeEntry().size();
+    std::string entries;
+    for (int i = 0; i < count; ++i) entries += rarEntry("e", packed, size, 29, solid);
+    return entries;
+}
+
 // Deflated zeros, packed in a few levels.
-std::string nestedZeros(int depth, std::size_t bytes) {
-    std::string content(bytes, '\0');
+std::string nestedZeros(int depth, int bytes) {
+    std::string content(static_cast<std::size_t>(bytes), '\0');
     for (; depth > 0; --depth) content = zipOf({{"n", content}});
     return content;
 }
 
 // As many archives as one level takes, each as large as an entry may be.
 std::string fullWorkList(int n) {
-    const std::string archive = zipOf({{"r", std::string(1'040'000, 'r'), 0}});
-    ZipBuilder zip;
-    for (int i = 0; i < 25 * n; ++i) zip.add({"a" + std::to_string(i), archive, 0});
-    return zip.archive();
+    return zipOfMany(25 * n, {"a", zipOf({{"r", std::string(1'040'000, 'r'), 0}}), 0}).archive();
 }
 
 // Entries that nobody takes, for their sizes, but that have to be decoded for those behind them.
 std::string solidBomb(int n) {
     RarEncoder encoder(29);
     encoder.literal('x');
-    for (int i = 0; i < 20'000 * n; ++i) encoder.match(1, 258);
-    const std::string first = encoder.finish();
-    std::string entries = rarEntry("0", first, encoder.takeEntry().size(), 29, false);
-    for (int i = 0; i < 20'000 * n; ++i) encoder.match(1, 258);
-    const std::string next = encoder.finish();
-    const std::size_t size = encoder.takeEntry().size();
-    for (int i = 0; i < 49; ++i) entries += rarEntry(std::to_string(i), next, size, 29, true);
-    return rarOf(entries);
+    const auto addRun = [&] {
+        for (int i = 0; i < 20'000 * n; ++i) encoder.match(1, 258);
+    };
+    addRun();
+    const std::string first = entriesOf(encoder);
+    addRun();
+    return rarOf(first + entriesOf(encoder, true, 49));
 }
 
 std::string ppmBomb(int n) {
@@ -99,68 +107,48 @@ std::string solidPpmBomb(int n) {
     for (int i = 0; i < 9 * n; ++i) {
         if (i > 0) encoder.nextEntry();
         encoder.text(std::string(4 << 20, 'a'));
-        entries += rarEntry(std::to_string(i), encoder.finish(), 4 << 20, 29, i > 0);
+        entries += rarEntry("p", encoder.finish(), 4 << 20, 29, i > 0);
     }
     return rarOf(entries);
 }
 
 // Programs that do not end, over every few bytes.
 std::string endlessPrograms(int n) {
-    ZOV_SPACE::RarVmAssembler program;
-    program.dword(inc, ZOV_SPACE::reg(0)).jump(jmp, 0);
+    RarVmAssembler program;
+    program.dword(inc, reg(0)).jump(jmp, 0);
     RarEncoder encoder(29);
     for (int i = 0; i < 400; ++i) {
         encoder.filter(kFilterHead, filterOf(0, 0, 20, program.build()));
         encoder.text("some bytes for one program, and then ");
     }
-    const std::string packed = encoder.finish();
-    const std::size_t size = encoder.takeEntry().size();
-    std::string entries;
-    for (int i = 0; i < 10 * n; ++i) entries += rarEntry(std::to_string(i), packed, size, 29, false);
-    return rarOf(entries, false);
+    return rarOf(entriesOf(encoder, false, 10 * n), false);
 }
 
 // Very many filters over one long block.
 std::string filterFlood(int n) {
     RarEncoder encoder(29);
-    const auto program = ZOV_SPACE::standInProgram(ZOV_SPACE::kFilterE8);
+    const auto program = standInProgram(kFilterE8);
     for (int i = 0; i < 1500 * n; ++i) encoder.filter(kFilterHead, filterOf(0, 0, 0x3C000 - 1, program));
     encoder.literal('\xE8');
     for (int i = 0; i < 1750 * n; ++i) encoder.match(1, 258);
-    const std::string packed = encoder.finish();
-    return rarOf(rarEntry("f", packed, encoder.takeEntry().size(), 29, false));
+    return rarOf(entriesOf(encoder));
 }
 
 // Entries whose ends have to be searched for, none of which has one.
 std::string withoutDescriptors(int n) {
-    std::string entries;
-    for (int i = 0; i < 1000 * n; ++i) {
-        entries += ZipBuilder({{"s", std::string(500, 's'), 0, kNoDescriptor, 8, {}, {}, 0U, 0U}}).entries();
-    }
-    return entries;
+    return zipOfMany(1000 * n, {"s", std::string(500, 's'), 0, kNoDescriptor, 8, {}, {}, 0U, 0U}).entries();
 }
 
 // A deflated stream whose end shows only after very many bytes, begun anew by each of many headers.
 std::string lookAheadBomb(int n) {
-    ZipBuilder zip;
-    const std::string zeros(32 << 20, '\0');
-    const std::string packed = deflated(zeros);
-    for (int i = 0; i < 20 * n; ++i) zip.add({"z", "", 8, kSignedDescriptor, 0, {}, packed});
-    return zip.archive();
+    return zipOfMany(20 * n, {"z", "", 8, kSignedDescriptor, 0, {}, deflated(std::string(32 << 20, '\0'))}).archive();
 }
 
-std::string tinyMembers(int n) {
-    ZipBuilder zip;
-    for (int i = 0; i < n; ++i) zip.add({std::to_string(i), "8 bytes.", 0});
-    return zip.archive();
-}
+std::string tinyMembers(int n) { return zipOfMany(n, {"tiny", "8 bytes.", 0}).archive(); }
 
 // Archives in archives, each with very many members, all of which wait for their turn.
 std::string treeOfZips(int n) {
-    const std::string leaves = zipOf({{"leaves", tinyMembers(1000)}});
-    ZipBuilder zip;
-    for (int i = 0; i < 100 * n; ++i) zip.add({"t", leaves});
-    return zipOf({{"trunk", zip.archive()}});
+    return zipOf({{"trunk", zipOfMany(100 * n, {"t", zipOf({{"leaves", tinyMembers(1000)}})}).archive()}});
 }
 
 // Members that are taken, whose model has to be asked for every byte, in archives that are nothing but each other's
@@ -177,31 +165,19 @@ std::string ppmChain(int n) {
     const std::string packed = encoder.finish();
     std::string entries;
     for (int i = 0; i < 48; ++i) entries += rarEntry("p", packed, size, 29, false);
-    ZipBuilder zip;
-    for (int i = 0; i < 40 * n; ++i) zip.add({"r", rarOf(entries, false)});
-    return zip.archive();
+    return zipOfMany(40 * n, {"r", rarOf(entries, false)}).archive();
 }
 
 // A directory as long as it can be, of members that are not there.
 std::string longDirectory(int n) {
-    ZipBuilder zip, directory;
-    zip.add({"member", "content"});
-    for (int i = 0; i < 32'767 * n; ++i) directory.add({"d", "", 0});
-    return zip.entries() + directory.archive().substr(directory.entries().size());
+    const ZipBuilder directory = zipOfMany(32'767 * n, {"d", "", 0});
+    return ZipBuilder({{"member", "content"}}).entries() + directory.archive().substr(directory.entries().size());
 }
 
-std::string joined(int n, std::string (*make)(int i)) {
+std::string records(int n, std::string (*make)(std::string_view content, const std::string& name)) {
     std::string all;
-    for (int i = 0; i < n; ++i) all += make(i);
+    for (int i = 0; i < 20'000 * n; ++i) all += make("start" + std::to_string(i), "Name");
     return all;
-}
-
-std::string digests(int n) {
-    return joined(20'000 * n, [](int i) { return md5Record(std::to_string(i), "Name"); });
-}
-
-std::string checkSums(int n) {
-    return joined(20'000 * n, [](int i) { return startRecord("start" + std::to_string(i), "Name"); });
 }
 
 std::string lineFeeds(int n) { return std::string(static_cast<std::size_t>(n) << 22, '\n'); }
@@ -214,8 +190,8 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"flatZipBomb", [](int n) { return nestedZeros(1, static_cast<std::size_t>(n) << 25); }},
-    {"nestedZipBomb", [](int n) { return nestedZeros(12, static_cast<std::size_t>(n) << 24); }},
+    {"flatZipBomb", [](int n) { return nestedZeros(1, n << 25); }},
+    {"nestedZipBomb", [](int n) { return nestedZeros(12, n << 24); }},
     {"fullWorkList", fullWorkList},
     {"lookAheadZipBomb", lookAheadBomb},
     {"storedWithoutDescriptors", withoutDescriptors},
@@ -228,8 +204,8 @@ const Row kRows[] = {
     {"ppmChain", ppmChain},
     {"endlessVmPrograms", endlessPrograms},
     {"filterFlood", filterFlood},
-    {"digests", digests, 64, ".hdb"},
-    {"checkSums", checkSums, 64, ".chk"},
+    {"digests", [](int n) { return records(n, md5Record); }, 64, ".hdb"},
+    {"checkSums", [](int n) { return records(n, startRecord); }, 64, ".chk"},
     {"emptyDigestLines", lineFeeds, 64, ".hdb"},
     {"emptyCheckSumLines", lineFeeds, 64, ".chk"},
 };
@@ -272,23 +248,19 @@ private:
     void spend(const std::string& path, const OptionValues& limits) {
         EXPECT_EQ(_row.loadedAs ? 0 : load(_patterns), 0) << message;
         VoleOptions::set(limits);
-        setLimits();
-        if (_row.loadedAs) {
-            _patterns.write("x" + std::string(_row.loadedAs), TempDir::contentOf(path));
-            EXPECT_EQ(load(_patterns), 0) << message;
-        } else {
-            EXPECT_EQ(verdictOf(path), "0");
-        }
-    }
-
-    static void setLimits() {
         ::malloc_trim(0);
         rlim_t pages = 0;
         std::ifstream("/proc/self/statm") >> pages;
         const rlimit memory{pages * 4096 + kMemory, RLIM_INFINITY}, time{kSeconds, kSeconds};
         if (!kSanitized) ::setrlimit(RLIMIT_AS, &memory);
         ::setrlimit(RLIMIT_CPU, &time);
-        static const ZOV_SPACE::FileSizeLimit disk(kDisk);
+        static const FileSizeLimit disk(kDisk);
+        if (_row.loadedAs) {
+            _patterns.write("x" + std::string(_row.loadedAs), TempDir::contentOf(path));
+            EXPECT_EQ(load(_patterns), 0) << message;
+        } else {
+            EXPECT_EQ(verdictOf(path), "0");
+        }
     }
 
     const Row& _row;

@@ -1,9 +1,7 @@
 #include "Faults.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/types.h>
 #include <sys/uio.h>
 
 #include <algorithm>
@@ -31,7 +29,7 @@ bool refusesMemory() {
     return true;
 }
 
-bool refuses() {
+bool fails() {
     if (meets(Target::moment)) plan.action();
     if (!meets(Target::calls)) return false;
     errno = plan.error;
@@ -39,13 +37,13 @@ bool refuses() {
 }
 
 bool breaks() {
-    if (refuses()) return true;
+    if (fails()) return true;
     if (!meets(Target::interrupted)) return false;
     errno = EINTR;
     return true;
 }
 
-std::size_t shortened(std::size_t n) { return n > 1 && meets(Target::shortened) ? n / 2 : n; }
+std::size_t halved(std::size_t n) { return n > 1 && meets(Target::shortened) ? n / 2 : n; }
 
 }  // namespace
 
@@ -62,9 +60,9 @@ unsigned end() {
 }  // namespace faults
 
 using faults::breaks;
-using faults::refuses;
+using faults::fails;
+using faults::halved;
 using faults::refusesMemory;
-using faults::shortened;
 
 // The names are the linker's (--wrap) and the C library's.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,readability-identifier-naming)
@@ -77,15 +75,13 @@ void* __real_realloc(void* memory, std::size_t n);
 
 namespace {
 void* allocated(std::size_t n) { return refusesMemory() ? nullptr : __real_malloc(std::max<std::size_t>(n, 1)); }
+}  // namespace
 
-void* allocatedOrThrow(std::size_t n) {
+void* operator new(std::size_t n) {
     if (void* const memory = allocated(n)) return memory;
     throw std::bad_alloc();
 }
-}  // namespace
-
-void* operator new(std::size_t n) { return allocatedOrThrow(n); }
-void* operator new[](std::size_t n) { return allocatedOrThrow(n); }
+void* operator new[](std::size_t n) { return operator new(n); }
 void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return allocated(n); }
 void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return allocated(n); }
 void operator delete(void* memory) noexcept { std::free(memory); }
@@ -128,37 +124,35 @@ void* __wrap_mmap64(void* at, std::size_t n, int protection, int flags, int fd, 
     if (refusesMemory()) return reinterpret_cast<void*>(-1);
     return __real_mmap64(at, n, protection, flags, fd, offset);
 }
-int __wrap_open64(const char* path, int flags, mode_t mode) {
-    return refuses() ? -1 : __real_open64(path, flags, mode);
-}
+int __wrap_open64(const char* path, int flags, mode_t mode) { return fails() ? -1 : __real_open64(path, flags, mode); }
 int __wrap_openat64(int folder, const char* path, int flags, mode_t mode) {
-    return refuses() ? -1 : __real_openat64(folder, path, flags, mode);
+    return fails() ? -1 : __real_openat64(folder, path, flags, mode);
 }
-int __wrap_mkostemp64(char* path, int flags) { return refuses() ? -1 : __real_mkostemp64(path, flags); }
-int __wrap_fcntl64(int fd, int command, int argument) { return refuses() ? -1 : __real_fcntl64(fd, command, argument); }
-int __wrap_fstat64(int fd, struct stat* status) { return refuses() ? -1 : __real_fstat64(fd, status); }
-int __wrap_stat64(const char* path, struct stat* status) { return refuses() ? -1 : __real_stat64(path, status); }
-int __wrap_ftruncate64(int fd, off_t length) { return refuses() ? -1 : __real_ftruncate64(fd, length); }
+int __wrap_mkostemp64(char* path, int flags) { return fails() ? -1 : __real_mkostemp64(path, flags); }
+int __wrap_fcntl64(int fd, int command, int argument) { return fails() ? -1 : __real_fcntl64(fd, command, argument); }
+int __wrap_fstat64(int fd, struct stat* status) { return fails() ? -1 : __real_fstat64(fd, status); }
+int __wrap_stat64(const char* path, struct stat* status) { return fails() ? -1 : __real_stat64(path, status); }
+int __wrap_ftruncate64(int fd, off_t length) { return fails() ? -1 : __real_ftruncate64(fd, length); }
 int __wrap_posix_fallocate64(int fd, off_t offset, off_t length) {
-    return refuses() ? errno : __real_posix_fallocate64(fd, offset, length);
+    return fails() ? errno : __real_posix_fallocate64(fd, offset, length);
 }
-DIR* __wrap_fdopendir(int fd) { return refuses() ? nullptr : __real_fdopendir(fd); }
-dirent* __wrap_readdir64(DIR* directory) { return refuses() ? nullptr : __real_readdir64(directory); }
-ssize_t __wrap_read(int fd, void* to, std::size_t n) { return breaks() ? -1 : __real_read(fd, to, shortened(n)); }
+DIR* __wrap_fdopendir(int fd) { return fails() ? nullptr : __real_fdopendir(fd); }
+dirent* __wrap_readdir64(DIR* directory) { return fails() ? nullptr : __real_readdir64(directory); }
+ssize_t __wrap_read(int fd, void* to, std::size_t n) { return breaks() ? -1 : __real_read(fd, to, halved(n)); }
 ssize_t __wrap_pread64(int fd, void* to, std::size_t n, off_t at) {
-    return breaks() ? -1 : __real_pread64(fd, to, shortened(n), at);
+    return breaks() ? -1 : __real_pread64(fd, to, halved(n), at);
 }
 ssize_t __wrap_preadv64(int fd, const iovec* pieces, int count, off_t at) {
     if (breaks()) return -1;
-    const std::size_t n = count > 0 ? shortened(pieces[0].iov_len) : 0;
+    const std::size_t n = count > 0 ? halved(pieces[0].iov_len) : 0;
     if (count < 1 || n == pieces[0].iov_len) return __real_preadv64(fd, pieces, count, at);
     return __real_pread64(fd, pieces[0].iov_base, n, at);
 }
 ssize_t __wrap_write(int fd, const void* from, std::size_t n) {
-    return breaks() ? -1 : __real_write(fd, from, shortened(n));
+    return breaks() ? -1 : __real_write(fd, from, halved(n));
 }
 ssize_t __wrap_pwrite64(int fd, const void* from, std::size_t n, off_t at) {
-    return breaks() ? -1 : __real_pwrite64(fd, from, shortened(n), at);
+    return breaks() ? -1 : __real_pwrite64(fd, from, halved(n), at);
 }
 
 }  // extern "C"

@@ -6,10 +6,6 @@
 #ifndef TESTS_ROBUSTNESS_FAULTS_H
 #define TESTS_ROBUSTNESS_FAULTS_H
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 namespace faults {
 
 enum class Target {
@@ -32,22 +28,6 @@ struct Plan {
 // Runs the action under the plan. Afterwards `met` is how many calls the target had.
 void begin(const Plan& plan);
 unsigned end();
-
-constexpr unsigned kEach = 1000;  // So many fail one by one; further on, every eighth of the number more.
-
-constexpr unsigned after(unsigned n) { return n < kEach ? n + 1 : n + n / 8; }
-
-// Calls attempt(plan) until a plan's first failure comes behind the last call; attempt() returns what end() said.
-// Returns how many plans there were with a failure. Ends with the first plan that a test fails under, and names it.
-template <class Attempt>
-unsigned inTurn(const std::string& what, Plan plan, Attempt attempt) {
-    unsigned failed = 0;
-    for (plan.first = 1;; plan.first = after(plan.first), ++failed) {
-        const unsigned met = attempt(plan);
-        if (testing::Test::HasFailure()) ADD_FAILURE() << what << ", " << plan.first << ", lasting " << plan.lasting;
-        if (testing::Test::HasFailure() || met < plan.first) return failed;
-    }
-}
 
 }  // namespace faults
 

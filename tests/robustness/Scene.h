@@ -23,7 +23,6 @@ namespace scene {
 
 using ZOV_SPACE::RarBuilder;
 using ZOV_SPACE::RarEncoder;
-using ZOV_SPACE::RarFile;
 
 inline const std::string kNeedle = "the needle in\nthe haystack\n";
 inline const std::string kHay = "hay, and more hay";

@@ -18,20 +18,13 @@ namespace {
 constexpr int kScanners = 8;
 constexpr int kQueriers = 2;
 
-struct Sample {
-    std::string path;
-    std::string verdict;  // Without the set's name.
-};
-
 class Soak {
 public:
     Soak() {
         scene::writePatterns(_sets[0], "One");
         scene::writePatterns(_sets[1], "Two");
-        for (const scene::Content& content : scene::contents()) {
-            _samples.push_back({_files.write(content.name, content.bytes), content.verdict});
-        }
-        _samples.push_back({_files.write("clean", scene::zipOf({{"hay", scene::kHay}})), ""});
+        _samples.push_back({"clean", scene::zipOf({{"hay", scene::kHay}}), ""});
+        for (const scene::Content& sample : _samples) _files.write(sample.name, sample.bytes);
     }
 
     // Whether nothing went wrong.
@@ -73,11 +66,11 @@ private:
 
     void scan(unsigned number) {
         for (std::size_t turn = number; !_over; ++turn) {
-            const Sample& sample = _samples[turn % _samples.size()];
-            const std::string verdict = verdictOf(sample.path);
+            const scene::Content& sample = _samples[turn % _samples.size()];
+            const std::string verdict = verdictOf(_files / sample.name);
             const bool clean = sample.verdict.empty() || _unloading;
-            const bool found = verdict == sample.verdict + "-One" || verdict == sample.verdict + "-Two";
-            check(found || (clean && verdict == "0"), sample.path + ": " + verdict);
+            check(verdict == sample.verdict + "-One" || verdict == sample.verdict + "-Two" || (clean && verdict == "0"),
+                  sample.name + (": " + verdict));
             ++_scans;
         }
     }
@@ -118,19 +111,17 @@ private:
                 ++_unloads;
             }
             const int code = reload(_sets[turn % 2].path().c_str(), message);
-            if (code == 0) {
-                ++_reloads;
-            } else {
-                check(code == VOLE_STANDBY_BUSY && message == "No idle container.", "reload: " + message);
-                ++_refusals;
-                --turn;  // The same set again.
-                std::this_thread::yield();
-            }
+            _reloads += code == 0;
+            if (code == 0) continue;
+            check(code == VOLE_STANDBY_BUSY && message == "No idle container.", "reload: " + message);
+            ++_refusals;
+            --turn;  // The same set again.
+            std::this_thread::yield();
         }
     }
 
     TempDir _sets[2], _files;
-    std::vector<Sample> _samples;
+    std::vector<scene::Content> _samples = scene::contents();
     std::atomic<bool> _over = false, _unloading = false;
     std::atomic<unsigned long> _scans = 0, _queries = 0;
     unsigned long _reloads = 0, _refusals = 0, _unloads = 0;

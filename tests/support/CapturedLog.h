@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "util/Diag.h"
@@ -15,9 +16,8 @@
 class CapturedLog {
 public:
     static constexpr int kErrors = 1;
-    static constexpr int kEverything = 3;
 
-    explicit CapturedLog(int level = kEverything, void (*print)(const char*) = append)
+    explicit CapturedLog(int level = 3, void (*print)(const char*) = append)
         : _earlierLevel(voleeng_debugger.level), _earlierPrint(voleeng_debugger.print) {
         _lines.clear();
         diag::setSink(level, print);
@@ -29,16 +29,13 @@ public:
     // The lines so far, in order of arrival.
     std::vector<std::string> lines(bool clear = false) {
         const std::lock_guard guard(_mutex);
-        std::vector<std::string> copy = _lines;
-        if (clear) _lines.clear();
-        return copy;
+        return clear ? std::exchange(_lines, {}) : _lines;
     }
 
     // Lines that end with `text`: that is what a line says behind its position.
     std::size_t count(std::string_view text) {
-        const std::vector<std::string> all = lines();
-        return static_cast<std::size_t>(
-            std::count_if(all.begin(), all.end(), [text](std::string_view line) { return line.ends_with(text); }));
+        const auto ends = [text](const std::string& line) { return line.ends_with(text); };
+        return static_cast<std::size_t>(std::ranges::count_if(lines(), ends));
     }
 
 protected:
@@ -58,7 +55,7 @@ private:
 // The same for code that logs on one thread at a time: each line as "[unit:line] message" whatever its kind.
 class EngineLog : public CapturedLog {
 public:
-    explicit EngineLog(int level = kEverything) : CapturedLog(level, take) {}
+    explicit EngineLog(int level = 3) : CapturedLog(level, take) {}
 
     // The lines so far, which are then forgotten.
     std::vector<std::string> taken() { return lines(true); }

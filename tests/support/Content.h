@@ -2,6 +2,7 @@
 #ifndef TESTS_SUPPORT_CONTENT_H
 #define TESTS_SUPPORT_CONTENT_H
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 
 #include "io/BufferBase.h"
 #include "io/OwnFd.h"
+#include "support/TempDir.h"
 
 namespace ZOV_SPACE {
 
@@ -37,6 +39,21 @@ inline OwnFd fileOf(const std::string& content) {
     }
     return file;
 }
+
+// A named file with given content, removed at the end of the test.
+class TempFile {
+public:
+    explicit TempFile(const std::string& content = "") : _path(_dir.write("file", content)) {}
+
+    const char* path() const { return _path.c_str(); }
+    int fd() const { return _fd.get(); }  // Open for reading and writing; starts at offset 0.
+    std::string content() const { return TempDir::contentOf(_path); }
+
+private:
+    TempDir _dir;
+    std::string _path;
+    OwnFd _fd{::open(_path.c_str(), O_RDWR | O_CLOEXEC)};
+};
 
 }  // namespace ZOV_SPACE
 

@@ -15,17 +15,9 @@
 
 namespace ZOV_SPACE {
 
-struct CollectedEntry {
-    std::string name;
-    int algorithm = 0;
-    int flags = 0;
-    unsigned time = 0;
-    int compressedSize = 0;
-    int uncompressedSize = 0;
-    unsigned checkSum = 0;
+struct CollectedEntry : ArchiveEntryInfo {
     std::string bytes;
-    int flushed = 0;
-    int closed = 0;  // Once is right, after which nothing is written.
+    int flushed = 0, closed = 0;  // Closed once is right, after which nothing is written.
 };
 
 class EntryCollector : public ArchiveEntryProcessor {
@@ -39,17 +31,17 @@ public:
     std::size_t room = std::numeric_limits<std::size_t>::max();
 
     std::deque<CollectedEntry> entries;
-    int begun = 0;
-    int ended = 0;
-    int released = 0;
+    int begun = 0, ended = 0, released = 0;
 
     void beginUnarchiving() override { ++begun; }
     std::unique_ptr<OutputStream> processEntry(ArchiveEntryInfo* entry, int& answer) override {
-        entries.push_back({entry->name, entry->algorithm, entry->flags, entry->time, entry->compressedSize,
-                           entry->uncompressedSize, entry->checkSum, "", 0, 0});
+        CollectedEntry& copy = entries.emplace_back();
+        copy.name = entry->name, copy.algorithm = entry->algorithm, copy.flags = entry->flags, copy.time = entry->time;
+        copy.compressedSize = entry->compressedSize, copy.uncompressedSize = entry->uncompressedSize;
+        copy.checkSum = entry->checkSum;
         const auto own = actionOf.find(entry->name);
         answer = own == actionOf.end() ? action : own->second;
-        return giveStreams ? std::make_unique<Sink>(entries.back(), room) : nullptr;
+        return giveStreams ? std::make_unique<Sink>(copy, room) : nullptr;
     }
     void endUnarchiving() override { ++ended; }
     void releaseSession() override { ++released; }

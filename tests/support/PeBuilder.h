@@ -10,10 +10,7 @@
 
 struct PeBuilder {
     struct Section {
-        std::uint32_t virtualAddress;
-        std::uint32_t virtualSize;
-        std::uint32_t rawPosition;
-        std::uint32_t rawSize;
+        std::uint32_t virtualAddress, virtualSize, rawPosition, rawSize;
     };
 
     std::string magic = "MZ";
@@ -34,8 +31,7 @@ struct PeBuilder {
 
     std::string build() const {
         const std::size_t table = std::size_t{newHeader} + 24 + optionalHeaderSize;
-        std::string image(std::max(paddedTo, std::max<std::size_t>(newHeader + 248, table + 40 * sections.size())),
-                          '\0');
+        std::string image(std::max({paddedTo, std::size_t{newHeader} + 248, table + 40 * sections.size()}), '\0');
         image.replace(0, 2, magic);
         put32(image, 0x3C, newHeader);
         image.replace(newHeader, 4, signature);
@@ -43,22 +39,18 @@ struct PeBuilder {
               claimedSections < 0 ? static_cast<unsigned>(sections.size()) : static_cast<unsigned>(claimedSections));
         put16(image, newHeader + 20, optionalHeaderSize);
         put32(image, newHeader + 40, entryPoint);
-        for (std::size_t i = 0; i < sections.size(); ++i) {
-            const std::size_t header = table + 40 * i;
-            put32(image, header + 8, sections[i].virtualSize);
-            put32(image, header + 12, sections[i].virtualAddress);
-            put32(image, header + 16, sections[i].rawSize);
-            put32(image, header + 20, sections[i].rawPosition);
+        for (std::size_t header = table; const Section& section : sections) {
+            put32(image, header + 8, section.virtualSize);
+            put32(image, header + 12, section.virtualAddress);
+            put32(image, header + 16, section.rawSize);
+            put32(image, header + 20, section.rawPosition);
+            header += 40;
         }
         return image;
     }
 
-    static void put16(std::string& image, std::size_t at, unsigned value) {
-        for (unsigned i = 0; i < 2; ++i) image[at + i] = static_cast<char>(value >> 8 * i);
-    }
-    static void put32(std::string& image, std::size_t at, std::uint32_t value) {
-        for (unsigned i = 0; i < 4; ++i) image[at + i] = static_cast<char>(value >> 8 * i);
-    }
+    static void put16(std::string& image, std::size_t at, unsigned value) { std::memcpy(&image[at], &value, 2); }
+    static void put32(std::string& image, std::size_t at, std::uint32_t value) { std::memcpy(&image[at], &value, 4); }
 };
 
 #endif  // TESTS_SUPPORT_PEBUILDER_H

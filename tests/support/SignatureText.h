@@ -2,7 +2,7 @@
 #ifndef TESTS_SUPPORT_SIGNATURETEXT_H
 #define TESTS_SUPPORT_SIGNATURETEXT_H
 
-#include <cstdio>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -12,10 +12,7 @@
 inline std::string toHex(std::string_view bytes) {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (const char c : bytes) {
-        text += kDigits[static_cast<unsigned char>(c) / 16];
-        text += kDigits[static_cast<unsigned char>(c) % 16];
-    }
+    for (const unsigned char c : bytes) text.append({kDigits[c / 16], kDigits[c % 16]});
     return text;
 }
 
@@ -36,18 +33,15 @@ inline std::string md5Record(std::string_view content, const std::string& name) 
 inline std::string crcField(std::string_view bytes) {
     ZOV_SPACE::Iso3309Crc crc;
     crc.add(bytes.data(), static_cast<unsigned int>(bytes.size()));
-    std::string stored;
-    for (int i = 0; i < 4; ++i) stored += static_cast<char>(crc.crc() >> 8 * i);
-    return toHex(stored);
+    const std::uint32_t sum = crc.crc();
+    return toHex({reinterpret_cast<const char*>(&sum), sizeof sum});
 }
 
 // A line of a ".chk" file, with its newline, for files that are no PE executables and begin with `start`, which has 4
 // to 255 bytes.
 inline std::string startRecord(std::string_view start, const std::string& name) {
-    char length[3];
-    std::snprintf(length, sizeof length, "%02x", static_cast<unsigned>(start.size()) & 0xFF);
-    return "00:0000:0000:" + std::string(length) + ":" + toHex(start.substr(0, 4)) + ":" + crcField(start) +
-           ":0:0:" + crcField("") + ":" + name + "\n";
+    return "00:0000:0000:" + toHex(std::string(1, static_cast<char>(start.size()))) + ":" + toHex(start.substr(0, 4)) +
+           ":" + crcField(start) + ":0:0:" + crcField("") + ":" + name + "\n";
 }
 
 #endif  // TESTS_SUPPORT_SIGNATURETEXT_H

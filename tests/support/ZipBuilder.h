@@ -11,9 +11,7 @@
 #include <string>
 
 inline std::string littleEndian(std::uint64_t value, int bytes) {
-    std::string text;
-    for (int i = 0; i < bytes; ++i) text += static_cast<char>(value >> 8 * i);
-    return text;
+    return {reinterpret_cast<const char*>(&value), static_cast<std::size_t>(bytes)};
 }
 
 inline std::uint32_t crc32Of(const std::string& bytes) {
@@ -40,11 +38,8 @@ inline std::string deflated(const std::string& bytes, bool raw = true) {
 }
 
 // Bytes of a data descriptor.
-constexpr int kNoDescriptor = 0;
-constexpr int kPlainDescriptor = 12;
-constexpr int kSignedDescriptor = 16;
-constexpr int kLargeDescriptor = 20;  // Sizes of 8 bytes, as ZIP64 has them.
-constexpr int kLargeSignedDescriptor = 24;
+constexpr int kNoDescriptor = 0, kPlainDescriptor = 12, kSignedDescriptor = 16;
+constexpr int kLargeDescriptor = 20, kLargeSignedDescriptor = 24;  // Sizes of 8 bytes, as ZIP64 has them.
 
 struct ZipMember {
     std::string name;
@@ -102,8 +97,7 @@ public:
     }
 
 private:
-    std::string _bytes;
-    std::string _directory;
+    std::string _bytes, _directory;
     unsigned _count = 0;
 };
 

@@ -1,11 +1,23 @@
+// The input as the list of names, and as the file of options.
 #include "Target.h"
+#include "VirusList.h"
 #include "VoleOptions.h"
 #include "support/TempDir.h"
 #include "voleeng.h"
 
-namespace {
+void readList(std::string_view input) {
+    static const TempDir dir;
+    dir.write("pattern_assistant.xml", std::string(input));
+    VirusList list;
+    const int result = loadVirusList(&list, dir.path().string());
+    require(list.empty() ? result == VOLE_INVALID_LIST : result == 0);
+    for (const char* name : {"", "Example-False-Alarm", "EXAMPLE-spyware-1"}) {
+        static_cast<void>(list.isFalseAlarm(name));
+        static_cast<void>(list.isSpyware(name));
+    }
+}
 
-void run(std::string_view input) {
+void readOptionFile(std::string_view input) {
     static const TempDir dir;
     constexpr int kBefore = 7;
     VoleOptions::set({kBefore, kBefore, kBefore, kBefore, kBefore});
@@ -18,7 +30,3 @@ void run(std::string_view input) {
         note(std::to_string(value) + " ");
     }
 }
-
-const Target target("options", run);
-
-}  // namespace
