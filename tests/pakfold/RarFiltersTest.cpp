@@ -4,6 +4,7 @@
 #include <random>
 #include <vector>
 
+#include "support/GoldenRows.h"
 #include "support/RarVmAssembler.h"
 #include "unarchiver/ScanBudget.h"
 
@@ -84,38 +85,16 @@ TEST_F(RarFiltersTest, changeBlocksAsTheyAlwaysDid) {
 }
 
 TEST_F(RarFiltersTest, leaveBlocksAloneThatDoNotFit) {
-    struct Row {
-        VM_StandardFilters filter;
-        std::size_t size;
-        unsigned first = 0, second = 0;  // Registers.
-    };
-    const Row rows[] = {{kFilterE8, 0},
-                        {kFilterE8, 3},
-                        {kFilterE8E9, RarVM::kGlobalAddress + 1},
-                        {kFilterItanium, 20},
-                        {kFilterItanium, RarVM::kGlobalAddress + 1},
-                        {kFilterDelta, kHalf + 1, 1},
-                        {kFilterDelta, 100, 0},
-                        {kFilterDelta, 100, 1025},
-                        {kFilterAudio, kHalf + 1, 1},
-                        {kFilterAudio, 100, 0},
-                        {kFilterAudio, 100, 0xFFFFFFFF},
-                        {kFilterRgb, kHalf + 1, 10},
-                        {kFilterRgb, 2, 4},
-                        {kFilterRgb, 99, 3},
-                        {kFilterRgb, 99, 2},
-                        {kFilterRgb, 99, 103},
-                        {kFilterRgb, 99, 10, 3},
-                        {kFilterRgb, 99, 10, 0xFFFFFFFF},
-                        {kFilterUpcase, kHalf + 1}};
-    for (const Row& row : rows) {
-        Bytes block(row.size);
-        for (std::size_t i = 0; i < row.size; ++i) block[i] = low(static_cast<int>(i % 5 ? i : 0xE8));
-        const Bytes result = filtered(row.filter, block, {row.first, row.second});
-        ASSERT_EQ(result.size(), row.size);
+    for (const GoldenRow& row : goldenRows(VOLE_RAR_ROWS, "unfit")) {
+        const std::vector<std::uint32_t> given = numbersIn(row[0]);
+        const std::size_t size = given[1];
+        Bytes block(size);
+        for (std::size_t i = 0; i < size; ++i) block[i] = low(static_cast<int>(i % 5 ? i : 0xE8));
+        const Bytes result = filtered(static_cast<VM_StandardFilters>(given[0]), block, {given[2], given[3]});
+        ASSERT_EQ(result.size(), size);
         // Global data overwrites what is behind.
-        const auto end = block.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(row.size, kHalf * 2));
-        EXPECT_TRUE(std::equal(block.begin(), end, result.begin())) << "row " << &row - rows;
+        const auto end = block.begin() + static_cast<std::ptrdiff_t>(std::min(size, kHalf * 2));
+        EXPECT_TRUE(std::equal(block.begin(), end, result.begin())) << row[1];
     }
 }
 

@@ -8,6 +8,7 @@
 #include "rar/RarBlock.h"
 #include "support/CapturedLog.h"
 #include "support/EntryCollector.h"
+#include "support/GoldenRows.h"
 #include "support/RarBuilder.h"
 #include "support/RarEncoder.h"
 #include "support/StopAfter.h"
@@ -22,8 +23,6 @@ using B = RarBuilder;
 
 const std::string kNotRar = "! Not a rar package";
 const std::string kBadArchive = "! Rar archive info error";
-const std::string kBadHead = "! Rar head error";
-const std::string kDecoded = "! Unsupported RAR unpack version:15";  // What asking for that version shows.
 
 // What the walk hands over, then "! " and the text of the ArchivingException that ends it.
 std::string walk(const std::string& bytes, EntryCollector& entries, unsigned offset = 0,
@@ -49,21 +48,32 @@ std::string changed(std::string bytes, std::size_t at, unsigned char mask) {
     return bytes;
 }
 
-// A file block as `change` makes it, holding "hello".
-template <class Change>
-std::string fileWith(Change change) {
-    RarFile file;
-    file.name = "a";
-    file.data = "hello";
-    change(file);
-    return B::file(file);
+// `depth` blocks, each within the one before it. The block around them needs the flag that announces them.
+std::string nestedArchives(unsigned depth) {
+    std::string inner = B::block(0x75, 0, "text");
+    for (unsigned i = 1; i < depth; ++i) inner = B::archive(RarBlock::kHasNested, inner);
+    return inner;
 }
 
-// `depth` blocks, each within the one before it. The block around them needs the flag that announces them.
-std::string nestedArchives(int depth) {
-    std::string inner = B::block(0x75, 0, "text");
-    for (int i = 1; i < depth; ++i) inner = B::archive(RarBlock::kHasNested, inner);
-    return inner;
+// A block that words like "key=value" tell of: one with a type as it is, otherwise that of a file that holds "hello".
+std::string blockOf(const std::string& text) {
+    GoldenValues values = valuesIn(text);
+    const auto number = [&](const char* key) { return numberIn(values, key); };
+    const unsigned flags = number("flags").value_or(0);
+    const std::string extra = values["extra"] + (values.contains("nested") ? nestedArchives(*number("nested")) : "");
+    if (const auto type = number("type")) {
+        return B::block(*type, flags, extra, values["data"], number("size"), number("crc").value_or(0));
+    }
+    RarFile file;
+    file.name = values.contains("name") ? values["name"] : "a", file.data = "hello", file.flags = flags;
+    file.method = number("method").value_or(file.method), file.unpVer = 15;
+    file.salt = values["salt"], file.extendedTime = values["times"], file.extra = extra;
+    file.packedHigh = number("packedHigh").value_or(0), file.unpackedHigh = number("unpackedHigh").value_or(0);
+    file.packedSize = number("packed"), file.unpackedSize = number("unpacked");
+    file.nameSize = number("nameSize"), file.headerSize = number("size");
+    file.hasDataFlag = !values.contains("noDataFlag"), file.extraInCrc = !values.contains("crcWithoutExtra");
+    file.broken = values.contains("broken");
+    return B::file(file);
 }
 
 TEST(RarUnarchiver, findsItsMarkerAndItsArchiveHeader) {
@@ -71,82 +81,36 @@ TEST(RarUnarchiver, findsItsMarkerAndItsArchiveHeader) {
     for (std::size_t i = 0; i < 7; ++i) EXPECT_EQ(walk(changed(good, i, 0x80)), kNotRar) << i;
     for (std::size_t i = 7; i < 20; ++i) EXPECT_EQ(walk(changed(good, i, 0x01)), kBadArchive) << i;
 
-    const std::string reserved(6, '\0'), text = B::block(0x75, 0, "text"), found = "a=hello ";
-    const std::pair<std::string, std::string> headers[] = {
-        {B::block(0x73, 0, "\1\2\3\4\5\6"), found},
-        {B::block(0x73, 0x8000, reserved, "some data"), found},
-        {B::block(0x73, 0x0200, reserved + "v and what is unknown"), found},
-        {B::block(0x73, 0x0002, reserved + text), found},
-        {B::block(0x73, 0x0002, reserved + text + "behind it"), found},
-        {B::archive(0x0002, text), found},
-        {B::archive(0x0002, nestedArchives(8)), found},
-        {B::archive(0x0002, nestedArchives(9)), kBadArchive},
-        {B::block(0x73, 0, reserved, "", 12), kBadArchive},
-        {B::block(0x73, 0x0002, reserved), kBadArchive},
-        {B::block(0x73, 0x0002, reserved + text.substr(0, text.size() - 1)), kBadArchive},
-        {B::block(0x73, 0x0002, reserved + "1234567"), kBadArchive},
-        {"", kBadArchive},
-    };
-    for (const auto& [header, expected] : headers) {
-        EXPECT_EQ(walk(B::marker() + header + entry), expected) << testing::PrintToString(header);
+    for (const GoldenRow& row : goldenRows(VOLE_RAR_ROWS, "header")) {
+        EXPECT_EQ(walk(B::marker() + blockOf(row[0]) + entry), row[1]) << row[2];
     }
+    EXPECT_EQ(walk(B::marker() + entry), kBadArchive);
     EXPECT_EQ(walk(""), kNotRar);
     EXPECT_EQ(walk(B::marker()), kBadArchive);
 }
 
 TEST(RarUnarchiver, offsetsNameTheByteBehindTheMarker) {
     const std::string good = B::marker() + B::archive() + B::stored("a", "hello");
-    const struct {
-        std::size_t before;
-        unsigned offset;
-        bool found;
-    } rows[] = {{0, 7, true},      {100, 107, true},       {100, 1, false},        {100, 6, false},
-                {100, 106, false}, {100, 108, false},      {100, 524296, false},   {100, 0x80000000, false},
-                {100, ~0u, false}, {524288, 524295, true}, {524289, 524296, false}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(walk(std::string(row.before, 'x') + good, row.offset), row.found ? "a=hello " : kNotRar)
-            << row.before << " " << row.offset;
+    for (const GoldenRow& row : goldenRows(VOLE_RAR_ROWS, "offset")) {
+        const std::vector<std::uint32_t> given = numbersIn(row[0]);
+        EXPECT_EQ(walk(std::string(given[0], 'x') + good, given[1]), row[1]) << row[2];
     }
 }
 
 TEST(RarUnarchiver, readsHeadersToTheEndThatTheyAnnounce) {
-    const std::string fullTime = "\xFF\xFFwwwxxxxxxxyyyyyyyzzzzzzz";
-    const std::string shortTime = "\x08\xB0xxxxyyy";  // Creation with three more bytes, archiving without.
-    const auto everything = [&](RarFile& f) {
-        f.flags = 0x1500, f.salt = "saltsalt", f.extendedTime = fullTime, f.unpackedHigh = 9, f.extra = "unknown";
-    };
-    const std::pair<const char*, std::string> cases[] = {
-        {"plain", fileWith([](RarFile&) {})},
-        {"64-bit sizes", fileWith([](RarFile& f) { f.flags = 0x0100; })},
-        {"no flag for the packed size", fileWith([](RarFile& f) { f.hasDataFlag = false; })},
-        {"salt", fileWith([](RarFile& f) { f.flags = 0x0400, f.salt = "saltsalt"; })},
-        {"times", fileWith([&](RarFile& f) { f.flags = 0x1000, f.extendedTime = fullTime; })},
-        {"some times", fileWith([&](RarFile& f) { f.flags = 0x1000, f.extendedTime = shortTime; })},
-        {"times cut", fileWith([&](RarFile& f) { f.flags = 0x1000, f.extendedTime = fullTime.substr(0, 9); })},
-        {"times cut in the groups", fileWith([&](RarFile& f) { f.flags = 0x1000, f.extendedTime = "\xFF"; })},
-        {"times missing", fileWith([](RarFile& f) { f.flags = 0x1000; })},
-        {"all of them", fileWith(everything)},
-        {"all of them, checked alone", fileWith([&](RarFile& f) { everything(f), f.extraInCrc = false; })},
-        {"encoded name", fileWith([](RarFile& f) { f.flags = 0x0200, f.name = std::string("a\0\1\2\3", 5); })},
-        {"nested", fileWith([&](RarFile& f) { f.flags = 0x0002, f.extra = B::block(0x75, 0, "text") + "more"; })},
-        {"nested to the bound", fileWith([&](RarFile& f) { f.flags = 0x0002, f.extra = nestedArchives(8); })},
-    };
-    for (const auto& [what, block] : cases) {
-        SCOPED_TRACE(what);
+    for (const GoldenRow& row : goldenRows(VOLE_RAR_ROWS, "block")) {
+        SCOPED_TRACE(row[2]);
         CapturedLog log;
-        EXPECT_EQ(walk(around(block)), "a=hello z=zz ");
+        EXPECT_EQ(walk(around(blockOf(row[0]))), row[1]);
         EXPECT_EQ(log.count("Rar Broken File Header!"), 0u);
     }
-    EXPECT_EQ(walk(around(fileWith([](RarFile& f) { f.name = "cut", f.nameSize = 500; }))), "cut=hello z=zz ");
-    EXPECT_EQ(walk(around(fileWith([](RarFile& f) { f.name = ""; }))), "=hello z=zz ");
 }
 
 TEST(RarUnarchiver, describesEntries) {
     EntryCollector entries(kActionSkip);
     entries.giveStreams = false;
-    walk(around(fileWith([](RarFile& f) { f.name = "dir\\a", f.unpackedSize = 70000; }) +
-                fileWith([](RarFile& f) { f.flags = 0x0100, f.unpackedHigh = 1; }) +
-                fileWith([](RarFile& f) { f.flags = 0x0100, f.packedHigh = ~0u, f.unpackedHigh = ~0u; })),
+    walk(around(blockOf("name=dir\\a unpacked=11170") + blockOf("flags=100 unpackedHigh=1") +
+                blockOf("flags=100 packedHigh=ffffffff unpackedHigh=ffffffff")),
          entries);
     ASSERT_EQ(entries.entries.size(), 3u);  // The third reaches beyond any source, so that nothing can follow.
     const CollectedEntry &first = entries.entries[0], &second = entries.entries[1], &third = entries.entries[2];
@@ -165,41 +129,21 @@ TEST(RarUnarchiver, passesOverWhatIsNoEntry) {
     CapturedLog log;
     EXPECT_EQ(walk(around(B::stored("a", "hello", 0x0001))), "z=zz ");
     EXPECT_EQ(log.count("Skip this entry for LHD_SPLIT_BEFORE"), 1u);
-    // No data, or more than can be read: offered, but nothing is read.
     EXPECT_EQ(walk(around(B::stored("a", ""))), "a= z=zz ");
-    EXPECT_EQ(walk(around(fileWith([](RarFile& f) { f.packedSize = 0x80000000; }))), "a= ");
-    EXPECT_EQ(walk(around(fileWith([](RarFile& f) { f.packedSize = 0xFFFFFFFF; }))), "a= ");
-    EXPECT_EQ(walk(around(fileWith([](RarFile& f) { f.packedSize = 0x7FFFFFFF; }))),
-              "a=hello" + B::stored("z", "zz") + B::end() + " ");
+    EXPECT_EQ(walk(around(blockOf("packed=7fffffff"))), "a=hello" + B::stored("z", "zz") + B::end() + " ");
 }
 
 TEST(RarUnarchiver, endsAtWhatItCannotRead) {
-    const std::vector<std::string> ends{"", B::block(0x7C, 0, ""), B::block(0x71, 0, ""), std::string(64, '\0'),
-                                        "short"};
-    const std::vector<std::string> broken{
-        B::stored("e", "hello", 0x0004),
-        B::stored("e", "hello", 0x0005),
-        B::stored("e", "hello", 0x0002),  // The data is not taken for a nested block.
-        fileWith([](RarFile& f) { f.flags = 0x0002, f.extra = nestedArchives(9); }),
-        fileWith([](RarFile& f) { f.flags = 0x0400, f.salt = "seven.."; }),
-        fileWith([](RarFile& f) { f.flags = 0x0100, f.headerSize = 39; }),
-        fileWith([](RarFile& f) { f.headerSize = 31; }),
-        fileWith([](RarFile& f) { f.headerSize = 0; }),
-        fileWith([](RarFile& f) { f.flags = 0x0001, f.headerSize = 31; }),
-        B::block(0x7A, 0x8000, "", "data", 10),
-        B::block(0x7B, 0, "", "", 6),
-        B::block(0x73, 0, "12345"),
-        B::block(0x72, 0, "", "", 0),
-    };
-    for (const auto* const group : {&ends, &broken}) {
-        for (const std::string& blocks : *group) {
-            SCOPED_TRACE(testing::PrintToString(blocks));
-            const std::string bytes = B::marker() + B::archive() + B::stored("a", "hello") + blocks;
-            const std::string expected = "a=hello " + (group == &broken ? kBadHead : "");
-            EXPECT_EQ(walk(bytes), expected);
-            // Then it counts as a block, and nothing behind it as one more.
-            EXPECT_TRUE(blocks.size() < 7 || walk(bytes + B::stored("z", "zz")) == expected);
-        }
+    for (const GoldenRow& row : goldenRows(VOLE_RAR_ROWS, "end")) {
+        SCOPED_TRACE(row[2]);
+        const std::string bytes = B::marker() + B::archive() + B::stored("a", "hello") + blockOf(row[0]);
+        EXPECT_EQ(walk(bytes), "a=hello " + row[1]);
+        // Then it counts as a block, and nothing behind it as one more.
+        EXPECT_EQ(walk(bytes + B::stored("z", "zz")), "a=hello " + row[1]);
+    }
+    const std::string zeros(64, '\0');
+    for (const std::string& rest : {std::string(), std::string("short"), zeros, zeros + B::stored("z", "zz")}) {
+        EXPECT_EQ(walk(B::marker() + B::archive() + B::stored("a", "hello") + rest), "a=hello ");
     }
     CapturedLog log;
     walk(around(B::stored("e", "hello", 0x0004)));
@@ -216,50 +160,16 @@ TEST(RarUnarchiver, endsAtWhatItCannotRead) {
 
 // Entries with broken headers are offered unless they are solid.
 TEST(RarUnarchiver, doesWithAnEntryWhatTheProcessorSays) {
-    struct Case {
-        unsigned archiveFlags, flags, method;
-        int action;
-        bool stream;
-        std::string expected;
-        bool broken = false;
-    };
-    constexpr unsigned kSolid = 0x0010, kSolidArchive = 0x0008;
-    constexpr int kAbort = kActionAbort, kSkip = kActionSkip, kCopy = kActionCopy, kUnpack = kActionDecompress;
-    const std::string aborted = "a= ! Archiving aborted", decoded = "a= " + kDecoded;
-    const Case cases[] = {{0, 0, 0x30, kAbort, true, aborted},
-                          {0, 0, 0x30, kSkip, true, "a= z=zz "},
-                          {0, 0, 0x30, kCopy, true, "a=hello z=zz "},
-                          {0, 0, 0x30, kCopy, false, "a= z= "},
-                          {0, kSolid, 0x30, kSkip, true, "a= z=zz "},
-                          {0, kSolid, 0x30, kUnpack, true, "a=hello z=zz "},
-                          {0, 0, 0x35, kAbort, true, aborted},
-                          {0, 0, 0x35, kSkip, true, "a= z=zz "},
-                          {0, 0, 0x35, 3, true, "a= z=zz "},
-                          {0, 0, 0x35, kCopy, true, "a=hello z=zz "},
-                          {0, 0, 0x35, kUnpack, false, "a= z= "},
-                          {0, 0, 0x35, kUnpack, true, decoded},
-                          {0, 0, 0x2F, kUnpack, true, decoded},
-                          {0, kSolid, 0x35, kAbort, true, aborted},
-                          {0, kSolid, 0x35, kSkip, true, decoded},
-                          {0, kSolid, 0x35, kCopy, false, decoded},
-                          {0, kSolid, 0x35, kUnpack, true, decoded},
-                          {kSolidArchive, 0, 0x35, kSkip, true, decoded},
-                          {kSolidArchive, 0, 0x30, kSkip, true, "a= z=zz "},
-                          {0, 0, 0x30, kUnpack, true, "a=hello z=zz ", true},
-                          {0, 0, 0x33, kUnpack, true, decoded, true},
-                          {0, kSolid, 0x30, kUnpack, true, "z=zz ", true},
-                          {0, kSolid, 0x33, kUnpack, true, kDecoded, true}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE("row " + std::to_string(&c - cases));
+    for (const GoldenRow& row : goldenRows(VOLE_RAR_ROWS, "action")) {
+        SCOPED_TRACE(row[3]);
         CapturedLog log;
+        const std::vector<std::uint32_t> given = numbersIn(row[0]);
         EntryCollector entries;
-        entries.actionOf["a"] = c.action;
-        entries.giveStreams = c.stream;
-        const std::string entry =
-            fileWith([&](RarFile& f) { f.flags = c.flags, f.method = c.method, f.unpVer = 15, f.broken = c.broken; });
-        EXPECT_EQ(walk(B::marker() + B::archive(c.archiveFlags) + entry + B::stored("z", "zz"), entries), c.expected);
-        EXPECT_EQ(log.count("Rar Broken File Header!"), c.broken ? 1u : 0u);
-        if (!c.stream || entries.entries.size() < 2) continue;
+        entries.actionOf["a"] = static_cast<int>(given[1]);
+        entries.giveStreams = given[2] != 0;
+        EXPECT_EQ(walk(B::marker() + B::archive(given[0]) + blockOf(row[1]) + B::stored("z", "zz"), entries), row[2]);
+        EXPECT_EQ(log.count("Rar Broken File Header!"), row[1].ends_with("broken") ? 1u : 0u);
+        if (!entries.giveStreams || entries.entries.size() < 2) continue;
         for (const CollectedEntry& each : entries.entries) EXPECT_EQ(each.flushed + each.closed, 2);
     }
 }
@@ -300,7 +210,7 @@ TEST(RarUnarchiver, saysWhatWasGivenUp) {
         std::string line;
         std::int64_t instructions = 1000, codeBytes = 1000;  // That are left.
     } rows[] = {
-        {fileWith([](RarFile& f) { f.unpackedSize = 9; }), incomplete},
+        {blockOf("unpacked=9"), incomplete},
         {B::packed("a", RarEncoder::literals(29, "hello"), 9, 29), incomplete},
         {filtered(2, 6), "Rar entry <a>: a filter was not run."},
         {filtered(9, 5), "Rar entry <a>: too many filters."},

@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <map>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "support/CapturedLog.h"
 #include "support/EntryCollector.h"
+#include "support/GoldenRows.h"
 #include "support/StopAfter.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
@@ -20,9 +23,6 @@ namespace {
 using namespace std::string_literals;
 
 enum Source { kBuffer, kStream };
-
-// Deflated data that says "abc" and then what cannot be.
-const std::string kTornData = "\x4b\x4c\x4a\x06\xff\xff\xff\xff";
 
 const std::string kPassedOver = "Zip entry passed over: ";
 const std::string kAgain = "failed to restart zip unarchiving";
@@ -109,103 +109,66 @@ TEST(ZipUnarchiver, carriesOutEveryActionOnEveryKindOfEntry) {
     }
 }
 
+// The members that archives of text rows have, by their keys, which are their names, too, unless they have others.
+std::map<std::string, ZipMember> rowMembers() {
+    std::map<std::string, ZipMember> members;
+    for (const GoldenRow& row : goldenRows(VOLE_ZIP_ROWS, "member")) {
+        GoldenValues values = valuesIn(row[1]);
+        const auto number = [&](const char* key) { return numberIn(values, key); };
+        const auto small = [&](const char* key, unsigned usual) {
+            return static_cast<int>(number(key).value_or(usual));
+        };
+        ZipMember& member = members[row[0]];
+        member.name = values.contains("name") ? values["name"] : row[0];
+        member.content = values["content"], member.extra = values["extra"];
+        member.method = small("method", 8), member.descriptor = small("descriptor", 0);
+        member.flags = small("flags", 0);
+        if (values.contains("data")) member.data = values["data"];
+        member.packed = number("packed"), member.unpacked = number("unpacked"), member.checkSum = number("checkSum");
+    }
+    return members;
+}
+
+// What words say one after the other: entries by their keys, "-key" for one in the directory only, "directory" for it
+// and the end record, "headers" for it alone; all others stand for themselves.
+std::string archiveOf(const std::string& recipe) {
+    static const std::map<std::string, ZipMember> members = rowMembers();
+    std::istringstream words(recipe);
+    std::string bytes;
+    ZipBuilder all;
+    for (std::string word; std::getline(words, word, ' ');) {
+        const std::size_t size = all.entries().size();
+        if (members.contains(word)) {
+            bytes += all.add(members.at(word)).entries().substr(size);
+        } else if (word.starts_with('-')) {
+            all.add(members.at(word.substr(1)));
+        } else if (word == "directory" || word == "headers") {
+            const std::string directory = all.archive().substr(size);
+            bytes += directory.substr(0, word == "headers" ? directory.find("PK\5\6") : directory.size());
+        } else {
+            bytes += word;
+        }
+    }
+    return bytes;
+}
+
 TEST(ZipUnarchiver, readsWhatIsSoundOfArchivesThatAreNot) {
-    using Zip = ZipBuilder;
-    const auto saying = [](const std::string& name, std::uint32_t packed, std::uint32_t unpacked = 4,
-                           const std::string& extra = "", int method = 0) {
-        return ZipMember{name, "data", method, kNoDescriptor, 0, extra, {}, packed, unpacked};
-    };
-    const ZipMember good{"good", "good"}, secret{"secret", "secret", 8, 0, 1}, shrunk{"s", "shrunk", 1},
-        torn{"t", "abc", 8, 0, 0, "", kTornData}, tornBefore{"t", "abc", 8, kSignedDescriptor, 0, "", kTornData},
-        tail{"l", "abc", 8, 0, 0, "", deflated("abc") + "rest"},
-        liar{"d", "data", 8, kPlainDescriptor, 0, "", {}, 7U, 9U, 1U};
-    const std::string x512(512, 'x'), encrypted = "encrypted ZIP entry;", shrink = "Unknown algorithm: 1 in zip;",
-                                      unknown = "Unknown algorithm: 99 in zip;",
-                                      damage = "inflate: error -3: invalid distance code;",
-                                      goodEntry = Zip({good}).entries();
-    const auto zip64 = [](std::initializer_list<std::uint64_t> sizes) {
-        std::string field = "\1\0"s + littleEndian(8 * sizes.size(), 2);
-        for (const std::uint64_t size : sizes) field += littleEndian(size, 8);
-        return field;
-    };
-    const std::string tooShort = zip64({4}) + littleEndian(4, 8);  // What follows it would do as the other size.
-    constexpr std::uint32_t k4GiB = 0xFFFFFFFFU;
-    constexpr std::uint64_t k2GiB = 0x80000000U;
-    const auto missed = [](int counted) {
-        return "Zip directory counts " + std::to_string(counted) + " entries, of which 1 were not met;";
-    };
-    const auto lost = [&](const std::string& behind, int counted = 0) {
-        return "Zip walk ended behind <" + behind + ">: neither an entry nor the directory follows;" +
-               (counted == 0 ? "" : missed(counted));
-    };
-    const std::string one = Zip({good}).archive(), two = Zip({good, good}).archive();
-    const std::string half = two.substr(0, goodEntry.size()), directory = two.substr(2 * goodEntry.size());
-    const struct {
-        const char* what;
-        Archive archive;
-        std::string contents;    // But for the empty record behind the entries.
-        std::string lines = {};  // For the host; of an entry that is passed over, why.
-        bool fails = false;
-    } cases[] = {
-        {"nothing", ""s, "", lost("")},
-        {"no archive", "PK\3\5" + one, "", lost("", 1)},
-        {"no entries", Zip().archive(), ""},
-        {"no directory", goodEntry, "good=good ", lost("good")},
-        {"junk between entries", half + "junk" + two.substr(half.size()), "good=good ", lost("good", 2)},
-        {"an entry fewer than the directory has", half + directory, "good=good ", missed(2)},
-        {"the same without end record", half + directory.substr(0, directory.find("PK\5\6")), "good=good ", missed(2)},
-        {"more than 65,534 announced", goodEntry + "PK\5\6" + std::string(18, '\xFF'), "good=good "},
-        {"split marker", "PK00" + one, "good=good "},
-        {"other split marker", "PK\7\10" + one, "good=good "},
-        {"two markers", "PK00PK00" + one, "", lost("", 1)},
-        {"directory", {{"d/", "", 0}, good}, "d/= good=good "},
-        {"name of 512 bytes", {{x512, "long"}}, x512 + "=long "},
-        {"name of 513 bytes", {{x512 + "x", "long"}, good}, "good=good ", "bad entry name;"},
-        {"NUL in a name", {{"a\0b"s, "x"}}, "a\0b=x "s},
-        {"encrypted first", {secret, good}, "good=good ", encrypted},
-        {"encrypted later", {good, secret, good}, "good=good good=good ", encrypted},
-        {"encrypted only", {secret}, "", encrypted, true},
-        {"encrypted twice", {secret, good, secret, good}, "good=good ", encrypted + encrypted, true},
-        {"shrunk", {shrunk, good}, "s= good=good ", shrink},
-        {"shrunk, then encrypted", {shrunk, secret, good}, "s= ", shrink + encrypted, true},
-        {"unknown method, descriptor", {{"u", "?", 99, kPlainDescriptor}, good}, "u= good=good ", unknown},
-        {"empty content", {{"u", "", 99, kPlainDescriptor, 0, "", "??"}, good}, "u= good=good ", unknown},
-        {"damaged", {torn, good}, "t=abc good=good ", damage},
-        {"damaged, descriptor", {tornBefore, good}, "t=abc good=good ", damage},
-        {"deflated, cut by its size", {saying("l", 2, 4, "", 8), good}, "l=d good=good ", "inflate: error -5: ;"},
-        {"deflated, more behind it", {tail, good}, "l=abc good=good "},
-        {"stored, no descriptor", Zip({{"n", "to the end", 0, 0, 8}, good}).entries(),
-         "n=to the end" + goodEntry + " good=good ", "missing data descriptor;" + lost("good")},
-        {"deflated, no descriptor", {{"d", "data", 8, 0, 8}, good}, "d=data good=good "},
-        {"descriptor cut", Zip({{"d", "data", 8, kSignedDescriptor}}).entries().substr(0, 41), "d=data ", lost("d")},
-        {"lying descriptor", {liar, good}, "d=data good=good "},
-        {"size 0", {saying("z", 0), good}, "z= ", lost("z", 2)},
-        {"negative size", {saying("n", 0x80000000U), good}, "n= ", lost("n", 2)},
-        {"4 GiB", {saying("n", k4GiB), good}, "n= ", lost("n", 2)},
-        {"2 GiB less 1", Zip({saying("n", 0x7FFFFFFFU), good}).entries(), "n=data" + goodEntry + " ", lost("n")},
-        {"ZIP64", {saying("q", k4GiB, k4GiB, zip64({9, 4})), good}, "q=data good=good "},
-        {"ZIP64, only the packed size", {saying("q", k4GiB, 4, zip64({4})), good}, "q=data good=good "},
-        {"ZIP64, only the unpacked size", {saying("q", 4, k4GiB, zip64({9})), good}, "q=data good=good "},
-        {"ZIP64, unpacked too large", {saying("q", k4GiB, k4GiB, zip64({k2GiB, 4})), good}, "q=data good=good "},
-        {"ZIP64, packed too large", {saying("q", k4GiB, k4GiB, zip64({4, k2GiB})), good}, "q= ", lost("q", 2)},
-        {"ZIP64, one is missing", {saying("q", k4GiB, k4GiB, tooShort), good}, "q= ", lost("q", 2)},
-        {"no name", {{"", "x"}}, "=x ", "empty file name in central directory;", true},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const GoldenRow& row : goldenRows(VOLE_ZIP_ROWS, "walk")) {
+        SCOPED_TRACE(row[4]);
+        const bool fails = !row[3].empty();
         CapturedLog log(CapturedLog::kErrors);
         EntryCollector entries;
-        EXPECT_EQ(walk(c.archive, entries), c.fails ? kAgain : "");
-        EXPECT_EQ(entries.contents(), c.contents + (c.fails ? "" : "= "));
-        EXPECT_TRUE(entries.ended == !c.fails && entries.released == !c.fails);
+        EXPECT_EQ(walk(archiveOf(row[0]), entries), row[3]);
+        EXPECT_EQ(entries.contents(), row[1] + (fails ? "" : "= "));
+        EXPECT_TRUE(entries.ended == !fails && entries.released == !fails);
         std::string lines;
         for (const std::string& line : log.lines()) {
             lines += line.substr(line.starts_with(kPassedOver) ? kPassedOver.size() : 0) + ";";
         }
-        EXPECT_EQ(lines, c.lines);
+        EXPECT_EQ(lines, row[2]);
     }
     EntryCollector entries;  // What could be read of a damaged entry are the sizes that it is offered with.
-    walk({tornBefore, {"good", std::string(5000, 'g'), 0}}, entries);
+    walk(archiveOf("tornBefore long directory"), entries);
     EXPECT_EQ(entries.entries[0].uncompressedSize, 3);
     EXPECT_LE(entries.entries[0].compressedSize, 8);
 }
@@ -249,14 +212,6 @@ TEST(ZipUnarchiver, namesTheAlgorithmsThatAProcessorAsksForInVain) {
 const std::string kOutOfBudget = "Out of budget";
 
 TEST(ZipUnarchiver, chargesWhatItReadsForNothing) {
-    const std::string content(100'000, 'x');
-    const Archive mixed{{"a", content, 8, kSignedDescriptor}, {"b", "B", 8, 0, 1}, {"c", "C"}};
-    ZipBuilder stored;
-    for (int i = 0; i < 1000; ++i) stored.add({"s", "data", 0, kPlainDescriptor});
-    const Archive torn{{"t", "", 8, kSignedDescriptor, 0, {}, kTornData}, {"c", "C"}};
-    const auto large = [](std::size_t size) { return Archive{{"l", std::string(size, 'l'), 8, kSignedDescriptor}}; };
-    constexpr std::int64_t kMiB = 1 << 20;
-    const std::string endless = ZipBuilder({{"n", std::string(2 * kMiB, 'n'), 0, 0, 8}}).entries();
     constexpr int kRefuse = 5;
     struct Refusing : EntryCollector {
         using EntryCollector::EntryCollector;
@@ -266,41 +221,16 @@ TEST(ZipUnarchiver, chargesWhatItReadsForNothing) {
             return out;
         }
     };
-    const struct {
-        const char* what;
-        Archive archive;
-        Source source;
-        int action;
-        std::int64_t left, spent;
-        std::size_t offered;
-        std::string thrown = {};
-    } cases[] = {
-        {"inflated and skipped", mixed, kBuffer, kActionSkip, 100'000, 100'000, 3},
-        {"too much of it", mixed, kBuffer, kActionSkip, 99'999, 99'999, 1, kOutOfBudget},
-        {"inflated, copied as it was", mixed, kBuffer, kActionCopy, 100'000, 100'000, 3},
-        {"inflated and taken", mixed, kBuffer, kActionDecompress, 0, 0, 3},
-        {"inflated and refused", mixed, kBuffer, kRefuse, 100'001, 100'000, 1, "refused"},
-        {"damaged", torn, kBuffer, kActionSkip, 3, 3, 3},
-        {"damaged, too much", torn, kBuffer, kActionSkip, 2, 2, 1, kOutOfBudget},
-        {"as far as is always possible", large(kMiB), kBuffer, kActionDecompress, 0, 0, 2},
-        {"one byte more", large(kMiB + 1), kBuffer, kActionDecompress, 0, 0, 0, kOutOfBudget},
-        {"more than is kept", large(9 * kMiB), kBuffer, kActionDecompress, 9 * kMiB, 0, 2},
-        {"one byte too many", large(9 * kMiB), kBuffer, kActionDecompress, 9 * kMiB - 1, 9 * kMiB - 1, 0, kOutOfBudget},
-        {"stream", mixed, kStream, kActionSkip, 100'000, 100'000, 1, kAgain},
-        {"stream, too much", mixed, kStream, kActionSkip, 99'999, 99'999, 1, kOutOfBudget},
-        {"stored, ends found", stored.archive(), kBuffer, kActionSkip, 0, 0, 1001},
-        {"stored, no end", endless, kBuffer, kActionCopy, 2 * kMiB, 2 * kMiB, 1, kAgain},
-        {"too much of it", endless, kBuffer, kActionCopy, 2 * kMiB - 1, 2 * kMiB - 1, 0, kOutOfBudget},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const GoldenRow& row : goldenRows(VOLE_ZIP_ROWS, "charge")) {
+        SCOPED_TRACE(row[4]);
+        const std::vector<std::uint32_t> given = numbersIn(row[1]), expected = numbersIn(row[2]);
         ScanBudget budget;
         const ScanBudget::Scope spending(budget);
-        ScanBudget::chargeDiscardedBytes(ScanBudget::kDiscardedBytes - c.left);
-        Refusing entries(c.action);
-        EXPECT_EQ(walk(c.archive, entries, c.source), c.thrown);
-        EXPECT_EQ(entries.entries.size(), c.offered);
-        EXPECT_EQ(c.left - ScanBudget::discardedBytesLeft(), c.spent);
+        ScanBudget::chargeDiscardedBytes(ScanBudget::kDiscardedBytes - given[2]);
+        Refusing entries(static_cast<int>(given[1]));
+        EXPECT_EQ(walk(archiveOf(row[0]), entries, given[0] ? kStream : kBuffer), row[3]);
+        EXPECT_EQ(entries.entries.size(), expected[1]);
+        EXPECT_EQ(given[2] - ScanBudget::discardedBytesLeft(), expected[0]);
     }
 }
 

@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <fstream>
+#include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -33,6 +36,31 @@ inline std::string unescaped(const std::string& text) {
 
 // Null for "null".
 inline const char* textOrNull(const std::string& field) { return field == "null" ? nullptr : field.c_str(); }
+
+// The hexadecimal numbers in a field, with blanks between them.
+inline std::vector<std::uint32_t> numbersIn(const std::string& field) {
+    std::istringstream words(field);
+    std::vector<std::uint32_t> numbers;
+    for (std::string word; words >> word;) numbers.push_back(static_cast<std::uint32_t>(std::stoul(word, nullptr, 16)));
+    return numbers;
+}
+
+using GoldenValues = std::map<std::string, std::string>;
+
+// What a field of words like "key=value" says; words alone are their own values.
+inline GoldenValues valuesIn(const std::string& field) {
+    GoldenValues values;
+    std::istringstream words(field);
+    for (std::string word; std::getline(words, word, ' ');) {
+        values[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
+    }
+    return values;
+}
+
+inline std::optional<std::uint32_t> numberIn(const GoldenValues& values, const char* key) {
+    const auto found = values.find(key);
+    return found == values.end() ? std::nullopt : std::optional(numbersIn(found->second)[0]);
+}
 
 // The rows whose first field, which is left out, is `kind`.
 inline std::vector<GoldenRow> goldenRows(const char* path, const std::string& kind) {
