@@ -46,8 +46,8 @@ int FileTypeProcessor::getAction() { return _action; }
 
 int FileTypeProcessor::decide(int code) {
     DefaultCallBack byDefault;
-    CallBack& callBack = call_back ? *call_back : byDefault;
-    _action = callBack.getAction(code);
+    CallBack* const callBack = call_back ? call_back : &byDefault;
+    _action = callBack->getAction(code);
     return _action;
 }
 

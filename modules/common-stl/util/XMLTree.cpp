@@ -122,7 +122,7 @@ private:
 
     void start(const XML_Char* name, const XML_Char** attributes) {
         takeToken();
-        charge(sizeof(XMLNode) + 2 * sizeof(XMLNode*) + kOpenElement);  // The parent's list of children grows by half.
+        charge(sizeof(XMLNode) + 2 * sizeof(void*) + kOpenElement);  // The parent's list of children grows by half.
         XMLNode& node = _tree._nodes.emplace_back(nameText(name));
         std::size_t count = 0;
         while (attributes[2 * count]) ++count;
