@@ -151,8 +151,8 @@ std::string treeOfZips(int n) {
     return zipOf({{"trunk", zipOfMany(100 * n, {"t", zipOf({{"leaves", tinyMembers(1000)}})}).archive()}});
 }
 
-// Members that are taken, whose model has to be asked for every byte, in archives that are nothing but each other's
-// copies and so take no room.
+// Members that are taken, whose model has to be asked for every byte, and behind them the next archive of that kind: as
+// deep as may be, and each adds little to the file, because it is packed like the one around it.
 std::string ppmChain(int n) {
     PpmEncoder encoder(16, 1);
     // Noise, so that it does not seem to be packed too well.
@@ -163,9 +163,12 @@ std::string ppmChain(int n) {
     std::size_t size = noise.size();
     for (; size + line.size() < (1 << 20); size += line.size()) encoder.text(line);
     const std::string packed = encoder.finish();
-    std::string entries;
-    for (int i = 0; i < 48; ++i) entries += rarEntry("p", packed, size, 29, false);
-    return zipOfMany(40 * n, {"r", rarOf(entries, false)}).archive();
+    std::string members, chain;
+    for (int i = 0; i < 48; ++i) members += rarEntry("p", packed, size, 29, false);
+    for (int i = 0; i < 12 * n; ++i) {
+        chain = zipOf({{"r", rarOf(members + scene::RarBuilder::stored("next", chain), false)}});
+    }
+    return chain;
 }
 
 // A directory as long as it can be, of members that are not there.
