@@ -1,7 +1,6 @@
-// Reading of PE headers, as the Microsoft Portable Executable and Common Object File Format Specification lays them
-// out: a DOS header names the place of the NT headers; those consist of a signature, a file header with the number of
-// sections, and an optional header whose size the file header tells; the section table follows it. An address is placed
-// in the file by the first section that holds it.
+// Reading of PE headers, as Microsoft's "PE Format" describes them: a DOS header names the place of the NT headers;
+// those consist of a signature, a file header with the number of sections, and an optional header whose size the file
+// header tells; the section table follows it. An address is placed in the file by the first section that holds it.
 //
 // Nothing in them is trusted: positions are 64 bits wide, and every read goes through a source that refuses what lies
 // outside of the file.

@@ -1,13 +1,11 @@
 // Finds the end of data whose size only the descriptor behind it says. There are two ways:
 //
 //  - Deflated data marks its own end, so it is inflated. While the content is small it is kept, and need not be
-//  inflated
-//    a second time if somebody wants it.
+//    inflated a second time if somebody wants it.
 //  - Other data marks nothing. Its end is the first place where the bytes read as a descriptor whose packed size is
-//  just
-//    the distance from the start and, for stored data, whose other size is the same and whose checksum is that of the
-//    bytes in between. The checksum grows as the search goes on, so that a file full of false ends costs no more than
-//    any other.
+//    just the distance from the start and, for stored data, whose other size is the same and whose checksum is that of
+//    the bytes in between. The checksum grows as the search goes on, so that a file full of false ends costs no more
+//    than any other.
 //
 // Looking ahead is work that may turn out to be for nothing, and an archive can ask for it again and again. So it is
 // bounded by what is left of the scan's budget, and charged if nothing came of it.

@@ -32,8 +32,7 @@ public:
 //   found by looking ahead, before the entry is offered. If the data is damaged, the entry is offered with the sizes up
 //   to there.
 // - What the processor's streams take counts against the scan's budget, and so does what was looked at ahead and comes
-// to
-//   nothing. OutOfBudgetException ends the walk.
+//   to nothing. OutOfBudgetException ends the walk.
 // - A line tells the host of an entry that failed the walk, of a walk that ends in front of anything but the directory,
 //   and of entries that the directory counts and the walk did not meet.
 // - Behind the last entry an empty record is offered: no name, all numbers 0.
