@@ -58,8 +58,11 @@ std::string zipOfMany(const std::string& members) {
             continue;
         }
         const bool directory = word.ends_with('d');
-        for (unsigned i = 0; i < packed; ++i)
-            zip.add(directory ? ZipMember{"d/", "", 0} : ZipMember{std::to_string(i), "small"});
+        for (unsigned i = 0; i < packed; ++i) {
+            ZipMember member{"d/", "", 0};
+            if (!directory) member = {std::to_string(i), "small"};
+            zip.add(member);
+        }
     }
     return zip.archive();
 }
