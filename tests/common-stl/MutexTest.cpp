@@ -48,9 +48,9 @@ TEST(RWLock, keepsWritersAloneAndWakesEveryone) {
         for (int round = 0; round < kRounds; ++round) {
             const bool writes = (round + id) % 3 == 0;
             writes ? lock.wrlock() : lock.rdlock();
-            value += writes;
+            if (writes) ++value;
             if (round % 16 == 0) std::this_thread::yield();
-            value += writes;
+            if (writes) ++value;
             EXPECT_EQ(value % 2, 0);
             lock.unlock();
         }
