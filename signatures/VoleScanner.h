@@ -14,6 +14,7 @@
 #include "BmList.h"
 #include "CheckSumList.h"
 #include "Md5.h"
+#include "SignatureMatch.h"
 #include "VoleUtil.h"
 #include "io/IOBuffer.h"
 #include "utils/Crc.h"
@@ -28,6 +29,8 @@ public:
     // size. A null buffer, a descriptor of -1 and a size of 0 give false. Throws Exception when reading fails.
     bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, std::string& virusName);
     bool scan(int fd, unsigned int size, std::string& virusName);
+    // The same for all signatures with that digest, newest first, until the visitor has enough: then true.
+    bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, MatchVisitor& visitor);
 
     bool verifyFileSize(unsigned int size) const { return _list.verifyFileSize(size); }
     const BmPattern* virusFoundMD5(const unsigned char* digest) const { return _list.virusFoundMD5(digest); }
@@ -53,6 +56,10 @@ public:
     // stream that cannot be read does not match; no framework exception leaves.
     bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, std::string& virusName, TARGET_TYPE target);
     bool scan(int fd, unsigned int size, std::string& virusName, TARGET_TYPE target);
+    // The same for all records that match, newest first, until the visitor has enough: then true.
+    bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, MatchVisitor& visitor, TARGET_TYPE target);
+    // Whether something that the latest scan asked for could not be read, so that "no match" says nothing.
+    bool failed() const { return _failed; }
 
     // kTargetPe for a PE executable, else kTargetAny.
     static TARGET_TYPE getTargetCode(ZOV_SPACE::IOBuffer* buf);
@@ -86,6 +93,7 @@ private:
     std::vector<std::uint32_t> findCandidates(ZOV_SPACE::IOBuffer* buf, const ChkIndex& index);
 
     const CheckSumList& _list;
+    bool _failed = false;
     std::vector<char> _buffer;  // Bytes of streams that keep none contiguously in memory.
     ZOV_SPACE::Iso3309Crc _crc;
     unsigned int _size = 0;

@@ -35,6 +35,9 @@ std::unique_ptr<OutputStream> ArchiveEntryProcessor::processEntry(ArchiveEntryIn
 }
 void ArchiveEntryProcessor::endUnarchiving() {}
 void ArchiveEntryProcessor::releaseSession() {}
+void ArchiveEntryProcessor::endEntry(const ArchiveEntryInfo&, OutputStream&) {}
+void ArchiveEntryProcessor::trouble(ArchiveTrouble, const std::string*, const std::string&) {}
+bool ArchiveEntryProcessor::persists() const { return false; }
 
 ArchiveProcessor::~ArchiveProcessor() = default;
 bool ArchiveProcessor::process(const ArchiveEntryInfo*) { return true; }

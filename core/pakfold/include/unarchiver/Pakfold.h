@@ -58,6 +58,16 @@ constexpr int kActionSkip = 0;        // Pass over the entry's data.
 constexpr int kActionCopy = 1;        // Copy the stored bytes to the stream.
 constexpr int kActionDecompress = 2;  // Decompress the entry into the stream.
 
+// Why something in an archive is not seen, or not as the archive has it.
+enum class ArchiveTrouble {
+    encrypted,
+    unknownMethod,
+    otherVolume,  // Continued from, or in, another volume.
+    damaged,      // Structure that makes no sense, entries that are missing, data that cannot be decoded.
+    truncated,    // The data ends early.
+    spent,        // Work for which the scan's budget, or a bound of the format's own, has nothing left.
+};
+
 // Takes the entries of one archive, in this order: beginUnarchiving(), processEntry() for each entry,
 // endUnarchiving() and releaseSession(). A walk that fails ends without the last two. (RAR: see RarUnarchiver.)
 class ArchiveEntryProcessor {
@@ -74,6 +84,16 @@ public:
     virtual std::unique_ptr<OutputStream> processEntry(ArchiveEntryInfo* entry, int& action);
     virtual void endUnarchiving();  // Default: nothing.
     virtual void releaseSession();  // Default: nothing.
+
+    // The entry whose stream this is came to its end: all that is to be had of it was written, and the stream is closed.
+    // Not called for an entry that fails the walk. Default: nothing.
+    virtual void endEntry(const ArchiveEntryInfo& entry, OutputStream& out);
+    // Tells what is not seen. `member` is the entry's name as it stands in the archive, null for the archive itself;
+    // `text` says in English what happened. A failure that ends the walk is thrown instead. Default: nothing.
+    virtual void trouble(ArchiveTrouble what, const std::string* member, const std::string& text);
+    // Whether the walk goes on as long as it can tell where another entry begins, instead of ending where its format's
+    // rules say: behind encrypted and damaged entries, and any number of times. Default: false.
+    virtual bool persists() const;
 };
 
 class ArchiveProcessor {
