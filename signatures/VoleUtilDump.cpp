@@ -115,7 +115,7 @@ void dump(BufferBase& buffer, const std::string& directory, const std::string& n
 
 void VoleUtil::dumpBufferBase(BufferBase* buffer, const std::string& name) {
     try {
-        dumpBufferBase(buffer, name, diag::dumpPath());
+        dumpBufferBase(buffer, name, diag::dumpDirectory());
     } catch (const std::exception&) {
     }
 }
