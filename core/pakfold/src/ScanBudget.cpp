@@ -9,6 +9,7 @@ namespace ZOV_SPACE {
 static constexpr ThrowUnit kUnit{"ScanBudget"};
 
 OutOfBudgetException::~OutOfBudgetException() = default;
+ScanStoppedException::~ScanStoppedException() = default;
 
 thread_local ScanBudget* ScanBudget::_current = nullptr;
 
@@ -28,15 +29,24 @@ static void require(bool enough) {
     if (!enough) kUnit.raise<OutOfBudgetException>("Out of budget");
 }
 
-void ScanBudget::chargeDiscardedBytes(std::int64_t n) { require(takeDiscardedBytes(n)); }
+void ScanBudget::chargeDiscardedBytes(std::int64_t n) {
+    require(takeDiscardedBytes(n));
+    worked(n);
+}
 
-void ScanBudget::chargeTakenBytes(std::int64_t n) { require(take(&ScanBudget::_takenBytes, n)); }
+void ScanBudget::chargeTakenBytes(std::int64_t n) {
+    require(take(&ScanBudget::_takenBytes, n));
+    worked(n);
+}
 
 bool ScanBudget::takeDiscardedBytes(std::int64_t n) { return take(&ScanBudget::_discardedBytes, n); }
 
 std::int64_t ScanBudget::discardedBytesLeft() { return left(&ScanBudget::_discardedBytes); }
 
-bool ScanBudget::takeVmInstructions(std::int64_t n) { return take(&ScanBudget::_vmInstructions, n); }
+bool ScanBudget::takeVmInstructions(std::int64_t n) {
+    worked(0);
+    return take(&ScanBudget::_vmInstructions, n);
+}
 
 bool ScanBudget::takeVmCodeBytes(std::int64_t n) { return take(&ScanBudget::_vmCodeBytes, n); }
 

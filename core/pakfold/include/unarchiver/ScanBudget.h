@@ -4,6 +4,8 @@
 //
 // The scan keeps a budget and installs it for its thread; whoever spends asks for the current one. Without one, as in
 // tools and tests of single parts, spending is free.
+//
+// Whoever does the work of a scan tells it as it goes along, so that somebody may watch: show progress, or stop it.
 #ifndef PAKFOLD_UNARCHIVER_SCANBUDGET_H
 #define PAKFOLD_UNARCHIVER_SCANBUDGET_H
 
@@ -20,6 +22,26 @@ public:
     ~OutOfBudgetException() override;
 };
 
+// The watch wants the scan to end, now and everywhere. Whoever catches other exceptions in order to go on, passes this
+// one through.
+class ScanStoppedException : public OutOfBudgetException {
+public:
+    using OutOfBudgetException::OutOfBudgetException;
+    ~ScanStoppedException() override;
+};
+
+// Told of work while it is done, on the scan's thread and often: it should be quick.
+class ScanWatch {
+public:
+    ScanWatch() = default;
+    ScanWatch(const ScanWatch&) = delete;
+    ScanWatch& operator=(const ScanWatch&) = delete;
+    virtual ~ScanWatch() = default;
+
+    // So many more bytes went through; 0 for work that has none. May throw ScanStoppedException.
+    virtual void onWork(std::int64_t bytes) = 0;
+};
+
 class ScanBudget {
 public:
     static constexpr std::int64_t kDiscardedBytes = std::int64_t{1} << 30;
@@ -28,6 +50,10 @@ public:
     static constexpr std::int64_t kBytesPerPpmSymbol = 16;
     static constexpr std::int64_t kVmInstructions = 250'000'000;
     static constexpr std::int64_t kVmCodeBytes = std::int64_t{16} << 20;
+
+    ScanBudget() = default;
+    // The watch must outlive the budget.
+    explicit ScanBudget(ScanWatch* watch) : _watch(watch) {}
 
     // Makes this budget the thread's, until the object dies.
     class Scope {
@@ -40,6 +66,11 @@ public:
     private:
         ScanBudget* _outer;
     };
+
+    // Tells the watch, if there is one. The charging functions below, and takeVmInstructions(), do it themselves.
+    static void worked(std::int64_t bytes) {
+        if (_current && _current->_watch) _current->_watch->onWork(bytes);
+    }
 
     // For output that is decoded and dropped, and for work without output that costs as much as so many bytes. Throws
     // OutOfBudgetException "Out of budget" once more than kDiscardedBytes were.
@@ -63,6 +94,7 @@ private:
 
     static thread_local ScanBudget* _current;
 
+    ScanWatch* _watch = nullptr;
     std::int64_t _discardedBytes = kDiscardedBytes;
     std::int64_t _takenBytes = kTakenBytes;
     std::int64_t _vmInstructions = kVmInstructions;
