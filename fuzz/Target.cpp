@@ -2,10 +2,10 @@
 
 #include <map>
 
+#include "HostListener.h"
 #include "Input.h"
 #include "rar/RarUnarchiver.h"
 #include "unarchiver/ScanBudget.h"
-#include "util/Diag.h"
 #include "utils/Crc.h"
 #include "zip/ZipUnarchiver.h"
 
@@ -24,7 +24,8 @@ Target* findTarget(std::string_view name) {
 }
 
 void runTarget(Target* target, std::string_view input) {
-    diag::setSink(3, [](const char*) {});
+    host::setSink(3, [](const char*) {});
+    const diag::ListenerScope listening(host::listener());
     ScanBudget budget;
     const ScanBudget::Scope spending(budget);
     // Most of it is spent already: what a little work does not find, more of the same does not find either.

@@ -2,8 +2,8 @@
 //
 // Lines are read in pieces of at most 1023 bytes. Blanks around key and value do not count; a line that begins with
 // '#' or ';' is a comment, and so is the rest of a value from either on. There are no sections.
-#ifndef ENGINE_CONFIGUTIL_H
-#define ENGINE_CONFIGUTIL_H
+#ifndef ENGINE_LEGACY_CONFIGUTIL_H
+#define ENGINE_LEGACY_CONFIGUTIL_H
 
 #include <cstdio>
 
@@ -19,4 +19,4 @@ public:
     int QueryListValue(std::FILE* file, const char* key, char* value, int size, int keepPosition) const;
 };
 
-#endif  // ENGINE_CONFIGUTIL_H
+#endif  // ENGINE_LEGACY_CONFIGUTIL_H

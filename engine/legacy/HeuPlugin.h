@@ -5,8 +5,8 @@
 // From then on the instance and the function that asks it are a pair that never changes: the function is written first,
 // then the instance is published with release order, so that whoever sees the instance sees its own library's function,
 // whichever library was opened last. Nothing is ever closed, because the instance's code may run on another thread.
-#ifndef ENGINE_HEUPLUGIN_H
-#define ENGINE_HEUPLUGIN_H
+#ifndef ENGINE_LEGACY_HEUPLUGIN_H
+#define ENGINE_LEGACY_HEUPLUGIN_H
 
 #include <string>
 
@@ -25,4 +25,4 @@ int loadHeuPlugin(const std::string& directory, std::string& message);
 // `extra` may be null.
 int askHeuPlugin(int target, int* extra);
 
-#endif  // ENGINE_HEUPLUGIN_H
+#endif  // ENGINE_LEGACY_HEUPLUGIN_H

@@ -1,6 +1,6 @@
 // PatternLoader.h: loading a pattern directory's signatures.
-#ifndef ENGINE_PATTERNLOADER_H
-#define ENGINE_PATTERNLOADER_H
+#ifndef ENGINE_LEGACY_PATTERNLOADER_H
+#define ENGINE_LEGACY_PATTERNLOADER_H
 
 #include <string>
 
@@ -14,4 +14,4 @@ std::string pathIn(const std::string& directory, const char* name);
 // text in `message`. What was loaded before a failure stays in the container.
 int load_pattern(PatternContainer* container, const char* directory, std::string& message);
 
-#endif  // ENGINE_PATTERNLOADER_H
+#endif  // ENGINE_LEGACY_PATTERNLOADER_H

@@ -9,8 +9,8 @@
 //
 // Lock order, where more than one is held: engineMutex, switchMutex, a slot's mutex. No diagnostic line is sent while
 // the latter two are held, and no set is destroyed: that may take long.
-#ifndef ENGINE_PATTERNSLOT_H
-#define ENGINE_PATTERNSLOT_H
+#ifndef ENGINE_LEGACY_PATTERNSLOT_H
+#define ENGINE_LEGACY_PATTERNSLOT_H
 
 #include <atomic>
 #include <memory>
@@ -79,4 +79,4 @@ bool createSlots(bool& secondFailed) VOLE_REQUIRES(engineMutex);
 // Unloads: later scans find nothing. Slots in use are deleted by their last user. Never waits.
 void releaseSlots() VOLE_REQUIRES(engineMutex);
 
-#endif  // ENGINE_PATTERNSLOT_H
+#endif  // ENGINE_LEGACY_PATTERNSLOT_H

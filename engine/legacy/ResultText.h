@@ -1,6 +1,6 @@
 // ResultText.h: the message texts of the result codes.
-#ifndef ENGINE_RESULTTEXT_H
-#define ENGINE_RESULTTEXT_H
+#ifndef ENGINE_LEGACY_RESULTTEXT_H
+#define ENGINE_LEGACY_RESULTTEXT_H
 
 #include <string>
 
@@ -8,4 +8,4 @@
 // a null stands as "[NULL]" in them, but as nothing in the text of VOLE_INVALID_DIRECTORY.
 void resultMessage(int code, const char* arg, std::string& message);
 
-#endif  // ENGINE_RESULTTEXT_H
+#endif  // ENGINE_LEGACY_RESULTTEXT_H

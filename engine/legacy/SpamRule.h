@@ -1,6 +1,6 @@
 // SpamRule.h: recognises the mails of one mass-mailing worm by subject and attachment name.
-#ifndef ENGINE_SPAMRULE_H
-#define ENGINE_SPAMRULE_H
+#ifndef ENGINE_LEGACY_SPAMRULE_H
+#define ENGINE_LEGACY_SPAMRULE_H
 
 #include <string>
 
@@ -9,4 +9,4 @@
 // never matches.
 bool matchSpam(const char* subject, const char* attachmentName, std::string& virusName);
 
-#endif  // ENGINE_SPAMRULE_H
+#endif  // ENGINE_LEGACY_SPAMRULE_H

@@ -1,7 +1,7 @@
 // VoleOptions: the limits on unarchiving, process-wide. Created with the defaults on first use and never destroyed.
 // Safe from any thread: every read and write takes the mutex, a reader once for all five values.
-#ifndef ENGINE_VOLEOPTIONS_H
-#define ENGINE_VOLEOPTIONS_H
+#ifndef ENGINE_LEGACY_VOLEOPTIONS_H
+#define ENGINE_LEGACY_VOLEOPTIONS_H
 
 #include <string>
 
@@ -48,4 +48,4 @@ private:
 // nothing changed, when a value is not a number. Missing keys and empty values leave a limit as it is.
 int readOptions(const std::string& path);
 
-#endif  // ENGINE_VOLEOPTIONS_H
+#endif  // ENGINE_LEGACY_VOLEOPTIONS_H

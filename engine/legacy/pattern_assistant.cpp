@@ -8,6 +8,7 @@
 
 #include "Exception.h"
 #include "HeuPlugin.h"
+#include "HostListener.h"
 #include "PatternLoader.h"
 #include "PatternSlot.h"
 #include "ResultText.h"
@@ -29,9 +30,11 @@ constexpr diag::Unit kDiag{"pattern_assistant"};
 constexpr const char* kVersion = "Vole Engine Version: 1.0.0.223";
 constexpr std::uint64_t kLargestFile = 0x7FFFFFFF;  // Bytes.
 
-// Runs the body of an exported function; nothing but the cancellation of the thread leaves it.
+// Runs the body of an exported function, to which the host listens; nothing but the cancellation of the thread leaves
+// it.
 template <class Body>
 auto contained(Body body, decltype(body()) onFailure) {
+    const diag::ListenerScope listening(host::listener());
     try {
         return body();
     } catch (abi::__forced_unwind&) {
@@ -52,6 +55,7 @@ int withMessage(Body body, int failureCode, const char* argument, std::string& m
             },
             code);
     };
+    const diag::ListenerScope listening(host::listener());
     try {
         return body();
     } catch (abi::__forced_unwind&) {
@@ -228,13 +232,13 @@ int checkSusVirus(int target, int* extra) {
 const char* getVersion() { return kVersion; }
 
 void setDebugger(VoleDebugger* record) {
-    if (record) diag::setSink(record->level, record->print);
+    if (record) host::setSink(record->level, record->print);
 }
 
 void setDumpPath(const char* path) {
     contained(
         [=] {
-            diag::setDumpPath(path);
+            host::setDumpPath(path);
             return 0;
         },
         0);

@@ -82,7 +82,7 @@ std::unique_ptr<SmartBufferBase> newBuffer(long size) {
 
 }  // namespace
 
-std::unique_ptr<SmartBufferBase> normalize(IOBuffer* input) {
+std::unique_ptr<SmartBufferBase> normalize(IOBuffer* input, bool* failed) {
     if (!input) return nullptr;
     const long size = input->getSize();
     if (size > kLargestText || !looksLikeText(*input, size)) return nullptr;
@@ -91,7 +91,10 @@ std::unique_ptr<SmartBufferBase> normalize(IOBuffer* input) {
     const std::string_view text = contentOf(*input, size, storage);
     const auto bound = static_cast<long>(normalizedBound(text.size()));
     auto buffer = newBuffer(bound);
-    if (!buffer) return nullptr;
+    if (!buffer) {
+        if (failed) *failed = true;
+        return nullptr;
+    }
     const std::span<char> space = buffer->appendSpace(bound);
     if (!space.empty()) {
         buffer->commitAppend(static_cast<long>(writeNormalized(text, space.data())));

@@ -1,7 +1,11 @@
 #include "WorkList.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
+#include <vector>
+
+#include "Text.h"
 
 namespace {
 
@@ -13,7 +17,7 @@ constexpr std::int64_t kRecordBytes = sizeof(_st_ArchEntry) + 4 * sizeof(void*);
 constexpr std::int64_t kBufferBytes = 512;
 
 std::int64_t textBytes(const _st_ArchEntry& record) {
-    std::size_t bytes = record.name.ownBytes();
+    std::size_t bytes = record.name.own().size();
     if (record.early) {
         const EarlyScan& early = *record.early;
         bytes +=
@@ -22,20 +26,34 @@ std::int64_t textBytes(const _st_ArchEntry& record) {
     return static_cast<std::int64_t>(bytes);
 }
 
-std::string_view tailOf(std::string_view text) {
-    return text.substr(text.size() - std::min(text.size(), ContentName::kLongest));
-}
-
 }  // namespace
 
-ContentName::ContentName(std::shared_ptr<const std::string> archive, std::string_view member)
-    : _archive(std::move(archive)), _own(tailOf(member)) {}
+ContentName::~ContentName() {
+    std::shared_ptr<const ContentName> name = std::move(_archive);
+    while (name && name.use_count() == 1) {
+        std::shared_ptr<const ContentName> next = std::move(name->_archive);
+        name = std::move(next);
+    }
+}
 
-std::string ContentName::text() const {
+std::string ContentName::ownText() const {
     if (!_archive) return _own;
-    std::string name = *_archive;
-    name.append(kFolderSuffix).append(_own);
-    return std::string(tailOf(name));
+    const std::string_view text = ZOV_SPACE::text::trimStart(ZOV_SPACE::text::upTo(_own, '\0'), "/");
+    return text.empty() ? std::to_string(_number) : std::string(text);
+}
+
+// Put together from the end, so that what does not count costs nothing, however deep archives lie in archives.
+std::string ContentName::text() const {
+    std::vector<std::string> parts;
+    std::size_t bytes = 0;
+    for (const ContentName* name = this; name && bytes < kLongestText; name = name->archive()) {
+        if (name != this) parts.emplace_back(kFolderSuffix);
+        parts.push_back(name->ownText());
+        bytes += parts.back().size();
+    }
+    std::string text;
+    for (auto part = parts.rbegin(); part != parts.rend(); ++part) text += *part;
+    return text.substr(text.size() - std::min(text.size(), kLongestText));
 }
 
 _st_ArchEntry& WorkList::append(_st_ArchEntry record) {

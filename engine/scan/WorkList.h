@@ -3,8 +3,8 @@
 // A scan takes contents off the front of its list and appends what it finds in them. Very many small ones may wait, so
 // a record whose content is needed no more keeps a few hundred bytes, and nothing that is done per record costs more
 // the longer the list is. The list counts what waits on it, so that a scan can be bounded whatever its options allow.
-#ifndef ENGINE_WORKLIST_H
-#define ENGINE_WORKLIST_H
+#ifndef ENGINE_SCAN_WORKLIST_H
+#define ENGINE_SCAN_WORKLIST_H
 
 #include <cstdint>
 #include <list>
@@ -29,21 +29,34 @@ struct EarlyScan {
     diag::HeldLines formatLines;
 };
 
-// The name of a content: its own, or that of the archive it is in with ".unar/" and its own behind, of which the last
-// kLongest bytes count. An archive's name is shared by all that is in it, so that long ones do not multiply.
+// The name of a content: its own, and for a member that of the archive it is in, which all members share, so that long
+// names do not multiply.
 class ContentName {
 public:
-    static constexpr std::size_t kLongest = 4096;  // Bytes.
+    static constexpr std::size_t kLongestText = 4096;  // Bytes.
 
     explicit ContentName(std::string name) : _own(std::move(name)) {}
-    ContentName(std::shared_ptr<const std::string> archive, std::string_view member);
+    // `own` as it stands in the archive, of which this is the member with that number, counted from 0.
+    ContentName(std::shared_ptr<const ContentName> archive, std::string own, int number)
+        : _archive(std::move(archive)), _own(std::move(own)), _number(number) {}
+    ContentName(const ContentName&) = default;
+    ContentName(ContentName&&) = default;
+    ContentName& operator=(const ContentName&) = delete;
+    ~ContentName();  // Without recursion, however long the chain of archives is that nothing else names.
 
+    const std::string& own() const { return _own; }
+    const ContentName* archive() const { return _archive.get(); }  // Null for what is no member.
+
+    // One text for all of it: the archive's with ".unar/" behind it and the name without its slashes in front and what
+    // follows a NUL, or the number where that leaves nothing. Of a longer one the last kLongestText bytes.
     std::string text() const;
-    std::size_t ownBytes() const { return _own.size(); }
 
 private:
-    std::shared_ptr<const std::string> _archive;  // Null for the file itself.
+    std::string ownText() const;
+
+    mutable std::shared_ptr<const ContentName> _archive;  // Changed by the destructor of what it names only.
     std::string _own;
+    int _number = 0;
 };
 
 // One content on the work list.
@@ -84,4 +97,4 @@ private:
     std::int64_t _waiting = 0;
 };
 
-#endif  // ENGINE_WORKLIST_H
+#endif  // ENGINE_SCAN_WORKLIST_H

@@ -1,8 +1,8 @@
 // WrappedLimitedBufferBase: a buffer that never holds more than a limit, and owns the buffer it wraps. An operation
 // that would pass the limit stores the bytes that fit, reports the cut to the host once, and throws
 // UnarchiveRatioExceed "BufferBase exceeded size limit". What is stored stays readable. Threads: as the inner buffer.
-#ifndef ENGINE_WRAPPEDLIMITEDBUFFERBASE_H
-#define ENGINE_WRAPPEDLIMITEDBUFFERBASE_H
+#ifndef ENGINE_SCAN_WRAPPEDLIMITEDBUFFERBASE_H
+#define ENGINE_SCAN_WRAPPEDLIMITEDBUFFERBASE_H
 
 #include <memory>
 #include <span>
@@ -46,4 +46,4 @@ private:
     bool _reported = false;
 };
 
-#endif  // ENGINE_WRAPPEDLIMITEDBUFFERBASE_H
+#endif  // ENGINE_SCAN_WRAPPEDLIMITEDBUFFERBASE_H

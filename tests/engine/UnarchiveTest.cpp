@@ -1,5 +1,5 @@
 // From an archive to records on the work list, and to what a scan reports of them.
-#include "Unarchive.h"
+#include "ArchiveStep.h"
 
 #include <malloc.h>
 
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "GoldenRows.h"
+#include "HostFace.h"
 #include "support/CapturedLog.h"
 #include "support/Content.h"
 #include "support/EngineTest.h"
@@ -20,7 +21,7 @@
 namespace {
 
 struct Opened {
-    int result = 0;
+    ArchiveEnd end = ArchiveEnd::done;
     std::vector<std::string> names, contents;
     std::string messages;  // Without their positions, each with a line feed behind it.
 };
@@ -33,7 +34,8 @@ Opened open(const std::string& archive, const OptionValues& options, const std::
     WorkList list(mostWaiting);
     Opened opened;
     EngineLog log(1);
-    opened.result = unarchiveOneFile(options, list, record);
+    HostFace face(options);
+    opened.end = unarchiveOneFile(face, list, record);
     setDumpPath(nullptr);
     for (const std::string& line : log.taken()) opened.messages += line.substr(line.find("] ") + 2) + "\n";
     for (const _st_ArchEntry& entry : list) {
@@ -75,7 +77,7 @@ TEST(Unarchive, entriesAreTakenUpToTheLimits) {
         const Opened opened = open(zipOfMany(members), o);
         EXPECT_EQ(std::to_string(opened.names.size()), taken);
         EXPECT_EQ(opened.messages, message);
-        EXPECT_EQ(opened.result, message.starts_with("Unarchive Exception: ") ? VOLE_SCAN_FAILED : 0);
+        EXPECT_EQ(opened.end == ArchiveEnd::givenUp, message.starts_with("Unarchive Exception: "));
     }
     OptionValues smaller = kDefaultLimits;
     smaller.maxSize = 8999;
@@ -94,7 +96,7 @@ TEST(Unarchive, entriesThatUnpackToMoreThanTheySayAreCutAndReportedOnce) {
     EXPECT_EQ(opened.messages,
               "Unarchive Exception: BufferBase exceeded size limit\n"
               "Unknown method, the packed bytes are scanned: <odd>\n");
-    EXPECT_EQ(opened.result, 0);
+    EXPECT_EQ(opened.end, ArchiveEnd::done);
 }
 
 // A member that does not unpack.
@@ -123,7 +125,8 @@ TEST(Unarchive, aRecordWhoseContentIsGoneTakesLittleMemory) {
     setDebugger(&everything);
     WorkList list;
     const std::size_t before = ::mallinfo2().uordblks;
-    EXPECT_EQ(unarchiveOneFile({0, 0, 0, 50, 0}, list, record), 0);
+    HostFace face({0, 0, 0, 50, 0});
+    EXPECT_EQ(unarchiveOneFile(face, list, record), ArchiveEnd::done);
     EXPECT_LE(::mallinfo2().uordblks - before, kRecords * 512U);
     setDebugger(&nothing);
     EXPECT_EQ(list.size(), std::size_t{kRecords});

@@ -97,11 +97,11 @@ namespace fs = std::filesystem;
 
 struct DumpBufferBase : testing::Test {
     DumpBufferBase() { useDirectory("dumps"); }
-    ~DumpBufferBase() override { diag::setDumpPath(nullptr); }
+    ~DumpBufferBase() override { host::setDumpPath(nullptr); }
 
     void useDirectory(const std::string& name) {
         root = outside / name;
-        diag::setDumpPath(root.c_str());
+        host::setDumpPath(root.c_str());
     }
 
     // Paths relative to `outside`; links count as files.
@@ -138,7 +138,7 @@ TEST_F(DumpBufferBase, namesStayBelowTheDirectory) {
         EXPECT_EQ(TempDir::contentOf(root / file), file.empty() ? "" : "dumped");
     }
     VoleUtil::dumpBufferBase(&buffer, std::string("\0a", 2));
-    diag::setDumpPath("");
+    host::setDumpPath("");
     VoleUtil::dumpBufferBase(&buffer, "a");
     EXPECT_EQ(files().size(), expected) << "nothing without a name or a directory";
 }

@@ -1,5 +1,5 @@
-// CapturedLog: collects the diagnostic lines of its scope, from all threads, and puts the earlier sink back. One at a
-// time; no diagnostic may be under way in another thread when it is made or destroyed.
+// CapturedLog: collects the diagnostic lines that the host hears in its scope, from all threads, and puts the earlier
+// sink back. One at a time; no diagnostic may be under way in another thread when it is made or destroyed.
 #ifndef TESTS_SUPPORT_CAPTUREDLOG_H
 #define TESTS_SUPPORT_CAPTUREDLOG_H
 
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "util/Diag.h"
+#include "HostListener.h"
 #include "voleeng.h"
 
 class CapturedLog {
@@ -20,11 +20,11 @@ public:
     explicit CapturedLog(int level = 3, void (*print)(const char*) = append)
         : _earlierLevel(voleeng_debugger.level), _earlierPrint(voleeng_debugger.print) {
         _lines.clear();
-        diag::setSink(level, print);
+        host::setSink(level, print);
     }
     CapturedLog(const CapturedLog&) = delete;
     CapturedLog& operator=(const CapturedLog&) = delete;
-    ~CapturedLog() { diag::setSink(_earlierLevel, _earlierPrint); }
+    ~CapturedLog() { host::setSink(_earlierLevel, _earlierPrint); }
 
     // The lines so far, in order of arrival.
     std::vector<std::string> lines(bool clear = false) {
@@ -50,6 +50,7 @@ private:
 
     int _earlierLevel;
     void (*_earlierPrint)(const char*);
+    diag::ListenerScope _listening{host::listener()};  // For what this thread calls inside the engine.
 };
 
 // The same for code that logs on one thread at a time: each line as "[unit:line] message" whatever its kind.

@@ -11,18 +11,18 @@ static constexpr ThrowUnit kUnit{"ScanBudget"};
 OutOfBudgetException::~OutOfBudgetException() = default;
 ScanStoppedException::~ScanStoppedException() = default;
 
-thread_local ScanBudget* ScanBudget::_current = nullptr;
-
 bool ScanBudget::take(std::int64_t ScanBudget::*units, std::int64_t n) {
-    if (!_current) return true;
-    std::int64_t& left = _current->*units;
+    ScanBudget* const budget = current();
+    if (!budget) return true;
+    std::int64_t& left = budget->*units;
     const bool enough = n <= left;
     left = enough ? left - n : 0;
     return enough;
 }
 
 std::int64_t ScanBudget::left(const std::int64_t ScanBudget::*units) {
-    return _current ? _current->*units : std::numeric_limits<std::int64_t>::max();
+    const ScanBudget* const budget = current();
+    return budget ? budget->*units : std::numeric_limits<std::int64_t>::max();
 }
 
 static void require(bool enough) {
@@ -31,12 +31,12 @@ static void require(bool enough) {
 
 void ScanBudget::chargeDiscardedBytes(std::int64_t n) {
     require(takeDiscardedBytes(n));
-    worked(n);
+    worked(0);
 }
 
 void ScanBudget::chargeTakenBytes(std::int64_t n) {
     require(take(&ScanBudget::_takenBytes, n));
-    worked(n);
+    worked(0);
 }
 
 bool ScanBudget::takeDiscardedBytes(std::int64_t n) { return take(&ScanBudget::_discardedBytes, n); }

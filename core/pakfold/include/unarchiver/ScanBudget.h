@@ -10,8 +10,10 @@
 #define PAKFOLD_UNARCHIVER_SCANBUDGET_H
 
 #include <cstdint>
+#include <utility>
 
 #include "Exception.h"
+#include "util/WorkScope.h"
 
 namespace ZOV_SPACE {
 
@@ -58,18 +60,20 @@ public:
     // Makes this budget the thread's, until the object dies.
     class Scope {
     public:
-        explicit Scope(ScanBudget& budget) : _outer(_current) { _current = &budget; }
+        explicit Scope(ScanBudget& budget) : _outer(std::exchange(WorkScope::ofThread().budget, &budget)) {}
         Scope(const Scope&) = delete;
         Scope& operator=(const Scope&) = delete;
-        ~Scope() { _current = _outer; }
+        ~Scope() { WorkScope::ofThread().budget = _outer; }
 
     private:
         ScanBudget* _outer;
     };
 
-    // Tells the watch, if there is one. The charging functions below, and takeVmInstructions(), do it themselves.
+    // Tells the watch, if there is one. The charging functions below, and takeVmInstructions(), tell it of work without
+    // bytes, because what they charge is no count of bytes.
     static void worked(std::int64_t bytes) {
-        if (_current && _current->_watch) _current->_watch->onWork(bytes);
+        const ScanBudget* const budget = current();
+        if (budget && budget->_watch) budget->_watch->onWork(bytes);
     }
 
     // For output that is decoded and dropped, and for work without output that costs as much as so many bytes. Throws
@@ -92,7 +96,7 @@ private:
     static bool take(std::int64_t ScanBudget::*units, std::int64_t n);
     static std::int64_t left(const std::int64_t ScanBudget::*units);
 
-    static thread_local ScanBudget* _current;
+    static ScanBudget* current() { return WorkScope::ofThread().budget; }
 
     ScanWatch* _watch = nullptr;
     std::int64_t _discardedBytes = kDiscardedBytes;

@@ -1,5 +1,7 @@
 #include "rar/ppm/HeapAllowance.h"
 
+#include "util/WorkScope.h"
+
 namespace ZOV_SPACE {
 namespace {
 
@@ -19,12 +21,11 @@ constinit Everlasting ofAllScans;
 
 }  // namespace
 
-thread_local int HeapAllowance::_sharesOfThread = 0;
-
 HeapAllowance& HeapAllowance::ofProcess() { return ofAllScans.allowance; }
 
 void HeapAllowance::take(std::uint32_t bytes) {
-    if (_sharesOfThread == 0) {
+    int& sharesOfThread = WorkScope::ofThread().heapShares;
+    if (sharesOfThread == 0) {
         Monitor turn(_turn);
         Monitor guard(_mutex);
         while (_left < bytes) _returned.wait();
@@ -33,11 +34,11 @@ void HeapAllowance::take(std::uint32_t bytes) {
         Monitor guard(_mutex);
         _left -= bytes;
     }
-    ++_sharesOfThread;
+    ++sharesOfThread;
 }
 
 void HeapAllowance::giveBack(std::uint32_t bytes) {
-    --_sharesOfThread;
+    --WorkScope::ofThread().heapShares;
     Monitor guard(_mutex);
     _left += bytes;
     _returned.notify();

@@ -19,6 +19,7 @@ class HeapAllowance {
 public:
     explicit constexpr HeapAllowance(std::int64_t bytes) : _left(bytes), _returned(_mutex) {}
 
+    // Process-wide, because address space is the process's. How many shares a thread holds stands in its WorkScope.
     static HeapAllowance& ofProcess();
 
     // Takes so many bytes as soon as they are there, in about the order of arrival. Waiting is a cancellation point.
@@ -28,9 +29,6 @@ public:
     void giveBack(std::uint32_t bytes);
 
 private:
-    // Process-wide state, because address space is the process's: the shares of each thread, and ofProcess().
-    static thread_local int _sharesOfThread;
-
     Mutex _turn;  // Whoever waits holds it, so that small requests do not overtake a large one for ever. Before _mutex.
     Mutex _mutex;
     std::int64_t _left VOLE_GUARDED_BY(_mutex);  // Negative beyond the allowance.

@@ -2,8 +2,8 @@
 //
 // Both lists are short and written by hand, so a query walks them in the order of the file. False alarms are compared
 // whole, spyware entries as prefixes, both without ASCII letter case.
-#ifndef ENGINE_VIRUSLIST_H
-#define ENGINE_VIRUSLIST_H
+#ifndef ENGINE_LEGACY_VIRUSLIST_H
+#define ENGINE_LEGACY_VIRUSLIST_H
 
 #include <string>
 #include <vector>
@@ -35,4 +35,4 @@ private:
 // VOLE_LIST_LOADED when `list` is null, VOLE_OUT_OF_MEMORY when there is no XML parser.
 int loadVirusList(VirusList* list, const std::string& directory);
 
-#endif  // ENGINE_VIRUSLIST_H
+#endif  // ENGINE_LEGACY_VIRUSLIST_H

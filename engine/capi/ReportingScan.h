@@ -1,0 +1,81 @@
+// ReportingScan: one scan for a host of vole.h: applies its limits, and writes down what was found and what was not
+// seen. Tells the host's event callback, which may stop the scan, as may the clock and vole_scanner_cancel().
+#ifndef ENGINE_CAPI_REPORTINGSCAN_H
+#define ENGINE_CAPI_REPORTINGSCAN_H
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Result.h"
+#include "ScanFace.h"
+#include "Signatures.h"
+#include "unarchiver/ScanBudget.h"
+#include "vole.h"
+
+// What a scanner is told once, and keeps to in each scan.
+struct ScanTerms {
+    vole_limits limits = VOLE_LIMITS_INIT;
+    std::uint32_t flags = 0;
+    vole_event_fn onEvent = nullptr;
+    void* context = nullptr;
+    std::atomic<bool> cancelled = false;
+};
+
+class ReportingScan final : private ScanFace, private ZOV_SPACE::ScanWatch {
+public:
+    // All are borrowed. The result is filled. The clock starts.
+    ReportingScan(const vole_signatures& signatures, const ScanTerms& terms, vole_result& result);
+    ~ReportingScan() override;
+
+    // Throws std::bad_alloc only before anything was looked at.
+    void run(std::unique_ptr<ZOV_SPACE::BufferBase> content);
+    // Instead of run(), or beside it: something about the content itself keeps it from being looked at.
+    void refuse(Unseen what, const char* text);
+    // For whoever gets the content ready: time limit and cancelling hold there, too. Throws ScanStoppedException.
+    void checkpoint() { onWork(0); }
+    // The outcome, and the time. Last of all.
+    void conclude();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    Matched match(ZOV_SPACE::IOBuffer& content, long size, MatchVisitor& visitor) override;
+    bool onFinding(const _st_ArchEntry& content, Form form, const SignatureMatch& match) override;
+    void onUnseen(Unseen what, const _st_ArchEntry& content, const std::string* member, const char* text) override;
+    std::optional<MemberTerms> admit(const _st_ArchEntry& archive, const ZOV_SPACE::ArchiveEntryInfo& entry,
+                                     const MemberOffer& offer) override;
+    void onUnpacked(std::int64_t bytes) override;
+    void onMemberDone(const _st_ArchEntry& member, std::int64_t bytes) override;
+    bool opens(const _st_ArchEntry& archive) override;
+    void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes) override;
+    bool persists() const override { return true; }
+    bool comparesCheckSums() const override { return true; }
+    void onWork(std::int64_t bytes) override;
+
+    void countMember(const _st_ArchEntry& archive);
+    void limitReached(Unseen what, const _st_ArchEntry& archive, const char* text, bool& told);
+    void unseen(Unseen what, const std::shared_ptr<const ContentName>& name, const char* text);
+    void enter(const _st_ArchEntry& archive, const ZOV_SPACE::ArchiveEntryInfo& entry);
+    [[noreturn]] void stop(Unseen what, const char* text);
+    void tell(vole_event& event);
+
+    const vole_signatures& _signatures;
+    const ScanTerms& _terms;
+    vole_result& _result;
+    const Clock::time_point _start = Clock::now();
+    const std::shared_ptr<const ContentName> _root = std::make_shared<const ContentName>("");
+    std::uint64_t _bytesDone = 0;
+    std::uint64_t _bytesTold = 0;   // Of those, by progress events.
+    bool _found = false;
+    bool _decided = false;          // A finding ends the scan.
+    bool _hostStops = false;        // The event callback wants the end.
+    bool _stopped = false;          // And was told so.
+    bool _memberLimitTold = false;
+    bool _totalLimitTold = false;
+};
+
+#endif  // ENGINE_CAPI_REPORTINGSCAN_H
