@@ -183,19 +183,27 @@ void BmList::addPattern(std::uint32_t number) {
     chain.filter |= filterBit(hash, _chainShift);
 }
 
-const BmPattern* BmList::virusFoundMD5(const unsigned char* digest) const {
+// The newest record of the chain that records with this digest are in; null when there are none.
+const BmPatternNode* BmList::chainFor(const unsigned char* digest) const {
     if (bm_shift.empty() || bm_shift[bucketKey(digest)]) return nullptr;
     const std::uint64_t hash = hashOf(digest);
     const Chain& chain = bm_suffix[chainOf(hash, _chainShift)];
     if (!(chain.filter & filterBit(hash, _chainShift))) return nullptr;
-    return matchPatternListMD5(digest, &node(chain.newest - 1));
+    return &node(chain.newest - 1);
+}
+
+const BmPattern* BmList::virusFoundMD5(const unsigned char* digest) const {
+    return matchPatternListMD5(digest, chainFor(digest));
 }
 
 const BmPattern* BmList::matchPatternListMD5(const unsigned char* digest, const BmPatternNode* head) {
-    for (; head; head = head->next) {
-        if (std::memcmp(head->pattern.digest, digest, Md5::kDigestSize) == 0) return &head->pattern;
-    }
-    return nullptr;
+    const BmPatternNode* const found = firstWith(digest, head);
+    return found ? &found->pattern : nullptr;
+}
+
+const BmPatternNode* BmList::firstWith(const unsigned char* digest, const BmPatternNode* node) {
+    while (node && std::memcmp(node->pattern.digest, digest, Md5::kDigestSize) != 0) node = node->next;
+    return node;
 }
 
 void BmList::reset() {

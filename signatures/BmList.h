@@ -73,6 +73,10 @@ public:
     // The newest signature with this 16-byte digest, or null. Owned by the list.
     const BmPattern* virusFoundMD5(const unsigned char* digest) const;
 
+    // Passes all signatures with this digest to `visit`, newest first, until it answers true: then true.
+    template <class Visit>
+    bool visitFoundMD5(const unsigned char* digest, Visit visit) const;
+
     // The first record of the chain that begins at `head` with this 16-byte digest, or null.
     static const BmPattern* matchPatternListMD5(const unsigned char* digest, const BmPatternNode* head);
 
@@ -83,6 +87,9 @@ public:
     void reset();
 
 private:
+    static const BmPatternNode* firstWith(const unsigned char* digest, const BmPatternNode* node);
+    const BmPatternNode* chainFor(const unsigned char* digest) const;
+
     static constexpr std::size_t kBucketCount = 65536;  // The bucket key's range.
     static constexpr std::size_t kBlockRecords = ZOV_SPACE::kLargePage / sizeof(BmPatternNode);
 
@@ -116,5 +123,13 @@ private:
     SizeSet _sizes;
     NameArena _names;
 };
+
+template <class Visit>
+bool BmList::visitFoundMD5(const unsigned char* digest, Visit visit) const {
+    for (auto found = firstWith(digest, chainFor(digest)); found; found = firstWith(digest, found->next)) {
+        if (visit(found->pattern)) return true;
+    }
+    return false;
+}
 
 #endif  // SIGNATURES_BMLIST_H

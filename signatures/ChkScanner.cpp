@@ -12,6 +12,7 @@
 #include "Exception.h"
 #include "VoleScanner.h"
 #include "io/SmartBufferBase.h"
+#include "unarchiver/ScanBudget.h"
 #include "util/Diag.h"
 
 using ZOV_SPACE::IOBuffer;
@@ -24,37 +25,53 @@ constexpr diag::Unit kDiag{"VoleScanner"};
 
 void ChkScanner::begin(unsigned int size) {
     _size = size;
+    _failed = false;
     _peState = PeState::unknown;
     _crcMemo.fill({});
 }
 
 bool ChkScanner::scan(IOBuffer* buf, unsigned int size, std::string& virusName, TARGET_TYPE target) {
+    FirstMatchName first(virusName);
+    return scan(buf, size, first, target);
+}
+
+bool ChkScanner::scan(IOBuffer* buf, unsigned int size, MatchVisitor& visitor, TARGET_TYPE target) {
     begin(size);
-    if (target == kTargetAny) target = getTargetCode(buf);
+    target = targetFor(buf, target);
     kDiag.at().dbg("chk scan iob: get target code = %d.", static_cast<int>(target));
-    return verifyCheckSum(buf, target, virusName);
+    return verifyCheckSum(buf, target, visitor);
 }
 
 bool ChkScanner::scan(int fd, unsigned int size, std::string& virusName, TARGET_TYPE target) {
     begin(size);
     try {
         const off_t end = ::lseek(fd, 0, SEEK_END);
-        if (end < 0) return false;
+        if (end < 0) {
+            _failed = true;
+            return false;
+        }
         const auto view = ZOV_SPACE::SmartBufferBase::viewOf(fd, static_cast<long>(std::min<off_t>(end, INT32_MAX)));
         IOBuffer buf(view.get());
-        if (target == kTargetAny) target = getTargetCode(&buf);
-        return verifyCheckSum(&buf, target, virusName);
+        return verifyCheckSum(&buf, targetFor(&buf, target), virusName);
+    } catch (const ZOV_SPACE::ScanStoppedException&) {
+        throw;
     } catch (ZOV_SPACE::Exception&) {
+        _failed = true;
         return false;
     }
 }
 
 TARGET_TYPE ChkScanner::getTargetCode(IOBuffer* buf) { return VoleUtil::checkPeFile(buf) ? kTargetPe : kTargetAny; }
 
+TARGET_TYPE ChkScanner::targetFor(IOBuffer* buf, TARGET_TYPE asked) {
+    if (asked != kTargetAny) return asked;
+    return VoleUtil::checkPeFile(buf, &_failed) ? kTargetPe : kTargetAny;
+}
+
 // Null when the headers cannot be read, which is remembered too.
 const PeInfo2* ChkScanner::peInfo(IOBuffer* buf) {
     if (_peState == PeState::unknown) {
-        _peState = VoleUtil::getPeInfo(buf, &_peInfo) == 0 ? PeState::readable : PeState::unreadable;
+        _peState = VoleUtil::getPeInfo(buf, &_peInfo, &_failed) == 0 ? PeState::readable : PeState::unreadable;
     }
     return _peState == PeState::readable ? &_peInfo : nullptr;
 }
@@ -95,13 +112,19 @@ bool ChkScanner::getOffset(IOBuffer* buf, const CheckSumPattern* pattern, unsign
 // Up to `length` bytes at a position, fewer when the stream ends sooner; valid until the next call.
 std::span<const char> ChkScanner::bytesAt(IOBuffer* buf, std::uint32_t offset, std::size_t length) {
     // A position beyond the largest `long` would be taken for the start on a 32-bit system; no stream reaches it.
-    if (offset > INT32_MAX) return {};
+    const std::size_t due = std::min<std::size_t>(length, _size - std::min(offset, _size));
+    if (offset > INT32_MAX) {
+        _failed = _failed || due > 0;
+        return {};
+    }
     buf->seek(SEEK_SET, static_cast<long>(offset));
     const auto inMemory = buf->view();
     if (inMemory.size() >= length) return inMemory.first(length);
     if (_buffer.size() < length) _buffer.resize(length);
-    const int got = VoleUtil::readn(buf, _buffer.data(), static_cast<int>(length));
-    return {_buffer.data(), static_cast<std::size_t>(std::max(got, 0))};
+    const auto got =
+        static_cast<std::size_t>(std::max(VoleUtil::readn(buf, _buffer.data(), static_cast<int>(length)), 0));
+    _failed = _failed || got < due;
+    return {_buffer.data(), got};
 }
 
 // The CRC-32 of a range; nothing when the range cannot be read whole.
@@ -120,8 +143,7 @@ std::optional<std::uint32_t> ChkScanner::crcOf(IOBuffer* buf, std::uint32_t offs
     return memo.crc;
 }
 
-ChkScanner::Verdict ChkScanner::tryRecord(IOBuffer* buf, const CheckSumPattern& pattern) {
-    unsigned int off1;
+ChkScanner::Verdict ChkScanner::compare(IOBuffer* buf, const CheckSumPattern& pattern, unsigned int& off1) {
     unsigned int off2;
     if (!getOffset(buf, &pattern, &off1, &off2)) return Verdict::mismatch;
     if (off1 > _size || pattern.length1 > _size - off1) return Verdict::mismatch;
@@ -139,11 +161,18 @@ ChkScanner::Verdict ChkScanner::tryRecord(IOBuffer* buf, const CheckSumPattern& 
     return *crc2 == pattern.checkSum2 ? Verdict::match : Verdict::mismatch;
 }
 
-bool ChkScanner::tryAll(IOBuffer* buf, TARGET_TYPE target, std::string& virusName) {
+// As compare() says, but a match which is not enough for the visitor is passed over like a mismatch.
+ChkScanner::Verdict ChkScanner::tryRecord(IOBuffer* buf, const CheckSumPattern& pattern, MatchVisitor& visitor) {
+    unsigned int off1;
+    const Verdict verdict = compare(buf, pattern, off1);
+    if (verdict == Verdict::match && !visitor.onMatch({pattern.name, off1})) return Verdict::mismatch;
+    return verdict;
+}
+
+bool ChkScanner::tryAll(IOBuffer* buf, TARGET_TYPE target, MatchVisitor& visitor) {
     const auto records = _list.records(target);
     for (auto record = records.rbegin(); record != records.rend(); ++record) {
-        const Verdict verdict = tryRecord(buf, *record);
-        if (verdict == Verdict::match) virusName = record->name;
+        const Verdict verdict = tryRecord(buf, *record, visitor);
         if (verdict != Verdict::mismatch) return verdict == Verdict::match;
     }
     return false;
@@ -163,28 +192,35 @@ std::vector<std::uint32_t> ChkScanner::findCandidates(IOBuffer* buf, const ChkIn
     return candidates;
 }
 
-bool ChkScanner::tryCandidates(IOBuffer* buf, TARGET_TYPE target, const ChkIndex& index, std::string& virusName) {
+bool ChkScanner::tryCandidates(IOBuffer* buf, TARGET_TYPE target, const ChkIndex& index, MatchVisitor& visitor) {
     std::vector<std::uint32_t> candidates = findCandidates(buf, index);
     std::sort(candidates.begin(), candidates.end(), std::greater<>());
     candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
     const auto records = _list.records(target);
     for (const std::uint32_t number : candidates) {
-        const Verdict verdict = tryRecord(buf, records[number]);
-        if (verdict == Verdict::match) virusName = records[number].name;
+        const Verdict verdict = tryRecord(buf, records[number], visitor);
         if (verdict != Verdict::mismatch) return verdict == Verdict::match;
     }
     return false;
 }
 
 bool ChkScanner::verifyCheckSum(IOBuffer* buf, TARGET_TYPE target, std::string& virusName) {
+    FirstMatchName first(virusName);
+    return verifyCheckSum(buf, target, first);
+}
+
+bool ChkScanner::verifyCheckSum(IOBuffer* buf, TARGET_TYPE target, MatchVisitor& visitor) {
     if (!buf) return false;
     try {
         // Candidates may be picked ahead only where no read can come short: a short read ends the check, and records
         // that the index rules out could have met one first.
         const ChkIndex* const index = _list.indexOf(target);
         const bool wholeStream = static_cast<std::uint64_t>(buf->getSize()) == _size;
-        return index && wholeStream ? tryCandidates(buf, target, *index, virusName) : tryAll(buf, target, virusName);
+        return index && wholeStream ? tryCandidates(buf, target, *index, visitor) : tryAll(buf, target, visitor);
+    } catch (const ZOV_SPACE::ScanStoppedException&) {
+        throw;
     } catch (ZOV_SPACE::Exception&) {
+        _failed = true;
         return false;
     }
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 struct SignatureMatch {
     const char* name;  // Belongs to the list of the signature.
@@ -20,6 +21,19 @@ public:
 
     // True: that is enough, the scan may end here.
     virtual bool onMatch(const SignatureMatch& match) = 0;
+};
+
+// For whoever wants a name and no more: takes that of the first match. Borrows the text.
+class FirstMatchName final : public MatchVisitor {
+public:
+    explicit FirstMatchName(std::string& name) : _name(name) {}
+    bool onMatch(const SignatureMatch& match) override {
+        _name = match.name;
+        return true;
+    }
+
+private:
+    std::string& _name;
 };
 
 #endif  // SIGNATURES_SIGNATUREMATCH_H

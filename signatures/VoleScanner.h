@@ -30,6 +30,7 @@ public:
     bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, std::string& virusName);
     bool scan(int fd, unsigned int size, std::string& virusName);
     // The same for all signatures with that digest, newest first, until the visitor has enough: then true.
+    // All forms tell the thread's ScanBudget of what was hashed, piece by piece, so that its watch may stop them.
     bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, MatchVisitor& visitor);
 
     bool verifyFileSize(unsigned int size) const { return _list.verifyFileSize(size); }
@@ -40,7 +41,8 @@ private:
     // failure.
     template <class Read>
     void feed(Read read);
-    bool lookUp(std::string& virusName);
+    void hash(const char* piece, std::size_t length);
+    bool lookUp(MatchVisitor& visitor);
 
     const BmList& _list;
     Md5 _md5;
@@ -53,12 +55,13 @@ public:
 
     // True, and the name set, when a record of the target matches. A target of 0 is replaced by what getTargetCode()
     // finds. `size` is the stream's size as the caller knows it; records that reach beyond it do not match. A
-    // stream that cannot be read does not match; no framework exception leaves.
+    // stream that cannot be read does not match; no framework exception leaves but ScanStoppedException.
     bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, std::string& virusName, TARGET_TYPE target);
     bool scan(int fd, unsigned int size, std::string& virusName, TARGET_TYPE target);
     // The same for all records that match, newest first, until the visitor has enough: then true.
     bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, MatchVisitor& visitor, TARGET_TYPE target);
-    // Whether something that the latest scan asked for could not be read, so that "no match" says nothing.
+    // Whether something within the size that the latest scan asked for could not be read, so that "no match" says
+    // nothing.
     bool failed() const { return _failed; }
 
     // kTargetPe for a PE executable, else kTargetAny.
@@ -72,6 +75,7 @@ public:
 
     // Tries the target's records, newest first.
     bool verifyCheckSum(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE target, std::string& virusName);
+    bool verifyCheckSum(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE target, MatchVisitor& visitor);
 
 private:
     enum class Verdict { mismatch, match, shortRead };
@@ -83,13 +87,15 @@ private:
     };
 
     void begin(unsigned int size);
+    TARGET_TYPE targetFor(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE asked);
     const PeInfo2* peInfo(ZOV_SPACE::IOBuffer* buf);
     std::optional<std::int64_t> basePosition(ZOV_SPACE::IOBuffer* buf, std::uint8_t type, std::uint8_t parameter);
     std::span<const char> bytesAt(ZOV_SPACE::IOBuffer* buf, std::uint32_t offset, std::size_t length);
     std::optional<std::uint32_t> crcOf(ZOV_SPACE::IOBuffer* buf, std::uint32_t offset, std::uint32_t length);
-    Verdict tryRecord(ZOV_SPACE::IOBuffer* buf, const CheckSumPattern& pattern);
-    bool tryAll(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE target, std::string& virusName);
-    bool tryCandidates(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE target, const ChkIndex& index, std::string& virusName);
+    Verdict compare(ZOV_SPACE::IOBuffer* buf, const CheckSumPattern& pattern, unsigned int& off1);
+    Verdict tryRecord(ZOV_SPACE::IOBuffer* buf, const CheckSumPattern& pattern, MatchVisitor& visitor);
+    bool tryAll(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE target, MatchVisitor& visitor);
+    bool tryCandidates(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE target, const ChkIndex& index, MatchVisitor& visitor);
     std::vector<std::uint32_t> findCandidates(ZOV_SPACE::IOBuffer* buf, const ChkIndex& index);
 
     const CheckSumList& _list;

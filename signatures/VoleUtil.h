@@ -158,12 +158,13 @@ public:
     static int readn(ZOV_SPACE::IOBuffer* buffer, char* buf, int n);
 
     // PE headers. The descriptor forms neither use nor move the descriptor's position, and need one that can seek; the
-    // buffer forms leave the cursor anywhere. false and -1 also mean that reading failed.
-    static bool checkPeFile(ZOV_SPACE::IOBuffer* buffer);
+    // buffer forms leave the cursor anywhere. false and -1 also mean that reading failed or memory is short; the buffer
+    // forms set `failed` then, and leave it alone otherwise.
+    static bool checkPeFile(ZOV_SPACE::IOBuffer* buffer, bool* failed = nullptr);
     static bool checkPeFile(int fd);
     // 0, or -1: then sectionCount is 0, unless all was read and only the entry point lies in no section. The first
     // section's PointerToRawData is rounded down to a multiple of 512, and its SizeOfRawData up, when others follow.
-    static int getPeInfo(ZOV_SPACE::IOBuffer* buffer, PeInfo2* info);
+    static int getPeInfo(ZOV_SPACE::IOBuffer* buffer, PeInfo2* info, bool* failed = nullptr);
     static int getPeInfo(int fd, PeInfo2* info);
     // File position of a relative virtual address as 32 bits, or 0xFFFFFFFF.
     static std::uint32_t getRawAddr(std::uint32_t rva, const _SECTION* sections, std::uint16_t count);

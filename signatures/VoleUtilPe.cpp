@@ -44,6 +44,13 @@ public:
     virtual ~Source() = default;
     // False unless all n bytes were read. Does not throw.
     virtual bool read(std::uint64_t position, char* buf, int n) = 0;
+
+    // Whether something was not to be had that the file, as large as it says it is, should give.
+    bool failed() const { return _failed; }
+    void fail() { _failed = true; }
+
+private:
+    bool _failed = false;
 };
 
 class BufferSource final : public Source {
@@ -57,12 +64,15 @@ public:
             // A seek() cuts what it is given to a long, so nothing beyond the content may reach it.
             if (size < 0 || position > static_cast<std::uint64_t>(size)) return false;
             _buffer->seek(SEEK_SET, static_cast<long>(position));
-            return VoleUtil::readn(_buffer, buf, n) == n;
+            const int got = VoleUtil::readn(_buffer, buf, n);
+            if (got < std::min<long>(n, size - static_cast<long>(position))) fail();
+            return got == n;
         } catch (const ZOV_SPACE::Exception&) {
-            return false;
+            fail();
         } catch (const std::exception&) {
-            return false;
+            fail();
         }
+        return false;
     }
 
 private:
@@ -129,6 +139,7 @@ bool readSectionTable(Source& source, std::uint64_t position, std::uint16_t coun
     if (count > PeInfo2::kInlineSections && !source.read(position + tableSize - 1, &last, 1)) return false;
 
     _SECTION* sections = makeRoom(info, count);
+    if (!sections) source.fail();
     if (!sections || !readSections(source, position, sections, count)) return false;
 
     // Kept as is: the first section only, and its size only when others follow. Signatures count on these positions.
@@ -162,9 +173,11 @@ int readPeInfo(Source& source, PeInfo2* info) {
 
 }  // namespace
 
-bool VoleUtil::checkPeFile(ZOV_SPACE::IOBuffer* buffer) {
+bool VoleUtil::checkPeFile(ZOV_SPACE::IOBuffer* buffer, bool* failed) {
     BufferSource source(buffer);
-    return isPeFile(source);
+    const bool isPe = isPeFile(source);
+    if (failed && source.failed()) *failed = true;
+    return isPe;
 }
 
 bool VoleUtil::checkPeFile(int fd) {
@@ -172,9 +185,11 @@ bool VoleUtil::checkPeFile(int fd) {
     return isPeFile(source);
 }
 
-int VoleUtil::getPeInfo(ZOV_SPACE::IOBuffer* buffer, PeInfo2* info) {
+int VoleUtil::getPeInfo(ZOV_SPACE::IOBuffer* buffer, PeInfo2* info, bool* failed) {
     BufferSource source(buffer);
-    return readPeInfo(source, info);
+    const int result = readPeInfo(source, info);
+    if (failed && source.failed()) *failed = true;
+    return result;
 }
 
 int VoleUtil::getPeInfo(int fd, PeInfo2* info) {
