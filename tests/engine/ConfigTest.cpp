@@ -4,10 +4,10 @@
 #include <memory>
 
 #include "ConfigUtil.h"
-#include "GoldenRows.h"
 #include "VirusList.h"
 #include "support/CapturedLog.h"
 #include "support/EngineTest.h"
+#include "support/GoldenRows.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ OpenFile fileWith(const std::string& content) {
 }
 
 TEST(ConfigUtil, findsTheFirstLineThatSetsTheKey) {
-    for (const auto& [why, content, expected] : goldenRows<3>("key")) {
+    for (const auto& [why, content, expected] : goldenRows<3>(VOLE_ENGINE_ANSWERS, "key")) {
         const OpenFile file = fileWith(content);
         char value[ConfigUtil::kMaxValue + 1] = "(untouched)";
         const bool untouched = expected == value;
@@ -53,7 +53,7 @@ using OptionsTest = EngineTest;
 TEST_F(OptionsTest, areReadAllOrNone) {
     ASSERT_EQ(::mkfifo((samples / "fifo").c_str(), 0600), 0);
     std::filesystem::create_directory(samples / "folder");
-    for (const auto& [file, content, result, values, text, line] : goldenRows<6>("options")) {
+    for (const auto& [file, content, result, values, text, line] : goldenRows<6>(VOLE_ENGINE_ANSWERS, "options")) {
         SCOPED_TRACE(content);
         samples.write("o.ini", content);
         VoleOptions::set({9, 8, 7, 6, 5});
@@ -76,7 +76,7 @@ TEST(VirusList, looksForWholeFalseAlarmsAndForPrefixesOfSpyware) {
     list.addFalseAlarm("Spy-\xC4.a");
     list.addSpyware("Spy-\xC4.");
     list.addSpyware("last");
-    for (const auto& [why, name, falseAlarm, spyware] : goldenRows<4>("name")) {
+    for (const auto& [why, name, falseAlarm, spyware] : goldenRows<4>(VOLE_ENGINE_ANSWERS, "name")) {
         EXPECT_EQ(list.isFalseAlarm(name.c_str()), falseAlarm == "1") << why;
         EXPECT_EQ(list.isSpyware(name.c_str()), spyware == "1") << why;
     }
@@ -89,7 +89,7 @@ TEST(VirusList, looksForWholeFalseAlarmsAndForPrefixesOfSpyware) {
 TEST(VirusList, readsTheNamesOfTwoSectionsOrSaysThatItCannot) {
     const TempDir dir;
     const std::string failed = "Fail to load false-alarm and spyware.", file = dir / "pattern_assistant.xml";
-    for (const auto& [why, xml, falseAlarms, spyware, lines] : goldenRows<5>("list")) {
+    for (const auto& [why, xml, falseAlarms, spyware, lines] : goldenRows<5>(VOLE_ENGINE_ANSWERS, "list")) {
         SCOPED_TRACE(why);
         dir.write("pattern_assistant.xml", xml);
         CapturedLog log;

@@ -6,10 +6,10 @@
 #include <thread>
 #include <vector>
 
-#include "GoldenRows.h"
 #include "PatternSlot.h"
 #include "support/CapturedLog.h"
 #include "support/EngineTest.h"
+#include "support/GoldenRows.h"
 #include "support/OwnProcess.h"
 #include "support/SignatureText.h"
 
@@ -54,7 +54,7 @@ TEST_F(LifecycleTest, initLoadsWhatItCanOfTheRegularFilesAndSaysSo) {
     std::filesystem::create_symlink(samples / "gone", samples / "sound/dangling.hdb");
     std::filesystem::create_symlink(samples.write("x", md5Record("linked", "Linked")), samples / "sound/link.hdb");
     EngineLog log;
-    for (const auto& [why, dir, result, lines] : goldenRows<4>("init")) {
+    for (const auto& [why, dir, result, lines] : goldenRows<4>(VOLE_ENGINE_ANSWERS, "init")) {
         EXPECT_EQ(init(dir == "(null)" ? nullptr : (samples / dir).c_str(), message), std::stoi(result)) << why;
         EXPECT_EQ(withoutFolder(textOf(log.taken())), lines) << why;
         if (dir != "sound") freeResource();
@@ -119,7 +119,7 @@ TEST_F(LifecycleTest, scansInTheOrderRawMd5ThenCheckSumsThenNormalizedText) {
     dir.write("c.chk", startRecord("some text", "Normal-Sum") + startRecord("  SOME", "Raw-Sum"));
     ASSERT_EQ(load(dir), 0);
     EngineLog log;
-    for (const auto& [why, content, verdict, lines] : goldenRows<4>("scan")) {
+    for (const auto& [why, content, verdict, lines] : goldenRows<4>(VOLE_ENGINE_ANSWERS, "scan")) {
         EXPECT_EQ(scan(content), verdict) << why;
         EXPECT_EQ(textOf(log.taken()), lines) << why;
     }

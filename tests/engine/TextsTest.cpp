@@ -3,7 +3,6 @@
 
 #include <map>
 
-#include "GoldenRows.h"
 #include "Normalize.h"
 #include "ResultText.h"
 #include "SpamRule.h"
@@ -11,6 +10,7 @@
 #include "io/SmartBufferBase.h"
 #include "support/CapturedLog.h"
 #include "support/Content.h"
+#include "support/GoldenRows.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ TEST(ResultText, everyCodeHasTheTextThatThePublicHeaderPromises) {
 }
 
 TEST(SpamRule, judgesTheAttachmentsName) {
-    for (const auto& [why, name, answer] : goldenRows<3>("spam")) {
+    for (const auto& [why, name, answer] : goldenRows<3>(VOLE_ENGINE_ANSWERS, "spam")) {
         CapturedLog log;
         std::string virus = "(not)";
         const bool spam = matchSpam("", name.c_str(), virus);
@@ -67,7 +67,8 @@ std::string normalized(const std::string& bytes) {
 }
 
 TEST(Normalize, givesTheTrimmedLinesInLowerCaseOrSaysWhyNot) {
-    for (const auto& [why, text, expected] : goldenRows<3>("normal")) EXPECT_EQ(normalized(text), expected) << why;
+    for (const auto& [why, text, expected] : goldenRows<3>(VOLE_ENGINE_ANSWERS, "normal"))
+        EXPECT_EQ(normalized(text), expected) << why;
     std::string largest = std::string(64, 'x') + "\n";  // The last line of 65536 bytes.
     for (int i = 0; i < 64; ++i) largest = std::string(1023, 'x') + "\n" + largest;
     EXPECT_EQ(normalized(std::string(65536, 'X')), largest);

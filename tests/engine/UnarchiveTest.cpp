@@ -9,11 +9,11 @@
 #include <tuple>
 #include <vector>
 
-#include "GoldenRows.h"
 #include "HostFace.h"
 #include "support/CapturedLog.h"
 #include "support/Content.h"
 #include "support/EngineTest.h"
+#include "support/GoldenRows.h"
 #include "support/SignatureText.h"
 #include "support/StringBuffer.h"
 #include "support/ZipBuilder.h"
@@ -70,7 +70,7 @@ std::string zipOfMany(const std::string& members) {
 }
 
 TEST(Unarchive, entriesAreTakenUpToTheLimits) {
-    for (const auto& [why, members, limits, taken, message] : goldenRows<5>("limit")) {
+    for (const auto& [why, members, limits, taken, message] : goldenRows<5>(VOLE_ENGINE_ANSWERS, "limit")) {
         SCOPED_TRACE(why);
         OptionValues o{};
         std::istringstream(limits) >> o.maxEntries >> o.maxRatio >> o.maxLevelEntries >> o.maxDepth >> o.maxSize;
@@ -133,7 +133,7 @@ TEST(Unarchive, aRecordWhoseContentIsGoneTakesLittleMemory) {
 }
 
 TEST(Unarchive, namesAreDerivedFromTheArchives) {
-    for (const auto& [why, parent, entry, name] : goldenRows<4>("member")) {
+    for (const auto& [why, parent, entry, name] : goldenRows<4>(VOLE_ENGINE_ANSWERS, "member")) {
         const Opened opened = open(zipOf({{"first", "1"}, {"d/", "", 0}, {entry, "2"}}), kDefaultLimits, parent);
         ASSERT_EQ(opened.names.size(), 2U);
         EXPECT_EQ(opened.names[1], name) << why;

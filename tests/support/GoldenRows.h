@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <fstream>
 #include <map>
@@ -73,6 +75,17 @@ inline std::vector<GoldenRow> goldenRows(const char* path, const std::string& ki
         for (std::string field; std::getline(fields, field, '|');) rows.back().push_back(unescaped(field));
     }
     EXPECT_FALSE(rows.empty()) << kind;
+    return rows;
+}
+
+// The same where each row has that many fields, of which the last may be empty.
+template <std::size_t kFields>
+std::vector<std::array<std::string, kFields>> goldenRows(const char* path, const std::string& kind) {
+    std::vector<std::array<std::string, kFields>> rows;
+    for (const GoldenRow& row : goldenRows(path, kind)) {
+        EXPECT_TRUE(row.size() == kFields || row.size() + 1 == kFields) << kind << '|' << row.front();
+        std::copy_n(row.begin(), std::min(row.size(), kFields), rows.emplace_back().begin());
+    }
     return rows;
 }
 
