@@ -50,7 +50,7 @@ TEST(VirtualSlots, standInTheirPublishedOrder) {
          slotOf<Made(BufferBase*, P&, D*) const>(&A::unarchiver), slotOf(&A::archiver), slotOf(&A::entryArchivable),
          slotOf(&A::crc), slotOf(&A::archivable)},
         {kDestructors, slotOf(&P::beginUnarchiving), slotOf(&P::processEntry), slotOf(&P::endUnarchiving),
-         slotOf(&P::releaseSession)},
+         slotOf(&P::releaseSession), slotOf(&P::endEntry), slotOf(&P::trouble), slotOf(&P::persists)},
         {kDestructors, slotOf(&Decompressor::decompress), slotOf(&Decompressor::getAlgorithm),
          slotOf(&Decompressor::getAlgorithmName)},
         {kDestructors, slotOf(&W::addEntry), slotOf<void(ArchiveEntryInfo*, InputStream&)>(&W::addRawEntry),

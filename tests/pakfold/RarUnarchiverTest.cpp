@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,12 @@ std::string blockOf(const std::string& text) {
     file.nameSize = number("nameSize"), file.headerSize = number("size");
     file.hasDataFlag = !values.contains("noDataFlag"), file.extraInCrc = !values.contains("crcWithoutExtra");
     file.broken = values.contains("broken");
+    if (values.contains("text")) {  // Packed, by a method of 20, unless the row says otherwise.
+        const std::string content = values["text"];
+        file.data = RarEncoder::literals(20, content), file.method = 0x33, file.unpVer = number("version").value_or(20);
+        file.unpackedSize = number("unpacked").value_or(static_cast<std::uint32_t>(content.size()));
+    }
+    if (values.contains("data")) file.data = values["data"];
     return B::file(file);
 }
 
@@ -170,7 +177,7 @@ TEST(RarUnarchiver, doesWithAnEntryWhatTheProcessorSays) {
         EXPECT_EQ(walk(B::marker() + B::archive(given[0]) + blockOf(row[1]) + B::stored("z", "zz"), entries), row[2]);
         EXPECT_EQ(log.count("Rar Broken File Header!"), row[1].ends_with("broken") ? 1u : 0u);
         if (!entries.giveStreams || entries.entries.size() < 2) continue;
-        for (const CollectedEntry& each : entries.entries) EXPECT_EQ(each.flushed + each.closed, 2);
+        for (const CollectedEntry& each : entries.entries) EXPECT_EQ(each.flushed + each.closed + each.complete, 3);
     }
 }
 
@@ -229,6 +236,24 @@ TEST(RarUnarchiver, saysWhatWasGivenUp) {
     CapturedLog log(CapturedLog::kErrors);
     walk(around(filtered(8, 5)));
     EXPECT_TRUE(log.lines().empty()) << log.lines()[0];
+}
+
+TEST(RarUnarchiver, tellsWhatIsNotSeenAndGoesOnWhereAsked) {
+    for (const GoldenRow& row : goldenRows(VOLE_RAR_ROWS, "trouble")) {
+        SCOPED_TRACE(row[5]);
+        std::string bytes = B::marker() + B::archive(numbersIn(row[0])[0]);
+        std::istringstream blocks(row[1]);
+        for (std::string block; std::getline(blocks, block, ';');) {
+            bytes += block.starts_with("raw=") ? block.substr(4) : blockOf(block);
+        }
+        EntryCollector plain, persisting;
+        persisting.goesOn = true;
+        walk(bytes, plain);
+        EXPECT_EQ(plain.troubles, row[2]);
+        walk(bytes, persisting);
+        EXPECT_EQ(persisting.troubles, row[4]);
+        EXPECT_EQ(persisting.completed(), row[3]);
+    }
 }
 
 TEST(RarUnarchiver, aFullSinkEndsItsEntryOnly) {

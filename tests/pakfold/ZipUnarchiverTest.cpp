@@ -85,7 +85,7 @@ void expectAllMoved(Source source, int method, int descriptor, int action, int r
         EXPECT_EQ(entry.checkSum, crc32Of(sizedLike));
         EXPECT_EQ(entry.uncompressedSize, static_cast<int>(sizedLike.size()));
         EXPECT_TRUE(!sizesBefore || entry.compressedSize == static_cast<int>(packed.size()));
-        EXPECT_TRUE(entry.flushed == streams && entry.closed == streams);
+        EXPECT_TRUE(entry.flushed == streams && entry.closed == streams && entry.complete == streams);
         sizedLike = members[i].content;
     }
     const CollectedEntry& last = entries.entries.back();
@@ -171,6 +171,20 @@ TEST(ZipUnarchiver, readsWhatIsSoundOfArchivesThatAreNot) {
     walk(archiveOf("tornBefore long directory"), entries);
     EXPECT_EQ(entries.entries[0].uncompressedSize, 3);
     EXPECT_LE(entries.entries[0].compressedSize, 8);
+}
+
+TEST(ZipUnarchiver, tellsWhatIsNotSeenAndGoesOnWhereAsked) {
+    for (const GoldenRow& row : goldenRows(VOLE_ZIP_ROWS, "trouble")) {
+        SCOPED_TRACE(row[4]);
+        EntryCollector plain, persisting;
+        persisting.goesOn = true;
+        walk(archiveOf(row[0]), plain);
+        EXPECT_EQ(plain.troubles, row[1]);
+        EXPECT_EQ(walk(archiveOf(row[0]), persisting), "");
+        EXPECT_EQ(persisting.troubles, row[3]);
+        EXPECT_EQ(persisting.completed(), row[2]);
+        EXPECT_TRUE(persisting.ended == 1 && persisting.released == 1);
+    }
 }
 
 TEST(ZipUnarchiver, endsForGoodWhereAskedToOrWhereTheSourceEnds) {

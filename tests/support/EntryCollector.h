@@ -18,6 +18,7 @@ namespace ZOV_SPACE {
 struct CollectedEntry : ArchiveEntryInfo {
     std::string bytes;
     int flushed = 0, closed = 0;  // Closed once is right, after which nothing is written.
+    bool complete = false;        // By endEntry().
 };
 
 class EntryCollector : public ArchiveEntryProcessor {
@@ -32,6 +33,8 @@ public:
 
     std::deque<CollectedEntry> entries;
     int begun = 0, ended = 0, released = 0;
+    bool goesOn = false;   // What persists() answers.
+    std::string troubles;  // "what(member) " of each; of the archive, "what ".
 
     void beginUnarchiving() override { ++begun; }
     std::unique_ptr<OutputStream> processEntry(ArchiveEntryInfo* entry, int& answer) override {
@@ -45,11 +48,28 @@ public:
     }
     void endUnarchiving() override { ++ended; }
     void releaseSession() override { ++released; }
+    void endEntry(const ArchiveEntryInfo& entry, OutputStream&) override {
+        CollectedEntry& last = entries.back();
+        if (last.name != entry.name || last.closed != 1) raise<IOException>("ended out of turn");
+        last.complete = true;
+    }
+    void trouble(ArchiveTrouble what, const std::string* member, const std::string& text) override {
+        constexpr const char* kWords[] = {"encrypted", "method", "volume", "damaged", "truncated", "spent"};
+        if (text.empty()) raise<IOException>("no text");
+        troubles += kWords[static_cast<std::size_t>(what)] + (member ? "(" + *member + ") " : " ");
+    }
+    bool persists() const override { return goesOn; }
 
     // "name=bytes" of all entries, each with a blank behind it.
     std::string contents() const {
         std::string all;
         for (const CollectedEntry& entry : entries) all += entry.name + "=" + entry.bytes + " ";
+        return all;
+    }
+    // Names of the entries that came to their end, each with a blank behind it.
+    std::string completed() const {
+        std::string all;
+        for (const CollectedEntry& entry : entries) all += entry.complete ? entry.name + " " : "";
         return all;
     }
 

@@ -143,6 +143,8 @@ bool RarBlock::parseFields(BoundedInputStream&) { return true; }
 // Not every writer's checksum covers all of a header, and not every field is known here: either view of it will do.
 bool RarBlock::crcFits() { return h_crc == getCrc() || h_crc == headerCrc(_rawCrc); }
 
+bool RarBlock::rawCrcFits() const { return h_crc == headerCrc(_rawCrc); }
+
 bool RarBlock::parseNested(BoundedInputStream& header) {
     if (!(h_flags & kHasNested)) return true;
     _nested = parseBlock(header, _depth + 1);
@@ -182,12 +184,12 @@ RarFileBlock::~RarFileBlock() = default;
 bool RarFileBlock::verify() { return h_type == kFile && crcFits(); }
 
 bool RarFileBlock::continueParse(InputStream& in) {
-    if (h_flags & kEncrypted) {
+    if (isEncrypted() && !isLenient) {
         kDiag.at().dbg("RarUnarchiver: nead passwd");
         return false;
     }
     if (h_size < kFewestFileBytes) return false;
-    if (isSplitBefore()) {
+    if (isSplitBefore() && !isLenient) {
         kDiag.at().dbg("Skip this entry for LHD_SPLIT_BEFORE");
         BoundedInputStream(&in, std::int64_t{headerLeft()} + a_size).skipRest();
         return true;
@@ -201,7 +203,7 @@ bool RarFileBlock::parseFields(BoundedInputStream& header) {
     if (!readExactly(header, _name, name_size)) return false;
     if ((h_flags & kHasSalt) && !readExactly(header, _salt, kSaltBytes)) return false;
     if ((h_flags & kHasExtendedTime) && !parseExtendedTime(header)) return false;
-    return parseNested(header);
+    return isLenient || parseNested(header);
 }
 
 bool RarFileBlock::parseFixedFields(BoundedInputStream& header) {
@@ -276,6 +278,7 @@ RarReservedBlock::~RarReservedBlock() = default;
 bool RarReservedBlock::verify() { return true; }
 
 bool RarReservedBlock::continueParse(InputStream& in) {
+    if (isLenient) return RarBlock::continueParse(in);
     const int left = headerLeft();
     return left >= 0 && BoundedInputStream(&in, left).skipRest();
 }

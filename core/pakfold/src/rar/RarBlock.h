@@ -29,7 +29,9 @@ public:
     static constexpr int kArchive = 0x73;
     static constexpr int kFile = 0x74;
     static constexpr int kFirstReserved = 0x75;
-    static constexpr int kLastReserved = 0x7B;
+    static constexpr int kService = 0x7A;  // Of the reserved ones; its check-sum covers all of the header, and so does
+    static constexpr int kEnd = 0x7B;      // that of this one.
+    static constexpr int kLastReserved = kEnd;
 
     static constexpr unsigned kHasData = 0x8000;
     // Of archive and file blocks. Kept as is: in a file block the published meaning is "continued in the next volume".
@@ -47,9 +49,14 @@ public:
     virtual bool verify() = 0;                    // Whether the block is sound; after continueParse().
     virtual bool continueParse(InputStream& in);  // Reads the rest of the header. False when that fails.
     virtual int getCrc() = 0;                     // What h_crc should be, over the fields as they were understood.
+    bool rawCrcFits() const;                      // Likewise over all of the header, as far as that was read in full.
 
     // Moves over the data. False when the stream ends before.
     bool skipData(InputStream& in) const { return BoundedInputStream(&in, a_size).skipRest(); }
+
+    // Headers are read that the format's readers refuse or pass over: of entries that are encrypted or come from
+    // another volume, or go on in one; kHasNested means that there. For continueParse().
+    bool isLenient = false;
 
     std::uint16_t h_crc = 0;
     std::uint8_t h_type = 0;
@@ -88,7 +95,8 @@ public:
 
 class RarArchiveBlock : public RarBlock {
 public:
-    static constexpr unsigned kSolid = 0x0008;  // The entries build on each other, from the first one on.
+    static constexpr unsigned kEncryptedHeaders = 0x0080;  // Of all blocks behind this one.
+    static constexpr unsigned kSolid = 0x0008;             // The entries build on each other, from the first one on.
 
     ~RarArchiveBlock() override;
 
@@ -107,6 +115,7 @@ private:
 class RarFileBlock : public RarBlock {
 public:
     static constexpr unsigned kSplitBefore = 0x0001;  // Continued from the previous volume.
+    static constexpr unsigned kSplitAfter = 0x0002;   // Continued in the next volume.
     static constexpr unsigned kEncrypted = 0x0004;
     static constexpr unsigned kSolid = 0x0010;  // Builds on the entries before it.
     static constexpr unsigned kLargeSizes = 0x0100;
@@ -121,6 +130,8 @@ public:
     bool continueParse(InputStream& in) override;
     int getCrc() override;
 
+    bool isEncrypted() const { return h_flags & kEncrypted; }
+    bool isSplitAfter() const { return h_flags & kSplitAfter; }
     bool isSplitBefore() const { return h_flags & kSplitBefore; }
     bool isSolid() const { return h_flags & kSolid; }
     bool isStored() const { return method == kStored; }
@@ -156,6 +167,8 @@ private:
 // Comments, signatures, recovery records and whatever else is passed over.
 class RarReservedBlock : public RarBlock {
 public:
+    static constexpr unsigned kNextVolume = 0x0001;  // Of the end block: another volume follows.
+
     ~RarReservedBlock() override;
 
     bool verify() override;

@@ -27,6 +27,10 @@ void RarDecompressor::decompress(InputStream& in, std::int64_t packedSize, Outpu
     _session->decompress(in, packedSize, out, unpackedSize, unpackVersion, solid);
 }
 
+bool RarDecompressor::supports(int unpackVersion) {
+    return unpackVersion == 20 || unpackVersion == 26 || unpackVersion == 29;
+}
+
 const RarOutcome& RarDecompressor::outcome() const { return _session->outcome(); }
 
 }  // namespace ZOV_SPACE

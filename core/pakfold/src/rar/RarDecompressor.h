@@ -13,7 +13,8 @@ namespace ZOV_SPACE {
 
 class RarDecompressSession;
 
-// Used by one thread at a time. After an exception that is not the target's own, no further entry can be decoded.
+// Used by one thread at a time. After an exception that is not the target's own, no further entry can be decoded
+// that continues another one.
 class RarDecompressor : public Decompressor {
 public:
     // The processor, which may be null, is borrowed. It may end entries that are not solid.
@@ -35,6 +36,7 @@ public:
     //            the streams throw.
     void decompress(InputStream& in, std::int64_t packedSize, OutputStream& out, std::int64_t unpackedSize,
                     int unpackVersion, int solid);
+    static bool supports(int unpackVersion);
     const RarOutcome& outcome() const;  // Of the entry decoded last, also when that threw.
 
 private:

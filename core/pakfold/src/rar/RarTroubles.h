@@ -20,11 +20,11 @@ class RarTroubles {
 public:
     void note(RarTrouble trouble) { _noted[static_cast<std::size_t>(trouble)] = true; }
 
-    // Calls `tell` with a text for each kind that was noted.
+    // Calls `tell` with each kind that was noted, and a text for it.
     template <class Tell>
     void forEach(Tell tell) const {
         for (std::size_t i = 0; i < _noted.size(); ++i) {
-            if (_noted[i]) tell(kTexts[i]);
+            if (_noted[i]) tell(static_cast<RarTrouble>(i), kTexts[i]);
         }
     }
 

@@ -21,6 +21,7 @@
 #include "io/BufferBaseStreams.h"
 #include "rar/RarBlock.h"
 #include "rar/RarDecompressor.h"
+#include "unarchiver/ScanBudget.h"
 #include "util/Diag.h"
 
 namespace ZOV_SPACE {
@@ -34,6 +35,13 @@ constexpr unsigned kMarkerBytes = 7;
 constexpr unsigned kFurthestMarker = 524288;
 // Sizes above are as good as this one. Where long has 32 bits, skipping by 64-bit sizes takes very many steps.
 constexpr std::int64_t kBeyondAnySource = std::int64_t{1} << 32;
+
+constexpr const char* kEncryptedText = "the entry is encrypted";
+constexpr const char* kContinuedText = "the entry is continued from the previous volume";
+constexpr const char* kCutText = "the archive ends inside the data";
+constexpr const char* kCutHeaderText = "the archive ends inside a header";
+constexpr const char* kBuildsOnMissingText = "the entry builds on one that could not be decoded";
+constexpr const char* kBrokenText = "the check-sum of the header is wrong";
 
 [[noreturn]] void raiseOutOfMemory() { kUnit.raise<OutOfMemoryException>("Out of memory"); }
 
@@ -97,7 +105,8 @@ public:
           _entries(entries),
           _decompression(decompression),
           _decompressor(decompression),
-          _solidArchive(solidArchive) {}
+          _solidArchive(solidArchive),
+          _persists(entries.persists()) {}
 
     void run();
 
@@ -108,15 +117,24 @@ private:
         long position;
     };
 
+    bool parseRest(RarBlock& block) const;
+    void tellOfEnd(std::int64_t start) const;
+    void tellOfHeader(const RarBlock& block);
     void takeFile(std::unique_ptr<RarFileBlock> file);
+    bool refuses(const RarFileBlock& file) const;
     void takeData(RarFileBlock& file, BoundedInputStream& data);
     void offer(const RarFileBlock& file, BoundedInputStream& data);
     void transfer(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out);
     void transferSolid(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out);
-    static void copyStored(const RarFileBlock& file, BoundedInputStream& data, OutputStream& out);
+    void copyStored(const RarFileBlock& file, BoundedInputStream& data, OutputStream& out);
     void decode(const RarFileBlock& file, InputStream& data, OutputStream& out);
     void decodePassedOver();
-    void report(const RarFileBlock& file) const;
+    template <class Call>
+    bool attempt(const RarFileBlock& file, Call call);
+    void report(const RarFileBlock& file);
+    void tellMissing(const RarFileBlock& file, std::int64_t missingBytes);
+    bool isCut(std::int64_t start, std::int64_t bytes) const;
+    void tell(ArchiveTrouble what, const RarFileBlock* file, const std::string& text) const;
 
     // Whether later entries may build on what this one unpacks to. The first entry of a solid archive has no flag of
     // its own.
@@ -128,43 +146,118 @@ private:
     DecompressProcessor* _decompression;
     RarDecompressor _decompressor;
     bool _solidArchive;
+    bool _persists;
+    bool _endSeen = false;                  // The archive's end block.
     bool _decoded = false;                  // The entry at hand, to its end.
-    std::optional<PassedOver> _passedOver;  // What a solid entry that follows builds on.
+    bool _isCut = false;                    // The source ends inside its data.
+    bool _chainBroken = false;              // What a solid entry that follows builds on cannot be had.
+    std::optional<PassedOver> _passedOver;  // What it builds on.
 };
 
 void EntryWalk::run() {
-    while (std::unique_ptr<RarBlock> block = RarBlock::parseBlock(_in)) {
-        if (!block->continueParse(_in)) kUnit.raise<ArchivingException>("Rar head error");
+    for (;;) {
+        const std::int64_t start = _in.position();
+        std::unique_ptr<RarBlock> block = RarBlock::parseBlock(_in);
+        if (!block) return tellOfEnd(start);
+        if (!parseRest(*block)) {
+            if (!_persists || !isCut(start, block->h_size)) kUnit.raise<ArchivingException>("Rar head error");
+            return tell(ArchiveTrouble::truncated, nullptr, kCutHeaderText);
+        }
+        tellOfHeader(*block);
         if (block->h_type == RarBlock::kFile) {
             takeFile(std::unique_ptr<RarFileBlock>(static_cast<RarFileBlock*>(block.release())));
         } else {
+            if (isCut(_in.position(), block->a_size)) tell(ArchiveTrouble::truncated, nullptr, kCutText);
             block->skipData(_in);
         }
     }
 }
 
+bool EntryWalk::parseRest(RarBlock& block) const {
+    block.isLenient = _persists;
+    if (block.continueParse(_in)) return true;
+    if (block.h_type == RarBlock::kFile && static_cast<RarFileBlock&>(block).isEncrypted()) {
+        tell(ArchiveTrouble::encrypted, nullptr, kEncryptedText);
+    }
+    return false;
+}
+
+// What follows the last block is of no interest behind the archive's end block, which old archives do not have.
+void EntryWalk::tellOfEnd(std::int64_t start) const {
+    constexpr std::int64_t kSmallestBlock = 7;
+    if (_endSeen || !_source || start >= _source->getSize()) return;
+    if (_source->getSize() - start < kSmallestBlock) {
+        tell(ArchiveTrouble::truncated, nullptr, kCutHeaderText);
+    } else {
+        tell(ArchiveTrouble::damaged, nullptr, "what follows is no block");
+    }
+}
+
+void EntryWalk::tellOfHeader(const RarBlock& block) {
+    const bool isEnd = block.h_type == RarBlock::kEnd;
+    const bool isChecked = _persists && (isEnd || block.h_type == RarBlock::kService);
+    if (isChecked && !block.rawCrcFits()) tell(ArchiveTrouble::damaged, nullptr, kBrokenText);
+    if (isEnd && (block.h_flags & RarReservedBlock::kNextVolume)) {
+        tell(ArchiveTrouble::otherVolume, nullptr, "another volume follows");
+    }
+    _endSeen = _endSeen || isEnd;
+}
+
 void EntryWalk::takeFile(std::unique_ptr<RarFileBlock> file) {
-    if (file->isSplitBefore()) return;
     const std::int64_t position = _in.position();
+    if (file->isSplitBefore() && !_persists) return tell(ArchiveTrouble::otherVolume, nullptr, kContinuedText);
     BoundedInputStream data(&_in, std::min(file->packedSize(), kBeyondAnySource));
     _decoded = false;
-    takeData(*file, data);
+    _isCut = isCut(position, file->packedSize());
+    if (_isCut) tell(ArchiveTrouble::truncated, file.get(), kCutText);
+    if (!file->isStored() && !file->isSolid()) _chainBroken = false;
+    if (!_persists || !refuses(*file)) {
+        takeData(*file, data);
+    } else if (!file->isStored()) {
+        _chainBroken = true;
+    }
     data.skipRest();
-    if (_decoded) {
+    if (_decoded || _chainBroken) {
         _passedOver.reset();
     } else if (!file->isStored() && file->hasReadableData() && position <= std::numeric_limits<long>::max()) {
         _passedOver = {std::move(file), static_cast<long>(position)};
     }
 }
 
+// Whether nothing of the entry can be had, of which the processor is told.
+bool EntryWalk::refuses(const RarFileBlock& file) const {
+    const bool isPacked = !file.isStored() && file.hasReadableData();
+    if (file.isEncrypted()) {
+        tell(ArchiveTrouble::encrypted, &file, kEncryptedText);
+    } else if (file.isSplitBefore()) {
+        tell(ArchiveTrouble::otherVolume, &file, kContinuedText);
+    } else if (file.isSplitAfter()) {
+        tell(ArchiveTrouble::otherVolume, &file, "the entry is continued in the next volume");
+    } else if (isPacked && !RarDecompressor::supports(file.unp_ver)) {
+        tell(ArchiveTrouble::unknownMethod, &file, "a version of " + std::to_string(file.unp_ver) + " is needed");
+    } else if (isPacked && file.isSolid() && _chainBroken) {
+        tell(ArchiveTrouble::damaged, &file, kBuildsOnMissingText);
+    } else {
+        return false;
+    }
+    return true;
+}
+
 void EntryWalk::takeData(RarFileBlock& file, BoundedInputStream& data) {
     const bool sound = file.verify();
-    if (!sound) kDiag.at().dbg("Rar Broken File Header!");
+    if (!sound) {
+        kDiag.at().dbg("Rar Broken File Header!");
+        tell(ArchiveTrouble::damaged, &file, kBrokenText);
+    }
+    if (!file.hasReadableData() && !_isCut && (file.packedSize() > 0 || file.unpackedSize() > 0)) {
+        tell(ArchiveTrouble::damaged, &file, "there is no data that could be read");
+        if (!file.isStored()) _chainBroken = _persists;
+    }
     if (sound || !file.isSolid()) {
         offer(file, data);
     } else if (!file.isStored() && file.hasReadableData()) {
         NullOutputStream nothing;
-        decode(file, data, nothing);
+        attempt(file, [&] { decode(file, data, nothing); });
     }
 }
 
@@ -176,12 +269,37 @@ void EntryWalk::offer(const RarFileBlock& file, BoundedInputStream& data) {
     int action = kActionSkip;
     const std::unique_ptr<OutputStream> out = _entries.processEntry(&info, action);
     if (action == kActionAbort) kUnit.raise<ArchivingException>("Archiving aborted");
-    if (file.hasReadableData()) untilSinkIsFull([&] { transfer(file, data, action, out.get()); });
-    if (!out) return;
+    bool isDone = true;
+    if (file.hasReadableData()) {
+        isDone = attempt(file, [&] { untilSinkIsFull([&] { transfer(file, data, action, out.get()); }); });
+    }
+    if (!out || !isDone) return;
     untilSinkIsFull([&] {
         out->flush();
         out->close();
+        _entries.endEntry(info, *out);
     });
+}
+
+// Does something with an entry's data. False when that failed, the processor was told so, and the walk goes on.
+template <class Call>
+bool EntryWalk::attempt(const RarFileBlock& file, Call call) {
+    const auto goOn = [&](const std::string& text) {
+        if (!_persists) throw;
+        if (!_isCut) tell(ArchiveTrouble::damaged, &file, text);
+        if (!file.isStored()) _chainBroken = true;
+    };
+    try {
+        call();
+        return true;
+    } catch (const OutOfBudgetException&) {
+        throw;
+    } catch (ArchivingException& failure) {
+        goOn(failure.getMessage());
+    } catch (IOException& failure) {
+        goOn(failure.getMessage());
+    }
+    return false;
 }
 
 void EntryWalk::transfer(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out) {
@@ -209,11 +327,15 @@ void EntryWalk::transferSolid(const RarFileBlock& file, BoundedInputStream& data
     }
 }
 
-void tellMissing(const RarFileBlock& file, std::int64_t missingBytes) {
+void EntryWalk::tellMissing(const RarFileBlock& file, std::int64_t missingBytes) {
     if (missingBytes <= 0) return;
     const auto size = static_cast<long long>(file.unpackedSize());
     kDiag.at().err("Rar entry <%s> is incomplete: %lld of %lld bytes are missing.", nameOf(file).c_str(),
                    static_cast<long long>(missingBytes), size);
+    if (!file.isStored()) _chainBroken = _persists;
+    if (_isCut) return;
+    tell(ArchiveTrouble::damaged, &file,
+         std::to_string(missingBytes) + " of " + std::to_string(size) + " bytes are missing");
 }
 
 void EntryWalk::copyStored(const RarFileBlock& file, BoundedInputStream& data, OutputStream& out) {
@@ -224,6 +346,7 @@ void EntryWalk::copyStored(const RarFileBlock& file, BoundedInputStream& data, O
 
 void EntryWalk::decode(const RarFileBlock& file, InputStream& data, OutputStream& out) {
     if (file.isSolid()) decodePassedOver();
+    if (_chainBroken) kUnit.raise<ArchivingException>(kBuildsOnMissingText);
     try {
         _decompressor.decompress(data, file.packedSize(), out, file.unpackedSize(), file.unp_ver,
                                  file.isSolid() ? static_cast<int>(RarFileBlock::kSolid) : 0);
@@ -241,7 +364,8 @@ void EntryWalk::decode(const RarFileBlock& file, InputStream& data, OutputStream
 // In an archive that does not call itself solid, the first of the entries that build on each other may not have been
 // decoded when the second one comes.
 void EntryWalk::decodePassedOver() {
-    if (!_passedOver || !_source) return;
+    if (!_passedOver) return;
+    if (!_source) return tell(ArchiveTrouble::damaged, _passedOver->file.get(), "later entries build on it");
     const PassedOver entry = *std::exchange(_passedOver, std::nullopt);
     BufferBaseInputStream source(_source, entry.position);
     BoundedInputStream data(&source, entry.file->packedSize());
@@ -249,11 +373,23 @@ void EntryWalk::decodePassedOver() {
     decode(*entry.file, data, nothing);
 }
 
-void EntryWalk::report(const RarFileBlock& file) const {
+void EntryWalk::report(const RarFileBlock& file) {
     const RarOutcome& outcome = _decompressor.outcome();
-    outcome.troubles.forEach(
-        [&file](const char* what) { kDiag.at().err("Rar entry <%s>: %s.", nameOf(file).c_str(), what); });
+    outcome.troubles.forEach([&](RarTrouble trouble, const char* what) {
+        kDiag.at().err("Rar entry <%s>: %s.", nameOf(file).c_str(), what);
+        tell(trouble == RarTrouble::filterNotRun ? ArchiveTrouble::damaged : ArchiveTrouble::spent, &file, what);
+    });
     tellMissing(file, outcome.missingBytes);
+}
+
+// Whether the source ends before that many bytes from `start` on do.
+bool EntryWalk::isCut(std::int64_t start, std::int64_t bytes) const {
+    return _source && bytes > _source->getSize() - start;
+}
+
+void EntryWalk::tell(ArchiveTrouble what, const RarFileBlock* file, const std::string& text) const {
+    const std::string name = file ? nameOf(*file) : "";
+    _entries.trouble(what, file ? &name : nullptr, text);
 }
 
 }  // namespace
@@ -297,6 +433,10 @@ void RarUnarchiver::walk() {
     if (!soundBlock(in, RarBlock::kMarker)) kUnit.raise<ArchivingException>("Not a rar package");
     const std::unique_ptr<RarBlock> archive = soundBlock(in, RarBlock::kArchive);
     if (!archive || !archive->skipData(in)) kUnit.raise<ArchivingException>("Rar archive info error");
+    if (archive->h_flags & RarArchiveBlock::kEncryptedHeaders) {
+        _entries.trouble(ArchiveTrouble::encrypted, nullptr, "all headers are encrypted");
+        if (_entries.persists()) return;
+    }
     EntryWalk(in, _source, _entries, _decompression, static_cast<RarArchiveBlock&>(*archive).isSolid()).run();
 }
 

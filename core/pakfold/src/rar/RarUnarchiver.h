@@ -25,6 +25,10 @@ public:
 // Whatever is given up while the walk goes on gets an error line with the entry's name: bytes that are missing, filters
 // that were not run, budgets that ran out.
 //
+// For a processor that persists the walk goes on behind entries that are encrypted, belong to several volumes or cannot
+// be decoded, and behind those that build on them; the processor is told of each. That an entry is continued in the
+// next volume is not taken for a nested block then.
+//
 // Kept as is: beginUnarchiving() is called before every entry; no operation of the processor is called at the end.
 //   Throws: ArchivingException "Not a rar package", "Rar archive info error", "Rar head error", "Archiving aborted",
 //           or with the text of the CompressionException that ended the decoding of an entry; IOException from the

@@ -23,10 +23,12 @@ constexpr int kRawWindowBits = -15;  // Negative: without header and trailer.
 // What zlib compares before it trusts our idea of its structure: the first digit, and the size passed beside it.
 constexpr const char* kZlibVersion = "1.1.4";
 
+constexpr const char* kErrorText = "inflate: error ";
+
 [[noreturn]] void raiseZlib(int code, const char* text) {
     if (code == Z_MEM_ERROR) kUnit.raise<OutOfMemoryException>("Out of memory");
     if (code == Z_NEED_DICT) kUnit.raise<CompressionException>("inflate: need dictionary");
-    kUnit.raise<CompressionException>("inflate: error " + std::to_string(code) + ": " + (text ? text : ""));
+    kUnit.raise<CompressionException>(kErrorText + std::to_string(code) + ": " + (text ? text : ""));
 }
 
 class Inflater {
@@ -130,7 +132,7 @@ Fed inflateFed(Inflater& inflater, Sink& sink) {
 
 DeflateDecompressor::~DeflateDecompressor() = default;
 
-void DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out) {
+std::int64_t DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out) {
     if (!in.markSupported()) kUnit.raise<CompressionException>("mark() not supported by input stream");
     Inflater inflater(_raw);
     Sink sink(out, _processor);
@@ -143,7 +145,7 @@ void DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSiz
             left > 0 ? in.read(input.get(), static_cast<int>(std::min<std::int64_t>(left, kInputPiece))) : 0;
         if (count < 1) {
             if (sink.flush()) Inflater::raiseTooShort();
-            return;
+            return 0;
         }
         left -= count;
         inflater.feed({input.get(), static_cast<std::size_t>(count)});
@@ -153,9 +155,13 @@ void DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSiz
             in.skip(count - inflater.unusedInput());
         }
         if (result == Fed::kFailed) inflater.raiseFailure();
-        if (result == Fed::kStopped) return;
+        if (result == Fed::kStopped) return 0;
     }
-    sink.flush();
+    return sink.flush() && sizeKnown ? left + inflater.unusedInput() : 0;
+}
+
+bool DeflateDecompressor::saysTooShort(const std::string& message) {
+    return message.starts_with(kErrorText + std::to_string(Z_BUF_ERROR) + ":");
 }
 
 int DeflateDecompressor::getAlgorithm() const { return kAlgorithmDeflate; }

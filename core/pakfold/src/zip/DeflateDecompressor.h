@@ -25,11 +25,14 @@ public:
     // Inflates at most `compressedSize` bytes of the input, which must support marks. Of a known size all may have been
     // read when it returns; with kUnknownSize the input stands right behind the deflated data, or behind what zlib took
     // of damaged data.
-    // An output that lends space is filled in place.
-    // What could be inflated has been written when it throws: CompressionException "mark() not supported by input
-    // stream", "inflate: need dictionary", or "inflate: error " with zlib's code and text (code -5 when the data ends
-    // too soon); OutOfMemoryException "Out of memory"; what the streams throw.
-    void decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out);
+    // An output that lends space is filled in place. Returns how many bytes of a known size are left behind the
+    // deflated data; 0 when the processor stopped it. What could be inflated has been written when it throws:
+    // CompressionException "mark() not supported by input stream", "inflate: need dictionary", or "inflate: error "
+    // with zlib's code and text (code -5 when the data ends too soon); OutOfMemoryException "Out of memory"; what the
+    // streams throw.
+    std::int64_t decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out);
+    // Whether a message is that for data that ends too soon.
+    static bool saysTooShort(const std::string& message);
 
     int getAlgorithm() const override;              // kAlgorithmDeflate
     std::string getAlgorithmName() const override;  // "inflate"

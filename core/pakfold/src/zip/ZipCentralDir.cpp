@@ -20,6 +20,7 @@ bool ZipCentralDir::read(InputStream& in) {
     checkSum = number(ZipConstants::CENCRC);
     compressedSize = number(ZipConstants::CENSIZ);
     uncompressedSize = number(ZipConstants::CENLEN);
+    disk = word(ZipConstants::CENDSK);
     headerOffset = number(ZipConstants::CENOFF);
     const int nameLength = word(ZipConstants::CENNAM);
     if (nameLength == 0) kZipUnit.raise<ArchivingException>("empty file name in central directory");

@@ -26,6 +26,7 @@ public:
     unsigned int headerOffset = 0;  // Of the local header, from the archive's start.
     unsigned short flags = 0;
     unsigned short method = 0;
+    unsigned short disk = 0;  // Of the local header.
 };
 
 }  // namespace ZOV_SPACE

@@ -47,6 +47,8 @@ bool ZipEndCentralDir::read(InputStream& in) {
     std::array<char, ZipConstants::ENDHDR> record;
     if (IOUtils::readFull(in, record.data(), ZipConstants::ENDHDR) < ZipConstants::ENDHDR) return false;
     if (IOUtils::readUInt(record.data()) != ZipConstants::ENDSIG) return false;
+    disk = IOUtils::readUShort(&record[ZipConstants::ENDDSK]);
+    directoryDisk = IOUtils::readUShort(&record[ZipConstants::ENDSRT]);
     entryCount = IOUtils::readUShort(&record[ZipConstants::ENDTOT]);
     directorySize = IOUtils::readUInt(&record[ZipConstants::ENDSIZ]);
     directoryOffset = IOUtils::readUInt(&record[ZipConstants::ENDOFF]);

@@ -16,6 +16,8 @@ public:
     // False when no whole end record follows.
     bool read(InputStream& in);
 
+    unsigned short disk = 0;  // That the record is on.
+    unsigned short directoryDisk = 0;
     unsigned short entryCount = 0;
     unsigned int directorySize = 0;    // Bytes.
     unsigned int directoryOffset = 0;  // From the archive's start.

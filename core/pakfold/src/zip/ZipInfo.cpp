@@ -20,7 +20,6 @@
 namespace ZOV_SPACE {
 namespace {
 
-constexpr int kEncryptedFlag = 0x0001;
 constexpr unsigned kZip64FieldId = 0x0001;
 constexpr std::size_t kLargeSize = 8;  // Bytes.
 constexpr int kSizeElsewhere = -1;     // All ones.
@@ -40,23 +39,23 @@ std::span<const unsigned char> zip64Block(std::span<const unsigned char> extra) 
 
 }  // namespace
 
-bool ZipInfo::read(InputStream& in, bool headerOnly) {
+bool ZipInfo::read(InputStream& in, bool headerOnly, bool lenient) {
     std::array<char, ZipConstants::LOCHDR> header;
     if (IOUtils::readFull(in, header.data(), ZipConstants::LOCHDR) < ZipConstants::LOCHDR) return false;
     if (IOUtils::readUInt(header.data()) != ZipConstants::LOCSIG) return false;
     version = IOUtils::readUShort(&header[ZipConstants::LOCVER]);
     flags = IOUtils::readUShort(&header[ZipConstants::LOCFLG]);
-    if (flags & kEncryptedFlag) kZipUnit.raise<ArchivingException>("encrypted ZIP entry");
+    if (isEncrypted() && !lenient) kZipUnit.raise<ArchivingException>("encrypted ZIP entry");
     method = IOUtils::readUShort(&header[ZipConstants::LOCHOW]);
     time = IOUtils::readUInt(&header[ZipConstants::LOCTIM]);
     if (!hasDataDescriptor()) readSizes(header.data());
     const int nameLength = IOUtils::readUShort(&header[ZipConstants::LOCNAM]);
-    if (nameLength > ZipConstants::MAXNAMELENGTH) kZipUnit.raise<ArchivingException>("bad entry name");
+    if (nameLength > ZipConstants::MAXNAMELENGTH && !lenient) kZipUnit.raise<ArchivingException>("bad entry name");
     const int extraLength = IOUtils::readUShort(&header[ZipConstants::LOCEXT]);
     if (headerOnly) return true;
     in.reset();
     in.skip(ZipConstants::LOCHDR);
-    readVariablePart(in, nameLength, extraLength);
+    readVariablePart(in, nameLength, extraLength, lenient);
     return true;
 }
 
@@ -66,9 +65,10 @@ void ZipInfo::readSizes(const char* header) {
     uncompressedSize = static_cast<int>(IOUtils::readUInt(header + ZipConstants::LOCLEN));
 }
 
-void ZipInfo::readVariablePart(InputStream& in, int nameLength, int extraLength) {
+void ZipInfo::readVariablePart(InputStream& in, int nameLength, int extraLength, bool lenient) {
     name.resize(static_cast<std::size_t>(nameLength));
     if (IOUtils::readFull(in, name.data(), nameLength) < nameLength) {
+        if (lenient) kZipUnit.raise<ArchivingException>("unexpected EOF");
         IOUtils::readUChar(in);  // Reports the end.
         kZipUnit.raise<IOException>("unexpected EOF");
     }
@@ -96,15 +96,16 @@ void ZipInfo::takeLargeSizes() {
     }
 }
 
-void ZipInfo::readDataDescriptor(InputStream& in) {
+bool ZipInfo::readDataDescriptor(InputStream& in) {
     std::array<char, ZipDescriptor::kLookAhead> bytes{};
     const int available = IOUtils::peekFull(in, bytes.data(), static_cast<int>(bytes.size()));
     const auto descriptor = ZipDescriptor::read(bytes.data());
-    if (!descriptor) return;
+    if (!descriptor) return false;
     checkSum = descriptor->checkSum;
     compressedSize = static_cast<int>(descriptor->packedSize);
     uncompressedSize = static_cast<int>(descriptor->unpackedSize);
     in.skip(std::min(descriptor->length, available));
+    return true;
 }
 
 void ZipInfo::readCentralDirs(InputStream& in, int count) {

@@ -24,14 +24,17 @@ public:
     //   Throws:  ArchivingException "encrypted ZIP entry", "bad entry name"; IOException "unexpected EOF" inside a
     //   name;
     //            OutOfMemoryException "Out of memory".
-    bool read(InputStream& in, bool headerOnly);
+    // `lenient`: encrypted entries and names of any length are read, too, and the end of the stream inside a name
+    // throws an ArchivingException.
+    bool read(InputStream& in, bool headerOnly, bool lenient = false);
 
+    bool isEncrypted() const { return (flags & 0x0001) != 0; }
     // Whether checksum and sizes follow the data, in a data descriptor.
     bool hasDataDescriptor() const { return (flags & 0x0008) != 0; }
 
     // Reads the data descriptor, with or without signature, if one follows; otherwise nothing is consumed and the
-    // values stay. The stream must support marks. Never fails for lack of bytes.
-    void readDataDescriptor(InputStream& in);
+    // values stay: false. The stream must support marks. Never fails for lack of bytes.
+    bool readDataDescriptor(InputStream& in);
 
     // Reads central directory entries into centralDirs: `count` of them, or as many as follow when it is -1.
     void readCentralDirs(InputStream& in, int count);
@@ -51,7 +54,7 @@ public:
 
 private:
     void readSizes(const char* header);
-    void readVariablePart(InputStream& in, int nameLength, int extraLength);
+    void readVariablePart(InputStream& in, int nameLength, int extraLength, bool lenient);
     void takeLargeSizes();
 };
 

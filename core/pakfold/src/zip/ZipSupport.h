@@ -13,10 +13,11 @@ namespace ZOV_SPACE {
 inline constexpr const char* kZipUnitName = "../../core/pakfold/src/unarchiver/Zip";
 inline constexpr ThrowUnit kZipUnit{kZipUnitName};
 
+inline constexpr std::uint32_t kArchiveExtraData = 0x08064B50;  // In front of an encrypted directory.
+
 // Whether a record begins so that can follow the last entry: one of the directory, or one of those in front of it that
 // nothing here reads.
 inline bool startsDirectory(std::uint32_t signature) {
-    constexpr std::uint32_t kArchiveExtraData = 0x08064B50;
     constexpr std::uint32_t kZip64End = 0x06064B50;
     return signature == ZipConstants::CENSIG || signature == ZipConstants::ENDSIG || signature == kArchiveExtraData ||
            signature == kZip64End;

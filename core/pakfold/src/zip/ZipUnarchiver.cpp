@@ -36,6 +36,15 @@ namespace {
 constexpr diag::Unit kDiag{kZipUnitName};
 
 constexpr int kMarkerSize = 4;
+constexpr const char* kEncryptedText = "encrypted ZIP entry";
+
+// By the text of what ended an entry.
+ArchiveTrouble troubleOf(const std::string& failure) {
+    if (failure == kEncryptedText) return ArchiveTrouble::encrypted;
+    if (failure == "unexpected EOF" || DeflateDecompressor::saysTooShort(failure)) return ArchiveTrouble::truncated;
+    const bool isMethod = failure.starts_with("Unknown algorithm") || failure.ends_with("unimplemented");
+    return isMethod ? ArchiveTrouble::unknownMethod : ArchiveTrouble::damaged;
+}
 
 // A failure that ends the walk for good.
 class FinalFailure : public ArchivingException {
@@ -83,7 +92,11 @@ bool ZipArchiveProcessor::process(const ArchiveEntryInfo*) { return true; }
 
 ZipUnarchiver::ZipUnarchiver(InputStream* in, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
                              unsigned flags)
-    : _in(std::make_unique<PositionInputStream>(in)), _entries(entries), _decompression(decompression), _flags(flags) {}
+    : _in(std::make_unique<PositionInputStream>(in)),
+      _entries(entries),
+      _decompression(decompression),
+      _flags(flags),
+      _persists(entries.persists()) {}
 
 ZipUnarchiver::ZipUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, DecompressProcessor* decompression,
                              unsigned flags)
@@ -92,7 +105,8 @@ ZipUnarchiver::ZipUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries,
       _in(std::make_unique<PositionInputStream>(_bufferStream.get())),
       _entries(entries),
       _decompression(decompression),
-      _flags(flags) {}
+      _flags(flags),
+      _persists(entries.persists()) {}
 
 ZipUnarchiver::~ZipUnarchiver() = default;
 
@@ -107,12 +121,27 @@ bool ZipUnarchiver::checkFormat(InputStream& in) {
 void ZipUnarchiver::start() {
     _entries.beginUnarchiving();
     skipSplitMarker();
-    if (!walkUntilFailure()) restart();
+    if (_persists) {
+        walkOn();
+    } else if (!succeeds(&ZipUnarchiver::walk)) {
+        restart();
+    }
 }
 
-bool ZipUnarchiver::walkUntilFailure() {
+// From one header that can be found to the next. No search begins before the end of the last one.
+void ZipUnarchiver::walkOn() {
+    do {
+        succeeds(&ZipUnarchiver::walk);
+        _resumeAt = std::max(_resumeAt, _headerStart + 1);
+    } while (moveToHeader(_resumeAt));
+    if (!_directoryRead && _buffer) succeeds(&ZipUnarchiver::readDirectoryFromEnd);
+    tellOfCoverage();
+    endWalk();
+}
+
+bool ZipUnarchiver::succeeds(void (ZipUnarchiver::*part)()) {
     try {
-        walk();
+        (this->*part)();
         return true;
     } catch (const FinalFailure&) {
         throw;
@@ -120,44 +149,68 @@ bool ZipUnarchiver::walkUntilFailure() {
         throw;
     } catch (ArchivingException& failure) {
         kDiag.at().err("Zip entry passed over: %s", failure.toString());
+        tell(troubleOf(failure.getMessage()), failure.getMessage());
         return false;
     }
 }
 
 void ZipUnarchiver::restart() {
-    const long next = _buffer && _headerStart < LONG_MAX - kMarkerSize
-                          ? findLocalHeader(*_buffer, static_cast<long>(_headerStart) + kMarkerSize)
-                          : -1;
-    if (next != -1) {
-        _bufferStream = std::make_unique<BufferBaseInputStream>(_buffer, next);
-        _in = std::make_unique<PositionInputStream>(_bufferStream.get(), next);
-        if (walkUntilFailure()) return;
-    }
+    if (moveToHeader(_headerStart + kMarkerSize) && succeeds(&ZipUnarchiver::walk)) return;
     kZipUnit.raise<ArchivingException>("failed to restart zip unarchiving");
 }
 
+// To the next local header from `start` on. False when none can be found.
+bool ZipUnarchiver::moveToHeader(std::int64_t start) {
+    const long next = _buffer && start < LONG_MAX ? findLocalHeader(*_buffer, static_cast<long>(start)) : -1;
+    if (next != -1) moveTo(next);
+    return next != -1;
+}
+
+void ZipUnarchiver::moveTo(long position) {
+    _bufferStream = std::make_unique<BufferBaseInputStream>(_buffer, position);
+    _in = std::make_unique<PositionInputStream>(_bufferStream.get(), position);
+}
+
 void ZipUnarchiver::skipSplitMarker() {
-    if (isSplitMarker(peekSignature(*_in))) _in->skip(kMarkerSize);
+    const std::uint32_t first = peekSignature(*_in);
+    _isSplit = first == ZipConstants::EXTSIG;
+    if (isSplitMarker(first)) _in->skip(kMarkerSize);
 }
 
 void ZipUnarchiver::walk() {
     while (processNext()) {
     }
-    finish();
+    _persists ? readDirectory() : finish();
+}
+
+bool ZipUnarchiver::readHeader() {
+    _headerStart = _in->position();
+    _in->mark(ZipConstants::LOCHDR);
+    ++_membersMet;  // Also one that cannot be read.
+    _coverage.meet(_headerStart);
+    if (!_info.read(*_in, false, _persists)) {
+        --_membersMet;
+        _coverage.takeBack();
+        _in->reset();
+        return false;
+    }
+    _dataStart = _in->position();
+    _inEntry = true;
+    _directoryRead = false;
+    return true;
 }
 
 // One entry. False when no local header follows.
 bool ZipUnarchiver::processNext() {
-    _headerStart = _in->position();
-    _in->mark(ZipConstants::LOCHDR);
-    ++_membersMet;  // Also one that cannot be read.
-    if (!_info.read(*_in, false)) {
-        --_membersMet;
-        _in->reset();
-        return false;
-    }
+    _inEntry = false;
+    if (!readHeader()) return false;
     ZipDataExtent extent;
     findExtent(extent);
+    if (extent.known && extent.failure.empty() && !isCut(extent)) _resumeAt = _dataStart + extent.packedSize;
+    if (_info.isEncrypted()) {
+        passOverEncrypted(extent);
+        return true;
+    }
     ZipEntryInfo entry;
     fill(entry, extent);
     int action = kActionSkip;
@@ -170,8 +223,9 @@ bool ZipUnarchiver::processNext() {
         if (!extent.failure.empty()) kZipUnit.raise<ArchivingException>(extent.failure);
         if (extent.known) _in->skipTo(end);
     }
+    if (isCut(extent)) tell(ArchiveTrouble::truncated, "the archive ends inside the data");
     if (_info.hasDataDescriptor()) {
-        _info.readDataDescriptor(*_in);
+        takeDescriptor(extent);
         entry.compressedSize = _info.compressedSize;
         entry.uncompressedSize = _info.uncompressedSize;
         entry.checkSum = _info.checkSum;
@@ -179,8 +233,26 @@ bool ZipUnarchiver::processNext() {
     if (out) {
         out->flush();
         out->close();
+        _entries.endEntry(entry, *out);
     }
     return true;
+}
+
+void ZipUnarchiver::passOverEncrypted(const ZipDataExtent& extent) {
+    tell(ArchiveTrouble::encrypted, kEncryptedText);
+    if (!extent.failure.empty()) kZipUnit.raise<ArchivingException>(extent.failure);
+    if (isCut(extent)) tell(ArchiveTrouble::truncated, "the archive ends inside the data");
+    if (extent.known) _in->skipTo(_dataStart + extent.packedSize);
+    if (_info.hasDataDescriptor()) _info.readDataDescriptor(*_in);
+}
+
+void ZipUnarchiver::takeDescriptor(const ZipDataExtent& extent) {
+    if (!_info.readDataDescriptor(*_in)) {
+        tell(ArchiveTrouble::damaged, "missing data descriptor");
+    } else if (extent.known && (_info.compressedSize != static_cast<int>(extent.packedSize) ||
+                                _info.uncompressedSize != static_cast<int>(extent.unpackedSize))) {
+        tell(ArchiveTrouble::damaged, "the data descriptor contradicts the data");
+    }
 }
 
 // Where the entry's data ends, as far as that can be known before it is unpacked.
@@ -191,7 +263,9 @@ void ZipUnarchiver::findExtent(ZipDataExtent& extent) const {
         extent.unpackedSize = _info.uncompressedSize;
     } else if (_buffer) {
         const auto start = static_cast<long>(_in->position());
-        if (_info.method == ZipConstants::DEFLATED) {
+        if (_info.isEncrypted()) {
+            extent = findForeignExtent(*_buffer, start);
+        } else if (_info.method == ZipConstants::DEFLATED) {
             extent = findDeflatedExtent(*_buffer, start);
         } else if (_info.method == ZipConstants::STORED) {
             extent = findStoredExtent(*_buffer, start);
@@ -221,6 +295,7 @@ std::int64_t ZipUnarchiver::moveData(const ZipEntryInfo& entry, const ZipDataExt
     try {
         if (unpacks) {
             unpack(entry, extent, taking);
+            tellOfSize(extent, taking.taken());
         } else if (out && action == kActionCopy) {
             copyStored(extent, taking);
         } else {
@@ -279,8 +354,10 @@ void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& ou
     }
     // Where the end is not known for sure, damaged data is read as far as it goes.
     const bool isSound = extent.failure.empty();
-    DeflateDecompressor(true, _decompression)
-        .decompress(*_in, isSound ? extent.packedSize : DeflateDecompressor::kUnknownSize, out);
+    const std::int64_t unused =
+        DeflateDecompressor(true, _decompression)
+            .decompress(*_in, isSound ? extent.packedSize : DeflateDecompressor::kUnknownSize, out);
+    if (unused > 0) tell(ArchiveTrouble::damaged, std::to_string(unused) + " bytes are left behind the deflated data");
 }
 
 // The data of an entry whose end is not known has to be decoded.
@@ -298,9 +375,13 @@ void ZipUnarchiver::finish() {
     if (!startsDirectory(peekSignature(*_in))) {
         kDiag.at().err("Zip walk ended behind <%s>: neither an entry nor the directory follows", _info.name.c_str());
     }
-    _info.readCentralDirs(*_in, static_cast<int>(_flags - 1));
-    if (!_info.end.read(*_in) && _buffer) readEndFromBuffer();
+    readDirectory();
     tellOfMissedMembers();
+    tellOfCoverage();
+    endWalk();
+}
+
+void ZipUnarchiver::endWalk() {
     ZipEntryInfo last;
     int action = kActionSkip;
     _entries.processEntry(&last, action);
@@ -308,11 +389,49 @@ void ZipUnarchiver::finish() {
     _entries.releaseSession();
 }
 
+// What follows the entries. Only a walk that persists can look further on for another entry or the directory.
+void ZipUnarchiver::readDirectory() {
+    const std::uint32_t signature = peekSignature(*_in);
+    _resumeAt = _in->position();
+    if (signature == kArchiveExtraData) tell(ArchiveTrouble::encrypted, "the directory is encrypted");
+    const bool isHeader = signature == ZipConstants::LOCSIG;
+    if (isHeader) tell(ArchiveTrouble::truncated, "the archive ends inside an entry's header");
+    const bool isAtEnd = _buffer && _resumeAt >= _buffer->getSize();
+    const bool isGap = !startsDirectory(signature) && !isHeader && !isAtEnd;
+    _metGap = _metGap || isGap;
+    if (!isGap || !_persists) readRecords(_resumeAt);
+}
+
+// The end record says where the directory begins.
+void ZipUnarchiver::readDirectoryFromEnd() {
+    _inEntry = false;
+    const std::int64_t end = ZipEndCentralDir::findPos(*_buffer);
+    if (!readEndFromBuffer() || end < std::int64_t{_info.end.directorySize}) return;
+    const auto start = static_cast<long>(end - _info.end.directorySize);
+    moveTo(start);
+    readRecords(start);
+}
+
+// The directory and the end record, as far as they follow.
+void ZipUnarchiver::readRecords(std::int64_t start) {
+    if (_persists) _info.centralDirs.clear();
+    _info.readCentralDirs(*_in, static_cast<int>(_flags - 1));
+    _resumeAt = _in->position();
+    bool hasEnd = _info.end.read(*_in);
+    if (hasEnd) {
+        _resumeAt = _in->position();
+    } else if (_buffer) {
+        hasEnd = readEndFromBuffer();
+    }
+    _coverage.compare(_info, start, hasEnd);
+    _directoryRead = true;
+}
+
 // What stands between the walk and the end record may be unknown; that members are missing can be told all the same.
-void ZipUnarchiver::readEndFromBuffer() {
+bool ZipUnarchiver::readEndFromBuffer() {
     const long position = ZipEndCentralDir::findPos(*_buffer);
     BufferBaseInputStream in(_buffer, position);
-    if (position > 0) _info.end.read(in);
+    return position > 0 && _info.end.read(in);
 }
 
 void ZipUnarchiver::tellOfMissedMembers() const {
@@ -322,6 +441,37 @@ void ZipUnarchiver::tellOfMissedMembers() const {
     if (counted <= _membersMet) return;
     kDiag.at().err("Zip directory counts %lld entries, of which %lld were not met", static_cast<long long>(counted),
                    static_cast<long long>(counted - _membersMet));
+}
+
+void ZipUnarchiver::tellOfCoverage() const {
+    if (_metGap && !(_persists && _coverage.isComplete())) {
+        tell(ArchiveTrouble::damaged, "neither an entry nor the directory follows an entry");
+    }
+    if (_coverage.missed() > 0) {
+        tell(ArchiveTrouble::damaged,
+             std::to_string(_coverage.missed()) + " entries that the directory counts were not met");
+    }
+    if (_coverage.spansVolumes() || (_isSplit && !_coverage.hasEnd())) {
+        tell(ArchiveTrouble::otherVolume, "the archive spans several volumes");
+    } else if (!_coverage.hasEnd()) {
+        tell(ArchiveTrouble::truncated, "the archive ends without an end record");
+    }
+}
+
+void ZipUnarchiver::tellOfSize(const ZipDataExtent& extent, std::int64_t unpackedBytes) const {
+    const auto announced = static_cast<std::uint32_t>(extent.unpackedSize);
+    if (_decompression || !extent.known || isCut(extent) || unpackedBytes == announced) return;
+    tell(ArchiveTrouble::damaged,
+         std::to_string(announced) + " bytes were announced, " + std::to_string(unpackedBytes) + " were unpacked");
+}
+
+// Whether the source ends before the data does.
+bool ZipUnarchiver::isCut(const ZipDataExtent& extent) const {
+    return _buffer && extent.known && _dataStart + extent.packedSize > _buffer->getSize();
+}
+
+void ZipUnarchiver::tell(ArchiveTrouble what, const std::string& text) const {
+    _entries.trouble(what, _inEntry ? &_info.name : nullptr, text);
 }
 
 }  // namespace ZOV_SPACE

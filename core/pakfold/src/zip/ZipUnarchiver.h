@@ -5,9 +5,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "PositionInputStream.h"
 #include "unarchiver/Pakfold.h"
+#include "zip/ZipCoverage.h"
 #include "zip/ZipInfo.h"
 
 namespace ZOV_SPACE {
@@ -34,11 +36,14 @@ public:
 // - What the processor's streams take counts against the scan's budget, and so does what was looked at ahead and comes
 //   to nothing. OutOfBudgetException ends the walk.
 // - A line tells the host of an entry that failed the walk, of a walk that ends in front of anything but the directory,
-//   and of entries that the directory counts and the walk did not meet.
+//   and of entries that the directory counts and the walk did not meet. The processor is told of these and of all else
+//   that is not seen.
 // - Behind the last entry an empty record is offered: no name, all numbers 0.
 // - When an entry fails the walk, it resumes once, with the next local header that can be found behind the entry's.
-//   What fails after that ends it with "failed to restart zip unarchiving".
-//   Throws:  ArchivingException "encrypted ZIP entry", "bad entry name", "Unknown algorithm: <method> in zip",
+//   What fails after that ends it with "failed to restart zip unarchiving". For a processor that persists it resumes
+//   whenever something else than a local header follows, as long as one can be found further on, and ends well; names
+//   of any length will do, and encrypted entries are passed over. Throws:  ArchivingException "encrypted ZIP entry",
+//   "bad entry name", "Unknown algorithm: <method> in zip",
 //            "Archiving aborted", "missing data descriptor", "empty file name in central directory", or with the text
 //            of what failed while data was moved; IOException "unexpected EOF"; OutOfMemoryException; what the
 //            processor throws.
@@ -60,8 +65,14 @@ public:
 
 private:
     void walk();
-    bool walkUntilFailure();  // False after an entry's failure, which a line has told.
+    void walkOn();
+    bool succeeds(void (ZipUnarchiver::*part)());  // False after an entry's failure, which was told.
+    bool moveToHeader(std::int64_t start);
+    void moveTo(long position);
     bool processNext();
+    bool readHeader();
+    void passOverEncrypted(const ZipDataExtent& extent);
+    void takeDescriptor(const ZipDataExtent& extent);
     void skipSplitMarker();
     void findExtent(ZipDataExtent& extent) const;
     void fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const;
@@ -71,8 +82,16 @@ private:
     void unpackDeflated(const ZipDataExtent& extent, OutputStream& out);
     void passOver(const ZipDataExtent& extent);
     void finish();
-    void readEndFromBuffer();
+    void endWalk();
+    void readDirectory();
+    void readDirectoryFromEnd();
+    void readRecords(std::int64_t start);
+    bool readEndFromBuffer();
     void tellOfMissedMembers() const;
+    void tellOfCoverage() const;
+    void tellOfSize(const ZipDataExtent& extent, std::int64_t unpackedBytes) const;
+    bool isCut(const ZipDataExtent& extent) const;
+    void tell(ArchiveTrouble what, const std::string& text) const;  // Of the current entry, or else the archive.
 
     BufferBase* _buffer = nullptr;  // Null: the source is a stream.
     std::unique_ptr<InputStream> _bufferStream;
@@ -80,8 +99,16 @@ private:
     ArchiveEntryProcessor& _entries;
     DecompressProcessor* _decompression;
     unsigned _flags;
+    bool _persists;
+    bool _isSplit = false;          // A split archive's marker comes first.
     std::int64_t _headerStart = 0;  // Of the current entry.
+    bool _inEntry = false;          // Whether there is a current entry.
+    std::int64_t _dataStart = 0;    // Of the same.
+    std::int64_t _resumeAt = 0;     // Where a walk that persists looks for the next header.
     std::int64_t _membersMet = 0;
+    bool _metGap = false;         // Neither an entry nor the directory followed.
+    bool _directoryRead = false;  // Since the last entry.
+    ZipCoverage _coverage;
     ZipInfo _info;
 };
 
