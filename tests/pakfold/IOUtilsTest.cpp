@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <string>
 
+#include "CrcRun.h"
 #include "support/ChunkedInput.h"
 #include "support/Content.h"
 #include "support/StringBuffer.h"
@@ -105,6 +106,20 @@ TEST(Crc, everyAlignmentAndLengthAgreesWithTheBitwiseMethod) {
             ASSERT_EQ(zip.crc(), bitwiseCrc32(bytes.substr(start, n))) << n << " bytes from " << start;
             ASSERT_EQ(rar.crc(), ~zip.crc());
         }
+    }
+}
+
+TEST(Crc, everyVersionOfTheLoopAgreesWithTheBitwiseMethod) {
+    std::string bytes;
+    for (unsigned i = 0, random = 1; i < 100'000; ++i) bytes += static_cast<char>((random = random * 69069 + 1) >> 24);
+    const auto* const first = reinterpret_cast<const unsigned char*>(bytes.data());
+    for (const CrcRun run : availableCrcRuns()) {
+        for (std::size_t start = 0; start < 17; ++start) {
+            for (std::size_t n = 0; n <= 300; ++n) {
+                ASSERT_EQ(~run(~0U, first + start, n), bitwiseCrc32(bytes.substr(start, n))) << n << " from " << start;
+            }
+        }
+        EXPECT_EQ(~run(~0U, first + 3, 99'990), bitwiseCrc32(bytes.substr(3, 99'990)));
     }
 }
 
