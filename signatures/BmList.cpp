@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <cstring>
 #include <new>
 
@@ -154,7 +155,7 @@ void BmList::init() {
         if (bm_shift.empty()) bm_shift.assign(kBucketCount, true);
         decltype(bm_suffix)(wanted).swap(bm_suffix);
     } catch (const std::bad_alloc&) {
-        ZOV_SPACE::raise<Exception>(" allocate bm_shift&bm_suffix fail ");
+        raiseOutOfMemory(" allocate bm_shift&bm_suffix fail ");
     }
     _chainShift = 64 - static_cast<unsigned>(std::countr_zero(wanted));
     _indexedSigs = 0;  // Every record goes into the new chains.
@@ -204,6 +205,12 @@ const BmPattern* BmList::matchPatternListMD5(const unsigned char* digest, const 
 const BmPatternNode* BmList::firstWith(const unsigned char* digest, const BmPatternNode* node) {
     while (node && std::memcmp(node->pattern.digest, digest, Md5::kDigestSize) != 0) node = node->next;
     return node;
+}
+
+std::size_t BmList::memoryBytes() const {
+    return _blocks.size() * kBlockRecords * sizeof(BmPatternNode) + _blocks.capacity() * sizeof(Block) +
+           bm_suffix.capacity() * sizeof(Chain) + bm_shift.capacity() / CHAR_BIT +
+           _newSizes.size() * sizeof(std::uint32_t) + _sizes.memoryBytes() + _names.memoryBytes();
 }
 
 void BmList::reset() {

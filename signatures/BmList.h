@@ -83,6 +83,9 @@ public:
     // Signatures added so far.
     std::uint32_t count() const { return _currentSig; }
 
+    // Bytes of memory behind the list, room for more records included.
+    std::size_t memoryBytes() const;
+
     // Back to the empty list.
     void reset();
 

@@ -166,7 +166,7 @@ void CheckSumList::index() {
             if (!indexOf(static_cast<TARGET_TYPE>(target))) _indexes[target] = ChkIndex(_records[target]);
         }
     } catch (const std::bad_alloc&) {
-        ZOV_SPACE::raise<Exception>(" allocate check-sum pattern head fail ");
+        ZOV_SPACE::raise<ZOV_SPACE::OutOfMemoryException>(" allocate check-sum pattern head fail ");
     }
 }
 
@@ -183,6 +183,13 @@ const ChkIndex* CheckSumList::indexOf(TARGET_TYPE target) const {
 std::size_t CheckSumList::count() const {
     return std::accumulate(_records.begin(), _records.end(), std::size_t{0},
                            [](std::size_t sum, const auto& records) { return sum + records.size(); });
+}
+
+std::size_t CheckSumList::memoryBytes() const {
+    std::size_t bytes = _names.memoryBytes();
+    for (const auto& records : _records) bytes += records.capacity() * sizeof(records[0]);
+    for (const ChkIndex& index : _indexes) bytes += index.memoryBytes();
+    return bytes;
 }
 
 void CheckSumList::reset() {

@@ -47,6 +47,8 @@ public:
     const ChkIndex* indexOf(TARGET_TYPE target) const;
 
     std::size_t count() const;
+    // Bytes of memory behind the list, room for more records included.
+    std::size_t memoryBytes() const;
     void reset();
 
 private:

@@ -110,3 +110,15 @@ void ChkIndex::Plane::testGroup(std::size_t group, const char* bytes, std::vecto
         candidates.push_back(_records[static_cast<std::size_t>(entry - _checkStrings.begin())]);
     }
 }
+
+std::size_t ChkIndex::Plane::memoryBytes() const {
+    return _slots.capacity() * sizeof(_slots[0]) + _filters.capacity() * sizeof(_filters[0]) +
+           _firstEntries.capacity() * sizeof(_firstEntries[0]) + _checkStrings.capacity() * sizeof(_checkStrings[0]) +
+           _records.capacity() * sizeof(_records[0]) + _slotFilter.memoryBytes();
+}
+
+std::size_t ChkIndex::memoryBytes() const {
+    std::size_t bytes = _planes.capacity() * sizeof(_planes[0]);
+    for (const Plane& plane : _planes) bytes += plane.memoryBytes();
+    return bytes;
+}

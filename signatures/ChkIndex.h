@@ -49,6 +49,8 @@ public:
         // REQUIRES: window has windowLength(range) bytes.
         void collect(Range range, std::span<const char> window, std::vector<std::uint32_t>& candidates) const;
 
+        std::size_t memoryBytes() const;
+
     private:
         friend class ChkIndex;
 
@@ -70,6 +72,7 @@ public:
 
     std::size_t recordCount() const { return _recordCount; }
     std::span<const Plane> planes() const { return _planes; }
+    std::size_t memoryBytes() const;
 
 private:
     std::size_t _recordCount = 0;

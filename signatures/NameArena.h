@@ -28,6 +28,12 @@ public:
 
     void clear() { *this = NameArena(); }
 
+    std::size_t memoryBytes() const {
+        std::size_t bytes = _blocks.capacity() * sizeof(_blocks[0]);
+        for (const auto& block : _blocks) bytes += block.capacity();
+        return bytes;
+    }
+
 private:
     // So much for few signatures; for more, every block is a large page.
     static constexpr std::size_t kSmallBlock = 64 * 1024;

@@ -1,5 +1,9 @@
 // A file is read in one pass. Records are appended to their list without being searchable; the list's tables are built
 // behind the last line, once, at the size that is needed then.
+//
+// An observer is told of accepted records in runs: texts that lie behind each other in the reader's buffer with nothing
+// but a line feed between them. Most files are one run from a block's begin to its end, so that observing costs next to
+// nothing.
 #include "PatternContainer.h"
 
 #include <algorithm>
@@ -7,25 +11,111 @@
 #include <climits>
 
 #include "ByteOrder.h"
+#include "LoadObserver.h"
 #include "PatternLineReader.h"
 #include "io/RegularFile.h"
 
 namespace {
 
+constexpr RecordFault kNoLineFeed{"The file ends without a line feed, so its last line is left out"};
+constexpr RecordFault kCut{"A line of more than 1023 bytes is cut: what follows is read as another line"};
+constexpr RecordFault kBehindNul{"What stands behind a NUL is left out"};
+
+// Stands in for an observer where there is none. Costs nothing.
+struct NoReport {
+    void onLine(const PatternLine&) {}
+    void onData(const PatternLine&, const std::optional<RecordFault>&) {}
+    void onEnd() {}
+};
+
+// Tells an observer of problems, and of accepted records in runs.
+class Report {
+public:
+    Report(PatternLineReader& lines, LoadObserver& observer, RecordKind kind)
+        : _lines(lines), _observer(observer), _kind(kind) {
+        lines.beforeRefill([this] { endRun(); });
+    }
+    Report(const Report&) = delete;
+    Report& operator=(const Report&) = delete;
+    ~Report() {
+        _lines.beforeRefill(nullptr);
+        endRun();
+    }
+
+    void onLine(const PatternLine& line) {
+        // Only the first piece: others tell nothing new.
+        if (line.cut && line.number != _cutLine) _observer.onProblem(line, kCut);
+        if (line.cut) _cutLine = line.number;
+    }
+
+    void onData(const PatternLine& line, const std::optional<RecordFault>& fault) {
+        if (!fault) extendRun(line.text);
+        if (line.text.empty() && !line.hasNul) return;  // Nobody takes an empty line for a record.
+        if (fault) {
+            _observer.onProblem(line, *fault);
+        } else if (line.hasNul) {
+            _observer.onProblem(line, kBehindNul);
+        }
+    }
+
+    void onEnd() {
+        PatternLine rest;
+        if (!_lines.rest(rest) || rest.kind != PatternLine::Kind::data || rest.text.empty()) return;
+        _observer.onProblem(rest, kNoLineFeed);
+    }
+
+private:
+    void extendRun(std::string_view text) {
+        if (_begin && text.data() - _end == 1 && *_end == '\n') {
+            _end = text.data() + text.size();
+            return;
+        }
+        endRun();
+        _begin = text.data();
+        _end = _begin + text.size();
+    }
+
+    void endRun() {
+        if (_begin) _observer.onRecords(_kind, {_begin, static_cast<std::size_t>(_end - _begin)});
+        _begin = nullptr;
+    }
+
+    PatternLineReader& _lines;
+    LoadObserver& _observer;
+    RecordKind _kind;
+    const char* _begin = nullptr;  // The run, which the byte at _end still belongs to the buffer behind. Null: none.
+    const char* _end = nullptr;
+    std::uint64_t _cutLine = 0;
+};
+
 // Adds the file's data lines to the list and counts those that it accepts.
 // `onCount` takes the number of a "#count:" header; one counts only before the first data line.
-template <class List, class OnCount>
-void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount) {
+template <class List, class OnCount, class Reporting>
+void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount, Reporting&& report) {
     bool headerOpen = true;
     PatternLine line;
     while (lines.next(line)) {
+        report.onLine(line);
         if (line.kind == PatternLine::Kind::data) {
             headerOpen = false;
-            // A malformed line is dropped without a message; the load goes on.
-            if (!list.append(line.text)) ++accepted;
+            // A malformed line is dropped; the load goes on.
+            const auto fault = list.append(line.text);
+            if (!fault) ++accepted;
+            report.onData(line, fault);
         } else if (line.kind == PatternLine::Kind::count && headerOpen) {
             onCount(line.count);
         }
+    }
+    report.onEnd();
+}
+
+template <class List, class OnCount>
+void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount, LoadObserver* observer,
+                 RecordKind kind) {
+    if (observer) {
+        appendLines(lines, list, accepted, onCount, Report(lines, *observer, kind));
+    } else {
+        appendLines(lines, list, accepted, onCount, NoReport());
     }
 }
 
@@ -33,28 +123,29 @@ void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount on
 
 bool PatternContainer::meansNoFile(int error) { return error == ENOENT || error == ENOTDIR || error == ELOOP; }
 
-int PatternContainer::loadPattern(const std::string& path) {
+int PatternContainer::loadPattern(const std::string& path, LoadObserver* observer) {
     if (!isPatternName(path)) return 0;
     const bool isMd5 = path.ends_with(kMd5FileSuffix);
     ZOV_SPACE::OwnFd file = ZOV_SPACE::openRegularFile(path.c_str());
     if (!file) return meansNoFile(errno) ? kNoFile : kCannotOpen;
     PatternLineReader lines(std::move(file));
     if (isMd5) {
-        loadMd5Lines(lines);
+        loadMd5Lines(lines, observer);
     } else {
-        appendLines(lines, _checkSumList, _loadedCount, [](int) {});
+        appendLines(
+            lines, _checkSumList, _loadedCount, [](int) {}, observer, RecordKind::checkSum);
     }
     return 0;
 }
 
-void PatternContainer::loadMd5Lines(PatternLineReader& lines) {
+void PatternContainer::loadMd5Lines(PatternLineReader& lines, LoadObserver* observer) {
     _md5List.beginFile();
     const auto announce = [&](int count) {
         const auto plausible = std::min<std::uint64_t>(lines.bytesLeft() / BmList::kMinLineLength + 1, INT_MAX);
         _md5List.allocate(count, static_cast<std::size_t>(plausible));
     };
     try {
-        appendLines(lines, _md5List, _loadedCount, announce);
+        appendLines(lines, _md5List, _loadedCount, announce, observer, RecordKind::md5);
     } catch (...) {
         _md5List.index();  // What was read before the file failed stays, and is found.
         throw;

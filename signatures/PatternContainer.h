@@ -11,6 +11,7 @@
 constexpr const char* kMd5FileSuffix = ".hdb";
 constexpr const char* kCheckSumFileSuffix = ".chk";
 
+class LoadObserver;
 class PatternLineReader;
 
 class PatternContainer {
@@ -30,8 +31,8 @@ public:
     // Loads one file: MD5 records from a name that ends with ".hdb", checksum records from ".chk" (both
     // case-sensitive), nothing from any other name. Malformed lines are passed over. 0; or, with nothing changed,
     // kNoFile when there is no file any more and kCannotOpen when there is one that cannot be opened. Throws Exception
-    // when the file cannot be read to its end; the lines before that stay.
-    int loadPattern(const std::string& path);
+    // when the file cannot be read to its end; the lines before that stay. The observer may be null.
+    int loadPattern(const std::string& path, LoadObserver* observer = nullptr);
 
     // Called by the owner after the last file, also when one failed. Until then scans are right, only slow. Throws
     // Exception when memory is short.
@@ -40,6 +41,9 @@ public:
     // Data lines that were accepted, over all files.
     int loadedCount() const { return _loadedCount; }
 
+    // Bytes of memory that the records take, room for more of them included.
+    std::size_t memoryBytes() const { return _md5List.memoryBytes() + _checkSumList.memoryBytes(); }
+
     const BmList& md5List() const { return _md5List; }
     const CheckSumList& checkSumList() const { return _checkSumList; }
 
@@ -47,7 +51,7 @@ public:
     static int scomp(const void* a, const void* b);
 
 private:
-    void loadMd5Lines(PatternLineReader& lines);
+    void loadMd5Lines(PatternLineReader& lines, LoadObserver* observer);
 
     int _loadedCount = 0;
     BmList _md5List;

@@ -39,6 +39,8 @@ void classify(std::string_view whole, PatternLine& line) {
     const bool count = comment && known.starts_with(kCountHeader);
     line.kind = count ? PatternLine::Kind::count : comment ? PatternLine::Kind::comment : PatternLine::Kind::data;
     line.count = count ? decimalPrefix(known.substr(kCountHeader.size())) : 0;
+    line.hasNul = known.size() < whole.size();
+    line.cut = !whole.ends_with('\n');
     if (known.ends_with('\n')) known.remove_suffix(1);
     line.text = known.ends_with('\r') ? text::trimEnd(known, text::kLineEnds) : known;
 }
@@ -60,6 +62,7 @@ std::uint64_t PatternLineReader::bytesLeft() const {
 
 // Moves the unread bytes to the front and reads more behind them. False at the end of the file.
 bool PatternLineReader::refill() {
+    if (_beforeRefill) _beforeRefill();
     std::memmove(_buffer.get(), _buffer.get() + _begin, _end - _begin);
     _end -= _begin;
     _begin = 0;
@@ -76,7 +79,14 @@ bool PatternLineReader::takeEmptyLines(PatternLine& line) {
     if (count == 0) return false;
     _begin += count;
     _lineNumber += count;
-    line = {PatternLine::Kind::data, {}, 0, _lineNumber};
+    line = {PatternLine::Kind::data, {}, 0, _lineNumber - 1, false, false};
+    return true;
+}
+
+bool PatternLineReader::rest(PatternLine& line) const {
+    if (_begin == _end) return false;
+    classify({_buffer.get() + _begin, _end - _begin}, line);
+    line.number = _lineNumber;
     return true;
 }
 
@@ -90,7 +100,8 @@ bool PatternLineReader::next(PatternLine& line) {
             const std::size_t length =
                 newline ? static_cast<std::size_t>(static_cast<const char*>(newline) - start) + 1 : kMaxLine;
             classify({start, length}, line);
-            line.number = ++_lineNumber;
+            line.number = _lineNumber;
+            _lineNumber += newline != nullptr;
             _begin += length;
             return true;
         }

@@ -2,15 +2,17 @@
 // pattern files. Reads in large blocks; one thread.
 //
 // A line is at most 1023 bytes with its newline; a longer one comes in pieces of 1023 bytes, each a line of its own.
-// Bytes behind a NUL do not exist. A rest without a newline at the end of the file is dropped. Empty lines in a row
+// Bytes behind a NUL do not exist. A rest without a newline at the end of the file is no line. Empty lines in a row
 // come as one, with the number of the last: one by one they would cost many times as much as any other bytes.
 #ifndef SIGNATURES_PATTERNLINEREADER_H
 #define SIGNATURES_PATTERNLINEREADER_H
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "io/OwnFd.h"
 
@@ -24,7 +26,9 @@ struct PatternLine {
     Kind kind;
     std::string_view text;  // Without its line end; valid until the next line is read.
     int count;              // 0 unless kind is count. Saturates at the limits of int.
-    std::uint64_t number;   // From 1, in lines as read.
+    std::uint64_t number;   // From 1. Pieces of a longer line share its number.
+    bool cut;               // The newline that should end it comes later, if at all.
+    bool hasNul;            // There may be more behind the text.
 };
 
 class PatternLineReader {
@@ -35,6 +39,12 @@ public:
 
     // Gets the next line; false at the end of the file. Throws IOException when reading fails.
     bool next(PatternLine& line);
+
+    // Once there are no more lines: gets the rest behind the last one; false when there is none.
+    bool rest(PatternLine& line) const;
+
+    // From now on, calls `action` before the texts of the lines that were returned so far go.
+    void beforeRefill(std::function<void()> action) { _beforeRefill = std::move(action); }
 
     // Bytes of the file behind the line last returned, as far as its size is known.
     std::uint64_t bytesLeft() const;
@@ -47,9 +57,10 @@ private:
     std::unique_ptr<char[]> _buffer;
     std::size_t _begin = 0;  // The unread bytes in _buffer.
     std::size_t _end = 0;
-    std::uint64_t _size;      // Of the file.
-    std::uint64_t _read = 0;  // Bytes of it that have been read so far.
-    std::uint64_t _lineNumber = 0;
+    std::uint64_t _size;            // Of the file.
+    std::uint64_t _read = 0;        // Bytes of it that have been read so far.
+    std::uint64_t _lineNumber = 1;  // Of the next line.
+    std::function<void()> _beforeRefill;
 };
 
 #endif  // SIGNATURES_PATTERNLINEREADER_H

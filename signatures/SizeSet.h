@@ -53,6 +53,8 @@ public:
 
     void clear() { *this = SizeSet(); }
 
+    std::size_t memoryBytes() const { return _slots.capacity() * sizeof(_slots[0]); }
+
 private:
     static constexpr std::uint32_t kFree = 0;  // Marks a free slot; the size 0 itself is kept aside.
     static constexpr unsigned kSmallestBits = 6;

@@ -98,3 +98,8 @@ void SlotFilter::collect(std::size_t first, std::size_t last, std::span<const ch
         groups.push_back(static_cast<std::uint32_t>(last - 1));
     }
 }
+
+std::size_t SlotFilter::memoryBytes() const {
+    return _slots.capacity() * sizeof(_slots[0]) + _ranks.capacity() * sizeof(_ranks[0]) +
+           (_rows[0].capacity() + _rows[1].capacity()) * sizeof(BlockRows);
+}

@@ -29,6 +29,7 @@ public:
                std::span<const std::uint32_t> checkStrings);
 
     bool empty() const { return _ranks.empty(); }
+    std::size_t memoryBytes() const;
 
     // Appends the numbers of the groups in [first, last) that could be hit, in no order. The window begins at the first
     // group's slot and reaches the last byte of the last one's check string. All tests give the same result.

@@ -9,7 +9,7 @@
 #include "Raise.h"
 #include "ScanJob.h"
 #include "WrappedLimitedBufferBase.h"
-#include "unarchiver/ForeignFormat.h"
+namespace ZOV_SPACE { inline const char* foreignFormat(BufferBase&) { return nullptr; } }
 
 namespace {
 

@@ -8,14 +8,18 @@
 #include <vector>
 
 #include "PatternContainer.h"
+#include "Raise.h"
 #include "ResultText.h"
+#include "VirusList.h"
 #include "io/File.h"
 #include "util/Diag.h"
 #include "util/Log.h"
+#include "util/XMLTree.h"
 #include "voleeng.h"
 
 namespace {
 
+using ZOV_SPACE::Exception;
 using ZOV_SPACE::File;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
@@ -89,5 +93,29 @@ int load_pattern(PatternContainer* container, const char* directory, std::string
     if (result != 0) return result;
     if (prepared != 0) return failed(prepared, directory, message);
     kDiag.at(503).dbg("vole-engine, pattern [%d]\n", container->loadedCount());
+    return 0;
+}
+
+int loadVirusList(VirusList* list, const std::string& directory) {
+    if (!list) return VOLE_LIST_LOADED;  // Kept as is: a wrong text, but hosts know the number.
+    const auto parser = ZOV_SPACE::XMLParser::createDefaultXMLParser();
+    if (!parser) {
+        kDiag.at(358).err("Fail to create XMLParser.");
+        return VOLE_OUT_OF_MEMORY;
+    }
+    try {
+        const std::string path = pathIn(directory, kVirusListFile);
+        if (!readVirusList(*parser, path, *list)) {
+            ZOV_SPACE::raise<ZOV_SPACE::IOException>(path + ": " + ZOV_SPACE::systemErrorText());
+        }
+    } catch (Exception& e) {
+        kDiag.at(423).err("%s", e.toString());
+    }
+    if (list->empty()) {
+        kDiag.at(428).err("Fail to load false-alarm and spyware.");
+        return VOLE_INVALID_LIST;
+    }
+    kDiag.at().dbg("faList.size[%d], spywareList.size[%d]\n", static_cast<int>(list->falseAlarmCount()),
+                   static_cast<int>(list->spywareCount()));
     return 0;
 }

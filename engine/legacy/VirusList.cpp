@@ -19,7 +19,6 @@ using ZOV_SPACE::Exception;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
-constexpr const char* kListFile = "pattern_assistant.xml";
 constexpr const char* kNameAttribute = "name";
 
 // Passes the name of each child of the node at `path` to `add`. A missing node has none.
@@ -34,16 +33,17 @@ void forEachName(const ZOV_SPACE::XMLTree& tree, const char* path, Add add) {
     }
 }
 
-void readListFile(ZOV_SPACE::XMLParser& parser, const std::string& path, VirusList& list) {
+}  // namespace
+
+bool readVirusList(ZOV_SPACE::XMLParser& parser, const std::string& path, VirusList& list) {
     const ZOV_SPACE::OwnFd file = ZOV_SPACE::openRegularFile(path.c_str());
-    if (!file) ZOV_SPACE::raise<ZOV_SPACE::IOException>(path + ": " + ZOV_SPACE::systemErrorText());
+    if (!file) return false;
     ZOV_SPACE::FileInputStream stream(file.get());
     parser.load(stream);
     forEachName(parser.getTree(), "/FalseAlarm", [&](const std::string& name) { list.addFalseAlarm(name); });
     forEachName(parser.getTree(), "/Spyware", [&](const std::string& name) { list.addSpyware(name); });
+    return true;
 }
-
-}  // namespace
 
 void VirusList::addSpyware(const std::string& name) {
     spywareList.emplace_back(name.c_str(), name.c_str() + name.size() + 1);
@@ -72,7 +72,10 @@ int loadVirusList(VirusList* list, const std::string& directory) {
         return VOLE_OUT_OF_MEMORY;
     }
     try {
-        readListFile(*parser, pathIn(directory, kListFile), *list);
+        const std::string path = pathIn(directory, kVirusListFile);
+        if (!readVirusList(*parser, path, *list)) {
+            ZOV_SPACE::raise<ZOV_SPACE::IOException>(path + ": " + ZOV_SPACE::systemErrorText());
+        }
     } catch (Exception& e) {
         kDiag.at(423).err("%s", e.toString());
     }

@@ -2,11 +2,15 @@
 //
 // Both lists are short and written by hand, so a query walks them in the order of the file. False alarms are compared
 // whole, spyware entries as prefixes, both without ASCII letter case.
-#ifndef ENGINE_LEGACY_VIRUSLIST_H
-#define ENGINE_LEGACY_VIRUSLIST_H
+#ifndef SIGNATURES_VIRUSLIST_H
+#define SIGNATURES_VIRUSLIST_H
 
 #include <string>
 #include <vector>
+
+namespace ZOV_SPACE {
+class XMLParser;
+}
 
 class VirusList {
 public:
@@ -21,6 +25,8 @@ public:
     void addFalseAlarm(const std::string& name) { faList.push_back(name); }
     void addSpyware(const std::string& name);
 
+    const std::vector<std::string>& falseAlarms() const { return faList; }
+
     std::size_t falseAlarmCount() const { return faList.size(); }
     std::size_t spywareCount() const { return spywareList.size(); }
     bool empty() const { return faList.empty() && spywareList.empty(); }
@@ -31,8 +37,11 @@ private:
     std::vector<std::string> faList;
 };
 
-// Fills a list from "pattern_assistant.xml" in a pattern directory. 0, VOLE_INVALID_LIST when it is empty afterwards,
-// VOLE_LIST_LOADED when `list` is null, VOLE_OUT_OF_MEMORY when there is no XML parser.
-int loadVirusList(VirusList* list, const std::string& directory);
+// The file of a pattern directory that has the names.
+constexpr const char* kVirusListFile = "pattern_assistant.xml";
 
-#endif  // ENGINE_LEGACY_VIRUSLIST_H
+// Adds the names in a file. False, with errno set, when it cannot be opened or is no regular file. Throws, with nothing
+// added, what the parser throws.
+bool readVirusList(ZOV_SPACE::XMLParser& parser, const std::string& path, VirusList& list);
+
+#endif  // SIGNATURES_VIRUSLIST_H

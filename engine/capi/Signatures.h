@@ -1,0 +1,23 @@
+// Signatures.h: what is behind the handle vole_signatures.
+#ifndef ENGINE_CAPI_SIGNATURES_H
+#define ENGINE_CAPI_SIGNATURES_H
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "FalseAlarms.h"
+#include "PatternContainer.h"
+#include "vole.h"
+
+// A set: filled by one thread before anybody else knows of it, then the same for ever and shared by any number. Deleted
+// by whoever gives the last reference back.
+struct vole_signatures {
+    PatternContainer patterns;
+    FalseAlarms falseAlarms;
+    std::string id;
+    std::uint64_t memoryBytes = 0;
+    std::atomic<std::size_t> references{1};
+};
+
+#endif  // ENGINE_CAPI_SIGNATURES_H

@@ -1,0 +1,29 @@
+// LoadObserver: is told what becomes of the lines of pattern files while they are loaded. Without one, lines that are
+// no records are dropped without a word.
+#ifndef SIGNATURES_LOADOBSERVER_H
+#define SIGNATURES_LOADOBSERVER_H
+
+#include <string_view>
+
+#include "PatternLineReader.h"
+#include "RecordFault.h"
+
+enum class RecordKind : char { md5 = 'm', checkSum = 'c' };
+
+class LoadObserver {
+public:
+    LoadObserver() = default;
+    LoadObserver(const LoadObserver&) = delete;
+    LoadObserver& operator=(const LoadObserver&) = delete;
+    virtual ~LoadObserver() = default;
+
+    // A line that is not in the set, or not as it stands in the file. Both are valid during the call. What is thrown
+    // ends the load of the file, with the lines before this one in the set.
+    virtual void onProblem(const PatternLine& line, const RecordFault& fault) = 0;
+
+    // The texts of one or more records that were accepted, in their order and with a line feed between each two. Must
+    // not throw.
+    virtual void onRecords(RecordKind kind, std::string_view texts) = 0;
+};
+
+#endif  // SIGNATURES_LOADOBSERVER_H
