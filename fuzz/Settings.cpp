@@ -1,4 +1,5 @@
 // The input as the list of names, and as the file of options.
+#include "PatternLoader.h"
 #include "Target.h"
 #include "VirusList.h"
 #include "VoleOptions.h"

@@ -88,8 +88,7 @@ ContentSource contentOfDescriptor(int fd, std::uint64_t most, ReportingScan& sca
 ContentSource contentOfMemory(const void* data, std::size_t size, std::uint64_t most, ReportingScan& scan) {
     if (!fits(size, most, scan)) return {};
     ContentSource source;
-    source.content =
-        std::make_unique<ZOV_SPACE::ForeignMemBufferBase>(std::span(static_cast<const char*>(data), size));
+    source.content = std::make_unique<ZOV_SPACE::ForeignMemBufferBase>(std::span(static_cast<const char*>(data), size));
     return source;
 }
 

@@ -9,7 +9,9 @@
 #include "Raise.h"
 #include "ScanJob.h"
 #include "WrappedLimitedBufferBase.h"
-namespace ZOV_SPACE { inline const char* foreignFormat(BufferBase&) { return nullptr; } }
+namespace ZOV_SPACE {
+inline const char* foreignFormat(BufferBase&) { return nullptr; }
+}  // namespace ZOV_SPACE
 
 namespace {
 

@@ -69,11 +69,11 @@ private:
     const Clock::time_point _start = Clock::now();
     const std::shared_ptr<const ContentName> _root = std::make_shared<const ContentName>("");
     std::uint64_t _bytesDone = 0;
-    std::uint64_t _bytesTold = 0;   // Of those, by progress events.
+    std::uint64_t _bytesTold = 0;  // Of those, by progress events.
     bool _found = false;
-    bool _decided = false;          // A finding ends the scan.
-    bool _hostStops = false;        // The event callback wants the end.
-    bool _stopped = false;          // And was told so.
+    bool _decided = false;    // A finding ends the scan.
+    bool _hostStops = false;  // The event callback wants the end.
+    bool _stopped = false;    // And was told so.
     bool _memberLimitTold = false;
     bool _totalLimitTold = false;
 };

@@ -150,21 +150,18 @@ const vole_result* vole_scanner_result(const vole_scanner* scanner) {
 }
 
 vole_error vole_scan_path(vole_scanner* scanner, const char* path, vole_outcome* outcome) {
-    return scan(scanner, outcome, path != nullptr, [&](ReportingScan& of) {
-        return contentOfPath(path, scanner->terms.limits.max_content, of);
-    });
+    return scan(scanner, outcome, path != nullptr,
+                [&](ReportingScan& of) { return contentOfPath(path, scanner->terms.limits.max_content, of); });
 }
 
 vole_error vole_scan_fd(vole_scanner* scanner, int fd, vole_outcome* outcome) {
-    return scan(scanner, outcome, fd >= 0, [&](ReportingScan& of) {
-        return contentOfDescriptor(fd, scanner->terms.limits.max_content, of);
-    });
+    return scan(scanner, outcome, fd >= 0,
+                [&](ReportingScan& of) { return contentOfDescriptor(fd, scanner->terms.limits.max_content, of); });
 }
 
 vole_error vole_scan_buffer(vole_scanner* scanner, const void* data, size_t size, vole_outcome* outcome) {
-    return scan(scanner, outcome, data || size == 0, [&](ReportingScan& of) {
-        return contentOfMemory(data, size, scanner->terms.limits.max_content, of);
-    });
+    return scan(scanner, outcome, data || size == 0,
+                [&](ReportingScan& of) { return contentOfMemory(data, size, scanner->terms.limits.max_content, of); });
 }
 
 vole_error vole_scan_stream(vole_scanner* scanner, vole_read_fn read, void* context, vole_outcome* outcome) {

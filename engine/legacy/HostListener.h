@@ -1,5 +1,5 @@
-// HostListener.h: the host as the listener of the engine's diagnostics: the settings of setDebugger() and setDumpPath(),
-// and the exported globals.
+// HostListener.h: the host as the listener of the engine's diagnostics: the settings of setDebugger() and
+// setDumpPath(), and the exported globals.
 //
 // A line's position goes to the two exported variables, then its text to the host's callback as read at that moment, so
 // that no lock is held while the host's code runs. Lines of other threads may come between: the position is only a

@@ -9,7 +9,6 @@
 #include "ScanJob.h"
 #include "VoleOptions.h"
 #include "VoleUtil.h"
-#include "VoleUtil.h"
 #include "io/SmartBufferBase.h"
 #include "util/Diag.h"
 #include "voleeng.h"

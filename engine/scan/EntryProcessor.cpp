@@ -92,12 +92,11 @@ std::unique_ptr<SmartBufferBase> EntryProcessor::storageFor(long announced) {
 
 std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entry, const MemberTerms& terms) {
     const auto announced = static_cast<unsigned int>(entry.uncompressedSize);
-    const auto capacity =
-        static_cast<long>(std::min<unsigned int>(announced, WrappedLimitedBufferBase::kHighestLimit));
+    const auto capacity = static_cast<long>(std::min<unsigned int>(announced, WrappedLimitedBufferBase::kHighestLimit));
     auto buffer = std::make_unique<WrappedLimitedBufferBase>(storageFor(capacity), terms.mostBytes);
     WrappedLimitedBufferBase& content = *buffer;
-    _st_ArchEntry& record = _workList.append(
-        {std::move(buffer), _archive.level + 1, ContentName(_archiveName, entry.name, _sequence)});
+    _st_ArchEntry& record =
+        _workList.append({std::move(buffer), _archive.level + 1, ContentName(_archiveName, entry.name, _sequence)});
     auto sink = std::make_unique<MemberSink>(_face, _workList, record, content, capacity);
     _sink = sink.get();
     _beyond = terms.beyond;

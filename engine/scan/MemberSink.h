@@ -35,9 +35,9 @@ public:
 
     _st_ArchEntry& record() { return _record; }
     WrappedLimitedBufferBase& content() { return _content; }
-    std::int64_t bytes() const { return _bytes; }           // That were written so far.
+    std::int64_t bytes() const { return _bytes; }          // That were written so far.
     std::uint32_t checkSum() const { return _crc.crc(); }  // Of those, when the face compares them.
-    bool isCut() const { return _cut; }                     // More was to be written than is kept.
+    bool isCut() const { return _cut; }                    // More was to be written than is kept.
 
 private:
     void taken(const char* bytes, long n);

@@ -14,8 +14,8 @@
 
 // The normalised text of a stream; null when it is longer than 65536 bytes, does not begin like plain text (only its
 // first 64 bytes are looked at) or cannot be read. Moves the cursor. Throws what reading throws.
-// A line of more than 1023 bytes counts as several. A NUL ends its line's text. `failed`, which may be null, becomes true
-// when there was no memory for a text that would have been normalised.
+// A line of more than 1023 bytes counts as several. A NUL ends its line's text. `failed`, which may be null, becomes
+// true when there was no memory for a text that would have been normalised.
 std::unique_ptr<ZOV_SPACE::SmartBufferBase> normalize(ZOV_SPACE::IOBuffer* input, bool* failed = nullptr);
 
 #endif  // ENGINE_SCAN_NORMALIZE_H

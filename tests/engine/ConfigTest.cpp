@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "ConfigUtil.h"
+#include "PatternLoader.h"
 #include "VirusList.h"
 #include "support/CapturedLog.h"
 #include "support/EngineTest.h"

@@ -1,5 +1,6 @@
 // Texts in and out: those of the engine's codes, the spam rule's, and what normalizing makes of a sample.
 #include <gtest/gtest.h>
+#include <regex>
 
 #include <map>
 

@@ -120,9 +120,8 @@ struct DumpBufferBase : testing::Test {
 
     TempDir outside;
     fs::path root;
-    StringBuffer buffer{"dumped"
+    StringBuffer buffer{"dumped"};
     diag::ListenerScope listening{host::listener()};  // Who says where to dump.
-};
 };
 
 TEST_F(DumpBufferBase, namesStayBelowTheDirectory) {

@@ -33,8 +33,7 @@ void format(Listener& listener, Kind kind, const char* text, std::va_list argume
 
 }  // namespace
 
-ListenerScope::ListenerScope(Listener& listener)
-    : _outer(std::exchange(WorkScope::ofThread().listener, &listener)) {}
+ListenerScope::ListenerScope(Listener& listener) : _outer(std::exchange(WorkScope::ofThread().listener, &listener)) {}
 
 ListenerScope::~ListenerScope() { WorkScope::ofThread().listener = _outer; }
 
