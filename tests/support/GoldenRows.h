@@ -26,8 +26,8 @@ inline std::string unescaped(const std::string& text) {
             at += 2;
         } else if (text[at] == '{') {
             const std::size_t piece = text.find('*', at) + 1, end = text.find('}', at);
-            for (auto count = std::stoul(text.substr(at + 1)); count > 0; --count)
-                bytes.append(text, piece, end - piece);
+            const std::string repeated = unescaped(text.substr(piece, end - piece));
+            for (auto count = std::stoul(text.substr(at + 1)); count > 0; --count) bytes += repeated;
             at = end;
         } else {
             bytes += text[at];

@@ -1,0 +1,16 @@
+// Containers whose members the engine cannot reach, recognised so that nobody takes them for contents without any.
+#ifndef PAKFOLD_UNARCHIVER_FOREIGNFORMAT_H
+#define PAKFOLD_UNARCHIVER_FOREIGNFORMAT_H
+
+#include "io/BufferBase.h"
+
+namespace ZOV_SPACE {
+
+// The name of the container format that the content has, static, such as "7z"; null when it has none, or one that can
+// be opened. A magic number alone is not enough where other contents begin likewise. Reads a few hundred bytes at most
+// from most contents. Throws what the buffer throws.
+const char* foreignFormat(BufferBase& content);
+
+}  // namespace ZOV_SPACE
+
+#endif  // PAKFOLD_UNARCHIVER_FOREIGNFORMAT_H
