@@ -55,6 +55,7 @@ public:
         return space.first(static_cast<std::size_t>(std::max(count, 0)));
     }
     std::span<const char> head() const { return _bytes; }
+    long contentSize() const { return _content.getSize(); }
 
 private:
     template <std::size_t n>
@@ -199,6 +200,19 @@ bool isStuffIt(const Head& head) { return head.has(10, "rLau"); }
 
 bool isZoo(const Head& head) { return head.has(0, "ZOO "); }
 
+// What comes before the formats that can be opened; without anything behind the marker, there is no member.
+bool isOldRar(const Head& head) { return head.u16(4) >= 7 && head.u16(4) < 0x1000 && head.contentSize() > head.u16(4); }
+
+// The end record of an archive with members is the last thing in the content, and the directory is in front of it.
+bool isZipBehindOthers(const Head& head) {
+    constexpr long kEndBytes = 22;
+    const long end = head.contentSize() - kEndBytes;
+    if (end <= 0 || head.has(0, "PK") || !head.has(end, "PK\5\6")) return false;
+    const std::uint32_t directoryBytes = head.u32(end + 12);
+    return head.u16(end + 10) > 0 && head.u16(end + 20) == 0 && directoryBytes <= static_cast<std::uint32_t>(end) &&
+           head.has(end - static_cast<long>(directoryBytes), "PK\1\2");
+}
+
 struct Format {
     const char* name;
     long position;
@@ -241,6 +255,8 @@ constexpr Format kFormats[] = {
     {"CHM", 0, "ITSF", isChm},
     {"StuffIt", 0, "SIT!", isStuffIt},
     {"ISO 9660", 32769, "CD001", isIso9660},
+    {"RAR 1.4", 0, "RE~^", isOldRar},
+    {"ZIP behind other data", 0, "", isZipBehindOthers},
 };
 
 }  // namespace

@@ -78,6 +78,7 @@ void ZipInfo::readVariablePart(InputStream& in, int nameLength, int extraLength,
         kZipUnit.raise<OutOfMemoryException>("Out of memory");
     }
     const int count = IOUtils::readFull(in, reinterpret_cast<char*>(extra.data()), extraLength);
+    if (lenient && count < extraLength) kZipUnit.raise<ArchivingException>("unexpected EOF");
     extra.resize(static_cast<std::size_t>(std::max(count, 0)));
     takeLargeSizes();
 }

@@ -25,7 +25,7 @@ public:
     //   name;
     //            OutOfMemoryException "Out of memory".
     // `lenient`: encrypted entries and names of any length are read, too, and the end of the stream inside a name
-    // throws an ArchivingException.
+    // or an extra field throws an ArchivingException.
     bool read(InputStream& in, bool headerOnly, bool lenient = false);
 
     bool isEncrypted() const { return (flags & 0x0001) != 0; }
