@@ -1,4 +1,4 @@
-# Outside libraries: zlib inflates, expat parses the list file. GoogleTest is built from source with our flags, because a
+# Outside libraries: zlib inflates, expat parses the list file, SQLite keeps the command line's cache. GoogleTest is built from source with our flags, because a
 # prebuilt one has another std::string layout than the 32-bit build.
 
 find_package(ZLIB REQUIRED)
@@ -16,7 +16,20 @@ if(DEFINED VOLE_EXPAT_ROOT)
   set_target_properties(vole_expat PROPERTIES
     IMPORTED_LOCATION "${VOLE_EXPAT_LIBRARY}"
     INTERFACE_INCLUDE_DIRECTORIES "${VOLE_EXPAT_INCLUDE}")
+
+  find_path(VOLE_SQLITE_INCLUDE sqlite3.h PATHS "${VOLE_EXPAT_ROOT}/usr/include" NO_DEFAULT_PATH)
+  find_library(VOLE_SQLITE_LIBRARY libsqlite3.a PATHS "${VOLE_EXPAT_ROOT}/usr/lib/i386-linux-gnu" NO_DEFAULT_PATH)
+  if(NOT VOLE_SQLITE_INCLUDE OR NOT VOLE_SQLITE_LIBRARY)
+    message(FATAL_ERROR "No 32-bit SQLite below ${VOLE_EXPAT_ROOT}; run scripts/fetch-i386-expat first.")
+  endif()
+  add_library(vole_sqlite STATIC IMPORTED)
+  set_target_properties(vole_sqlite PROPERTIES
+    IMPORTED_LOCATION "${VOLE_SQLITE_LIBRARY}"
+    INTERFACE_INCLUDE_DIRECTORIES "${VOLE_SQLITE_INCLUDE}"
+    INTERFACE_LINK_LIBRARIES "m;dl")
 else()
   find_package(EXPAT REQUIRED)
   add_library(vole_expat ALIAS EXPAT::EXPAT)
+  find_package(SQLite3 REQUIRED)
+  add_library(vole_sqlite ALIAS SQLite::SQLite3)
 endif()
