@@ -1,0 +1,20 @@
+// JsonReport.h: the report as lines of JSON, without the line feed: one header, a line for each file, one summary.
+// What the lines say is in docs/formats/scan-json.md and its schema; it is part of the program's interface.
+//   Threads: no state; lines may be made in parallel.
+#ifndef VOLE_TOOL_JSON_REPORT_H
+#define VOLE_TOOL_JSON_REPORT_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "FileReport.h"
+
+// REQUIRES: `engine` and `setId` are UTF-8.
+std::string jsonHeader(std::string_view engine, std::uint64_t signatures, std::string_view setId);
+
+std::string jsonLine(const FileReport& report);
+
+std::string jsonSummary(const Tally& tally, double seconds, bool interrupted);
+
+#endif  // VOLE_TOOL_JSON_REPORT_H
