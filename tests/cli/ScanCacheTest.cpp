@@ -111,6 +111,10 @@ TEST(ScanCache, beginsADamagedCacheAnewButLeavesOthersFilesAlone) {
         EXPECT_TRUE(row.rebuilt || TempDir::contentOf(path) == content) << row.why;
     }
     box.write("cache", sound);
+    CleanFiles::makeEmpty(path);
+    CacheUse(path).remember(fileWith(1));
+    EXPECT_TRUE(CacheUse(path).knows(fileWith(1))) << "a rebuilding that was interrupted";
+    box.write("cache", sound);
     std::filesystem::permissions(path, std::filesystem::perms(0666));
     EXPECT_FALSE(CacheUse(path).knows(fileWith(1))) << "others can write to it";
     for (const std::string& other : {box.path().string(), path + "/x", std::string("/dev/full")})

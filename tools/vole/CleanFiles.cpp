@@ -26,10 +26,13 @@ constexpr char kSchema[] = R"(
         WITHOUT ROWID;
 )";
 
-// SQLite's file header: what it begins with, and where the number stands that tells whose database it is.
+// SQLite's file header: what it begins with, and where the number stands that tells whose database it is; behind it the
+// page with the list of tables: its kind and the number of its rows.
 constexpr std::string_view kMagic("SQLite format 3\0", 16);
 constexpr std::size_t kApplicationIdOffset = 68;
-using Header = std::array<char, kApplicationIdOffset + 4>;
+constexpr std::size_t kTablesOffset = 100;
+constexpr std::string_view kNoTables("\x0d\0\0\0\0", 5);
+using Header = std::array<char, kTablesOffset + kNoTables.size()>;
 
 class Descriptor {
 public:
@@ -45,11 +48,13 @@ private:
     int _fd;
 };
 
-bool isOurs(const Header& header) {
-    if (std::string_view(header.data(), kMagic.size()) != kMagic) return false;
+// An empty database is nobody's: makeEmpty() leaves it when it is interrupted.
+bool mayBeUsed(const Header& header) {
+    const std::string_view bytes(header.data(), header.size());
+    if (!bytes.starts_with(kMagic)) return false;
     std::uint32_t id = 0;
-    for (std::size_t i = 0; i < 4; ++i) id = id << 8 | static_cast<unsigned char>(header[kApplicationIdOffset + i]);
-    return id == kApplicationId;
+    for (const char c : bytes.substr(kApplicationIdOffset, 4)) id = id << 8 | static_cast<unsigned char>(c);
+    return id == kApplicationId || (id == 0 && bytes.ends_with(kNoTables));
 }
 
 // 0, or an error number.
@@ -97,7 +102,7 @@ std::string CleanFiles::refusal(const std::string& path) {
     Header header{};
     const ssize_t length = ::pread(opened.number(), header.data(), header.size(), 0);
     if (length < 0) return systemText(errno);
-    return length == 0 || isOurs(header) ? "" : "not a cache made by this program, so it stays as it is";
+    return length == 0 || mayBeUsed(header) ? "" : "not a cache made by this program, so it stays as it is";
 }
 
 CleanFiles::CleanFiles(const std::string& path, std::string setId, std::string limits, std::int32_t today)
@@ -116,6 +121,12 @@ void CleanFiles::makeEmpty(const std::string& path) {
 
 std::vector<CleanFile> CleanFiles::load() {
     std::vector<CleanFile> files;
+    // Growing step by step would take twice the memory.
+    SqliteStatement count(_database,
+                          "SELECT count(*) FROM setting JOIN clean ON setting = id"
+                          " WHERE signatures = ?1 AND limits = ?2");
+    if (count.with(_setId, _limits).step())
+        files.reserve(std::min(kMaxFiles, static_cast<std::size_t>(count.integer(0))));
     SqliteStatement rows(_database,
                          "SELECT device, inode, size, mtime_s, ctime_s, mtime_ns, ctime_ns, seen, used"
                          " FROM setting JOIN clean ON setting = id WHERE signatures = ?1 AND limits = ?2"

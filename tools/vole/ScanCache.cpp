@@ -21,7 +21,7 @@ std::int64_t granularityNanoseconds(const timespec& time) {
     return time.tv_nsec != 0 ? kNanosecondsPerSecond / 10 : 2 * kNanosecondsPerSecond + kNanosecondsPerSecond / 10;
 }
 
-// Whether any change from `start` on would have another time than this.
+// Whether any change from `start` on would have another time than this. Times to come may be anybody's choice.
 bool isSettled(const timespec& time, const timespec& start) {
     if (time.tv_sec > start.tv_sec) return false;
     if (time.tv_sec < start.tv_sec - 60) return true;  // Any time may stand there: no subtraction before this.
@@ -50,10 +50,11 @@ ScanCache::ScanCache(std::string path, std::string setId, std::string limits, Wa
     }
     const std::lock_guard lock(_mutex);
     const auto open = [this] {
+        _collected.reserve(kBatchFiles);
         _files = std::make_unique<CleanFiles>(_path, _setId, _limits, _today);
         _known = _files->load();
     };
-    guarded(open);
+    guarded(open, "going on without it");
 }
 
 bool ScanCache::isKnownClean(const struct stat& file) {
@@ -95,7 +96,7 @@ void ScanCache::collect(const FileStamp& file) {
 }
 
 void ScanCache::writeCollected() {
-    guarded([this] { _files->write(_collected); });
+    guarded([this] { _files->write(_collected); }, "nothing more is remembered");
     _collected.clear();
     _lastWrite = Clock::now();
 }
@@ -103,7 +104,7 @@ void ScanCache::writeCollected() {
 // Runs what uses the database, a second time after damage, with an empty one. What is known by then stays: others may
 // be looking at it, and it is right.
 template <class Action>
-void ScanCache::guarded(Action action) {
+void ScanCache::guarded(Action action, const char* consequence) {
     try {
         try {
             return action();
@@ -116,9 +117,9 @@ void ScanCache::guarded(Action action) {
         _files = std::make_unique<CleanFiles>(_path, _setId, _limits, _today);
         return action();
     } catch (const SqliteError& error) {
-        warn(error.what(), "going on without it");
+        warn(error.what(), consequence);
     } catch (const std::bad_alloc&) {
-        warn("not enough memory", "going on without it");
+        warn("not enough memory", consequence);
     }
     _files.reset();
 }

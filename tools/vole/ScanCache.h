@@ -13,7 +13,7 @@
 //            time; each knows what was there when it began. What others can write to, or what is no cache, is neither
 //            used nor changed.
 //   Errors:  none to the caller. A damaged cache is begun anew, once and with one warning; after any other failure,
-//            and a second damage, the run goes on without one, with a warning, too.
+//            and a second damage, nothing more is read from or written to it, with a warning, too.
 //   Threads: all functions from any thread. isKnownClean() takes no lock.
 //   Memory:  56 bytes for each file known at the beginning, and a bounded batch.
 #ifndef VOLE_TOOL_SCAN_CACHE_H
@@ -59,7 +59,7 @@ private:
     void collect(const FileStamp& file);
     void writeCollected();
     template <class Action>
-    void guarded(Action action);
+    void guarded(Action action, const char* consequence);
     void warn(std::string_view text, std::string_view consequence) const;
 
     const std::string _path, _setId, _limits;
