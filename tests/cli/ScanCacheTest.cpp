@@ -24,18 +24,14 @@ struct stat fileWith(ino_t inode, const timespec& changed = {kStart.tv_sec - 60,
     return file;
 }
 
-// One run's cache: what it is asked, and what it warned of.
-class CacheUse {
-public:
+// One run's cache, and what it warned of.
+struct CacheUse {
     explicit CacheUse(const std::string& path, const char* setId = "set", const char* limits = "limits")
-        : _cache(path, setId, limits, [this](std::string_view line) { warnings += std::string(line) + "\n"; }) {}
-    void remember(const struct stat& file) { _cache.rememberClean(file, file, kStart); }
-    bool knows(const struct stat& file) { return _cache.isKnownClean(file); }
-    ScanCache& cache() { return _cache; }
+        : cache(path, setId, limits, [this](std::string_view line) { warnings += std::string(line) + "\n"; }) {}
+    void remember(const struct stat& file) { cache.rememberClean(file, file, kStart); }
+    bool knows(const struct stat& file) { return cache.isKnownClean(file); }
     std::string warnings;
-
-private:
-    ScanCache _cache;
+    ScanCache cache;
 };
 
 TEST(ScanCache, knowsAFileOnlyAsItWas) {
@@ -52,7 +48,7 @@ TEST(ScanCache, knowsAFileOnlyAsItWas) {
         struct stat file = fileWith(7);
         change(file);
         EXPECT_FALSE(CacheUse(path).knows(file)) << &change - changes;
-        if (S_ISREG(file.st_mode)) CacheUse(box / "during").cache().rememberClean(fileWith(7), file, kStart);
+        if (S_ISREG(file.st_mode)) CacheUse(box / "during").cache.rememberClean(fileWith(7), file, kStart);
     }
     EXPECT_FALSE(CacheUse(path, "other").knows(fileWith(7)) || CacheUse(path, "set", "other").knows(fileWith(7)));
     for (const char* set : {"1", "2", "3", "4"}) CacheUse(path, set).remember(fileWith(7));
@@ -61,21 +57,30 @@ TEST(ScanCache, knowsAFileOnlyAsItWas) {
 }
 
 TEST(ScanCache, remembersNoFileThatMayYetChangeUnnoticed) {
-    const struct {
-        timespec changed;
-        bool remembered;
-    } rows[] = {{{kStart.tv_sec, 490'000'000}, false},
-                {{kStart.tv_sec, 300'000'000}, true},
-                {{kStart.tv_sec - 2, 0}, true},
-                {{kStart.tv_sec - 1, 0}, false},
-                {{kStart.tv_sec + 1, 1}, false},
-                {{std::numeric_limits<time_t>::min(), 1}, true},
-                {{std::numeric_limits<time_t>::max(), 1}, false}};
     const TempDir box;
-    for (ino_t row = 0; row < std::size(rows); ++row) {
-        CacheUse(box / "cache").remember(fileWith(row, rows[row].changed));
-        EXPECT_EQ(CacheUse(box / "cache").knows(fileWith(row, rows[row].changed)), rows[row].remembered) << row;
-    }
+    const auto remembers = [&box](const timespec& changed) {
+        CacheUse(box / "cache").remember(fileWith(7, changed));
+        return CacheUse(box / "cache").knows(fileWith(7, changed));
+    };
+    constexpr time_t kNow = kStart.tv_sec, kNever = std::numeric_limits<time_t>::max();
+    // Without fractions of a second the file system may have steps of two seconds.
+    for (const timespec& changed : {timespec{kNow, 490'000'000}, {kNow - 1, 0}, {kNow + 1, 1}, {kNever, 1}})
+        EXPECT_FALSE(remembers(changed)) << changed.tv_sec;
+    for (const timespec& changed : {timespec{kNow, 300'000'000}, {kNow - 2, 0}, {-kNever - 1, 1}})
+        EXPECT_TRUE(remembers(changed)) << changed.tv_sec;
+}
+
+TEST(ScanCache, forgetsOnlyWhatIsNotSeenAnyMore) {
+    const TempDir box;
+    const std::string path = box / "cache";
+    CacheUse(path).cache.finish();
+    const auto today = static_cast<std::int32_t>(std::time(nullptr) / (24 * 60 * 60));
+    const FileStamp both[] = {FileStamp::of(fileWith(7)), FileStamp::of(fileWith(8))};
+    CleanFiles(path, "set", "limits", today - CleanFiles::kDaysKept + 1).write(both);
+    EXPECT_TRUE(CacheUse(path).knows(fileWith(7)));
+    CleanFiles later(path, "set", "limits", today + CleanFiles::kDaysKept / 2);
+    later.write({});
+    EXPECT_EQ(later.load().size(), 1u);
 }
 
 TEST(ScanCache, beginsADamagedCacheAnewButLeavesOthersFilesAlone) {
@@ -104,7 +109,7 @@ TEST(ScanCache, beginsADamagedCacheAnewButLeavesOthersFilesAlone) {
         box.write("cache", content);
         CacheUse use(path);
         use.remember(fileWith(1));
-        use.cache().finish();
+        use.cache.finish();
         EXPECT_NE(use.warnings.find(row.rebuilt ? "begun anew" : "stays as it is"), std::string::npos) << row.why;
         EXPECT_EQ(std::count(use.warnings.begin(), use.warnings.end(), '\n'), 1) << use.warnings;
         EXPECT_EQ(CacheUse(path).knows(fileWith(1)), row.rebuilt) << row.why;
@@ -131,7 +136,7 @@ TEST(ScanCache, isSharedByProcessesAndThreads) {
         });
         for (ino_t inode = first + 1; inode < first + 9000; inode += 2) use.remember(fileWith(inode));
         other.join();
-        use.cache().finish();
+        use.cache.finish();
         return use.warnings;
     };
     const pid_t child = ::fork();
