@@ -9,9 +9,7 @@
 #include "Raise.h"
 #include "ScanJob.h"
 #include "WrappedLimitedBufferBase.h"
-namespace ZOV_SPACE {
-inline const char* foreignFormat(BufferBase&) { return nullptr; }
-}  // namespace ZOV_SPACE
+#include "unarchiver/ForeignFormat.h"
 
 namespace {
 
