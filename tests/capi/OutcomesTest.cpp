@@ -1,0 +1,326 @@
+// What a scan says of each kind of content: outcomes, findings and reasons, for what is seen and for what is not.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "robustness/Scene.h"
+#include "support/StringBuffer.h"
+#include "support/VoleHost.h"
+
+namespace {
+
+using namespace std::string_literals;
+using scene::kHay;
+using scene::kNeedle;
+using scene::zipOf;
+using ZOV_SPACE::RarBuilder;
+using ZOV_SPACE::RarFile;
+
+std::string rar(const std::vector<std::string>& blocks, unsigned flags = 0) {
+    std::string bytes = RarBuilder::marker() + RarBuilder::archive(flags);
+    for (const std::string& block : blocks) bytes += block;
+    return bytes + RarBuilder::end();
+}
+
+// A stored entry whose check-sum is right.
+std::string entry(const std::string& name, const std::string& data, unsigned flags = 0, unsigned method = 0x30,
+                  unsigned version = 20) {
+    RarFile file;
+    file.name = name, file.data = data, file.flags = flags, file.method = method, file.unpVer = version;
+    file.fileCrc = crc32Of(data);
+    return RarBuilder::file(file);
+}
+
+class Outcomes : public testing::Test {
+protected:
+    Outcomes() {
+        patterns.write("a.hdb", md5Record(kNeedle, "Needle") + md5Record("harmless", "Fa-Harmless") +
+                                    md5Record("both\n", "First") + md5Record("both\n", "Second"));
+        patterns.write("b.chk", startRecord("sum of this text", "Sum"));
+        patterns.write("pattern_assistant.xml", "<r><FalseAlarm><i name='fa-harmless'/></FalseAlarm></r>");
+        set = loadedSet(patterns.path());
+    }
+
+    std::string scan(const std::string& content, const vole_limits& limits = VOLE_LIMITS_INIT, unsigned flags = 0) {
+        const VoleScanner scanner = scannerOf(set, &limits);
+        EXPECT_EQ(vole_scanner_set_flags(scanner.get(), flags), VOLE_OK);
+        return toldOf(scanner.get(), content);
+    }
+
+    TempDir patterns, files;
+    VoleSet set;
+};
+
+TEST_F(Outcomes, tellWhatIsSeenAndWhatIsNot) {
+    const ZipMember hay{"hay", kHay}, needle{"n", kNeedle};
+    const std::string packed = deflated(scene::words(300)), sevenZip = "7z\xBC\xAF\x27\x1C\0\4"s + std::string(24, 'x');
+    const ZipMember secret{"s", kHay, 8, 0, 1}, torn{"t", "text", 8, 0, 0, {}, "\xff\xff\xff\xff"s};
+    std::string broken = entry("b", kHay);
+    broken[0] = static_cast<char>(~broken[0]);  // The header's check-sum.
+    const struct {
+        const char* why;
+        std::string content;
+        const char* answer;
+    } rows[] = {
+        {"nothing", "", "clean"},
+        {"no archive", kHay, "clean"},
+        {"raw", kNeedle, "found Needle=md5,raw"},
+        {"normalised", "  THE NEEDLE in\r\nthe haystack", "found Needle=md5,normalised"},
+        {"a check-sum", "sum of this text and more", "found Sum=checksum,raw,0"},
+        {"a false alarm is no finding", "harmless", "clean Fa-Harmless!=md5,raw"},
+        {"behind a false alarm", zipOf({{"f", "harmless"}, needle}), "found Fa-Harmless!=md5,raw@f Needle=md5,raw@n"},
+        {"seen whole", zipOf({hay, {"d/", "", 0}, {"in", zipOf({hay})}}), "clean"},
+        {"deep", zipOf({{"a", zipOf({hay, {"b", rar({entry("c", kNeedle)})}})}}), "found Needle=md5,raw@a/b/c"},
+        {"the name's own bytes", zipOf({{"/x\n\xff", kNeedle}}), "found Needle=md5,raw@/x\n\xff"},
+        {"encrypted", zipOf({secret}), "incomplete encrypted@s"},
+        {"a finding wins", zipOf({secret, {"in", zipOf({secret, needle})}}),
+         "found Needle=md5,raw@in/n encrypted@s encrypted@in/s"},
+        {"encrypted RAR", rar({entry("e", kHay, 4), entry("b", kHay)}), "incomplete encrypted@e"},
+        {"encrypted RAR headers", zipOf({{"r", rar({}, 0x80)}}), "incomplete encrypted@r"},
+        {"a method", zipOf({{"m", kHay, 12}, hay}), "incomplete method@m"},
+        {"what the method left as it was", zipOf({{"m", kNeedle, 12}}), "found Needle=md5,raw@m method@m"},
+        {"a method of RAR", rar({entry("m", "packed", 0, 0x33, 15)}), "incomplete method@m"},
+        {"a format", sevenZip, "incomplete unsupported"},
+        {"a format in a member", zipOf({{"7", sevenZip, 0}, hay}), "incomplete unsupported@7"},
+        {"a format that only begins so", "7z\xBC\xAF", "clean"},
+        {"RAR 5", "Rar!\x1a\7\1\0"s + std::string(40, 'x'), "incomplete unsupported"},
+        {"volumes", rar({entry("a", kHay, 1), entry("b", kHay, 2)}), "incomplete volume@a volume@b"},
+        {"a volume of ZIP", "PK\7\10" + ZipBuilder({hay}).entries(), "incomplete volume"},
+        {"damaged", zipOf({torn, needle}), "found Needle=md5,raw@n damaged@t"},
+        {"damaged RAR header", zipOf({{"r", rar({broken})}}), "incomplete damaged@r/b"},
+        {"truncated", ZipBuilder({hay}).entries(), "incomplete truncated"},
+        {"truncated in a member", zipOf({{"in", zipOf({hay}).substr(0, 40), 0}}),
+         "incomplete truncated@in/hay truncated@in"},
+        {"truncated RAR", rar({entry("a", kHay)}).substr(0, 60), "incomplete truncated@a checksum@a"},
+        {"a check-sum of ZIP", zipOf({{"c", kHay, 8, 0, 0, {}, {}, {}, {}, 1U}}), "incomplete checksum@c"},
+        {"one behind the data", zipOf({{"c", kHay, 8, kSignedDescriptor, 0, {}, {}, {}, {}, 1U}}),
+         "incomplete checksum@c"},
+        {"a check-sum of RAR", zipOf({{"r", rar({RarBuilder::stored("c", kHay)})}}), "incomplete checksum@r/c"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(scan(row.content), row.answer) << row.why;
+}
+
+TEST_F(Outcomes, limitsAreToldWhereTheyAreMet) {
+    const ZipMember hay{"hay", kHay}, large{"large", std::string(5000, 'l')}, needle{"n", kNeedle};
+    const ZipMember liar{"liar", std::string(5000, 'l'), 8, 0, 0, {}, {}, {}, 10U};
+    const auto limits = [](auto vole_limits::*field, unsigned value) {
+        vole_limits made = VOLE_LIMITS_INIT;
+        made.*field = value;
+        return made;
+    };
+    const std::string nested = zipOf({{"a", zipOf({{"b", zipOf({needle})}})}});
+    const struct {
+        const char* why;
+        std::string content;
+        vole_limits limits;
+        const char* answer;
+    } rows[] = {
+        {"content", kNeedle, limits(&vole_limits::max_content, 10), "incomplete size-limit"},
+        {"just as large", kNeedle, limits(&vole_limits::max_content, static_cast<unsigned>(kNeedle.size())),
+         "found Needle=md5,raw"},
+        {"member", zipOf({large, hay}), limits(&vole_limits::max_member, 4999), "incomplete size-limit@large"},
+        {"as it comes out", zipOf({liar, needle}), limits(&vole_limits::max_member, 4999),
+         "found Needle=md5,raw@n size-limit@liar"},
+        {"total", zipOf({large, {"in", zipOf({large})}}), limits(&vole_limits::max_total, 6000),
+         "incomplete total-limit"},
+        {"members", zipOf({hay, hay, needle}), limits(&vole_limits::max_members, 2), "incomplete member-limit"},
+        {"depth", nested, limits(&vole_limits::max_depth, 2), "incomplete depth-limit@a/b"},
+        {"deep enough", nested, limits(&vole_limits::max_depth, 3), "found Needle=md5,raw@a/b/n"},
+        {"ratio", zipOf({large}), limits(&vole_limits::max_ratio, 3), "incomplete ratio-limit@large"},
+        {"ratio as it comes out", zipOf({liar}), limits(&vole_limits::max_ratio, 3), "incomplete ratio-limit@liar"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(scan(row.content, row.limits), row.answer) << row.why;
+    vole_limits none{};
+    none.struct_size = sizeof none;
+    EXPECT_EQ(scan(nested, none), "found Needle=md5,raw@a/b/n") << "0 is no limit, everywhere";
+}
+
+TEST_F(Outcomes, allMatchesAreReportedOnRequest) {
+    const std::string content = zipOf({{"n", kNeedle}, {"in", zipOf({{"both", "both\n"}})}});
+    EXPECT_EQ(scan(content), "found Needle=md5,raw@n");
+    EXPECT_EQ(scan(content, VOLE_LIMITS_INIT, VOLE_SCAN_ALL_MATCHES),
+              "found Needle=md5,raw@n Needle=md5,normalised@n Second=md5,raw@in/both First=md5,raw@in/both "
+              "Second=md5,normalised@in/both "
+              "First=md5,normalised@in/both");
+}
+
+// What a host hears, and what it does about it.
+struct Ear {
+    std::string heard;
+    std::function<int(const vole_event&)> react = [](const vole_event&) { return 0; };
+
+    static int hear(void* context, const vole_event* event) {
+        Ear& ear = *static_cast<Ear*>(context);
+        static constexpr const char* kSigns[] = {"", ">", "<", "!", "?", "."};
+        ear.heard += kSigns[event->type] + textOf(event->member) + " ";
+        return ear.react(*event);
+    }
+};
+
+TEST_F(Outcomes, eventsComeInOrderAndMayEndTheScan) {
+    const VoleScanner scanner = scannerOf(set);
+    const std::string content = zipOf({{"s", kHay, 8, 0, 1}, {"a", kHay}, {"in", zipOf({{"n", kNeedle}})}});
+    Ear ear;
+    vole_scanner_set_events(scanner.get(), Ear::hear, &ear);
+    EXPECT_EQ(toldOf(scanner.get(), content), "found Needle=md5,raw@in/n encrypted@s");
+    EXPECT_EQ(ear.heard, "?s >a <a >in <in >in/n !in/n <in/n ");
+
+    ear.react = [](const vole_event& event) { return event.type == VOLE_EVENT_MEMBER_DONE ? 1 : 0; };
+    EXPECT_EQ(toldOf(scanner.get(), content), "incomplete encrypted@s cancelled");
+    ear.react = [&](const vole_event&) {
+        EXPECT_EQ(vole_scan_buffer(scanner.get(), "x", 1, nullptr), VOLE_E_BUSY);
+        vole_scanner_cancel(scanner.get());
+        return 0;
+    };
+    EXPECT_EQ(toldOf(scanner.get(), content), "incomplete encrypted@s cancelled");
+    ear.react = [](const vole_event&) { return 0; };
+    EXPECT_EQ(toldOf(scanner.get(), kNeedle), "incomplete cancelled") << "until it is armed again";
+    vole_scanner_rearm(scanner.get());
+    EXPECT_EQ(toldOf(scanner.get(), kNeedle), "found Needle=md5,raw");
+
+    vole_limits hurry = VOLE_LIMITS_INIT;
+    hurry.max_time_ms = 20;
+    const VoleScanner hurried = scannerOf(set, &hurry);
+    ear.react = [](const vole_event&) { return ::usleep(30'000); };
+    vole_scanner_set_events(hurried.get(), Ear::hear, &ear);
+    EXPECT_EQ(toldOf(hurried.get(), content), "incomplete encrypted@s time-limit");
+}
+
+TEST_F(Outcomes, workThatNoLimitCoversIsBounded) {
+    // Each member's end is looked for in all that follows, and not found.
+    ZipBuilder zip;
+    for (int i = 0; i < 6000; ++i) zip.add({"endless", std::string(64, 'x'), 0, kNoDescriptor, 8});
+    const VoleScanner scanner = scannerOf(set);
+    Ear ear;
+    bool spent = false;
+    ear.react = [&](const vole_event& event) {
+        spent = spent || (event.reason && event.reason->code == VOLE_REASON_WORK_BUDGET);
+        return 0;
+    };
+    vole_scanner_set_events(scanner.get(), Ear::hear, &ear);
+    toldOf(scanner.get(), zip.archive());
+    EXPECT_TRUE(spent);
+    const vole_result* const result = vole_scanner_result(scanner.get());
+    EXPECT_EQ(vole_result_outcome(result), VOLE_OUTCOME_INCOMPLETE);
+    EXPECT_EQ(vole_result_reason_count(result), 1000U);
+    EXPECT_GT(vole_result_counters(result)->reasons, 1000U);
+}
+
+TEST_F(Outcomes, everySourceGivesTheSameAnswer) {
+    const VoleScanner scanner = scannerOf(set);
+    const std::string content = zipOf({{"stored", scene::words(400'000), 0}, {"n", kNeedle}});
+    const std::string path = files.write("f", content), expected = "found Needle=md5,raw@n";
+    EXPECT_EQ(vole_scan_path(scanner.get(), path.c_str(), nullptr), VOLE_OK);
+    EXPECT_EQ(told(scanner.get()), expected);
+    const int fd = ::open(path.c_str(), O_RDONLY);
+    ::lseek(fd, 7, SEEK_SET);
+    EXPECT_EQ(vole_scan_fd(scanner.get(), fd, nullptr), VOLE_OK);
+    EXPECT_EQ(told(scanner.get()), expected);
+    EXPECT_EQ(::lseek(fd, 0, SEEK_CUR), 7);
+    ::close(fd);
+    std::string_view rest = content;
+    const vole_read_fn read = [](void* context, void* buffer, std::size_t size) -> std::ptrdiff_t {
+        auto& left = *static_cast<std::string_view*>(context);
+        const std::size_t count = left.copy(static_cast<char*>(buffer), std::min<std::size_t>(size, 100'000));
+        left.remove_prefix(count);
+        return static_cast<std::ptrdiff_t>(count);
+    };
+    EXPECT_EQ(vole_scan_stream(scanner.get(), read, &rest, nullptr), VOLE_OK);
+    EXPECT_EQ(told(scanner.get()), expected);
+    EXPECT_EQ(vole_result_counters(vole_scanner_result(scanner.get()))->bytes_read, content.size());
+}
+
+TEST_F(Outcomes, whatCannotBeScannedFailsWithItsOwnCode) {
+    const VoleScanner scanner = scannerOf(set);
+    ::mkfifo((files / "fifo").c_str(), 0600);
+    const auto endless = [](void*, void* buffer, std::size_t size) -> std::ptrdiff_t {
+        std::memset(buffer, 'x', size);
+        return static_cast<std::ptrdiff_t>(size);
+    };
+    vole_outcome outcome = VOLE_OUTCOME_CLEAN;
+    EXPECT_EQ(vole_scan_path(scanner.get(), (files / "gone").c_str(), &outcome), VOLE_E_NOT_FOUND);
+    EXPECT_EQ(outcome, VOLE_OUTCOME_FAILED);
+    EXPECT_EQ(told(scanner.get()), "failed: No such file or directory");
+    EXPECT_EQ(vole_scan_path(scanner.get(), (files / "fifo").c_str(), &outcome), VOLE_E_NOT_FILE);
+    EXPECT_EQ(vole_scan_path(scanner.get(), files.path().c_str(), &outcome), VOLE_E_NOT_FILE);
+    EXPECT_EQ(vole_scan_path(scanner.get(), nullptr, &outcome), VOLE_E_ARGUMENT);
+    EXPECT_EQ(vole_scan_path(nullptr, "x", &outcome), VOLE_E_ARGUMENT);
+    EXPECT_EQ(vole_scan_fd(scanner.get(), -1, &outcome), VOLE_E_ARGUMENT);
+    EXPECT_EQ(vole_scan_buffer(scanner.get(), nullptr, 1, &outcome), VOLE_E_ARGUMENT);
+    const auto broken = [](void*, void*, std::size_t) -> std::ptrdiff_t { return -1; };
+    EXPECT_EQ(vole_scan_stream(scanner.get(), broken, nullptr, &outcome), VOLE_E_IO);
+    vole_limits small = VOLE_LIMITS_INIT;
+    small.max_content = 1'000'000;
+    const VoleScanner limited = scannerOf(set, &small);
+    EXPECT_EQ(vole_scan_stream(limited.get(), endless, nullptr, &outcome), VOLE_OK);
+    EXPECT_EQ(told(limited.get()), "incomplete size-limit");
+}
+
+TEST_F(Outcomes, aFileThatShrinksMeanwhileIsNotClean) {
+    const std::string path =
+        files.write("f", zipOf({{"a", scene::words(400'000), 0}, {"b", scene::words(400'000), 0}}));
+    const VoleScanner scanner = scannerOf(set);
+    Ear ear;
+    ear.react = [&](const vole_event& event) {
+        return event.type == VOLE_EVENT_MEMBER_DONE ? ::truncate(path.c_str(), 1'500'000) : 0;
+    };
+    vole_scanner_set_events(scanner.get(), Ear::hear, &ear);
+    vole_scan_path(scanner.get(), path.c_str(), nullptr);
+    EXPECT_NE(told(scanner.get()).find(" io"), std::string::npos) << told(scanner.get());
+}
+
+TEST_F(Outcomes, structuresOfOtherVersionsAreReadAsFarAsTheyAreKnown) {
+    vole_scanner* scanner = nullptr;
+    struct {
+        vole_limits known = VOLE_LIMITS_INIT;
+        std::uint64_t later = 0;
+    } limits;
+    limits.known.struct_size = sizeof limits;
+    EXPECT_EQ(vole_scanner_new(set.get(), &limits.known, &scanner), VOLE_OK);
+    vole_scanner_free(scanner);
+    limits.later = 1;
+    EXPECT_EQ(vole_scanner_new(set.get(), &limits.known, &scanner), VOLE_E_ARGUMENT);
+    EXPECT_EQ(scanner, nullptr);
+    vole_limits earlier{};
+    earlier.struct_size = offsetof(vole_limits, max_member);  // max_content only: unlimited here.
+    EXPECT_EQ(scan(zipOf({{"large", std::string(300, 'l')}, {"n", kNeedle}}), earlier), "found Needle=md5,raw@n");
+    EXPECT_EQ(vole_scanner_new(nullptr, nullptr, &scanner), VOLE_E_ARGUMENT);
+    const VoleScanner valid = scannerOf(set);
+    EXPECT_EQ(vole_scanner_set_flags(valid.get(), 1U << 31), VOLE_E_ARGUMENT);
+}
+
+TEST_F(Outcomes, manyScannersShareSetsThatAreSwapped) {
+    TempDir other;
+    other.write("a.hdb", md5Record(kNeedle, "Other"));
+    std::atomic<vole_signatures*> current = set.get();
+    const VoleSet second = loadedSet(other.path());
+    std::vector<scene::Content> contents = scene::contents();
+    std::atomic<bool> over = false;
+    std::vector<std::jthread> threads;
+    for (unsigned i = 0; i < 8; ++i) {
+        threads.emplace_back([&, i] {
+            for (std::size_t turn = i; !over; ++turn) {
+                VoleSet mine(vole_signatures_ref(current));
+                const VoleScanner scanner = scannerOf(mine);
+                mine.reset();
+                const std::string answer =
+                    toldOf(scanner.get(), zipOf({{"x", kNeedle}, {"y", contents[turn % 9].bytes}}));
+                EXPECT_TRUE(answer == "found Needle=md5,raw@x" || answer == "found Other=md5,raw@x") << answer;
+            }
+        });
+    }
+    for (int swaps = 0; swaps < 500; ++swaps) {
+        current = swaps % 2 ? set.get() : second.get();
+        ::usleep(1000);
+    }
+    over = true;
+}
+
+}  // namespace
