@@ -23,7 +23,7 @@ constexpr RecordFault kBehindNul{"What stands behind a NUL is left out"};
 
 // Stands in for an observer where there is none. Costs nothing.
 struct NoReport {
-    void onLine(const PatternLine&) {}
+    void onComment(const PatternLine&) {}
     void onData(const PatternLine&, const std::optional<RecordFault>&) {}
     void onEnd() {}
 };
@@ -42,19 +42,16 @@ public:
         endRun();
     }
 
-    void onLine(const PatternLine& line) {
-        // Only the first piece: others tell nothing new.
-        if (line.cut && line.number != _cutLine) _observer.onProblem(line, kCut);
-        if (line.cut) _cutLine = line.number;
+    void onComment(const PatternLine& line) {
+        if (line.cut) onCut(line);
     }
 
     void onData(const PatternLine& line, const std::optional<RecordFault>& fault) {
-        if (!fault) extendRun(line.text);
-        if (line.text.empty() && !line.hasNul) return;  // Nobody takes an empty line for a record.
-        if (fault) {
-            _observer.onProblem(line, *fault);
-        } else if (line.hasNul) {
-            _observer.onProblem(line, kBehindNul);
+        const bool goesOn = line.text.data() == _end + 1 && *_end == '\n';
+        if (goesOn && !fault && !line.cut && !line.hasNul) [[likely]] {
+            _end = line.text.data() + line.text.size();
+        } else {
+            onUnusualData(line, fault, goesOn);
         }
     }
 
@@ -65,26 +62,40 @@ public:
     }
 
 private:
-    void extendRun(std::string_view text) {
-        if (_begin && text.data() - _end == 1 && *_end == '\n') {
-            _end = text.data() + text.size();
+    void onUnusualData(const PatternLine& line, const std::optional<RecordFault>& fault, bool goesOn) {
+        if (line.cut) onCut(line);
+        if (fault) {
+            // Nobody takes an empty line for a record.
+            if (!line.text.empty() || line.hasNul) _observer.onProblem(line, *fault);
             return;
         }
-        endRun();
-        _begin = text.data();
-        _end = _begin + text.size();
+        if (!goesOn) {
+            endRun();
+            _begin = line.text.data();
+        }
+        _end = line.text.data() + line.text.size();
+        if (line.hasNul) _observer.onProblem(line, kBehindNul);
+    }
+
+    // Only the first piece: others tell nothing new.
+    void onCut(const PatternLine& line) {
+        if (line.number != _cutLine) _observer.onProblem(line, kCut);
+        _cutLine = line.number;
     }
 
     void endRun() {
         if (_begin) _observer.onRecords(_kind, {_begin, static_cast<std::size_t>(_end - _begin)});
         _begin = nullptr;
+        _end = &kNowhere;
     }
+
+    static constexpr char kNowhere = '\0';
 
     PatternLineReader& _lines;
     LoadObserver& _observer;
     RecordKind _kind;
-    const char* _begin = nullptr;  // The run, which the byte at _end still belongs to the buffer behind. Null: none.
-    const char* _end = nullptr;
+    const char* _begin = nullptr;  // The run; null when there is none.
+    const char* _end = &kNowhere;  // Readable wherever a line's text follows.
     std::uint64_t _cutLine = 0;
 };
 
@@ -95,15 +106,15 @@ void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount on
     bool headerOpen = true;
     PatternLine line;
     while (lines.next(line)) {
-        report.onLine(line);
         if (line.kind == PatternLine::Kind::data) {
             headerOpen = false;
             // A malformed line is dropped; the load goes on.
             const auto fault = list.append(line.text);
             if (!fault) ++accepted;
             report.onData(line, fault);
-        } else if (line.kind == PatternLine::Kind::count && headerOpen) {
-            onCount(line.count);
+        } else {
+            if (line.kind == PatternLine::Kind::count && headerOpen) onCount(line.count);
+            report.onComment(line);
         }
     }
     report.onEnd();
