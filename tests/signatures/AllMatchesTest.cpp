@@ -37,13 +37,11 @@ struct Broken : ZOV_SPACE::ContinuousMemBufferBase {
     long end = 0;
 };
 
-std::string recordAt(const std::string& bytes, unsigned char type, unsigned short offset, const char* name) {
-    const auto place = static_cast<std::size_t>(type == 0 ? offset : bytes.size() - offset);
-    const std::string hexOffset = toHex(std::string{static_cast<char>(offset >> 8), static_cast<char>(offset)});
-    const std::string range = bytes.substr(place, 8);
-    return "00:" + toHex(std::string{static_cast<char>(type), 0}) + ":" + hexOffset +
-           ":08:" + toHex(range.substr(0, 4)) + ":" + crcField(range) + ":" + hexOffset + ":08:" + crcField(range) +
-           ":" + name;
+// The line of a record for the 8 bytes there.
+std::string recordAt(const std::string& bytes, std::size_t offset, const char* name) {
+    const std::string line = startRecord(bytes.substr(offset, 8), name),
+                      start = {static_cast<char>(offset >> 8), static_cast<char>(offset)};
+    return line.substr(0, 8) + toHex(start) + line.substr(12, line.size() - 13);
 }
 
 TEST(Scanners, passAllMatchesNewestFirst) {
@@ -53,11 +51,11 @@ TEST(Scanners, passAllMatchesNewestFirst) {
     IOBuffer buffer(&memory);
     BmList digests;
     CheckSumList sums;
-    for (const std::string& line : {md5Record(bytes, "a"), md5Record(other, "b"), md5Record(bytes, "c")}) {
-        digests.addString(line.substr(0, line.size() - 1).c_str());
-    }
-    for (const std::string& line : {recordAt(bytes, 0, 0, "a"), recordAt(bytes, 1, 150, "b"),
-                                    recordAt(other, 0, 1, "x"), recordAt(bytes, 0, 0, "c")}) {
+    const std::string digest = toHex(md5Of(bytes));
+    for (const std::string& line : {digest + ":300:a", toHex(md5Of(other)) + ":300:b", digest + ":300:c"})
+        digests.addString(line.c_str());
+    for (const std::string& line :
+         {recordAt(bytes, 0, "a"), recordAt(bytes, 150, "b"), recordAt(other, 1, "x"), recordAt(bytes, 0, "c")}) {
         sums.addString(line.c_str());
     }
     for (int turn = 0; turn < 2; ++turn) {
@@ -79,7 +77,7 @@ TEST(ChkScanner, saysWhenWhatItAskedForCouldNotBeRead) {
     struct Case {
         const char* why;
         const std::string& bytes;
-        unsigned short offset;
+        std::size_t offset;
         long end;
         bool found, failed;
     };
@@ -92,7 +90,7 @@ TEST(ChkScanner, saysWhenWhatItAskedForCouldNotBeRead) {
         broken.end = c.end;
         IOBuffer buffer(&broken);
         CheckSumList sums;
-        sums.addString(recordAt(c.bytes, 0, c.offset, "x").c_str());
+        sums.addString(recordAt(c.bytes, c.offset, "x").c_str());
         std::string name;
         for (int turn = 0; turn < 2; ++turn) {
             ChkScanner scanner(sums);
