@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Raise.h"
@@ -74,28 +75,22 @@ TEST(Scanners, passAllMatchesNewestFirst) {
 TEST(ChkScanner, saysWhenWhatItAskedForCouldNotBeRead) {
     std::string plain = ZOV_SPACE::numbered(4000), dosProgram = plain;
     dosProgram.replace(0, 2, "MZ").replace(0x3C, 4, std::string("\xB8\x0B\0\0", 4));  // Its new header: at 3000.
-    struct Case {
-        const char* why;
-        const std::string& bytes;
-        std::size_t offset;
-        long end;
-        bool found, failed;
-    };
-    for (const Case& c : {Case{"what nobody asks for", plain, 0, 2000, true, false},
-                          {"a range", plain, 1990, 1996, false, true},
-                          {"whether it is a PE file", dosProgram, 0, 2000, true, true},
-                          {"a check string up to the end", plain, 3992, 4000, true, false}}) {
+    for (const auto& [why, bytes, offset, end, found, failed] :
+         {std::tuple("what nobody asks for", plain, 0, 2000, true, false),
+          {"a range", plain, 1990, 1996, false, true},
+          {"whether it is a PE file", dosProgram, 0, 2000, true, true},
+          {"a check string up to the end", plain, 3992, 4000, true, false}}) {
         Broken broken;
-        broken.append(c.bytes.data(), 4000);
-        broken.end = c.end;
+        broken.append(bytes.data(), 4000);
+        broken.end = end;
         IOBuffer buffer(&broken);
         CheckSumList sums;
-        sums.addString(recordAt(c.bytes, c.offset, "x").c_str());
+        sums.addString(recordAt(bytes, static_cast<std::size_t>(offset), "x").c_str());
         std::string name;
         for (int turn = 0; turn < 2; ++turn) {
             ChkScanner scanner(sums);
-            EXPECT_EQ(scanner.scan(&buffer, 4000, name, kTargetAny), c.found) << c.why;
-            EXPECT_EQ(scanner.failed(), c.failed) << c.why;
+            EXPECT_EQ(scanner.scan(&buffer, 4000, name, kTargetAny), found) << why;
+            EXPECT_EQ(scanner.failed(), failed) << why;
             sums.index();
         }
     }
