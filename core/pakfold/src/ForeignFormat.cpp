@@ -201,7 +201,10 @@ bool isStuffIt(const Head& head) { return head.has(10, "rLau"); }
 bool isZoo(const Head& head) { return head.has(0, "ZOO "); }
 
 // What comes before the formats that can be opened; without anything behind the marker, there is no member.
-bool isOldRar(const Head& head) { return head.u16(4) >= 7 && head.u16(4) < 0x1000 && head.contentSize() > head.u16(4); }
+bool isOldRar(const Head& head) {
+    const auto headerBytes = static_cast<long>(head.u16(4));
+    return headerBytes >= 7 && headerBytes < 0x1000 && head.contentSize() > headerBytes;
+}
 
 // The end record of an archive with members is the last thing in the content, and the directory is in front of it.
 bool isZipBehindOthers(const Head& head) {
