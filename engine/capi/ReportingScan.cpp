@@ -66,6 +66,7 @@ void ReportingScan::conclude() {
 }
 
 Matched ReportingScan::match(ZOV_SPACE::IOBuffer& content, long size, MatchVisitor& visitor) {
+    _givingUp = false;
     return matchSignatures(_signatures.patterns, content, size, visitor);
 }
 
@@ -95,6 +96,7 @@ void ReportingScan::onUnseen(Unseen what, const _st_ArchEntry& content, const st
 }
 
 void ReportingScan::unseen(Unseen what, const std::shared_ptr<const ContentName>& name, const char* text) {
+    if (_givingUp) return;
     ++_result.counters.reasons;
     KeptReason reason{KeptPath(name), text, {}};
     reason.view.code = static_cast<vole_reason_code>(what);
@@ -142,6 +144,7 @@ void ReportingScan::countMember(const _st_ArchEntry& archive) {
 // Told once: every archive that comes later ends in the same way.
 void ReportingScan::limitReached(Unseen what, const _st_ArchEntry& archive, const char* text, bool& told) {
     if (!std::exchange(told, true)) unseen(what, sharedName(archive), text);
+    _givingUp = true;
     ZOV_SPACE::raise<LimitReachedException>(text);
 }
 
@@ -162,6 +165,7 @@ void ReportingScan::onUnpacked(std::int64_t bytes) {
     if (!std::exchange(_totalLimitTold, true)) {
         unseen(Unseen::totalLimit, _root, "its members unpack to more than the limit");
     }
+    _givingUp = true;
     ZOV_SPACE::raise<LimitReachedException>("total limit");
 }
 
@@ -176,7 +180,9 @@ void ReportingScan::onMemberDone(const _st_ArchEntry& member, std::int64_t bytes
         event.size = static_cast<std::uint64_t>(bytes);
         tell(event);
     }
-    if (_decided) ZOV_SPACE::raise<ZOV_SPACE::ScanStoppedException>("found");
+    if (!_decided) return;
+    _givingUp = true;
+    ZOV_SPACE::raise<ZOV_SPACE::ScanStoppedException>("found");
 }
 
 bool ReportingScan::opens(const _st_ArchEntry& archive) {
@@ -211,6 +217,7 @@ void ReportingScan::onWork(std::int64_t bytes) {
 
 void ReportingScan::stop(Unseen what, const char* text) {
     if (!std::exchange(_stopped, true)) refuse(what, text);
+    _givingUp = true;
     ZOV_SPACE::raise<ZOV_SPACE::ScanStoppedException>(text);
 }
 

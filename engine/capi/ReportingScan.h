@@ -74,6 +74,9 @@ private:
     bool _decided = false;    // A finding ends the scan.
     bool _hostStops = false;  // The event callback wants the end.
     bool _stopped = false;    // And was told so.
+    // From the throw that ends an archive or the scan to the next content: what walks say of an end that was wanted is
+    // no news.
+    bool _givingUp = false;
     bool _memberLimitTold = false;
     bool _totalLimitTold = false;
 };
