@@ -76,7 +76,8 @@ constexpr std::uint32_t remainderOfPower(unsigned n) {
 
 // A factor of 64 coefficients. The product of two mirrored ones stands a bit too low, hence the power less by one.
 constexpr long long factor(unsigned power) {
-    return static_cast<long long>(std::uint64_t{remainderOfPower(power - 1)} << 32);
+    const std::uint64_t mirrored = std::uint64_t{remainderOfPower(power - 1)} << 32;
+    return static_cast<long long>(mirrored);
 }
 
 // Moves 16 bytes ahead by a number of bytes, where `next` stands. The lower half has the higher coefficients.

@@ -263,11 +263,10 @@ void ZipUnarchiver::findExtent(ZipDataExtent& extent) const {
         extent.unpackedSize = _info.uncompressedSize;
     } else if (_buffer) {
         const auto start = static_cast<long>(_in->position());
-        if (_info.isEncrypted()) {
-            extent = findForeignExtent(*_buffer, start);
-        } else if (_info.method == ZipConstants::DEFLATED) {
+        const bool isForeign = _info.isEncrypted();
+        if (!isForeign && _info.method == ZipConstants::DEFLATED) {
             extent = findDeflatedExtent(*_buffer, start);
-        } else if (_info.method == ZipConstants::STORED) {
+        } else if (!isForeign && _info.method == ZipConstants::STORED) {
             extent = findStoredExtent(*_buffer, start);
         } else {
             extent = findForeignExtent(*_buffer, start);
