@@ -89,9 +89,12 @@ void SetLoader::loadFalseAlarms() {
     if (!parser) throw std::bad_alloc();
     VirusList list;
     try {
-        if (!readVirusList(*parser, _path, list) && errno != ENOENT) tellOfFile(systemErrorText(), false);
+        const bool opened = readVirusList(*parser, _path, list);
+        if (!opened && !PatternContainer::meansNoFile(errno)) tellOfFile(systemErrorText(), true);
     } catch (const ZOV_SPACE::OutOfMemoryException&) {
         throw;
+    } catch (ZOV_SPACE::IOException& e) {
+        tellOfFile(e.getMessage(), true);
     } catch (ZOV_SPACE::Exception& e) {
         tellOfFile(e.getMessage(), false);
     }

@@ -65,7 +65,7 @@ TEST(Signatures, filesAreTakenInOrderOfTheirNamesAndTheirFaultsTold) {
     EXPECT_EQ(load.problems,
               "a.hdb 1 [a] Malformed md5 pattern [a]; b.hdb 0 [] The link leads nowhere; "
               "c.chk 0 [] Input/output error!; d.hdb 1 [d] Malformed md5 pattern [d]; "
-              "pattern_assistant.xml 0 [] Is a directory; ");
+              "pattern_assistant.xml 0 [] Is a directory!; ");
     for (const auto& [path, error] : {std::pair(dir / "none", VOLE_E_NOT_FOUND),
                                       {dir / "a.hdb/x", VOLE_E_NOT_FOUND},
                                       {dir / "a.hdb", VOLE_E_NOT_FILE},

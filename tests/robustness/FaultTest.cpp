@@ -14,6 +14,7 @@
 #include "support/EngineTest.h"
 #include "support/FileSizeLimit.h"
 #include "support/OwnProcess.h"
+#include "support/VoleHost.h"
 
 namespace {
 
@@ -164,6 +165,43 @@ TEST_F(SystemFaults, aFullDiskCostsNoMoreThanWhatDoesNotFit) {
     errors.taken();
     // What cannot go to the disk may as well stay in memory.
     EXPECT_TRUE(verdictOf(lost) == "Needle-One" || errors.taken() > 0);
+}
+
+// Never "clean": every content has a signature in it, which is found, or something was not seen, or the scan failed.
+TEST_F(AllocationFaults, theCInterfaceNeverCallsCleanWhatItDidNotSee) {
+    const VoleSet set = loadedSet(one.path());
+    for (const scene::Content& content : scene::contents()) {
+        for (const Plan& kind : {kNoMemory, kNoMoreMemory}) {
+            failInTurn(std::string("C interface, ") + content.name, kind, [&](const Plan& plan) {
+                vole_scanner* scanner = nullptr;
+                vole_outcome outcome = VOLE_OUTCOME_CLEAN;
+                faults::begin(plan);
+                vole_error error = vole_scanner_new(set.get(), nullptr, &scanner);
+                if (!error) error = vole_scan_buffer(scanner, content.bytes.data(), content.bytes.size(), &outcome);
+                const unsigned met = faults::end();
+                const VoleScanner owner(scanner);
+                EXPECT_TRUE(error ? error == VOLE_E_MEMORY : outcome != VOLE_OUTCOME_CLEAN) << error;
+                EXPECT_TRUE(met >= plan.first || outcome == VOLE_OUTCOME_FOUND);
+                return met;
+            });
+        }
+    }
+}
+
+TEST_F(AllocationFaults, aSetLoadsWholeThroughTheCInterfaceOrFails) {
+    const std::string id = vole_signatures_id(loadedSet(one.path()).get());
+    for (const Plan& kind : {kNoMemory, kNoMoreMemory, kErrors, kNoDescriptors}) {
+        failInTurn("C interface, a set", kind, [&](const Plan& plan) {
+            vole_signatures* set = nullptr;
+            faults::begin(plan);
+            const vole_error error = vole_signatures_load(one.path().c_str(), nullptr, &set);
+            const unsigned met = faults::end();
+            const VoleSet owner(set);
+            EXPECT_EQ(error == VOLE_OK, set != nullptr);
+            EXPECT_EQ(set ? vole_signatures_id(set) : id, id);
+            return met;
+        });
+    }
 }
 
 TEST_F(SystemFaults, aReloadIsWholeOrFails) {

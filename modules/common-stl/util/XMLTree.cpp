@@ -64,7 +64,7 @@ public:
         if (_documentBytes > XMLLimits::kDocumentBytes) refuse("document too long");
         const XML_Status status = XML_Parse(_parser, data, static_cast<int>(length), last);
         if (_thrown) std::rethrow_exception(_thrown);
-        if (status != XML_STATUS_OK) refuse(XML_ErrorString(XML_GetErrorCode(_parser)));
+        if (status != XML_STATUS_OK) refuse(XML_GetErrorCode(_parser));
         if (_documentBytes - _reported > kMostUnread) refuseToken();
     }
 
@@ -170,6 +170,12 @@ private:
     [[noreturn]] void refuseToken() const { refuse("token too long"); }
 
     [[noreturn]] void refuse(const std::string& why) const { kUnit.raise<Exception>(atLine(_parser, why)); }
+
+    [[noreturn]] void refuse(XML_Error error) const {
+        const std::string why = XML_ErrorString(error);
+        if (error == XML_ERROR_NO_MEMORY) kUnit.raise<OutOfMemoryException>(atLine(_parser, why));
+        refuse(why);
+    }
 
     XML_Parser _parser;
     std::size_t _memoryBytes;
