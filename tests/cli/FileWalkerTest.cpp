@@ -16,7 +16,8 @@ using Names = std::vector<std::string>;
 // The paths relative to the sandbox, those with an error followed by it.
 Names walk(const TempDir& box, const std::string& root) {
     Names names;
-    FileWalker walker(root);
+    const WalkRules rules;
+    FileWalker walker(root, rules);
     const std::string top = box / "";
     while (walker.next()) {
         const std::string& path = walker.path();

@@ -10,11 +10,9 @@
 #include <filesystem>
 #include <iterator>
 #include <limits>
-#include <optional>
 #include <string_view>
 #include <utility>
 
-#include "EntryTracker.h"
 #include "Messages.h"
 #include "voleeng.h"
 
@@ -30,7 +28,7 @@ constexpr const char* kDefaultLimits[] = {"MaxUnarEntries      = 100", "MaxUnarR
 // init() is lenient: it succeeds when only the lists loaded, and the plug-in's text replaces every other one in its
 // message. Whether the signatures loaded, why not, and how many there are is only told by its diagnostic lines.
 struct LoadReport {
-    int signatureCount = -1;
+    std::optional<std::uint64_t> signatureCount;
     std::vector<std::string> limits;
     bool signaturesFailed = false;
     std::string reason;
@@ -56,7 +54,9 @@ std::optional<std::string_view> textBehind(std::string_view line, std::string_vi
 
 void readSignatureCount(std::string_view line) {
     if (const auto count = textBehind(line, "vole-engine, pattern [")) {
-        std::from_chars(count->data(), count->data() + count->size(), loadReport->signatureCount);
+        std::uint64_t number = 0;
+        const auto end = count->data() + count->size();
+        if (std::from_chars(count->data(), end, number).ec == std::errc()) loadReport->signatureCount = number;
     }
 }
 
@@ -79,11 +79,6 @@ void collectLoadLine(const char* text) {
     readSignatureCount(line);
     readLimit(line);
 }
-
-// Only set while a file is scanned for where its match is.
-EntryTracker* entryTracker = nullptr;
-
-void trackEntry(const char* text) { entryTracker->takeLine(text); }
 
 void setDiagnostics(int level, void (*print)(const char*)) {
     VoleDebugger settings{level, print, {}};
@@ -121,9 +116,42 @@ void makeDumpDir(const std::string& dir) {
     if (error) throw LoadError("cannot dump to " + dir + ": " + error.message());
 }
 
+class HostScanner : public FileScanner {
+public:
+    FileReport scan(const Target& target) override {
+        FileReport report;
+        report.path = target.path;
+        if (target.standardInput) {
+            report.outcome = Outcome::failed;
+            report.error = "hosts cannot scan standard input";
+        } else {
+            ask(report);
+        }
+        return report;
+    }
+
+private:
+    // The engine tells neither what kind of signature it is nor where it matched.
+    static void ask(FileReport& report) {
+        std::string name;
+        std::string message;
+        const int result = scanFile(report.path.c_str(), name, message);
+        if (result == VOLE_CLEAN) return;
+        if (result == VOLE_FOUND) {
+            const bool allowed = IsFalseAlarm(name.c_str()) == 1;
+            report.outcome = allowed ? Outcome::clean : Outcome::found;
+            report.findings.push_back({std::move(name), {}, {}, allowed, {}, {}});
+            report.counters.findings = 1;
+        } else {
+            report.outcome = Outcome::failed;
+            report.error = scanProblem(report.path, message, result);
+        }
+    }
+};
+
 }  // namespace
 
-EngineSession::EngineSession(const EngineOptions& options) : _diagnostics(options.diagnostics) {
+EngineSession::EngineSession(const EngineOptions& options) {
     if (!options.dumpDir.empty()) makeDumpDir(options.dumpDir);
     LoadReport report;
     report.echo = options.diagnostics;
@@ -131,14 +159,14 @@ EngineSession::EngineSession(const EngineOptions& options) : _diagnostics(option
     setDiagnostics(kAllDiagnostics, collectLoadLine);
     std::string message;
     const int result = init(options.patternDir.c_str(), message);
-    listenAsAsked();
+    setDiagnostics(options.diagnostics ? kAllDiagnostics : 0, options.diagnostics ? printDiagnostic : nullptr);
     loadReport = nullptr;
 
     if (options.diagnostics && !message.empty()) printDiagnostic(message.c_str());
     std::string failure;
     if (report.signaturesFailed || result != VOLE_CLEAN) {
         failure = textOrCode(report.reason.empty() ? message : report.reason, result);
-    } else if (report.signatureCount == 0) {
+    } else if (report.signatureCount == std::uint64_t{0}) {
         failure = "no signatures in " + options.patternDir;
     }
     if (!failure.empty()) {
@@ -157,15 +185,7 @@ EngineSession::~EngineSession() {
     setDumpPath(nullptr);
 }
 
-ScanResult EngineSession::scan(const std::string& path) const {
-    std::string name;
-    std::string message;
-    const int result = scanFile(path.c_str(), name, message);
-    if (result == VOLE_CLEAN) return {Verdict::clean, {}, {}};
-    if (result != VOLE_FOUND) return {Verdict::failed, scanProblem(path, message, result), {}};
-    const Verdict verdict = IsFalseAlarm(name.c_str()) == 1 ? Verdict::allowed : Verdict::found;
-    return {verdict, std::move(name), findEntry(path)};
-}
+std::unique_ptr<FileScanner> EngineSession::newScanner() const { return std::make_unique<HostScanner>(); }
 
 // A scan ends at its first match, and nothing of the content that matches is dumped. Without signatures nothing
 // matches.
@@ -174,22 +194,4 @@ void EngineSession::dumpMembers(const std::string& path) {
     std::string name;
     std::string message;
     scanFile(path.c_str(), name, message);
-}
-
-void EngineSession::listenAsAsked() const {
-    setDiagnostics(_diagnostics ? kAllDiagnostics : 0, _diagnostics ? printDiagnostic : nullptr);
-}
-
-// Only the engine's diagnostics tell in which archive member a match was. They slow a scan down, so only a file that
-// is known to be infected is scanned with them.
-std::string EngineSession::findEntry(const std::string& path) const {
-    EntryTracker tracker;
-    entryTracker = &tracker;
-    setDiagnostics(kAllDiagnostics, trackEntry);
-    std::string name;
-    std::string message;
-    const int result = scanFile(path.c_str(), name, message);
-    listenAsAsked();
-    entryTracker = nullptr;
-    return result == VOLE_FOUND ? tracker.current() : std::string();
 }

@@ -47,15 +47,25 @@ DirStream openDir(const char* path, int extraOpenFlags) {
     return dir;
 }
 
+dev_t deviceOf(DIR* dir) {
+    struct stat status {};
+    ::fstat(::dirfd(dir), &status);
+    return status.st_dev;
+}
+
 std::string folderErrorText(int errorNumber) { return "cannot read the folder: " + systemText(errorNumber); }
 
 }  // namespace
 
-FileWalker::FileWalker(std::string root) : _path(std::move(root)) {}
+FileWalker::FileWalker(std::string root, const WalkRules& rules) : _rules(rules), _path(std::move(root)) {}
 
 bool FileWalker::next() {
     _error.clear();
     if (!std::exchange(_started, true) && startAtRoot()) return true;
+    return goOn();
+}
+
+bool FileWalker::goOn() {
     while (!_folders.empty()) {
         Folder& folder = _folders.back();
         if (folder.position == folder.entries.size()) {
@@ -64,6 +74,7 @@ bool FileWalker::next() {
         }
         const Entry& entry = folder.entries[folder.position++];
         nameInFolder(folder, entry.name);
+        if (_rules.excludes(_path)) continue;
         // A folder that was swapped for a link since it was listed is not followed either.
         if (!entry.isFolder || enterFolder(O_NOFOLLOW)) return true;
     }
@@ -72,8 +83,10 @@ bool FileWalker::next() {
 
 // True when the root itself is to be handed out.
 bool FileWalker::startAtRoot() {
+    if (_rules.excludes(_path)) return false;
     struct stat status;
     if (::stat(_path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return true;
+    _rootDevice = status.st_dev;
     return enterFolder(0);
 }
 
@@ -85,6 +98,7 @@ bool FileWalker::enterFolder(int extraOpenFlags) {
         _error = folderErrorText(errno);
         return true;
     }
+    if (_rules.oneFileSystem && deviceOf(dir.get()) != _rootDevice) return false;
     Folder folder{_path.size(), {}, 0};
     while (folder.pathLength > 0 && _path[folder.pathLength - 1] == '/') --folder.pathLength;
     errno = 0;

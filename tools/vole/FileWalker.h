@@ -5,7 +5,8 @@
 //
 // A path that is not a folder is handed out as it is, whatever it names and even when nothing is there: the engine has
 // the say about it. Below a folder only regular files are handed out, in byte order of the names in each folder; links
-// are not followed there, so that no loop arises. A link given as the path itself is followed.
+// are not followed there, so that no loop arises. A link given as the path itself is followed. What the rules leave out
+// is neither handed out nor entered, without a word, the path itself included.
 //   Cost:    one pass over each folder; a file's status is read only where the file system does not tell its type.
 //   Memory:  the names of the folders between the root and the current file; no recursion, no descriptor kept open.
 //   Errors:  a folder that cannot be read, or only in part, is handed out with its error text; the walk goes on.
@@ -13,13 +14,18 @@
 #ifndef VOLE_TOOL_FILE_WALKER_H
 #define VOLE_TOOL_FILE_WALKER_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <string>
 #include <vector>
 
+#include "WalkRules.h"
+
 class FileWalker {
 public:
-    explicit FileWalker(std::string root);
+    // Borrows the rules.
+    FileWalker(std::string root, const WalkRules& rules);
 
     // Goes to the next file or unreadable folder; false when there is none left.
     bool next();
@@ -41,9 +47,12 @@ private:
     };
 
     bool startAtRoot();
+    bool goOn();
     bool enterFolder(int extraOpenFlags);
     void nameInFolder(const Folder& folder, const std::string& name);
 
+    const WalkRules& _rules;
+    dev_t _rootDevice = 0;
     std::string _path;
     std::string _error;
     std::vector<Folder> _folders;

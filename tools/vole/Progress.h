@@ -30,6 +30,9 @@ public:
     Progress& operator=(const Progress&) = delete;
     ~Progress() { stop(); }
 
+    // Whether what the other functions are told is ever shown.
+    bool isDrawing() const { return _drawing; }
+
     // That many more files and bytes are waiting.
     void known(std::uint64_t files, std::uint64_t bytes);
 

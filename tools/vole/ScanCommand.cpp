@@ -1,112 +1,93 @@
 #include "ScanCommand.h"
 
+#include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
+#include <csignal>
 #include <filesystem>
-#include <string_view>
+#include <memory>
+#include <optional>
 #include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
-#include "Escape.h"
-#include "FileWalker.h"
+#include "Census.h"
+#include "EngineSession.h"
 #include "Interruption.h"
 #include "Messages.h"
+#include "NameList.h"
 #include "Output.h"
+#include "Progress.h"
+#include "ScanReport.h"
+#include "TargetSource.h"
+#include "Workers.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct Tally {
-    unsigned long long scanned = 0;
-    unsigned long long infected = 0;
-    unsigned long long allowed = 0;
-    unsigned long long errors = 0;
-};
-
-class Scan {
+// A scanner that the progress line hears of.
+class ObservedScanner : public FileScanner {
 public:
-    Scan(const EngineSession& engine, bool onlyFindings, Output& output)
-        : _engine(engine), _onlyFindings(onlyFindings), _output(output) {}
+    ObservedScanner(std::unique_ptr<FileScanner> scanner, Progress& progress)
+        : _scanner(std::move(scanner)), _progress(progress) {}
 
-    // Ends early when the report cannot be written any more, or a signal asks for it.
-    void scanTree(const std::string& root) {
-        FileWalker walker(root);
-        while (!_output.failed() && !isInterrupted() && walker.next()) {
-            if (walker.error().empty()) {
-                scanOne(walker.path());
-            } else {
-                ++_tally.errors;
-                report(walker.path(), walker.error(), "");
-            }
-        }
+    FileReport scan(const Target& target) override {
+        _progress.started(target.path);
+        FileReport report = _scanner->scan(target);
+        _progress.done(report.counters.bytesRead, report.counters.findings);
+        return report;
     }
-
-    // The files with a match, whatever its name.
-    const std::vector<std::string>& matches() const { return _matches; }
-
-    const Tally& tally() const { return _tally; }
 
 private:
-    void scanOne(const std::string& path) {
-        const ScanResult result = _engine.scan(path);
-        ++(result.verdict == Verdict::failed ? _tally.errors : _tally.scanned);
-        switch (result.verdict) {
-            case Verdict::clean:
-                if (!_onlyFindings) report(path, "", "OK", Urgency::canWait);
-                break;
-            case Verdict::found:
-                ++_tally.infected;
-                reportMatch(path, result, " FOUND");
-                break;
-            case Verdict::allowed:
-                ++_tally.allowed;
-                reportMatch(path, result, " ALLOWED");
-                break;
-            case Verdict::failed:
-                report(path, result.text, "");
-        }
-    }
-
-    void reportMatch(const std::string& path, const ScanResult& match, std::string_view word) {
-        report(path, match.entry.empty() ? match.text : match.text + " in " + match.entry, word);
-        _matches.push_back(path);
-    }
-
-    void report(std::string_view path, std::string_view text, std::string_view word, Urgency urgency = Urgency::now) {
-        _line.clear();
-        appendEscaped(_line, path);
-        _line += ": ";
-        appendEscaped(_line, text);
-        _line += word;
-        _output.writeLine(_line, urgency);
-    }
-
-    const EngineSession& _engine;
-    bool _onlyFindings;
-    Output& _output;
-    Tally _tally;
-    std::vector<std::string> _matches;
-    std::string _line;
+    std::unique_ptr<FileScanner> _scanner;
+    Progress& _progress;
 };
 
-void writeSummary(Output& output, int signatureCount, const Tally& tally, Clock::duration elapsed) {
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "%.2f s", std::chrono::duration<double>(elapsed).count());
-    output.writeLine("");
-    if (signatureCount >= 0) output.writeLine("Signatures: " + std::to_string(signatureCount));
-    output.writeLine("Scanned:    " + std::to_string(tally.scanned));
-    output.writeLine("Infected:   " + std::to_string(tally.infected));
-    output.writeLine("Allowed:    " + std::to_string(tally.allowed));
-    output.writeLine("Errors:     " + std::to_string(tally.errors));
-    output.writeLine(std::string("Elapsed:    ") + seconds);
+unsigned processors() {
+    cpu_set_t set;
+    if (::sched_getaffinity(0, sizeof set, &set) == 0) return static_cast<unsigned>(CPU_COUNT(&set));
+    return std::max(std::thread::hardware_concurrency(), 1u);  // More of them than the set has room for.
 }
 
-ExitCode exitCodeOf(const Tally& tally, bool outputFailed) {
-    if (tally.infected != 0) return kExitFound;
-    return tally.errors != 0 || outputFailed ? kExitErrors : kExitClean;
+// The older interface tells of one scan at a time, and archives of one name share a folder.
+unsigned jobsFor(const ScanOptions& options) {
+    const bool oneByOne = !options.dumpDir.empty() || (options.hostView && options.debug);
+    if (oneByOne) return 1;
+    return options.jobs != 0 ? options.jobs : processors();
+}
+
+std::vector<std::unique_ptr<FileScanner>> makeScanners(const Engine& engine, unsigned count, Progress& progress) {
+    std::vector<std::unique_ptr<FileScanner>> scanners;
+    for (unsigned i = 0; i < count; ++i) {
+        auto scanner = engine.newScanner();
+        if (progress.isDrawing()) scanner = std::make_unique<ObservedScanner>(std::move(scanner), progress);
+        scanners.push_back(std::move(scanner));
+    }
+    return scanners;
+}
+
+std::optional<NameList> openList(const ScanOptions& options) {
+    if (!options.filesFrom) return std::nullopt;
+    const bool twice = *options.filesFrom == "-" && std::count(options.paths.begin(), options.paths.end(), "-") != 0;
+    if (twice) throw ListError("standard input cannot be both scanned and the list of files");
+    return std::optional<NameList>(std::in_place, *options.filesFrom, options.nullSeparated ? '\0' : '\n');
+}
+
+void scanAll(const ScanOptions& options, const Engine& engine, NameList* list, ScanReport& report, Progress& progress) {
+    TargetSource source(options.paths, list, options.rules);
+    std::optional<Census> census;
+    if (progress.isDrawing() && !list) census.emplace(options.paths, options.rules, progress);
+    const auto fetch = [&](std::vector<Target>& targets, std::size_t most) {
+        const bool more = source.next(targets, most);
+        if (list) progress.known(targets.size(), 0);
+        return more;
+    };
+    Workers workers(fetch, [&](const FileReport& file) { return report.add(file); });
+    workers.run(makeScanners(engine, jobsFor(options), progress));
 }
 
 void dumpMatches(EngineSession& engine, const std::vector<std::string>& paths) {
@@ -116,22 +97,45 @@ void dumpMatches(EngineSession& engine, const std::vector<std::string>& paths) {
     }
 }
 
-ExitCode scanPaths(const ScanOptions& options, const EngineOptions& engineOptions) {
-    const Clock::time_point start = Clock::now();
-    EngineSession engine(engineOptions);
+ExitCode exitCodeOf(const Tally& tally, bool incompleteIsOk, bool outputFailed) {
+    if (tally.infected != 0) return kExitFound;
+    const bool complete = tally.errors == 0 && (tally.incomplete == 0 || incompleteIsOk);
+    return complete && !outputFailed ? kExitClean : kExitErrors;
+}
+
+ExitCode scanWith(Engine& engine, EngineSession* session, const ScanOptions& options, Clock::time_point start) {
+    std::optional<NameList> list = openList(options);
     noteSignals();  // Not before: while signatures are loaded there is nothing to be lost.
+    std::signal(SIGPIPE, SIG_IGN);
     Output output(STDOUT_FILENO);
-    if (options.limits) {
-        for (const std::string& limit : engine.limits()) output.writeLine(limit);
+    Progress progress(!options.noProgress);
+    ScanReport report(options, output, progress);
+    report.begin(engine);
+    if (!options.paths.empty() || list) {
+        scanAll(options, engine, list ? &*list : nullptr, report, progress);
+        progress.stop();
+        if (session && !options.dumpDir.empty()) dumpMatches(*session, report.matches());
+        report.end(engine, std::chrono::duration<double>(Clock::now() - start).count());
     }
-    Scan scan(engine, options.onlyFindings, output);
-    for (const std::string& path : options.paths) scan.scanTree(path);
-    if (!engineOptions.dumpDir.empty()) dumpMatches(engine, scan.matches());
-    if (!options.noSummary && !options.paths.empty())
-        writeSummary(output, engine.signatureCount(), scan.tally(), Clock::now() - start);
+    progress.stop();
     if (isInterrupted()) complain(std::string("ended by ") + interruptingSignal());
     if (!output.flush()) complain("cannot write the report: " + output.errorText());
-    return exitCodeOf(scan.tally(), output.failed());
+    return exitCodeOf(report.tally(), options.incompleteIsOk, output.failed());
+}
+
+ExitCode scanAsAsked(const ScanOptions& options) {
+    const Clock::time_point start = Clock::now();
+    std::string patternDir = options.library.patternDir;
+    if (patternDir.empty()) patternDir = defaultPatternDir();
+    if (options.hostView) {
+        EngineSession session({std::move(patternDir), options.dumpDir, options.debug});
+        return scanWith(session, &session, options, start);
+    }
+    LibraryOptions library = options.library;
+    library.patternDir = std::move(patternDir);
+    library.listProblems = options.debug;
+    LibraryEngine engine(library);
+    return scanWith(engine, nullptr, options, start);
 }
 
 }  // namespace
@@ -146,12 +150,12 @@ std::string defaultPatternDir() {
 }
 
 ExitCode runScan(const ScanOptions& options) {
-    EngineOptions engineOptions = options.engine;
-    if (engineOptions.patternDir.empty()) engineOptions.patternDir = defaultPatternDir();
     try {
-        return scanPaths(options, engineOptions);
+        return scanAsAsked(options);
     } catch (const LoadError& error) {
         complain(error.what());
-        return kExitErrors;
+    } catch (const ListError& error) {
+        complain(error.what());
     }
+    return kExitErrors;
 }

@@ -3,28 +3,19 @@
 #define VOLE_TOOL_SCAN_COMMAND_H
 
 #include <string>
-#include <vector>
 
-#include "EngineSession.h"
+#include "ScanOptions.h"
 
 // What the process returns. A finding outweighs errors: errors show only when nothing was found.
 enum ExitCode { kExitClean = 0, kExitFound = 1, kExitErrors = 2 };
-
-struct ScanOptions {
-    EngineOptions engine;  // an empty pattern directory stands for defaultPatternDir()
-    std::vector<std::string> paths;
-    bool onlyFindings = false;  // matches and errors are listed, clean files are not
-    bool noSummary = false;
-    bool limits = false;  // the limits on unpacking are printed; there may be no paths then
-};
 
 // The starter patterns that belong to this program: beside it, or where they were installed with it. Found from where
 // the program is, so both may be moved together.
 std::string defaultPatternDir();
 
-// Scans all paths and reports on standard output; what keeps the scan from starting or reporting goes to standard
-// error. Once scans run, a signal that asks the process to end (Interruption.h) ends the report early but in order; the
-// caller has to pass it on.
+// Scans all that is asked for and reports on standard output; what keeps the scan from starting or reporting goes to
+// standard error. Once scans run, a signal that asks the process to end (Interruption.h) ends the report early but in
+// order; the caller has to pass it on.
 ExitCode runScan(const ScanOptions& options);
 
 #endif  // VOLE_TOOL_SCAN_COMMAND_H

@@ -4,13 +4,18 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
+#include <cstdint>
 #include <exception>
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
+#include "Escape.h"
 #include "Interruption.h"
+#include "Limits.h"
 #include "Messages.h"
 #include "ScanCommand.h"
 #include "voleeng.h"
@@ -22,13 +27,15 @@ std::string versionText() { return std::string("vole " VOLE_VERSION "\n") + getV
 // With standard descriptors closed, files opened later would take their numbers and receive our output. The closed
 // ones are opened read-only, so that writing to them fails.
 void occupyStandardDescriptors() {
-    int fd = 0;
+    int fd = ::open("/dev/null", O_WRONLY);  // Standard input, if that is closed: reading it is to fail.
+    if (fd > STDIN_FILENO) ::close(fd);
+    fd = 0;
     while (fd >= 0 && fd <= STDERR_FILENO) fd = ::open("/dev/null", O_RDONLY);
     if (fd > STDERR_FILENO) ::close(fd);
 }
 
 // The parser takes "[a,b]" for a list of values, "++" for the end of a command, and no path behind a "--" that follows
-// another path. "./[a,b]" names the same file and is left alone; every value that may begin so is a path.
+// another path. "./[a,b]" names the same file and is left alone; every value that may begin so is a path, but patterns.
 bool readsAsSyntax(std::string_view argument, bool behindMark) {
     return argument.starts_with('[') || argument == "++" || (behindMark && argument.starts_with('-'));
 }
@@ -39,22 +46,40 @@ std::vector<std::string> plainArguments(int argc, char** argv) {
     bool behindMark = false;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
+        const bool isPattern = !behindMark && argv[i - 1] == std::string_view("--exclude");
         if (argument == "--" && !behindMark) {
             behindMark = true;
+        } else if (!behindMark && argument.starts_with("--") && argument.find('=') == argument.size() - 1) {
+            // The parser would take the next argument for a value that is empty.
+            arguments.push_back(argument.substr(0, argument.size() - 1));
+            arguments.emplace_back();
         } else {
-            arguments.push_back(readsAsSyntax(argument, behindMark) ? "./" + argument : argument);
+            arguments.push_back(!isPattern && readsAsSyntax(argument, behindMark) ? "./" + argument : argument);
         }
     }
     std::reverse(arguments.begin(), arguments.end());
     return arguments;
 }
 
+// An unset variable of a script must not stand for the default.
+const CLI::Validator kNotEmpty([](const std::string& value) { return value.empty() ? "must not be empty" : ""; }, "");
+
 class CommandLine {
 public:
     CommandLine() {
         _app.require_subcommand(1);
         _app.set_version_flag("--version", versionText, "Print the versions of program and engine, then exit");
-        addScan();
+        _app.failure_message([](const CLI::App*, const CLI::Error& error) {
+            std::string line = "vole: ";
+            appendEscaped(line, error.what());
+            return line + "; see vole scan --help\n";
+        });
+        addWhat();
+        addHow();
+        addLimits();
+        addReport();
+        addHostView();
+        _scan.callback([this] { check(); });
     }
 
     // What is to be returned without any command being run; -1 when there is a command to run.
@@ -70,49 +95,143 @@ public:
 
     int run() {
         // Taken as they were typed: a bound vector would be empty for a file named "{}".
-        _scanOptions.paths = _paths->results();
-        const ExitCode code = runScan(_scanOptions);
+        _options.paths = _paths->results();
+        _options.rules.excluded = _exclude->results();
+        const ExitCode code = runScan(_options);
         dieIfInterrupted();
         return code;
     }
 
 private:
-    void addScan() {
-        CLI::App* scan = _app.add_subcommand("scan", "Scan files, and folders with all that is in them");
-        scan->footer(
-            "Exit status: 0 nothing found, 1 something found, 2 errors and nothing found. A name on the false-alarm\n"
-            "list is reported as ALLOWED and is no finding.\n"
+    void addWhat() {
+        _scan.footer(
+            "Exit status: 0 nothing found, 1 something found, 2 nothing found, but errors or incomplete files. A name\n"
+            "on the false-alarm list is reported as ALLOWED and is no finding.\n"
             "Links are followed when named as PATH, not inside folders.\n"
-            "SIGHUP, SIGINT and SIGTERM end the run after the current file, with its report so far; then the program\n"
-            "dies by that signal (128 + its number to a shell). A second one ends it at once.");
-        EngineOptions& engine = _scanOptions.engine;
-        // An unset variable of a script must not stand for the default.
-        const CLI::Validator notEmpty(
-            [](const std::string& value) { return std::string(value.empty() ? "must not be empty" : ""); }, "");
-        scan->add_option("-d,--patterns", engine.patternDir,
-                         "Pattern directory (default: the bundled starter patterns)")
-            ->type_name("DIR")
-            ->check(notEmpty);
-        scan->add_flag("-i,--infected", _scanOptions.onlyFindings, "List FOUND, ALLOWED and errors only");
-        scan->add_flag("--no-summary", _scanOptions.noSummary, "Leave the closing summary out");
-        CLI::Option* limits =
-            scan->add_flag("--limits", _scanOptions.limits, "Print the limits on unpacking that are in force");
-        scan->add_flag("--debug", engine.diagnostics, "Print the engine's diagnostics to standard error");
-        scan->add_option("--dump", engine.dumpDir,
-                         "Write all members taken out of archives, infected ones too, below DIR, which is made\n"
-                         "when it is missing: ARCHIVE.unar/MEMBER. Limits on unpacking hold")
-            ->type_name("DIR")
-            ->check(notEmpty);
-        _paths = scan->add_option("PATH", "Files and folders to scan");
+            "SIGHUP, SIGINT and SIGTERM end the run at once, with its report so far; then the program dies by that\n"
+            "signal (128 + its number to a shell). A second one does not wait for the report.");
+        _paths = _scan.add_option("PATH", "Files and folders to scan; - is standard input");
         _paths->type_name("")->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
-        scan->callback([this, limits] {
-            if (_paths->count() == 0 && limits->count() == 0) throw CLI::RequiredError(_paths->get_name());
-        });
+        _filesFrom = addText("--files-from", _listName, "FILE",
+                             "Scan what a list names, too, a path a line; - is standard input");
+        _scan.add_flag("-0,--null", _options.nullSeparated, "In that list, NULs stand between paths");
+        _exclude = _scan.add_option("--exclude",
+                                    "Leave out files and folders whose path or name fits the shell pattern; * fits\n"
+                                    "slashes, too. May be given several times");
+        _exclude->type_name("GLOB")->take_all()->check(kNotEmpty);
+        _scan.add_flag("--one-file-system", _options.rules.oneFileSystem, "Do not enter folders on other file systems");
+    }
+
+    void addHow() {
+        addText("-d,--patterns", _options.library.patternDir, "DIR",
+                "Pattern directory (default: the bundled starter patterns)");
+        addValue("-j,--jobs", "N", "Files scanned at a time (default: one for each processor)",
+                 [this](const std::string& text) { return readJobs(text); });
+        _libraryOnly.push_back(addText("--cache", _options.library.cache, "FILE",
+                                       "Pass over files that did not change since a scan with the same signatures and\n"
+                                       "limits found them clean. FILE remembers them"));
+        _libraryOnly.push_back(_scan.add_flag("--all-matches", _options.library.allMatches,
+                                              "Go on behind a file's first finding, and list all"));
+    }
+
+    void addLimits() {
+        for (const LimitOption& limit : limitOptions()) {
+            const std::uint64_t usual = limit.get(_options.library.limits);
+            CLI::Option* const option =
+                addValue(std::string("--") + limit.name, placeholderOf(limit.unit),
+                         std::string(limit.help) + " (default: " + showLimit(limit.unit, usual) + ")",
+                         [this, &limit](const std::string& text) { return readLimit(limit, text); });
+            _libraryOnly.push_back(option->group("Limits (SIZE with K, M or G; 0: unlimited)"));
+        }
+        _limits = _scan.add_flag("--limits", _options.limits, "Print the limits that are in force");
+    }
+
+    void addReport() {
+        addValue("--incomplete", "error|ok",
+                 "Whether files that were not seen whole count for the exit status (default: error)",
+                 [this](const std::string& text) {
+                     _options.incompleteIsOk = text == "ok";
+                     return text == "ok" || text == "error" ? "" : "must be ok or error";
+                 });
+        _scan.add_flag("-i,--infected", _options.onlyFindings, "Leave clean files out of the report");
+        _scan.add_flag("--no-summary", _options.noSummary, "Leave the closing summary out");
+        _scan.add_flag("--no-progress", _options.noProgress, "Draw no progress line on a terminal");
+        _json = _libraryOnly.emplace_back(_scan.add_flag("--json", _options.json, "Report in lines of JSON"));
+        _scan.add_flag("--debug", _options.debug,
+                       "Tell on standard error which signatures cannot be used, and every reason of incomplete files");
+    }
+
+    void addHostView() {
+        _hostView = _scan.add_flag("--host-view", _options.hostView, "Scan by voleeng.h");
+        _dump =
+            addText("--dump", _options.dumpDir, "DIR",
+                    "The same, and write all members taken out of archives, infected ones too, below DIR, which is\n"
+                    "made when it is missing: ARCHIVE.unar/MEMBER");
+        for (CLI::Option* const option : {_hostView, _dump}) {
+            option->group("As a host of the older interface sees it (with the limits of voleeng.ini)");
+        }
+    }
+
+    // An option whose value `read` takes over, or says what is wrong with it.
+    template <class Read>
+    CLI::Option* addValue(const std::string& names, const char* placeholder, const std::string& help, Read read) {
+        const std::string name = names.substr(names.find("--"));
+        const auto take = [read, name](const std::string& text) {
+            const std::string problem = read(text);
+            if (!problem.empty()) throw CLI::ValidationError(name, problem + ", not \"" + text + '"');
+        };
+        return _scan.add_option_function<std::string>(names, take, help)->type_name(placeholder);
+    }
+
+    CLI::Option* addText(const char* names, std::string& value, const char* placeholder, const char* help) {
+        return _scan.add_option(names, value, help)->type_name(placeholder)->check(kNotEmpty);
+    }
+
+    std::string readJobs(const std::string& text) {
+        constexpr unsigned kMostJobs = 1024;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), _options.jobs);
+        const bool whole = error == std::errc() && end == text.data() + text.size();
+        const bool good = whole && _options.jobs >= 1 && _options.jobs <= kMostJobs;
+        return good ? "" : "must be a number from 1 to " + std::to_string(kMostJobs);
+    }
+
+    std::string readLimit(const LimitOption& limit, const std::string& text) {
+        const auto value = parseLimit(limit, text);
+        if (!value) return std::string("must be ") + descriptionOf(limit.unit);
+        limit.set(_options.library.limits, *value);
+        return "";
+    }
+
+    // Without the parser's own means for it, which fill the help with lists.
+    static void refuseTogether(const CLI::Option* a, const CLI::Option* b) {
+        if (a->count() != 0 && b->count() != 0) throw CLI::ExcludesError(a->get_name(), b->get_name());
+    }
+
+    void check() {
+        if (_paths->count() + _filesFrom->count() + _limits->count() == 0) {
+            throw CLI::RequiredError(_paths->get_name());
+        }
+        for (const CLI::Option* const face : {_hostView, _dump}) {
+            for (const CLI::Option* const other : _libraryOnly) refuseTogether(face, other);
+        }
+        refuseTogether(_limits, _json);
+        if (_options.nullSeparated && _filesFrom->count() == 0) throw CLI::RequiresError("--null", "--files-from");
+        if (_filesFrom->count() != 0) _options.filesFrom = _listName;
+        if (!_options.dumpDir.empty()) _options.hostView = true;
     }
 
     CLI::App _app{"Scans files for known malware with the Vole Engine.", "vole"};
+    CLI::App& _scan = *_app.add_subcommand("scan", "Scan files, and folders with all that is in them");
+    ScanOptions _options;
+    std::string _listName;
     CLI::Option* _paths = nullptr;
-    ScanOptions _scanOptions;
+    CLI::Option* _filesFrom = nullptr;
+    CLI::Option* _exclude = nullptr;
+    CLI::Option* _limits = nullptr;
+    CLI::Option* _json = nullptr;
+    CLI::Option* _hostView = nullptr;
+    CLI::Option* _dump = nullptr;
+    std::vector<CLI::Option*> _libraryOnly;  // What the older interface does not have.
 };
 
 }  // namespace

@@ -1,0 +1,45 @@
+// LibraryEngine: the engine by its C interface, loaded with one pattern directory.
+//   Owns:    a reference to the set.
+//   Throws:  LoadError when the directory cannot be used, or has no signatures.
+//   Threads: any number at once, but newScanner(): see LibraryScanner.
+#ifndef VOLE_TOOL_LIBRARY_ENGINE_H
+#define VOLE_TOOL_LIBRARY_ENGINE_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FileScanner.h"
+#include "ScanCache.h"
+#include "vole.h"
+
+struct LibraryOptions {
+    std::string patternDir = {};
+    vole_limits limits = VOLE_LIMITS_INIT;
+    bool allMatches = false;
+    bool listProblems = false;  // Each problem of the set on standard error, instead of their number.
+    std::string cache = {};     // The file that remembers what was clean; empty: none.
+};
+
+class LibraryEngine : public Engine {
+public:
+    explicit LibraryEngine(const LibraryOptions& options);
+
+    std::unique_ptr<FileScanner> newScanner() const override;
+    std::optional<std::uint64_t> signatureCount() const override;
+    std::vector<std::string> limits() const override;
+    std::string id() const override { return vole_signatures_id(_signatures.get()); }
+
+private:
+    struct Unreferencer {
+        void operator()(vole_signatures* signatures) const { vole_signatures_unref(signatures); }
+    };
+
+    std::unique_ptr<vole_signatures, Unreferencer> _signatures;
+    vole_limits _limits;
+    std::uint32_t _flags;
+    std::unique_ptr<ScanCache> _cache;
+};
+
+#endif  // VOLE_TOOL_LIBRARY_ENGINE_H

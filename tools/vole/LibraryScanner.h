@@ -1,0 +1,37 @@
+// LibraryScanner: one scanner of the C interface.
+//   Owns:    the vole_scanner.
+//   Threads: made and destroyed on the thread that gets the signals; scans on one at a time.
+#ifndef VOLE_TOOL_LIBRARY_SCANNER_H
+#define VOLE_TOOL_LIBRARY_SCANNER_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "FileScanner.h"
+#include "Interruption.h"
+#include "vole.h"
+
+class LibraryScanner : public FileScanner {
+public:
+    // Throws LoadError when the library refuses.
+    LibraryScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
+
+    FileReport scan(const Target& target) override;
+
+    // The file that the descriptor is of, reported under this path.
+    FileReport scanOpen(const std::string& path, int fd);
+
+private:
+    struct Freer {
+        void operator()(vole_scanner* scanner) const { vole_scanner_free(scanner); }
+    };
+
+    FileReport scanStandardInput(const std::string& name);
+    FileReport reportOn(const std::string& path, vole_error error) const;
+
+    std::unique_ptr<vole_scanner, Freer> _scanner;
+    CancelledBySignal _cancelling;
+};
+
+#endif  // VOLE_TOOL_LIBRARY_SCANNER_H
