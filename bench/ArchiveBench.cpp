@@ -22,7 +22,7 @@ constexpr double kMebibyte = 1048576;
 Command bsdtar(const std::string& archive) { return {"bsdtar", "-xOf", archive}; }
 Command unar(const std::string& archive) { return {"unar", "-q", "-o", "-", "-f", archive}; }
 Command vole(const std::string& patterns, const std::string& archive) {
-    return {buildDir() + "/vole", "scan", "-i", "-d", patterns, archive};
+    return {buildDir() + "/vole", "scan", "-j1", "-i", "-d", patterns, archive};
 }
 
 // Copies of the starter patterns, with limits that let everything through.

@@ -43,7 +43,7 @@ public:
 
 private:
     static double secondsToScan(const std::string& patterns, const std::string& folder) {
-        return secondsToRun({buildDir() + "/vole", "scan", "-i", "-d", patterns, folder});
+        return secondsToRun({buildDir() + "/vole", "scan", "-j1", "-i", "-d", patterns, folder});
     }
 
     std::string _files;
