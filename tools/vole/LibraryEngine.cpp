@@ -59,7 +59,8 @@ LibraryEngine::LibraryEngine(const LibraryOptions& options)
     _signatures.reset(load(options.patternDir, problems));
     tellOf(problems);
     if (vole_signatures_count(_signatures.get()) == 0) throw LoadError("no signatures in " + options.patternDir);
-    if (!options.cache.empty()) _cache = std::make_unique<ScanCache>(options.cache, id(), limitsKey(_limits));
+    if (!options.cache.empty())
+        _cache = std::make_unique<ScanCache>(options.cache, id(), limitsKey(_limits) + vole_version());
 }
 
 std::unique_ptr<FileScanner> LibraryEngine::newScanner() const {

@@ -16,7 +16,7 @@ constexpr std::size_t kMostBytesWaiting = 16 * 1024 * 1024;
 
 std::size_t memoryOf(const MemberPath& path) {
     std::size_t bytes = 0;
-    for (const std::string& name : path) bytes += sizeof name + name.capacity();
+    for (const std::string& name : path) bytes += sizeof(std::string) + name.capacity();
     return bytes;
 }
 
