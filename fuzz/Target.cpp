@@ -17,8 +17,8 @@ Target* findTarget(std::string_view name) {
     static const std::map<std::string_view, Target*> kTargets{
         {"list", readList},       {"options", readOptionFile}, {"patterns", scanWithPatterns},
         {"pe", compareCheckSums}, {"ppm", unpackPpm},          {"rar", walk<RarUnarchiver>},
-        {"rar20", unpackRar20},   {"rar29", unpackRar29},      {"scan_file", scanWhole},
-        {"vm", runVmProgram},     {"zip", walk<ZipUnarchiver>}};
+        {"rar20", unpackRar20},   {"rar29", unpackRar29},      {"scan_buffer", scanBuffer},
+        {"scan_file", scanWhole}, {"vm", runVmProgram},        {"zip", walk<ZipUnarchiver>}};
     const auto found = kTargets.find(name);
     return found == kTargets.end() ? nullptr : found->second;
 }
