@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "ByteOrder.h"
 #include "utils/Crc.h"
@@ -55,6 +56,7 @@ public:
         return space.first(static_cast<std::size_t>(std::max(count, 0)));
     }
     std::span<const char> head() const { return _bytes; }
+    std::span<const char> from(long position) const { return _content.view(position); }
     long contentSize() const { return _content.getSize(); }
 
 private:
@@ -206,14 +208,72 @@ bool isOldRar(const Head& head) {
     return headerBytes >= 7 && headerBytes < 0x1000 && head.contentSize() > headerBytes;
 }
 
-// The end record of an archive with members is the last thing in the content, and the directory is in front of it.
+// Where the content's last bytes are, in memory.
+class Tail {
+public:
+    Tail(const Head& head, long mostBytes) : _start(std::max(head.contentSize() - mostBytes, 0L)) {
+        _bytes = head.from(_start);
+        if (_start + static_cast<long>(_bytes.size()) == head.contentSize()) return;
+        _own.resize(static_cast<std::size_t>(head.contentSize() - _start));
+        _bytes = head.at(_start, _own);
+    }
+
+    std::string_view text() const { return {_bytes.data(), _bytes.size()}; }
+    long start() const { return _start; }
+
+private:
+    long _start;
+    std::vector<char> _own;
+    std::span<const char> _bytes;
+};
+
+// Whether the record at `end` ends a ZIP archive with members, whose directory is right in front of it, or in front of
+// the records for large archives.
+bool isZipEnd(const Head& head, std::int64_t end) {
+    constexpr std::uint32_t kSeeLarge = 0xFFFFFFFF;
+    constexpr std::int64_t kLargeEndBytes = 56, kLocatorBytes = 20;
+    const auto has = [&](std::int64_t position, std::string_view magic) {
+        return position >= 0 && head.has(static_cast<long>(position), magic);
+    };
+    std::int64_t directoryEnd = end;
+    std::uint32_t directoryBytes = head.u32(static_cast<long>(end) + 12);
+    const std::int64_t largeEnd = end - kLocatorBytes - kLargeEndBytes;
+    if (has(end - kLocatorBytes, "PK\6\7") && has(largeEnd, "PK\6\6")) {
+        directoryEnd = largeEnd;
+        if (directoryBytes == kSeeLarge) directoryBytes = head.u32(static_cast<long>(largeEnd) + 40);
+    }
+    return head.u16(static_cast<long>(end) + 10) > 0 && has(directoryEnd - directoryBytes, "PK\1\2");
+}
+
+// The end record is the last thing in the content, but for its comment.
 bool isZipBehindOthers(const Head& head) {
-    constexpr long kEndBytes = 22;
-    const long end = head.contentSize() - kEndBytes;
-    if (end <= 0 || head.has(0, "PK") || !head.has(end, "PK\5\6")) return false;
-    const std::uint32_t directoryBytes = head.u32(end + 12);
-    return head.u16(end + 10) > 0 && head.u16(end + 20) == 0 && directoryBytes <= static_cast<std::uint32_t>(end) &&
-           head.has(end - static_cast<long>(directoryBytes), "PK\1\2");
+    constexpr std::size_t kEndBytes = 22, kLongestComment = 65535;
+    if (head.has(0, "PK")) return false;
+    const Tail tail(head, kEndBytes + kLongestComment);
+    const std::string_view text = tail.text();
+    for (std::size_t at = text.find("PK\5\6"); at < text.size(); at = text.find("PK\5\6", at + 1)) {
+        const std::size_t left = text.size() - at;
+        if (left < kEndBytes || loadU16(text.data() + at + 20) != left - kEndBytes) continue;
+        if (isZipEnd(head, tail.start() + static_cast<long>(at))) return true;
+    }
+    return false;
+}
+
+// A program of Windows that unpacks itself: the archive begins where the last section ends.
+bool isRarBehindProgram(const Head& head) {
+    constexpr unsigned kMostSections = 96;
+    constexpr std::int64_t kSectionBytes = 40;
+    const std::int64_t size = head.contentSize(), pe = head.u32(60);
+    if (pe > size - kSectionBytes || !head.has(static_cast<long>(pe), "PE\0\0"sv)) return false;
+    const std::int64_t sections = pe + 24 + head.u16(static_cast<long>(pe) + 20);
+    const unsigned count = std::min(head.u16(static_cast<long>(pe) + 6), kMostSections);
+    if (sections > size - kSectionBytes * count) return false;
+    std::int64_t end = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        const auto section = static_cast<long>(sections + i * kSectionBytes);
+        end = std::max(end, std::int64_t{head.u32(section + 16)} + head.u32(section + 20));
+    }
+    return end < size && head.has(static_cast<long>(end), "Rar!\x1A\7");
 }
 
 struct Format {
@@ -259,6 +319,7 @@ constexpr Format kFormats[] = {
     {"StuffIt", 0, "SIT!", isStuffIt},
     {"ISO 9660", 32769, "CD001", isIso9660},
     {"RAR 1.4", 0, "RE~^", isOldRar},
+    {"RAR behind a program", 0, "MZ", isRarBehindProgram},
     {"ZIP behind other data", 0, "", isZipBehindOthers},
 };
 
