@@ -29,8 +29,8 @@
 #ifndef VOLE_H
 #define VOLE_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <stddef.h> /* NOLINT(modernize-deprecated-headers): this is C. */
+#include <stdint.h> /* NOLINT(modernize-deprecated-headers) */
 
 #ifdef __cplusplus
 extern "C" {

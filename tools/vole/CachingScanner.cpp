@@ -35,6 +35,7 @@ FileReport CachingScanner::scan(const Target& target) {
     FileReport report;
     report.path = target.path;
     report.cached = true;
+    report.cachedSize = static_cast<std::uint64_t>(status.st_size);
     return report;
 }
 

@@ -46,7 +46,8 @@ struct FileReport {
     std::vector<Finding> findings;
     std::vector<Reason> reasons;
     Counters counters;
-    bool cached = false;  // known to be clean from an earlier run, and not read
+    bool cached = false;           // known to be clean from an earlier run, and not read
+    std::uint64_t cachedSize = 0;  // then, of the file, in bytes
 };
 
 // Numbers of files.

@@ -38,7 +38,7 @@ public:
     FileReport scan(const Target& target) override {
         _progress.started(target.path);
         FileReport report = _scanner->scan(target);
-        _progress.done(report.counters.bytesRead, report.counters.findings);
+        _progress.done(report.counters.bytesRead + report.cachedSize, report.counters.findings);
         return report;
     }
 
