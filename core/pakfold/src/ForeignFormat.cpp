@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
-#include <vector>
 
 #include "ByteOrder.h"
 #include "utils/Crc.h"
@@ -214,8 +214,9 @@ public:
     Tail(const Head& head, long mostBytes) : _start(std::max(head.contentSize() - mostBytes, 0L)) {
         _bytes = head.from(_start);
         if (_start + static_cast<long>(_bytes.size()) == head.contentSize()) return;
-        _own.resize(static_cast<std::size_t>(head.contentSize() - _start));
-        _bytes = head.at(_start, _own);
+        const auto count = static_cast<std::size_t>(head.contentSize() - _start);
+        _own = std::make_unique_for_overwrite<char[]>(count);
+        _bytes = head.at(_start, {_own.get(), count});
     }
 
     std::string_view text() const { return {_bytes.data(), _bytes.size()}; }
@@ -223,7 +224,7 @@ public:
 
 private:
     long _start;
-    std::vector<char> _own;
+    std::unique_ptr<char[]> _own;
     std::span<const char> _bytes;
 };
 
@@ -251,10 +252,12 @@ bool isZipBehindOthers(const Head& head) {
     if (head.has(0, "PK")) return false;
     const Tail tail(head, kEndBytes + kLongestComment);
     const std::string_view text = tail.text();
-    for (std::size_t at = text.find("PK\5\6"); at < text.size(); at = text.find("PK\5\6", at + 1)) {
-        const std::size_t left = text.size() - at;
-        if (left < kEndBytes || loadU16(text.data() + at + 20) != left - kEndBytes) continue;
-        if (isZipEnd(head, tail.start() + static_cast<long>(at))) return true;
+    // By the second half of its magic number, which is rarer than the first one.
+    for (std::size_t half = text.find("\5\6", 2); half != text.npos; half = text.find("\5\6", half + 1)) {
+        const std::size_t at = half - 2, left = text.size() - at;
+        if (left < kEndBytes || !text.substr(at).starts_with("PK")) continue;
+        const bool isLast = loadU16(text.data() + at + 20) == left - kEndBytes;
+        if (isLast && isZipEnd(head, tail.start() + static_cast<long>(at))) return true;
     }
     return false;
 }
@@ -327,7 +330,10 @@ constexpr Format kFormats[] = {
 
 const char* foreignFormat(BufferBase& content) {
     const Head head(content);
-    const auto fits = [&head](const Format& format) {
+    const std::span<const char> bytes = head.head();
+    const auto fits = [&](const Format& format) {
+        const bool isAtStart = format.position == 0 && !format.magic.empty();
+        if (isAtStart && (bytes.empty() || bytes[0] != format.magic[0])) return false;  // As nearly always.
         return head.has(format.position, format.magic) && (!format.check || format.check(head));
     };
     const auto* const found = std::find_if(std::begin(kFormats), std::end(kFormats), fits);
