@@ -14,6 +14,8 @@ void benchCheckSums(const Settings& settings, Report& report);
 void benchHashing(const Settings& settings, Report& report);
 void benchSmallFiles(const Settings& settings, Report& report);
 void benchArchives(const Settings& settings, Report& report);
+void benchFaces(const Settings& settings, Report& report);
+void benchScanRuns(const Settings& settings, Report& report);
 void runMicrobenchmarks(const Settings& settings, Report& report);
 
 #endif  // BENCH_BENCHES_H

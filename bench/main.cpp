@@ -15,9 +15,9 @@ struct Group {
 };
 
 constexpr Group kGroups[] = {
-    {"loading", benchLoading},     {"lookup", benchLookup},          {"checksums", benchCheckSums},
-    {"hashing", benchHashing},     {"small-files", benchSmallFiles}, {"archives", benchArchives},
-    {"micro", runMicrobenchmarks},
+    {"loading", benchLoading}, {"lookup", benchLookup},          {"checksums", benchCheckSums},
+    {"hashing", benchHashing}, {"small-files", benchSmallFiles}, {"archives", benchArchives},
+    {"faces", benchFaces},     {"scan-runs", benchScanRuns},     {"micro", runMicrobenchmarks},
 };
 
 void printUsage() {
