@@ -55,7 +55,25 @@ std::optional<std::uint64_t> seekableSize(int fd) {
     return std::nullopt;
 }
 
+// Reads a file from its start.
+struct FromStart {
+    int fd;
+    std::int64_t position = 0;
+
+    static std::ptrdiff_t read(void* context, void* buffer, std::size_t size) {
+        auto& file = *static_cast<FromStart*>(context);
+        const int count = VoleUtil::readnAt(file.fd, static_cast<char*>(buffer), static_cast<int>(size), file.position);
+        file.position += std::max(count, 0);
+        return count;
+    }
+};
+
 ContentSource contentOfFile(int fd, std::uint64_t size, std::uint64_t most, ReportingScan& scan) {
+    char first;
+    if (size == 0 && VoleUtil::readnAt(fd, &first, 1, 0) != 0) {  // Some file systems know no sizes.
+        FromStart file{fd};
+        return contentOfStream(FromStart::read, &file, most, scan);
+    }
     if (!fits(size, most, scan)) return {};
     ContentSource source;
     source.content = VoleUtil::getSmartBufferBase(fd, static_cast<unsigned int>(size));
