@@ -29,7 +29,7 @@ public:
     void clear() { *this = NameArena(); }
 
     std::size_t memoryBytes() const {
-        std::size_t bytes = _blocks.capacity() * sizeof(_blocks[0]);
+        std::size_t bytes = _blocks.capacity() * sizeof(decltype(_blocks)::value_type);
         for (const auto& block : _blocks) bytes += block.capacity();
         return bytes;
     }

@@ -24,7 +24,8 @@ struct HeldHeader {
 };
 static_assert(kMessageSize <= UINT16_MAX);
 
-void format(Listener& listener, Kind kind, const char* text, std::va_list arguments) {
+__attribute__((format(printf, 3, 0))) void format(Listener& listener, Kind kind, const char* text,
+                                                  std::va_list arguments) {
     if (!listener.wants(kind)) return;
     char message[kMessageSize];
     if (std::vsnprintf(message, kMessageSize, text, arguments) < 0) message[0] = '\0';
