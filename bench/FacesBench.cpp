@@ -55,7 +55,7 @@ class Faces {
 public:
     // The first interface with limits that are no stricter than the C interface's.
     Faces(const corpus::Folder& folder, const Settings& settings, Report& report)
-        : _patterns(folder.sub("patterns")), _rounds(settings.quick ? 3 : 9), _report(report) {
+        : _patterns(folder.sub("patterns")), _rounds(settings.quick ? 10 : 40), _report(report) {
         corpus::writeHdb(fs::path(_patterns) / "bench.hdb", {10'000U, corpus::Sizes::likeRealFiles});
         corpus::writeChk(fs::path(_patterns) / "bench.chk", {"", false, 0, 0x10000}, 10'000);
         corpus::writeFile(fs::path(_patterns) / "voleeng.ini",
@@ -67,16 +67,16 @@ public:
     Faces& operator=(const Faces&) = delete;
     ~Faces() { freeResource(); }
 
-    void compare(const std::string& what, const Paths& paths) const {
-        const auto secondsFor = [&paths](auto&& scan) {
-            return cpuSecondsOf([&] {
-                for (const std::string& path : paths) scan(path);
-            });
-        };
-        const Times times = bestOf(
-            _rounds, [&] { return secondsFor(scanCleanFile); },
-            [&] { return secondsFor([this](const std::string& path) { _library->scanCleanFile(path); }); });
-        _report.ratio(what, times, kTarget);
+    void compare(const std::string& what, const Paths& paths, bool hasTarget = true) const {
+        Times sum{0, 0};
+        for (const std::string& path : paths) {
+            const Times best = bestOf(
+                _rounds, [&] { return secondsOf([&] { scanCleanFile(path); }); },
+                [&] { return secondsOf([&] { _library->scanCleanFile(path); }); });
+            sum = {sum.reference + best.reference, sum.subject + best.subject};
+        }
+        if (hasTarget) return _report.ratio(what, sum, kTarget);
+        _report.info(what, sum);
     }
 
 private:
@@ -89,19 +89,20 @@ private:
 }  // namespace
 
 void benchFaces(const Settings& settings, Report& report) {
-    report.section("The C interface / the first interface: the same scans in one process, CPU time",
-                   "10,000 records of each kind. Members are scanned without limits; the C interface compares their "
-                   "check-sums, too.");
+    report.section("The C interface / the first interface: the same scans in one process",
+                   "Sums of the best time for each file, which is so short that some turns are not interrupted. 10,000 "
+                   "records of each kind. The C interface compares the check-sums of members, too, which is most of "
+                   "what there is to do in a stored one.");
     const corpus::Folder folder;
     const Faces faces(folder, settings, report);
-    faces.compare("small files", corpus::writeSmallFiles(folder.sub("files"), settings.quick ? 1000 : 4000));
+    faces.compare("small files", corpus::writeSmallFiles(folder.sub("files"), settings.quick ? 200 : 1000));
 
-    const corpus::Members members = corpus::chooseMembers(folder.sub("members"), settings.quick ? 60 : 200, 4'000'000);
+    const corpus::Members members = corpus::chooseMembers(folder.sub("members"), 15, 600'000);
     const std::string deflated = folder / "deflated.zip", stored = folder / "stored.zip", lz = folder / "lz.rar";
     corpus::writeZip(deflated, members);
     corpus::writeZip(stored, members, "-0");
     corpus::writeRar(lz, members, packRarLz);
     faces.compare("ZIP archive, deflated", {deflated});
-    faces.compare("ZIP archive, stored", {stored});
+    faces.compare("ZIP archive, stored", {stored}, false);
     faces.compare("RAR archive, LZ", {lz});
 }
