@@ -41,22 +41,22 @@ extern "C" {
 /* What a function returns. Whatever is not VOLE_OK leaves out-parameters null, or VOLE_OUTCOME_FAILED. */
 typedef enum vole_error {
     VOLE_OK = 0,
-    VOLE_E_ARGUMENT = 1,    /* A null where none may be, or a structure or option that this version does not know. */
-    VOLE_E_MEMORY = 2,      /* Memory ran out. */
-    VOLE_E_NOT_FOUND = 3,   /* There is nothing of that name. */
-    VOLE_E_PERMISSION = 4,  /* It may not be read. */
-    VOLE_E_NOT_FILE = 5,    /* Neither a regular file nor, for vole_scan_fd(), anything else that can seek. */
-    VOLE_E_IO = 6,          /* It could not be opened or read for another reason, or a read callback failed. */
-    VOLE_E_SIGNATURES = 7,  /* The set cannot be used; the problem callback has said why. */
-    VOLE_E_BUSY = 8,        /* The scanner is in the middle of a scan. */
-    VOLE_E_INTERNAL = 9     /* A fault in the library. */
+    VOLE_E_ARGUMENT = 1,   /* A null where none may be, or a structure or option that this version does not know. */
+    VOLE_E_MEMORY = 2,     /* Memory ran out. */
+    VOLE_E_NOT_FOUND = 3,  /* There is nothing of that name. */
+    VOLE_E_PERMISSION = 4, /* It may not be read. */
+    VOLE_E_NOT_FILE = 5,   /* Neither a regular file nor, for vole_scan_fd(), anything else that can seek. */
+    VOLE_E_IO = 6,         /* It could not be opened or read for another reason, or a read callback failed. */
+    VOLE_E_SIGNATURES = 7, /* The set cannot be used; the problem callback has said why. */
+    VOLE_E_BUSY = 8,       /* The scanner is in the middle of a scan. */
+    VOLE_E_INTERNAL = 9    /* A fault in the library. */
 } vole_error;
 
 /* A short English text for the error, static; for unknown numbers, too. */
-VOLE_API const char *vole_error_text(vole_error error);
+VOLE_API const char* vole_error_text(vole_error error);
 
 /* "1.0.0.223" and the like, static. */
-VOLE_API const char *vole_version(void);
+VOLE_API const char* vole_version(void);
 
 /* ---------------------------------------------------------------------------------------------------- signatures */
 
@@ -65,17 +65,17 @@ typedef struct vole_signatures vole_signatures;
 
 /* Something in a pattern directory that is not in the set as its author may think. */
 typedef struct vole_load_problem {
-    const char *file;   /* Path of the file. */
+    const char* file;   /* Path of the file. */
     uint64_t line;      /* Counted from 1; 0: the whole file. */
-    const char *text;   /* The line, up to its first NUL; empty for a whole file. */
+    const char* text;   /* The line, up to its first NUL; empty for a whole file. */
     size_t text_size;   /* Bytes of it. */
-    const char *reason; /* What is wrong, in English. */
+    const char* reason; /* What is wrong, in English. */
     int fatal;          /* 1: loading fails for it. So do files that cannot be read, and all under VOLE_LOAD_STRICT. */
 } vole_load_problem;
 
 /* Told of each problem while the set is loaded, in the order of files and lines. The problem is valid during the call.
  * Not 0 ends the load with VOLE_E_SIGNATURES. */
-typedef int (*vole_load_problem_fn)(void *context, const vole_load_problem *problem);
+typedef int (*vole_load_problem_fn)(void* context, const vole_load_problem* problem);
 
 /* Flags for loading. */
 #define VOLE_LOAD_STRICT 1u /* Any problem makes the load fail, once all files were looked at. */
@@ -84,30 +84,31 @@ typedef struct vole_load_options {
     size_t struct_size;
     uint32_t flags;                  /* VOLE_LOAD_...; others are refused. */
     vole_load_problem_fn on_problem; /* May be null. */
-    void *context;                   /* Handed to on_problem. */
+    void* context;                   /* Handed to on_problem. */
 } vole_load_options;
 
-#define VOLE_LOAD_OPTIONS_INIT {sizeof(vole_load_options), 0u, NULL, NULL}
+#define VOLE_LOAD_OPTIONS_INIT \
+    { sizeof(vole_load_options), 0u, NULL, NULL }
 
 /* Loads every ".hdb" and ".chk" file of the directory, in byte order of the names, and the false alarms of its
  * "pattern_assistant.xml", if it has one. Records that cannot be used are left out and told as problems. A directory
  * without any record gives an empty set: look at vole_signatures_count(). `options` may be null.
  * The set comes with one reference, which is the caller's. */
-VOLE_API vole_error vole_signatures_load(const char *directory, const vole_load_options *options,
-                                         vole_signatures **signatures);
+VOLE_API vole_error vole_signatures_load(const char* directory, const vole_load_options* options,
+                                         vole_signatures** signatures);
 
 /* One reference more; returns its argument. One less: the last one releases the set. Null is allowed in both. */
-VOLE_API vole_signatures *vole_signatures_ref(vole_signatures *signatures);
-VOLE_API void vole_signatures_unref(vole_signatures *signatures);
+VOLE_API vole_signatures* vole_signatures_ref(vole_signatures* signatures);
+VOLE_API void vole_signatures_unref(vole_signatures* signatures);
 
 /* Records in the set; bytes of memory that it takes; 32 hexadecimal digits that are the same for the same records and
  * false alarms in the same order, on every machine, and valid as long as the set. */
-VOLE_API uint64_t vole_signatures_count(const vole_signatures *signatures);
-VOLE_API uint64_t vole_signatures_memory(const vole_signatures *signatures);
-VOLE_API const char *vole_signatures_id(const vole_signatures *signatures);
+VOLE_API uint64_t vole_signatures_count(const vole_signatures* signatures);
+VOLE_API uint64_t vole_signatures_memory(const vole_signatures* signatures);
+VOLE_API const char* vole_signatures_id(const vole_signatures* signatures);
 
 /* 1 when the name is on the set's list of false alarms, ignoring ASCII letter case; else 0. */
-VOLE_API int vole_signatures_is_false_alarm(const vole_signatures *signatures, const char *name);
+VOLE_API int vole_signatures_is_false_alarm(const vole_signatures* signatures, const char* name);
 
 /* ------------------------------------------------------------------------------------------------------- scanner */
 
@@ -126,28 +127,28 @@ typedef struct vole_limits {
 
 /* 2 GiB content, 256 MiB member, 2 GiB in total, 20,000 members, 32 levels, any ratio, 120 s. */
 #define VOLE_LIMITS_INIT \
-    {sizeof(vole_limits), 2147483648u, 268435456u, 2147483648u, 20000u, 32u, 0u, 120000u}
+    { sizeof(vole_limits), 2147483648u, 268435456u, 2147483648u, 20000u, 32u, 0u, 120000u }
 
 /* Writes these defaults to the first `size` bytes of the structure; for languages that have no macros. */
-VOLE_API void vole_limits_init(vole_limits *limits, size_t size);
+VOLE_API void vole_limits_init(vole_limits* limits, size_t size);
 
 /* Scans one content after another. Cheap to make and to keep. */
 typedef struct vole_scanner vole_scanner;
 
 /* The scanner holds a reference to the set. `limits` may be null, for the defaults. */
-VOLE_API vole_error vole_scanner_new(vole_signatures *signatures, const vole_limits *limits, vole_scanner **scanner);
-VOLE_API void vole_scanner_free(vole_scanner *scanner); /* Null is allowed. Not during a scan. */
+VOLE_API vole_error vole_scanner_new(vole_signatures* signatures, const vole_limits* limits, vole_scanner** scanner);
+VOLE_API void vole_scanner_free(vole_scanner* scanner); /* Null is allowed. Not during a scan. */
 
 /* Flags of a scanner. */
 #define VOLE_SCAN_ALL_MATCHES 1u /* Goes on behind the first finding, and reports all. */
 
 /* VOLE_E_ARGUMENT, and nothing changed, for unknown flags; VOLE_E_BUSY from inside a scan. */
-VOLE_API vole_error vole_scanner_set_flags(vole_scanner *scanner, uint32_t flags);
+VOLE_API vole_error vole_scanner_set_flags(vole_scanner* scanner, uint32_t flags);
 
 /* Ends the scan under way as soon as possible, with VOLE_REASON_CANCELLED, and every later one at once, until
  * vole_scanner_rearm() is called. Both from any thread; cancelling also from a signal handler. */
-VOLE_API void vole_scanner_cancel(vole_scanner *scanner);
-VOLE_API void vole_scanner_rearm(vole_scanner *scanner);
+VOLE_API void vole_scanner_cancel(vole_scanner* scanner);
+VOLE_API void vole_scanner_rearm(vole_scanner* scanner);
 
 /* ------------------------------------------------------------------------------------------------------- results */
 
@@ -169,14 +170,14 @@ typedef enum vole_form {
 } vole_form;
 
 typedef enum vole_reason_code {
-    VOLE_REASON_ENCRYPTED = 1,    /* A member, or an archive's directory, is encrypted. */
-    VOLE_REASON_METHOD = 2,       /* A compression method that the engine does not have. */
-    VOLE_REASON_UNSUPPORTED = 3,  /* A container of a format or version that is recognised, but not opened. */
-    VOLE_REASON_VOLUME = 4,       /* Continued from, or in, another volume. */
-    VOLE_REASON_DAMAGED = 5,      /* The archive's structure makes no sense, or members that it counts are missing. */
-    VOLE_REASON_TRUNCATED = 6,    /* The data ends early. */
-    VOLE_REASON_CHECKSUM = 7,     /* A member's unpacked data does not have the check-sum that the archive gives. */
-    VOLE_REASON_SIZE_LIMIT = 8,   /* max_content or max_member, or too large for the engine. */
+    VOLE_REASON_ENCRYPTED = 1,   /* A member, or an archive's directory, is encrypted. */
+    VOLE_REASON_METHOD = 2,      /* A compression method that the engine does not have. */
+    VOLE_REASON_UNSUPPORTED = 3, /* A container of a format or version that is recognised, but not opened. */
+    VOLE_REASON_VOLUME = 4,      /* Continued from, or in, another volume. */
+    VOLE_REASON_DAMAGED = 5,     /* The archive's structure makes no sense, or members that it counts are missing. */
+    VOLE_REASON_TRUNCATED = 6,   /* The data ends early. */
+    VOLE_REASON_CHECKSUM = 7,    /* A member's unpacked data does not have the check-sum that the archive gives. */
+    VOLE_REASON_SIZE_LIMIT = 8,  /* max_content or max_member, or too large for the engine. */
     VOLE_REASON_RATIO_LIMIT = 9,
     VOLE_REASON_MEMBER_LIMIT = 10,
     VOLE_REASON_TOTAL_LIMIT = 11,
@@ -185,42 +186,42 @@ typedef enum vole_reason_code {
     VOLE_REASON_CANCELLED = 14,   /* By vole_scanner_cancel() or by the event callback. */
     VOLE_REASON_WORK_BUDGET = 15, /* Work that no limit covers, such as decoding what nobody sees. */
     VOLE_REASON_MEMORY = 16,
-    VOLE_REASON_IO = 17           /* Something could not be read, or a temporary file not be written. */
+    VOLE_REASON_IO = 17 /* Something could not be read, or a temporary file not be written. */
 } vole_reason_code;
 
 /* Lower-case words for reports, static: "clean", "md5", "raw", "size-limit". Unknown numbers: "unknown". */
-VOLE_API const char *vole_outcome_name(vole_outcome outcome);
-VOLE_API const char *vole_kind_name(vole_kind kind);
-VOLE_API const char *vole_form_name(vole_form form);
-VOLE_API const char *vole_reason_name(vole_reason_code code);
+VOLE_API const char* vole_outcome_name(vole_outcome outcome);
+VOLE_API const char* vole_kind_name(vole_kind kind);
+VOLE_API const char* vole_form_name(vole_form form);
+VOLE_API const char* vole_reason_name(vole_reason_code code);
 
 /* Bytes with a NUL behind them that does not count. */
 typedef struct vole_bytes {
-    const char *data;
+    const char* data;
     size_t size;
 } vole_bytes;
 
 /* Where in a content something is: the names of the archive member and of those around it, outermost first. Without
  * any component: the content itself. A member without a name has an empty one. */
 typedef struct vole_path {
-    const vole_bytes *components;
+    const vole_bytes* components;
     size_t count;
 } vole_path;
 
 #define VOLE_NO_OFFSET UINT64_MAX
 
 typedef struct vole_finding {
-    const char *name; /* Of the signature. */
+    const char* name; /* Of the signature. */
     vole_kind kind;
     vole_form form;
-    int allowed;      /* 1: the name is on the list of false alarms, and the finding does not count. */
-    uint64_t offset;  /* Of a check-sum's first range, in the content or its normalised text; else VOLE_NO_OFFSET. */
+    int allowed;     /* 1: the name is on the list of false alarms, and the finding does not count. */
+    uint64_t offset; /* Of a check-sum's first range, in the content or its normalised text; else VOLE_NO_OFFSET. */
     vole_path member;
 } vole_finding;
 
 typedef struct vole_reason {
     vole_reason_code code;
-    const char *text; /* In English, for people. */
+    const char* text; /* In English, for people. */
     vole_path member;
 } vole_reason;
 
@@ -239,14 +240,14 @@ typedef struct vole_counters {
  * of all. */
 typedef struct vole_result vole_result;
 
-VOLE_API const vole_result *vole_scanner_result(const vole_scanner *scanner); /* Never null. */
-VOLE_API vole_outcome vole_result_outcome(const vole_result *result);
-VOLE_API const char *vole_result_error_text(const vole_result *result); /* Empty unless the scan failed. */
-VOLE_API size_t vole_result_finding_count(const vole_result *result);
-VOLE_API const vole_finding *vole_result_finding(const vole_result *result, size_t index); /* Null beyond the last. */
-VOLE_API size_t vole_result_reason_count(const vole_result *result);
-VOLE_API const vole_reason *vole_result_reason(const vole_result *result, size_t index); /* Null beyond the last. */
-VOLE_API const vole_counters *vole_result_counters(const vole_result *result);
+VOLE_API const vole_result* vole_scanner_result(const vole_scanner* scanner); /* Never null. */
+VOLE_API vole_outcome vole_result_outcome(const vole_result* result);
+VOLE_API const char* vole_result_error_text(const vole_result* result); /* Empty unless the scan failed. */
+VOLE_API size_t vole_result_finding_count(const vole_result* result);
+VOLE_API const vole_finding* vole_result_finding(const vole_result* result, size_t index); /* Null beyond the last. */
+VOLE_API size_t vole_result_reason_count(const vole_result* result);
+VOLE_API const vole_reason* vole_result_reason(const vole_result* result, size_t index); /* Null beyond the last. */
+VOLE_API const vole_counters* vole_result_counters(const vole_result* result);
 
 /* -------------------------------------------------------------------------------------------------------- events */
 
@@ -255,7 +256,7 @@ typedef enum vole_event_type {
     VOLE_EVENT_MEMBER_DONE = 2,    /* It was unpacked and scanned. */
     VOLE_EVENT_FINDING = 3,
     VOLE_EVENT_REASON = 4,
-    VOLE_EVENT_PROGRESS = 5        /* Some more bytes, at most 8 MiB, went through. */
+    VOLE_EVENT_PROGRESS = 5 /* Some more bytes, at most 8 MiB, went through. */
 } vole_event_type;
 
 /* Valid during the call. */
@@ -263,17 +264,17 @@ typedef struct vole_event {
     vole_event_type type;
     vole_path member;            /* Of members, findings and reasons. */
     uint64_t size;               /* Of a member: bytes announced (entered), bytes unpacked (done). */
-    const vole_finding *finding; /* Null unless it is one. */
-    const vole_reason *reason;   /* Null unless it is one. */
+    const vole_finding* finding; /* Null unless it is one. */
+    const vole_reason* reason;   /* Null unless it is one. */
     uint64_t bytes_done;         /* Read, hashed and unpacked so far, in this scan. */
 } vole_event;
 
 /* Called on the scanning thread. 0: go on; anything else ends the scan as vole_scanner_cancel() would, but only this
  * one. The callback may not use the scanner, except to cancel it. */
-typedef int (*vole_event_fn)(void *context, const vole_event *event);
+typedef int (*vole_event_fn)(void* context, const vole_event* event);
 
 /* Null: no events. VOLE_E_BUSY from inside a scan. */
-VOLE_API vole_error vole_scanner_set_events(vole_scanner *scanner, vole_event_fn callback, void *context);
+VOLE_API vole_error vole_scanner_set_events(vole_scanner* scanner, vole_event_fn callback, void* context);
 
 /* --------------------------------------------------------------------------------------------------------- scans */
 
@@ -281,21 +282,21 @@ VOLE_API vole_error vole_scanner_set_events(vole_scanner *scanner, vole_event_fn
  * `outcome` may be null. The details are in vole_scanner_result(). */
 
 /* A regular file; links are followed. FIFOs and devices are VOLE_E_NOT_FILE, and never block. */
-VOLE_API vole_error vole_scan_path(vole_scanner *scanner, const char *path, vole_outcome *outcome);
+VOLE_API vole_error vole_scan_path(vole_scanner* scanner, const char* path, vole_outcome* outcome);
 
 /* All bytes of an open file, whatever its position, which stays where it is. The descriptor stays the caller's. What
  * others write to the file meanwhile may or may not be seen; what they cut off is a reason. */
-VOLE_API vole_error vole_scan_fd(vole_scanner *scanner, int fd, vole_outcome *outcome);
+VOLE_API vole_error vole_scan_fd(vole_scanner* scanner, int fd, vole_outcome* outcome);
 
 /* Bytes in memory, which nobody may change meanwhile. `data` may be null when `size` is 0. */
-VOLE_API vole_error vole_scan_buffer(vole_scanner *scanner, const void *data, size_t size, vole_outcome *outcome);
+VOLE_API vole_error vole_scan_buffer(vole_scanner* scanner, const void* data, size_t size, vole_outcome* outcome);
 
 /* Copies at most `size` bytes to `buffer`: how many, 0 at the end, a negative number when reading failed. */
-typedef ptrdiff_t (*vole_read_fn)(void *context, void *buffer, size_t size);
+typedef ptrdiff_t (*vole_read_fn)(void* context, void* buffer, size_t size);
 
 /* What `read` gives, to its end. It is kept in memory up to 16 MiB, beyond that in a temporary file without a name. A
  * stream that is longer than max_content is not scanned, and not read further: VOLE_REASON_SIZE_LIMIT. */
-VOLE_API vole_error vole_scan_stream(vole_scanner *scanner, vole_read_fn read, void *context, vole_outcome *outcome);
+VOLE_API vole_error vole_scan_stream(vole_scanner* scanner, vole_read_fn read, void* context, vole_outcome* outcome);
 
 #ifdef __cplusplus
 }

@@ -9,15 +9,15 @@
 
 #include "vole.h"
 
-static void require(vole_error error, const char *what) {
+static void require(vole_error error, const char* what) {
     if (error == VOLE_OK) return;
     fprintf(stderr, "%s: %s\n", what, vole_error_text(error));
     exit(2);
 }
 
-static vole_scanner *scannerFor(const char *patterns) {
-    vole_signatures *signatures;
-    vole_scanner *scanner;
+static vole_scanner* scannerFor(const char* patterns) {
+    vole_signatures* signatures;
+    vole_scanner* scanner;
     require(vole_signatures_load(patterns, NULL, &signatures), patterns);
     require(vole_scanner_new(signatures, NULL, &scanner), "scanner");
     vole_signatures_unref(signatures);
@@ -33,27 +33,27 @@ static void printPath(vole_path path) {
     }
 }
 
-static void printReasons(const vole_result *result) {
+static void printReasons(const vole_result* result) {
     size_t i;
     for (i = 0; i < vole_result_reason_count(result); ++i) {
-        const vole_reason *reason = vole_result_reason(result, i);
+        const vole_reason* reason = vole_result_reason(result, i);
         printf("reason %s ", vole_reason_name(reason->code));
         printPath(reason->member);
         printf(" %s\n", reason->text);
     }
 }
 
-static void printFindings(const vole_result *result) {
+static void printFindings(const vole_result* result) {
     size_t i;
     for (i = 0; i < vole_result_finding_count(result); ++i) {
-        const vole_finding *finding = vole_result_finding(result, i);
+        const vole_finding* finding = vole_result_finding(result, i);
         printf("finding %s ", finding->name);
         printPath(finding->member);
         putchar('\n');
     }
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
     vole_scanner *known, *nothing;
     int i;
     if (argc < 3) return 2;

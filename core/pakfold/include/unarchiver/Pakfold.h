@@ -85,8 +85,8 @@ public:
     virtual void endUnarchiving();  // Default: nothing.
     virtual void releaseSession();  // Default: nothing.
 
-    // The entry whose stream this is came to its end: all that is to be had of it was written, and the stream is closed.
-    // Not called for an entry that fails the walk. Default: nothing.
+    // The entry whose stream this is came to its end: all that is to be had of it was written, and the stream is
+    // closed. Not called for an entry that fails the walk. Default: nothing.
     virtual void endEntry(const ArchiveEntryInfo& entry, OutputStream& out);
     // Tells what is not seen. `member` is the entry's name as it stands in the archive, null for the archive itself;
     // `text` says in English what happened. A failure that ends the walk is thrown instead. Default: nothing.
