@@ -302,6 +302,15 @@ TEST_F(Outcomes, structuresOfOtherVersionsAreReadAsFarAsTheyAreKnown) {
     EXPECT_EQ(vole_scanner_new(nullptr, nullptr, &scanner), VOLE_E_ARGUMENT);
     const VoleScanner valid = scannerOf(set);
     EXPECT_EQ(vole_scanner_set_flags(valid.get(), 1U << 31), VOLE_E_ARGUMENT);
+
+    const vole_limits defaults = VOLE_LIMITS_INIT;
+    vole_limits written{};
+    vole_limits_init(&written, offsetof(vole_limits, max_total));
+    EXPECT_EQ(written.struct_size, offsetof(vole_limits, max_total));
+    EXPECT_EQ(written.max_member, defaults.max_member);
+    EXPECT_EQ(written.max_total, 0U) << "no more than it was given";
+    vole_limits_init(&written, sizeof written);
+    EXPECT_EQ(std::memcmp(&written, &defaults, sizeof written), 0);
 }
 
 TEST_F(Outcomes, manyScannersShareSetsThatAreSwapped) {
