@@ -11,6 +11,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 namespace fs = std::filesystem;
 
 struct Load {
@@ -58,14 +60,19 @@ TEST(Signatures, filesAreTakenInOrderOfTheirNamesAndTheirFaultsTold) {
     dir.write("d.hdb", "d\n");
     dir.write("a.hdb", "a\n");
     dir.write("x.HDB", "x\n");
+    std::string more;  // So many that no folder lists them so by chance.
+    for (char name = 'p'; name > 'e'; --name) {
+        dir.write(name + ".hdb"s, "?\n");
+        more.insert(0, name + ".hdb 1 [?] Malformed md5 pattern [?]; "s);
+    }
     fs::create_directories(dir / "e.hdb");
     fs::create_directories(dir / "pattern_assistant.xml");
     const Load load(dir.path());
     EXPECT_EQ(load.error, VOLE_E_SIGNATURES);
     EXPECT_EQ(load.problems,
               "a.hdb 1 [a] Malformed md5 pattern [a]; b.hdb 0 [] The link leads nowhere; "
-              "c.chk 0 [] Input/output error!; d.hdb 1 [d] Malformed md5 pattern [d]; "
-              "pattern_assistant.xml 0 [] Is a directory!; ");
+              "c.chk 0 [] Input/output error!; d.hdb 1 [d] Malformed md5 pattern [d]; " +
+                  more + "pattern_assistant.xml 0 [] Is a directory!; ");
     for (const auto& [path, error] : {std::pair(dir / "none", VOLE_E_NOT_FOUND),
                                       {dir / "a.hdb/x", VOLE_E_NOT_FOUND},
                                       {dir / "a.hdb", VOLE_E_NOT_FILE},

@@ -188,6 +188,25 @@ TEST_F(AllocationFaults, theCInterfaceNeverCallsCleanWhatItDidNotSee) {
     }
 }
 
+TEST_F(SystemFaults, theCInterfaceNeverCallsCleanWhatItCouldNotRead) {
+    const VoleSet set = loadedSet(one.path());
+    const VoleScanner scanner = scannerOf(set);
+    const std::string path = samples.write("viewed", scene::zipOf({{"in", withLarge}, {"sum", "sum of this text"}}));
+    vole_scanner_set_flags(scanner.get(), VOLE_SCAN_ALL_MATCHES);
+    for (const Plan& kind : {kErrors, kNoDescriptors, kFullDisk, Plan{Target::interrupted}, Plan{Target::shortened}}) {
+        failInTurn("C interface, a file", kind, [&](const Plan& plan) {
+            faults::begin(plan);
+            const vole_error error = vole_scan_path(scanner.get(), path.c_str(), nullptr);
+            const unsigned met = faults::end();
+            const vole_result* const result = vole_scanner_result(scanner.get());
+            // Both signatures, each in its raw and its normalised form, or a reason why not.
+            const bool complete = vole_result_finding_count(result) == 4;
+            EXPECT_TRUE(complete || (mayFail(plan) && (error || vole_result_reason_count(result) > 0)));
+            return met;
+        });
+    }
+}
+
 TEST_F(AllocationFaults, aSetLoadsWholeThroughTheCInterfaceOrFails) {
     const std::string id = vole_signatures_id(loadedSet(one.path()).get());
     for (const Plan& kind : {kNoMemory, kNoMoreMemory, kErrors, kNoDescriptors}) {
