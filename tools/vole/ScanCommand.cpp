@@ -125,13 +125,13 @@ ExitCode scanWith(Engine& engine, EngineSession* session, const ScanOptions& opt
 
 ExitCode scanAsAsked(const ScanOptions& options) {
     const Clock::time_point start = Clock::now();
-    std::string patternDir = options.library.patternDir;
+    std::string patternDir = options.engine.patternDir;
     if (patternDir.empty()) patternDir = defaultPatternDir();
     if (options.hostView) {
         EngineSession session({std::move(patternDir), options.dumpDir, options.debug});
         return scanWith(session, &session, options, start);
     }
-    LibraryOptions library = options.library;
+    LibraryOptions library = options.engine;
     library.patternDir = std::move(patternDir);
     library.listProblems = options.debug;
     LibraryEngine engine(library);

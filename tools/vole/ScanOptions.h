@@ -15,10 +15,10 @@ struct ScanOptions {
     bool nullSeparated = false;            // that list
     WalkRules rules;
 
-    LibraryOptions library;  // an empty pattern directory stands for the bundled one
-    bool hostView = false;   // by the older interface; also when there is a dump folder
-    std::string dumpDir;     // where archive members are written; empty: nowhere
-    unsigned jobs = 0;       // 0: as many as there are processors
+    LibraryOptions engine;  // an empty pattern directory stands for the bundled one
+    bool hostView = false;  // by the older interface; also when there is a dump folder
+    std::string dumpDir;    // where archive members are written; empty: nowhere
+    unsigned jobs = 0;      // 0: as many as there are processors
 
     bool json = false;
     bool onlyFindings = false;  // clean files are not listed

@@ -45,7 +45,7 @@ bool ScanReport::add(const FileReport& file) {
 void ScanReport::end(const Engine& engine, double seconds) {
     if (_options.noSummary) return;
     write(_options.json ? jsonSummary(_tally, seconds, isInterrupted())
-                        : summaryLines(_tally, seconds, engine.signatureCount(), !_options.library.cache.empty()),
+                        : summaryLines(_tally, seconds, engine.signatureCount(), !_options.engine.cache.empty()),
           Urgency::canWait);
 }
 

@@ -123,20 +123,20 @@ private:
     }
 
     void addHow() {
-        addText("-d,--patterns", _options.library.patternDir, "DIR",
+        addText("-d,--patterns", _options.engine.patternDir, "DIR",
                 "Pattern directory (default: the bundled starter patterns)");
         addValue("-j,--jobs", "N", "Files scanned at a time (default: one for each processor)",
                  [this](const std::string& text) { return readJobs(text); });
-        _libraryOnly.push_back(addText("--cache", _options.library.cache, "FILE",
+        _libraryOnly.push_back(addText("--cache", _options.engine.cache, "FILE",
                                        "Pass over files that did not change since a scan with the same signatures and\n"
                                        "limits found them clean. FILE remembers them"));
-        _libraryOnly.push_back(_scan.add_flag("--all-matches", _options.library.allMatches,
+        _libraryOnly.push_back(_scan.add_flag("--all-matches", _options.engine.allMatches,
                                               "Go on behind a file's first finding, and list all"));
     }
 
     void addLimits() {
         for (const LimitOption& limit : limitOptions()) {
-            const std::uint64_t usual = limit.get(_options.library.limits);
+            const std::uint64_t usual = limit.get(_options.engine.limits);
             CLI::Option* const option =
                 addValue(std::string("--") + limit.name, placeholderOf(limit.unit),
                          std::string(limit.help) + " (default: " + showLimit(limit.unit, usual) + ")",
@@ -198,7 +198,7 @@ private:
     std::string readLimit(const LimitOption& limit, const std::string& text) {
         const auto value = parseLimit(limit, text);
         if (!value) return std::string("must be ") + descriptionOf(limit.unit);
-        limit.set(_options.library.limits, *value);
+        limit.set(_options.engine.limits, *value);
         return "";
     }
 
