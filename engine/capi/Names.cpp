@@ -1,14 +1,16 @@
 // The words for the interface's numbers.
 #include <array>
 #include <cstddef>
+#include <iterator>
+#include <span>
 
 #include "vole.h"
 
 namespace {
 
-template <std::size_t n>
-const char* nameOf(const std::array<const char*, n>& names, long long number) {
-    return number >= 0 && number < static_cast<long long>(n) ? names[static_cast<std::size_t>(number)] : "unknown";
+const char* nameOf(std::span<const char* const> names, long long number) {
+    if (number < 0 || number >= std::ssize(names)) return "unknown";
+    return names[static_cast<std::size_t>(number)];
 }
 
 constexpr std::array kErrors{"no error",           "invalid argument",    "out of memory",

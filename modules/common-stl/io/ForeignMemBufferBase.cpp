@@ -10,7 +10,7 @@ namespace {
 
 constexpr ThrowUnit kUnit{"io/ForeignMemBufferBase"};
 
-[[noreturn]] int refuse() { kUnit.raise<IOException>("Read-only BufferBase"); }
+[[noreturn]] void refuse() { kUnit.raise<IOException>("Read-only BufferBase"); }
 
 }  // namespace
 

@@ -284,8 +284,7 @@ void EntryWalk::offer(const RarFileBlock& file, BoundedInputStream& data) {
 // Does something with an entry's data. False when that failed, the processor was told so, and the walk goes on.
 template <class Call>
 bool EntryWalk::attempt(const RarFileBlock& file, Call call) {
-    const auto goOn = [&](const std::string& text) {
-        if (!_persists) throw;
+    const auto passOver = [&](const std::string& text) {
         if (!_isCut) tell(ArchiveTrouble::damaged, &file, text);
         if (!file.isStored()) _chainBroken = true;
     };
@@ -295,9 +294,11 @@ bool EntryWalk::attempt(const RarFileBlock& file, Call call) {
     } catch (const OutOfBudgetException&) {
         throw;
     } catch (ArchivingException& failure) {
-        goOn(failure.getMessage());
+        if (!_persists) throw;
+        passOver(failure.getMessage());
     } catch (IOException& failure) {
-        goOn(failure.getMessage());
+        if (!_persists) throw;
+        passOver(failure.getMessage());
     }
     return false;
 }
