@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "Messages.h"
+#include "VoleLibrary.h"
 #include "voleeng.h"
 
 namespace {

@@ -5,17 +5,11 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "FileReport.h"
 #include "Target.h"
-
-// Why scanning would mean nothing: signatures that cannot be used, and the like.
-struct LoadError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 // Scans one target after another. Threads: one at a time.
 class FileScanner {

@@ -12,6 +12,7 @@
 
 #include "FileScanner.h"
 #include "ScanCache.h"
+#include "VoleLibrary.h"
 #include "vole.h"
 
 struct LibraryOptions {
@@ -32,11 +33,7 @@ public:
     std::string id() const override { return vole_signatures_id(_signatures.get()); }
 
 private:
-    struct Unreferencer {
-        void operator()(vole_signatures* signatures) const { vole_signatures_unref(signatures); }
-    };
-
-    std::unique_ptr<vole_signatures, Unreferencer> _signatures;
+    SignaturesHandle _signatures;
     vole_limits _limits;
     std::uint32_t _flags;
     std::unique_ptr<ScanCache> _cache;

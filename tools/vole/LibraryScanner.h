@@ -5,11 +5,11 @@
 #define VOLE_TOOL_LIBRARY_SCANNER_H
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "FileScanner.h"
 #include "Interruption.h"
+#include "VoleLibrary.h"
 #include "vole.h"
 
 class LibraryScanner : public FileScanner {
@@ -23,14 +23,10 @@ public:
     FileReport scanOpen(const std::string& path, int fd);
 
 private:
-    struct Freer {
-        void operator()(vole_scanner* scanner) const { vole_scanner_free(scanner); }
-    };
-
     FileReport scanStandardInput(const std::string& name);
     FileReport reportOn(const std::string& path, vole_error error) const;
 
-    std::unique_ptr<vole_scanner, Freer> _scanner;
+    ScannerHandle _scanner;
     CancelledBySignal _cancelling;
 };
 

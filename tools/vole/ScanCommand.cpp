@@ -23,6 +23,7 @@
 #include "Progress.h"
 #include "ScanReport.h"
 #include "TargetSource.h"
+#include "VoleLibrary.h"
 #include "Workers.h"
 
 namespace {

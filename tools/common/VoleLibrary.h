@@ -1,0 +1,42 @@
+// VoleLibrary.h: the engine's C interface with C++ ownership, and what it answers as plain values.
+//   Errors: LoadError, with a text for people.
+#ifndef VOLE_TOOL_VOLE_LIBRARY_H
+#define VOLE_TOOL_VOLE_LIBRARY_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "FileReport.h"
+#include "vole.h"
+
+// Why scanning would mean nothing: signatures that cannot be used, and the like.
+struct LoadError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct SignaturesUnreferencer {
+    void operator()(vole_signatures* signatures) const { vole_signatures_unref(signatures); }
+};
+using SignaturesHandle = std::unique_ptr<vole_signatures, SignaturesUnreferencer>;
+
+struct ScannerFreer {
+    void operator()(vole_scanner* scanner) const { vole_scanner_free(scanner); }
+};
+using ScannerHandle = std::unique_ptr<vole_scanner, ScannerFreer>;
+
+// Told of each problem while a set is loaded: "FILE:LINE: what is wrong: the line". Must not throw.
+using NoteProblem = std::function<void(const std::string& problem)>;
+
+// `flags` are VOLE_LOAD_... Sets without any signature are refused, too.
+SignaturesHandle loadSignatures(const std::string& directory, std::uint32_t flags, const NoteProblem& note);
+
+ScannerHandle makeScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
+
+// What the scanner's latest scan, which returned `error`, came to, under this path. Names and texts beyond 1 MiB are
+// left out, as is what the library does not keep; the counters tell of all.
+FileReport reportOf(const vole_scanner* scanner, const std::string& path, vole_error error);
+
+#endif  // VOLE_TOOL_VOLE_LIBRARY_H
