@@ -108,3 +108,11 @@ std::string jsonSummary(const Tally& tally, double seconds, bool interrupted) {
                                   {"seconds", std::round(seconds * 1000) / 1000},
                                   {"interrupted", interrupted}}}}));
 }
+
+std::string jsonFinding(const Finding& finding, const std::vector<std::pair<std::string, std::string>>& context) {
+    Json object = Json::object();
+    for (const auto& [key, text] : context) object[key] = textOf(text);
+    object.update(findingOf(finding));
+    object["allowed"] = finding.allowed;
+    return lineOf(object);
+}

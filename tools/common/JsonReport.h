@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "FileReport.h"
 
@@ -16,5 +18,8 @@ std::string jsonHeader(std::string_view engine, std::uint64_t signatures, std::s
 std::string jsonLine(const FileReport& report);
 
 std::string jsonSummary(const Tally& tally, double seconds, bool interrupted);
+
+// One finding by itself, behind what `context` says of where and when: names, and texts of any bytes.
+std::string jsonFinding(const Finding& finding, const std::vector<std::pair<std::string, std::string>>& context);
 
 #endif  // VOLE_TOOL_JSON_REPORT_H

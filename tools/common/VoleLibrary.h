@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "FileReport.h"
 #include "vole.h"
@@ -32,6 +33,10 @@ using NoteProblem = std::function<void(const std::string& problem)>;
 
 // `flags` are VOLE_LOAD_... Sets without any signature are refused, too.
 SignaturesHandle loadSignatures(const std::string& directory, std::uint32_t flags, const NoteProblem& note);
+
+inline Reason reasonFor(vole_reason_code code, std::string text) {
+    return {vole_reason_name(code), std::move(text), {}};
+}
 
 ScannerHandle makeScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
 
