@@ -15,10 +15,14 @@ static Iso3309Crc outcomes;
 
 Target* findTarget(std::string_view name) {
     static const std::map<std::string_view, Target*> kTargets{
-        {"list", readList},       {"options", readOptionFile}, {"patterns", scanWithPatterns},
-        {"pe", compareCheckSums}, {"ppm", unpackPpm},          {"rar", walk<RarUnarchiver>},
-        {"rar20", unpackRar20},   {"rar29", unpackRar29},      {"scan_buffer", scanBuffer},
-        {"scan_file", scanWhole}, {"vm", runVmProgram},        {"zip", walk<ZipUnarchiver>}};
+        {"list", readList},          {"options", readOptionFile}, {"patterns", scanWithPatterns},
+        {"pe", compareCheckSums},    {"ppm", unpackPpm},          {"rar", walk<RarUnarchiver>},
+        {"rar20", unpackRar20},      {"rar29", unpackRar29},      {"scan_buffer", scanBuffer},
+        {"scan_file", scanWhole},    {"vm", runVmProgram},        {"zip", walk<ZipUnarchiver>},
+#ifdef VOLE_FUZZ_HTTP_BODY
+        {"http_body", readHttpBody},
+#endif
+    };
     const auto found = kTargets.find(name);
     return found == kTargets.end() ? nullptr : found->second;
 }
