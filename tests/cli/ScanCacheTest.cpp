@@ -120,6 +120,10 @@ TEST(ScanCache, beginsADamagedCacheAnewButLeavesOthersFilesAlone) {
     CacheUse(path).remember(fileWith(1));
     EXPECT_TRUE(CacheUse(path).knows(fileWith(1))) << "a rebuilding that was interrupted";
     box.write("cache", sound);
+    std::filesystem::permissions(box.path(), std::filesystem::perms(01777));
+    EXPECT_FALSE(CacheUse(path).knows(fileWith(1))) << "others can lay a journal beside it";
+    EXPECT_FALSE(CacheUse(box / "new").warnings.empty() || std::filesystem::exists(box / "new"));
+    std::filesystem::permissions(box.path(), std::filesystem::perms(0700));
     std::filesystem::permissions(path, std::filesystem::perms(0666));
     EXPECT_FALSE(CacheUse(path).knows(fileWith(1))) << "others can write to it";
     for (const std::string& other : {box.path().string(), path + "/x", std::string("/dev/full")})

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <tuple>
 
 #include "Messages.h"
@@ -57,6 +59,21 @@ bool mayBeUsed(const Header& header) {
     return id == kApplicationId || (id == 0 && bytes.ends_with(kNoTables));
 }
 
+// Whoever can write to the file can have any file taken for clean.
+bool isOpenToOthers(const struct stat& status) {
+    const bool ownedByTrusted = status.st_uid == ::geteuid() || status.st_uid == 0;
+    return !ownedByTrusted || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+// SQLite plays back a journal that lies beside the file, behind all links, whoever wrote it.
+std::string folderRefusal(const std::string& path) {
+    std::error_code error;
+    const auto folder = std::filesystem::weakly_canonical(std::filesystem::absolute(path, error), error).parent_path();
+    struct stat status;
+    if (error || ::stat(folder.c_str(), &status) != 0) return systemText(error ? error.value() : errno);
+    return isOpenToOthers(status) ? "others can write to its folder" : "";
+}
+
 // 0, or an error number.
 int makeMissing(const std::string& path) {
     const Descriptor made(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
@@ -88,15 +105,16 @@ FileStamp FileStamp::of(const struct stat& file) {
 
 std::string CleanFiles::refusal(const std::string& path) {
     struct stat file;
-    if (::stat(path.c_str(), &file) != 0) {
-        if (errno != ENOENT) return systemText(errno);
+    const bool exists = ::stat(path.c_str(), &file) == 0;
+    if (!exists && errno != ENOENT) return systemText(errno);
+    if (exists && !S_ISREG(file.st_mode)) return "not a regular file";
+    if (exists && isOpenToOthers(file)) return "others can write to it";
+    std::string problem = folderRefusal(path);
+    if (!problem.empty()) return problem;
+    if (!exists) {
         const int error = makeMissing(path);
         return error == 0 ? "" : systemText(error);
     }
-    if (!S_ISREG(file.st_mode)) return "not a regular file";
-    // Whoever can write to it can have any file taken for clean.
-    const bool ownedByTrusted = file.st_uid == ::geteuid() || file.st_uid == 0;
-    if (!ownedByTrusted || (file.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "others can write to it";
     const Descriptor opened(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     if (opened.number() < 0) return systemText(errno);
     Header header{};

@@ -35,8 +35,8 @@ public:
     static constexpr std::size_t kMaxFiles = 2'000'000;
     static constexpr int kDaysKept = 100;
 
-    // Why the file must not be used as it is, and must not be changed: not ours, or others can write to it. Empty when
-    // it may be used; it is made, for its owner alone, when it is not there.
+    // Why the file must not be used as it is, and must not be changed: not ours, or others can write to it or to its
+    // folder. Empty when it may be used; it is made, for its owner alone, when it is not there.
     static std::string refusal(const std::string& path);
 
     // REQUIRES: refusal() has nothing against the file.

@@ -10,8 +10,8 @@
 //   Key:     `limits` stands for all that an outcome depends on besides file and signatures: the limits in force and
 //            the engine's version, in any spelling that is always the same.
 //   Owns:    the database at `path` (CleanFiles.h), which is made when it is missing. Runs may share it at the same
-//            time; each knows what was there when it began. What others can write to, or what is no cache, is neither
-//            used nor changed.
+//            time; each knows what was there when it began. What is no cache, or what others can write to, be it
+//            by its folder, is neither used nor changed.
 //   Errors:  none to the caller. A damaged cache is begun anew, once and with one warning; after any other failure,
 //            and a second damage, nothing more is read from or written to it, with a warning, too.
 //   Threads: all functions from any thread. isKnownClean() takes no lock.
