@@ -236,8 +236,8 @@ typedef struct vole_counters {
 } vole_counters;
 
 /* What the latest scan came to. Belongs to the scanner; it and all that it leads to are valid until the next scan
- * begins or the scanner goes. The first 1,000 findings and the first 1,000 reasons are kept; counters and events tell
- * of all. */
+ * begins or the scanner goes. The first 1,000 findings that count, the first 1,000 allowed ones and the first 1,000
+ * reasons are kept; counters and events tell of all. */
 typedef struct vole_result vole_result;
 
 VOLE_API const vole_result* vole_scanner_result(const vole_scanner* scanner); /* Never null. */

@@ -11,7 +11,9 @@ KeptPath::KeptPath(std::shared_ptr<const ContentName> name) : _name(std::move(na
 }
 
 void vole_result::keep(KeptFinding&& finding) {
-    if (findings.size() >= kMostKept) return;
+    std::size_t& number = finding.view.allowed ? keptAllowed : keptCounting;
+    if (number >= kMostKept) return;
+    ++number;
     KeptFinding& kept = findings.emplace_back(std::move(finding));
     kept.view.name = kept.name.c_str();  // A short text lies in its string, and has moved with it.
     kept.view.member = kept.path.view();
@@ -28,6 +30,7 @@ void vole_result::clear() {
     outcome = VOLE_OUTCOME_CLEAN;
     errorText.clear();
     findings.clear();
+    keptCounting = keptAllowed = 0;
     reasons.clear();
     counters = {};
 }

@@ -40,7 +40,7 @@ struct KeptReason {
 };
 
 struct vole_result {
-    static constexpr std::size_t kMostKept = 1000;  // Findings, and reasons.
+    static constexpr std::size_t kMostKept = 1000;  // Findings that count, allowed ones, and reasons, of each.
 
     // Appends, unless there are too many; pointers to those before stay valid.
     void keep(KeptFinding&& finding);
@@ -52,6 +52,8 @@ struct vole_result {
     std::deque<KeptFinding> findings;
     std::deque<KeptReason> reasons;
     vole_counters counters{};
+    // Of the findings. Apart, so that allowed ones, however many, hide none that counts.
+    std::size_t keptCounting = 0, keptAllowed = 0;
 };
 
 #endif  // ENGINE_CAPI_RESULT_H

@@ -145,7 +145,7 @@ void vole_scanner_rearm(vole_scanner* scanner) {
 }
 
 const vole_result* vole_scanner_result(const vole_scanner* scanner) {
-    static const vole_result kNone{VOLE_OUTCOME_FAILED, {}, {}, {}, {}};
+    static const vole_result kNone{VOLE_OUTCOME_FAILED, {}, {}, {}, {}, 0, 0};
     return scanner ? &scanner->result : &kNone;
 }
 

@@ -51,13 +51,18 @@ Finding copyOf(const vole_finding& finding) {
 
 Reason copyOf(const vole_reason& reason) { return {vole_reason_name(reason.code), reason.text, copyOf(reason.member)}; }
 
-// The first of the result's `count` items, as many as fit.
+bool isAllowed(const vole_finding& finding) { return finding.allowed != 0; }
+bool isAllowed(const vole_reason&) { return false; }
+
+// The first of the result's `count` items, as many as fit. Allowed ones take no room from others.
 template <class Copy, class Get>
 std::vector<Copy> copyItems(const vole_result* result, std::size_t count, Get get) {
     std::vector<Copy> copies;
-    std::size_t bytes = 0;
-    for (std::size_t i = 0; i < count && bytes < kMostTextBytes; ++i) {
+    std::size_t bytesOf[2] = {};
+    for (std::size_t i = 0; i < count; ++i) {
         const auto* const item = get(result, i);
+        std::size_t& bytes = bytesOf[isAllowed(*item)];
+        if (bytes >= kMostTextBytes) continue;
         bytes += sizeof(Copy) + textBytes(item->member);
         copies.push_back(copyOf(*item));
     }

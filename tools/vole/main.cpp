@@ -131,7 +131,7 @@ private:
                                        "Pass over files that did not change since a scan with the same signatures and\n"
                                        "limits found them clean. FILE remembers them"));
         _libraryOnly.push_back(_scan.add_flag("--all-matches", _options.engine.allMatches,
-                                              "Go on behind a file's first finding, and list all"));
+                                              "Go on behind a file's first finding, and list up to 1,000"));
     }
 
     void addLimits() {
