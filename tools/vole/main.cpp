@@ -116,8 +116,8 @@ private:
                              "Scan what a list names, too, a path a line; - is standard input");
         _scan.add_flag("-0,--null", _options.nullSeparated, "In that list, NULs stand between paths");
         _exclude = _scan.add_option("--exclude",
-                                    "Leave out files and folders whose path or name fits the shell pattern; * fits\n"
-                                    "slashes, too. May be given several times");
+                                    "Leave out files and folders whose name fits the shell pattern, or whose path,\n"
+                                    "when it has a slash; * fits slashes, too. May be given several times");
         _exclude->type_name("GLOB")->take_all()->check(kNotEmpty);
         _scan.add_flag("--one-file-system", _options.rules.oneFileSystem, "Do not enter folders on other file systems");
     }
