@@ -24,6 +24,7 @@ TEST(Progress, fitsIntoTheLineAndLeavesNothing) {
     const auto print = [&](std::string_view text) { EXPECT_GT(::write(terminal, text.data(), text.size()), 0); };
     {
         Progress progress(true, terminal);
+        progress.start();
         progress.known(9, 5'000'000);
         progress.done(0, 1);
         progress.started(std::string(99, '/') + "\u6f22\u6f22\u6f22\x1b");

@@ -1,6 +1,5 @@
 #include "FileWalker.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "Messages.h"
@@ -31,7 +31,8 @@ Kind kindOf(DIR* dir, const dirent& entry) {
     if (entry.d_type == DT_DIR) return Kind::folder;
     if (entry.d_type != DT_UNKNOWN) return Kind::other;
     struct stat status;
-    if (::fstatat(::dirfd(dir), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) return Kind::other;
+    // What cannot be told apart is handed out, so that somebody says why.
+    if (::fstatat(::dirfd(dir), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) return Kind::file;
     return kindOfMode(status.st_mode);
 }
 
@@ -99,19 +100,27 @@ bool FileWalker::enterFolder(int extraOpenFlags) {
         return true;
     }
     if (_rules.oneFileSystem && deviceOf(dir.get()) != _rootDevice) return false;
+    try {
+        _folders.push_back(list(dir.get()));
+    } catch (const std::bad_alloc&) {
+        _error = folderErrorText(ENOMEM);
+    }
+    return !_error.empty();
+}
+
+FileWalker::Folder FileWalker::list(DIR* dir) {
     Folder folder{_path.size(), {}, 0};
     while (folder.pathLength > 0 && _path[folder.pathLength - 1] == '/') --folder.pathLength;
     errno = 0;
-    while (const dirent* entry = ::readdir(dir.get())) {
-        const Kind kind = isSelfOrParent(entry->d_name) ? Kind::other : kindOf(dir.get(), *entry);
+    while (const dirent* entry = ::readdir(dir)) {
+        const Kind kind = isSelfOrParent(entry->d_name) ? Kind::other : kindOf(dir, *entry);
         if (kind != Kind::other) folder.entries.push_back({entry->d_name, kind == Kind::folder});
         errno = 0;
     }
     if (errno != 0) _error = folderErrorText(errno);
     std::sort(folder.entries.begin(), folder.entries.end(),
               [](const Entry& a, const Entry& b) { return a.name < b.name; });
-    _folders.push_back(std::move(folder));
-    return !_error.empty();
+    return folder;
 }
 
 void FileWalker::nameInFolder(const Folder& folder, const std::string& name) {

@@ -14,6 +14,7 @@
 #ifndef VOLE_TOOL_FILE_WALKER_H
 #define VOLE_TOOL_FILE_WALKER_H
 
+#include <dirent.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -49,6 +50,7 @@ private:
     bool startAtRoot();
     bool goOn();
     bool enterFolder(int extraOpenFlags);
+    Folder list(DIR* dir);
     void nameInFolder(const Folder& folder, const std::string& name);
 
     const WalkRules& _rules;

@@ -29,7 +29,7 @@ LibraryEngine::LibraryEngine(const LibraryOptions& options)
     });
     tellOf(unlisted);
     if (!options.cache.empty())
-        _cache = std::make_unique<ScanCache>(options.cache, id(), limitsKey(_limits) + vole_version());
+        _cache = std::make_unique<ScanCache>(options.cache, id(), limitsKey(_limits) + vole_version(), options.warn);
 }
 
 std::unique_ptr<FileScanner> LibraryEngine::newScanner() const {

@@ -21,6 +21,7 @@ struct LibraryOptions {
     bool allMatches = false;
     bool listProblems = false;  // Each problem of the set on standard error, instead of their number.
     std::string cache = {};     // The file that remembers what was clean; empty: none.
+    ScanCache::Warn warn = complain;
 };
 
 class LibraryEngine : public Engine {

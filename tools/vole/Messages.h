@@ -11,6 +11,8 @@ void printMessage(std::string_view prefix, std::string_view text);
 // printMessage() in the program's own name.
 inline void complain(std::string_view text) { printMessage("vole: ", text); }
 
+inline constexpr const char* kMemoryRanOut = "memory ran out";
+
 // "Permission denied" and the like, untranslated.
 std::string systemText(int errorNumber);
 

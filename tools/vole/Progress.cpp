@@ -76,8 +76,11 @@ std::string bytesText(double bytes) {
 
 }  // namespace
 
-Progress::Progress(bool wanted, int fd) : _drawing(wanted && canErase(fd)), _fd(fd) {
+Progress::Progress(bool wanted, int fd) : _drawing(wanted && canErase(fd)), _fd(fd) {}
+
+void Progress::start() {
     if (!_drawing) return;
+    _start = Clock::now();
     // Whoever interrupts the program means the threads that do its work.
     sigset_t all, before;
     sigfillset(&all);

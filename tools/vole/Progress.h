@@ -1,13 +1,13 @@
-// Progress: one line at the bottom of a terminal that says how far the scan has come. It appears after a second, is
-// redrawn five times a second at most, and is gone when stop() returns.
+// Progress: one line at the bottom of a terminal that says how far the scan has come. It appears a second after
+// start(), is redrawn five times a second at most, and is gone when stop() returns.
 //
 //   Use:     known() while files are being found, started() and done() for each of them, withoutLine() around every
 //            write that goes to a terminal, to standard error as well as to standard output. A line is then never in
 //            the middle of another.
 //   Owns:    a thread with all signals blocked, unless nothing is drawn; then every function returns at once.
 //   Borrows: the descriptor. Failed writes are ignored.
-//   Threads: all functions from any thread, but stop() and the destructor from one. What withoutLine() runs must not
-//            call back.
+//   Threads: all functions from any thread, but start(), stop() and the destructor from one. What withoutLine() runs
+//            must not call back.
 #ifndef VOLE_TOOL_PROGRESS_H
 #define VOLE_TOOL_PROGRESS_H
 
@@ -29,6 +29,9 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     ~Progress() { stop(); }
+
+    // At most once.
+    void start();
 
     // Whether what the other functions are told is ever shown.
     bool isDrawing() const { return _drawing; }
@@ -64,7 +67,7 @@ private:
 
     const bool _drawing;
     const int _fd;
-    const Clock::time_point _start = Clock::now();
+    Clock::time_point _start;
     std::atomic<std::uint64_t> _knownFiles{0}, _knownBytes{0}, _doneFiles{0}, _doneBytes{0}, _findings{0};
     std::mutex _pathMutex;  // guards _path; held for a copy only
     std::string _path;

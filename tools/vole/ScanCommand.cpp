@@ -8,7 +8,9 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -79,6 +81,7 @@ std::optional<NameList> openList(const ScanOptions& options) {
 }
 
 void scanAll(const ScanOptions& options, const Engine& engine, NameList* list, ScanReport& report, Progress& progress) {
+    progress.start();
     TargetSource source(options.paths, list, options.rules);
     std::optional<Census> census;
     if (progress.isDrawing() && !list) census.emplace(options.paths, options.rules, progress);
@@ -98,30 +101,37 @@ void dumpMatches(EngineSession& engine, const std::vector<std::string>& paths) {
     }
 }
 
-ExitCode exitCodeOf(const Tally& tally, bool incompleteIsOk, bool outputFailed) {
+ExitCode exitCodeOf(const Tally& tally, bool incompleteIsOk, bool reportIsWhole) {
     if (tally.infected != 0) return kExitFound;
     const bool complete = tally.errors == 0 && (tally.incomplete == 0 || incompleteIsOk);
-    return complete && !outputFailed ? kExitClean : kExitErrors;
+    return complete && reportIsWhole ? kExitClean : kExitErrors;
 }
 
-ExitCode scanWith(Engine& engine, EngineSession* session, const ScanOptions& options, Clock::time_point start) {
+ExitCode scanWith(Engine& engine, EngineSession* session, const ScanOptions& options, Progress& progress,
+                  Clock::time_point start) {
     std::optional<NameList> list = openList(options);
     noteSignals();  // Not before: while signatures are loaded there is nothing to be lost.
     std::signal(SIGPIPE, SIG_IGN);
     Output output(STDOUT_FILENO);
-    Progress progress(!options.noProgress);
     ScanReport report(options, output, progress);
-    report.begin(engine);
-    if (!options.paths.empty() || list) {
-        scanAll(options, engine, list ? &*list : nullptr, report, progress);
-        progress.stop();
-        if (session && !options.dumpDir.empty()) dumpMatches(*session, report.matches());
-        report.end(engine, std::chrono::duration<double>(Clock::now() - start).count());
+    bool reachedEnd = false;
+    try {
+        report.begin(engine);
+        if (!options.paths.empty() || list) {
+            scanAll(options, engine, list ? &*list : nullptr, report, progress);
+            progress.stop();
+            if (session && !options.dumpDir.empty()) dumpMatches(*session, report.matches());
+            report.end(engine, std::chrono::duration<double>(Clock::now() - start).count());
+        }
+        reachedEnd = true;
+    } catch (const std::bad_alloc&) {
+        // What was found is still told, and the report ends without a summary.
     }
     progress.stop();
+    if (!reachedEnd) complain(kMemoryRanOut);
     if (isInterrupted()) complain(std::string("ended by ") + interruptingSignal());
     if (!output.flush()) complain("cannot write the report: " + output.errorText());
-    return exitCodeOf(report.tally(), options.incompleteIsOk, output.failed());
+    return exitCodeOf(report.tally(), options.incompleteIsOk, reachedEnd && !output.failed());
 }
 
 ExitCode scanAsAsked(const ScanOptions& options) {
@@ -129,14 +139,18 @@ ExitCode scanAsAsked(const ScanOptions& options) {
     std::string patternDir = options.engine.patternDir;
     if (patternDir.empty()) patternDir = defaultPatternDir();
     if (options.hostView) {
+        // The engine's diagnostics would get into the line.
+        Progress progress(!options.noProgress && !options.debug);
         EngineSession session({std::move(patternDir), options.dumpDir, options.debug});
-        return scanWith(session, &session, options, start);
+        return scanWith(session, &session, options, progress, start);
     }
+    Progress progress(!options.noProgress);
     LibraryOptions library = options.engine;
     library.patternDir = std::move(patternDir);
     library.listProblems = options.debug;
+    library.warn = [&progress](std::string_view text) { progress.withoutLine([text] { complain(text); }); };
     LibraryEngine engine(library);
-    return scanWith(engine, nullptr, options, start);
+    return scanWith(engine, nullptr, options, progress, start);
 }
 
 }  // namespace
@@ -157,6 +171,8 @@ ExitCode runScan(const ScanOptions& options) {
         complain(error.what());
     } catch (const ListError& error) {
         complain(error.what());
+    } catch (const std::bad_alloc&) {
+        complain(kMemoryRanOut);
     }
     return kExitErrors;
 }

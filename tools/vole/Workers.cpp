@@ -1,10 +1,12 @@
 #include "Workers.h"
 
+#include <new>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "Interruption.h"
+#include "Messages.h"
 
 namespace {
 
@@ -32,11 +34,15 @@ std::size_t memoryOf(const FileReport& report) {
 }
 
 FileReport reportOf(FileScanner& scanner, const Target& target) {
-    if (target.error.empty()) return scanner.scan(target);
     FileReport report;
+    report.error = target.error;
+    try {
+        if (report.error.empty()) return scanner.scan(target);
+    } catch (const std::bad_alloc&) {
+        report.error = kMemoryRanOut;
+    }
     report.path = target.path;
     report.outcome = Outcome::failed;
-    report.error = target.error;
     return report;
 }
 
@@ -114,12 +120,20 @@ bool Workers::mayFetch() const {
     return !_fetching && !_exhausted && room && _slots.size() - _taken < few;
 }
 
+// What came before the source failed is scanned all the same.
 void Workers::fetch(Lock& lock) {
     _fetching = true;
     lock.unlock();
     std::vector<Target> targets;
-    const bool more = _source(targets, kTogether);
+    std::exception_ptr failure;
+    bool more = false;
+    try {
+        more = _source(targets, kTogether);
+    } catch (...) {
+        failure = std::current_exception();
+    }
     lock.lock();
+    if (failure && !_failure) _failure = std::move(failure);
     for (Target& target : targets) _slots.push_back({std::move(target)});
     _exhausted = !more;
     _sourceIsSlow = targets.size() < kTogether;
