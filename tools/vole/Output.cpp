@@ -1,5 +1,6 @@
 #include "Output.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +20,10 @@ int writeAll(int fd, std::string_view bytes) {
             bytes.remove_prefix(static_cast<std::size_t>(written));
         } else if (written == 0) {
             return EIO;
+        } else if (errno == EAGAIN) {
+            // Others may have made it so: a pipe or terminal is shared with whoever has it open.
+            pollfd writable{fd, POLLOUT, 0};
+            ::poll(&writable, 1, -1);
         } else if (errno != EINTR) {
             return errno;
         }
