@@ -29,9 +29,10 @@ private:
 FileReport CachingScanner::scan(const Target& target) {
     if (target.standardInput) return _scanner->scan(target);
     struct stat status;
-    const bool known =
-        ::stat(target.path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && _cache.isKnownClean(status);
-    if (!known) return scanAndRemember(target);
+    if (::stat(target.path.c_str(), &status) != 0) return _scanner->scan(target);
+    const auto held = _cache.holdIfOwn(status);
+    if (held) return _scanner->scan(target);
+    if (!_cache.isKnownClean(status)) return scanAndRemember(target);
     FileReport report;
     report.path = target.path;
     report.cached = true;

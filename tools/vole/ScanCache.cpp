@@ -55,6 +55,12 @@ ScanCache::ScanCache(std::string path, std::string setId, std::string limits, Wa
         _known = _files->load();
     };
     guarded(open, "going on without it");
+    if (_files) static_cast<void>(::stat(_path.c_str(), &_own));
+}
+
+std::unique_lock<std::mutex> ScanCache::holdIfOwn(const struct stat& file) {
+    const bool own = file.st_dev == _own.st_dev && file.st_ino == _own.st_ino;
+    return own ? std::unique_lock(_mutex) : std::unique_lock<std::mutex>();
 }
 
 bool ScanCache::isKnownClean(const struct stat& file) {

@@ -45,6 +45,10 @@ public:
 
     bool isKnownClean(const struct stat& file);
 
+    // To be kept for as long as the cache's own file is open for a scan; locks nothing for any other file. Closing the
+    // file drops all locks that the process has on it, and a transaction must not lose its own.
+    std::unique_lock<std::mutex> holdIfOwn(const struct stat& file);
+
     // `before` and `after` are the file's state before its first and after its last byte was read, `scanStart` the time
     // (CLOCK_REALTIME) before `before`. Remembers nothing when they differ, or when the file was changed so shortly
     // before the scan that a further change could have left the same times.
@@ -65,6 +69,7 @@ private:
     const std::string _path, _setId, _limits;
     const Warn _warn;
     const std::int32_t _today;
+    struct stat _own {};                 // the cache's file
     std::vector<CleanFile> _known;       // not changed behind the constructor
     std::mutex _mutex;                   // guards what follows
     std::unique_ptr<CleanFiles> _files;  // null: going on without
