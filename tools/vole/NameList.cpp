@@ -57,6 +57,7 @@ bool NameList::readBlock() {
     return !_ended;
 }
 
+// A name that a failure cut short is none.
 bool NameList::readName(std::string& name) {
     bool any = false;
     _tooLong = false;
@@ -69,7 +70,7 @@ bool NameList::readName(std::string& name) {
         if (end < _block.size()) break;
     }
     if (any) ++_number;
-    return any && !isInterrupted();
+    return any && _readError.empty() && !isInterrupted();
 }
 
 Target NameList::judged(std::string name) const {
