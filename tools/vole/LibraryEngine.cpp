@@ -16,18 +16,24 @@ void tellOf(unsigned long long problems) {
              " not usable; vole scan --debug lists them");
 }
 
-}  // namespace
-
-LibraryEngine::LibraryEngine(const LibraryOptions& options)
-    : _limits(options.limits), _flags(options.allMatches ? VOLE_SCAN_ALL_MATCHES : 0) {
+SignaturesHandle loadTelling(const LibraryOptions& options) {
     unsigned long long unlisted = 0;
-    _signatures = loadSignatures(options.patternDir, 0, [&](const std::string& problem) {
+    SignaturesHandle signatures = loadSignatures(options.patternDir, 0, [&](const std::string& problem) {
         if (options.listProblems)
             complain(problem);
         else
             ++unlisted;
     });
     tellOf(unlisted);
+    return signatures;
+}
+
+}  // namespace
+
+LibraryEngine::LibraryEngine(const LibraryOptions& options)
+    : _signatures(loadTelling(options)),
+      _limits(options.limits),
+      _flags(options.allMatches ? VOLE_SCAN_ALL_MATCHES : 0) {
     if (!options.cache.empty())
         _cache = std::make_unique<ScanCache>(options.cache, id(), limitsKey(_limits) + vole_version(), options.warn);
 }
