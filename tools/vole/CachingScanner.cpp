@@ -50,6 +50,8 @@ FileReport CachingScanner::scanAndRemember(const Target& target) {
     FileReport report = _scanner->scanOpen(target.path, file.number());
     // Allowed findings would be missing from the next report.
     const bool clean = report.outcome == Outcome::clean && report.findings.empty();
-    if (clean && file.status(after)) _cache.rememberClean(before, after, start);
+    // Where a file system does not know sizes, contents change without a trace.
+    const bool sized = report.counters.bytesRead == static_cast<std::uint64_t>(before.st_size);
+    if (clean && sized && file.status(after)) _cache.rememberClean(before, after, start);
     return report;
 }
