@@ -45,6 +45,17 @@ def ranges(numbers):
     return ",".join(str(first) if first == last else "%d-%d" % (first, last) for first, last in runs)
 
 
+def output_of(command):
+    """What one of Slurm's commands prints; on standard error it speaks for itself."""
+    try:
+        done = subprocess.run(command, stdout=subprocess.PIPE)
+    except OSError as error:
+        raise BulkError("cannot run %s: %s" % (command[0], error.strerror))
+    if done.returncode != 0:
+        raise BulkError("%s ended with status %d" % (command[0], done.returncode))
+    return done.stdout
+
+
 class Run:
     """A run that submit has prepared."""
 
@@ -82,18 +93,11 @@ class Run:
                    "--job-name=" + settings["job_name"], "--chdir=" + settings["directory"],
                    "--output=" + self.path("logs", "%A_%a.log"), "--cpus-per-task=%d" % settings["cpus"]]
         script = os.path.join(os.path.dirname(os.path.realpath(__file__)), "shard.sbatch")
-        try:
-            answer = subprocess.run(command + settings["sbatch"] + [script, self.folder], stdout=subprocess.PIPE,
-                                    check=True).stdout
-        except (OSError, subprocess.CalledProcessError) as error:
-            raise BulkError("sbatch: %s" % error)
+        answer = output_of(command + settings["sbatch"] + [script, self.folder])
         return answer.decode("ascii", "replace").strip()
 
     def waiting(self):
         """The shards whose tasks are in the queue or running."""
-        command = ["squeue", "--noheader", "--array", "--format=%K", "--name=" + self.settings["job_name"]]
-        try:
-            answer = subprocess.run(command, stdout=subprocess.PIPE, check=True).stdout
-        except (OSError, subprocess.CalledProcessError) as error:
-            raise BulkError("squeue: %s" % error)
-        return {int(number) for number in answer.split()}
+        command = ["squeue", "--noheader", "--array", "--format=%K", "--name=" + self.settings["job_name"],
+                   "--states=pending,configuring,running,suspended,completing"]
+        return {int(number) for number in output_of(command).split()}
