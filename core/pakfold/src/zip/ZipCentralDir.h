@@ -2,6 +2,7 @@
 #ifndef PAKFOLD_ZIP_ZIPCENTRALDIR_H
 #define PAKFOLD_ZIP_ZIPCENTRALDIR_H
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -21,12 +22,16 @@ public:
 
     std::string name;  // Cut to MAXNAMELENGTH bytes.
     unsigned int checkSum = 0;
-    unsigned int compressedSize = 0;
-    unsigned int uncompressedSize = 0;
-    unsigned int headerOffset = 0;  // Of the local header, from the archive's start.
+    // As ZIP64 has them where the record leaves them to it; 0xFFFFFFFF where that does not have them, either.
+    std::uint64_t compressedSize = 0;
+    std::uint64_t uncompressedSize = 0;
+    std::uint64_t headerOffset = 0;  // Of the local header, from the archive's start.
     unsigned short flags = 0;
     unsigned short method = 0;
     unsigned short disk = 0;  // Of the local header.
+
+private:
+    void readExtra(InputStream& in, int length);
 };
 
 }  // namespace ZOV_SPACE

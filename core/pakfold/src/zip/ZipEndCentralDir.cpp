@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <array>
 
+#include "ByteOrder.h"
 #include "IOUtils.h"
 #include "zip/ZipConstants.h"
+#include "zip/ZipSupport.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -41,6 +43,26 @@ long ZipEndCentralDir::findPos(BufferBase& buffer) {
         if (found >= 0) return start + found;
     }
     return 0;
+}
+
+std::array<ZipEndCentralDir::Place, 4> ZipEndCentralDir::directoryPlaces(BufferBase& buffer, long position) const {
+    constexpr int kLargeEnd = 56, kLocator = 20;  // Bytes.
+    constexpr Place kNone{-1, 0};
+    const auto bySize = [](std::uint64_t end, std::uint64_t size, std::uint64_t offset) {
+        if (size > end || offset > end) return kNone;
+        return Place{static_cast<std::int64_t>(end - size), static_cast<std::int64_t>(offset)};
+    };
+    const auto end = static_cast<std::uint64_t>(position);
+    const auto byOffset = [&](std::uint64_t offset) { return bySize(end, end - std::min(offset, end), offset); };
+    std::array<Place, 4> places{bySize(end, directorySize, directoryOffset), byOffset(directoryOffset), kNone, kNone};
+    std::array<char, kLargeEnd + kLocator> large;
+    const long largeEnd = position - static_cast<long>(large.size());
+    if (largeEnd < 0 || buffer.read(largeEnd, large.data(), large.size()) < static_cast<int>(large.size()))
+        return places;
+    if (IOUtils::readUInt(large.data()) != kZip64End) return places;
+    const std::uint64_t size = loadU64(&large[40]), offset = loadU64(&large[48]);
+    places[2] = bySize(static_cast<std::uint64_t>(largeEnd), size, offset), places[3] = byOffset(offset);
+    return places;
 }
 
 bool ZipEndCentralDir::read(InputStream& in) {

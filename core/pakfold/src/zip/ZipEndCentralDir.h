@@ -2,6 +2,9 @@
 #ifndef PAKFOLD_ZIP_ZIPENDCENTRALDIR_H
 #define PAKFOLD_ZIP_ZIPENDCENTRALDIR_H
 
+#include <array>
+#include <cstdint>
+
 #include "io/BufferBase.h"
 #include "io/InputStream.h"
 
@@ -15,6 +18,15 @@ public:
 
     // False when no whole end record follows.
     bool read(InputStream& in);
+
+    // Where readers may take the directory to begin that belongs to this record, which is at `position`, and the offset
+    // that the archive gives it. They go by its size or by its offset, and not all go by the records of ZIP64, if there
+    // are some. A start below 0: none.
+    struct Place {
+        std::int64_t start;
+        std::int64_t offset;
+    };
+    std::array<Place, 4> directoryPlaces(BufferBase& buffer, long position) const;
 
     unsigned short disk = 0;  // That the record is on.
     unsigned short directoryDisk = 0;

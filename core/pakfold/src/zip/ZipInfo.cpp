@@ -20,22 +20,8 @@
 namespace ZOV_SPACE {
 namespace {
 
-constexpr unsigned kZip64FieldId = 0x0001;
 constexpr std::size_t kLargeSize = 8;  // Bytes.
 constexpr int kSizeElsewhere = -1;     // All ones.
-
-// The content of the extra field's ZIP64 block; empty when it has none.
-std::span<const unsigned char> zip64Block(std::span<const unsigned char> extra) {
-    while (extra.size() >= 4) {
-        const unsigned id = loadU16(extra.data());
-        const std::size_t length = loadU16(extra.data() + 2);
-        extra = extra.subspan(4);
-        if (length > extra.size()) break;
-        if (id == kZip64FieldId) return extra.first(length);
-        extra = extra.subspan(length);
-    }
-    return {};
-}
 
 }  // namespace
 

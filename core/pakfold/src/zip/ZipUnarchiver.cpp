@@ -134,7 +134,7 @@ void ZipUnarchiver::walkOn() {
         succeeds(&ZipUnarchiver::walk);
         _resumeAt = std::max(_resumeAt, _headerStart + 1);
     } while (moveToHeader(_resumeAt));
-    if (!_directoryRead && _buffer) succeeds(&ZipUnarchiver::readDirectoryFromEnd);
+    if (_buffer) succeeds(&ZipUnarchiver::readDirectoriesFromEnd);
     tellOfCoverage();
     endWalk();
 }
@@ -206,7 +206,10 @@ bool ZipUnarchiver::processNext() {
     if (!readHeader()) return false;
     ZipDataExtent extent;
     findExtent(extent);
-    if (extent.known && extent.failure.empty() && !isCut(extent)) _resumeAt = _dataStart + extent.packedSize;
+    if (extent.known && extent.failure.empty() && !isCut(extent)) {
+        _resumeAt = _dataStart + extent.packedSize;
+        if (!_info.isEncrypted()) _coverage.describe(readingOf(extent));
+    }
     if (_info.isEncrypted()) {
         passOverEncrypted(extent);
         return true;
@@ -401,36 +404,60 @@ void ZipUnarchiver::readDirectory() {
     if (!isGap || !_persists) readRecords(_resumeAt);
 }
 
-// The end record says where the directory begins.
-void ZipUnarchiver::readDirectoryFromEnd() {
+// Readers who begin at the end find the directory by the end record, and may find another one than the walk did.
+void ZipUnarchiver::readDirectoriesFromEnd() {
     _inEntry = false;
-    const std::int64_t end = ZipEndCentralDir::findPos(*_buffer);
-    if (!readEndFromBuffer() || end < std::int64_t{_info.end.directorySize}) return;
-    const auto start = static_cast<long>(end - _info.end.directorySize);
-    moveTo(start);
-    readRecords(start);
+    if (!readEndFromBuffer()) return;
+    const ZipEndCentralDir end = _info.end;
+    _coverage.meetEnd(end);
+    for (const ZipEndCentralDir::Place& place : end.directoryPlaces(*_buffer, _endPosition)) {
+        if (place.start < 0 || (place.start == _comparedStart && place.start - place.offset == _comparedShift))
+            continue;
+        moveTo(static_cast<long>(place.start));
+        if (peekSignature(*_in) != ZipConstants::CENSIG) continue;
+        readDirectoryEntries();
+        compare(place.start, place.start - place.offset, &end);
+    }
+    if (_directoryRead) return;
+    _coverage.beginDirectory();
+    compare(_endPosition, 0, &end);
 }
 
 // The directory and the end record, as far as they follow.
 void ZipUnarchiver::readRecords(std::int64_t start) {
-    if (_persists) _info.centralDirs.clear();
-    _info.readCentralDirs(*_in, static_cast<int>(_flags - 1));
+    constexpr std::uint32_t kElsewhere = 0xFFFFFFFF;
+    readDirectoryEntries();
     _resumeAt = _in->position();
-    bool hasEnd = _info.end.read(*_in);
-    if (hasEnd) {
-        _resumeAt = _in->position();
-    } else if (_buffer) {
-        hasEnd = readEndFromBuffer();
-    }
-    _coverage.compare(_info, start, hasEnd);
+    const bool endFollows = _info.end.read(*_in);
+    if (endFollows) _resumeAt = _in->position();
+    const bool hasEnd = endFollows || (_buffer && readEndFromBuffer());
+    if (hasEnd) _coverage.meetEnd(_info.end);
+    const std::int64_t shift =
+        hasEnd && _info.end.directoryOffset != kElsewhere ? start - std::int64_t{_info.end.directoryOffset} : 0;
+    compare(start, shift, hasEnd ? &_info.end : nullptr);
+}
+
+void ZipUnarchiver::readDirectoryEntries() {
+    _coverage.beginDirectory();
+    do {
+        if (_persists) _info.centralDirs.clear();
+        _info.readCentralDirs(*_in, static_cast<int>(_flags - 1));
+        for (const auto& entry : _info.centralDirs) _coverage.list(*entry);
+    } while (_persists && _info.centralDirs.size() == ZipInfo::kMostCentralDirs);
+}
+
+void ZipUnarchiver::compare(std::int64_t start, std::int64_t shift, const ZipEndCentralDir* end) {
+    _coverage.compare(shift, end, _buffer);
     _directoryRead = true;
+    _comparedStart = start;
+    _comparedShift = shift;
 }
 
 // What stands between the walk and the end record may be unknown; that members are missing can be told all the same.
 bool ZipUnarchiver::readEndFromBuffer() {
-    const long position = ZipEndCentralDir::findPos(*_buffer);
-    BufferBaseInputStream in(_buffer, position);
-    return position > 0 && _info.end.read(in);
+    if (_endPosition < 0) _endPosition = ZipEndCentralDir::findPos(*_buffer);
+    BufferBaseInputStream in(_buffer, _endPosition);
+    return _endPosition > 0 && _info.end.read(in);
 }
 
 void ZipUnarchiver::tellOfMissedMembers() const {
@@ -450,6 +477,11 @@ void ZipUnarchiver::tellOfCoverage() const {
         tell(ArchiveTrouble::damaged,
              std::to_string(_coverage.missed()) + " entries that the directory counts were not met");
     }
+    if (_coverage.contradicted() > 0) {
+        tell(ArchiveTrouble::damaged,
+             std::to_string(_coverage.contradicted()) + " entries are not what the directory says");
+    }
+    if (_coverage.isTooLong()) tell(ArchiveTrouble::spent, "there are more entries than can be compared");
     if (_coverage.spansVolumes() || (_isSplit && !_coverage.hasEnd())) {
         tell(ArchiveTrouble::otherVolume, "the archive spans several volumes");
     } else if (!_coverage.hasEnd()) {
@@ -466,7 +498,14 @@ void ZipUnarchiver::tellOfSize(const ZipDataExtent& extent, std::int64_t unpacke
 
 // Whether the source ends before the data does.
 bool ZipUnarchiver::isCut(const ZipDataExtent& extent) const {
-    return _buffer && extent.known && _dataStart + extent.packedSize > _buffer->getSize();
+    const std::int64_t packedBytes = readingOf(extent).packedSize;
+    return _buffer && extent.known && _dataStart + packedBytes > _buffer->getSize();
+}
+
+ZipCoverage::Reading ZipUnarchiver::readingOf(const ZipDataExtent& extent) const {
+    const bool measured = _info.hasDataDescriptor();
+    return {measured ? static_cast<std::uint32_t>(extent.packedSize) : static_cast<std::uint32_t>(_info.compressedSize),
+            static_cast<std::uint32_t>(extent.unpackedSize), _info.method};
 }
 
 void ZipUnarchiver::tell(ArchiveTrouble what, const std::string& text) const {

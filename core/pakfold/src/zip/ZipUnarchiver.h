@@ -84,12 +84,15 @@ private:
     void finish();
     void endWalk();
     void readDirectory();
-    void readDirectoryFromEnd();
+    void readDirectoriesFromEnd();
     void readRecords(std::int64_t start);
+    void readDirectoryEntries();
+    void compare(std::int64_t start, std::int64_t shift, const ZipEndCentralDir* end);
     bool readEndFromBuffer();
     void tellOfMissedMembers() const;
     void tellOfCoverage() const;
     void tellOfSize(const ZipDataExtent& extent, std::int64_t unpackedBytes) const;
+    ZipCoverage::Reading readingOf(const ZipDataExtent& extent) const;
     bool isCut(const ZipDataExtent& extent) const;
     void tell(ArchiveTrouble what, const std::string& text) const;  // Of the current entry, or else the archive.
 
@@ -108,6 +111,10 @@ private:
     std::int64_t _membersMet = 0;
     bool _metGap = false;         // Neither an entry nor the directory followed.
     bool _directoryRead = false;  // Since the last entry.
+    long _endPosition = -1;       // Of the source's last end record, once it was looked for; 0: there is none.
+    // The directory that was compared last.
+    std::int64_t _comparedStart = -1;
+    std::int64_t _comparedShift = 0;
     ZipCoverage _coverage;
     ZipInfo _info;
 };
