@@ -170,6 +170,9 @@ ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start) {
         extent.failure = damage.getMessage();
     }
     extent.packedSize = counted.position();
+    // What comes to nothing may be much to read and little to write: blocks can be empty.
+    const std::int64_t readForNothing = extent.failure.empty() ? 0 : extent.packedSize - ZipDataExtent::kFreeLookAhead;
+    extent.inflated = std::max(extent.inflated, readForNothing);
     extent.checkSum = checkSumOfDescriptor(data);
     return extent;
 }
