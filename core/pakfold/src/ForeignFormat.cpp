@@ -246,18 +246,23 @@ bool isZipEnd(const Head& head, std::int64_t end) {
     return head.u16(static_cast<long>(end) + 10) > 0 && has(directoryEnd - directoryBytes, "PK\1\2");
 }
 
-// The end record is the last thing in the content, but for its comment.
+// As an archive that can be opened begins.
+bool isZip(const Head& head) {
+    const bool isMarked = head.has(0, "PK00") || head.has(0, "PK\7\10");
+    return head.has(isMarked ? 4 : 0, "PK\3\4");
+}
+
+// The end record is among the content's last bytes. What may stand behind it, readers pass over.
 bool isZipBehindOthers(const Head& head) {
     constexpr std::size_t kEndBytes = 22, kLongestComment = 65535;
-    if (head.has(0, "PK")) return false;
+    if (isZip(head)) return false;
     const Tail tail(head, kEndBytes + kLongestComment);
     const std::string_view text = tail.text();
     // By the second half of its magic number, which is rarer than the first one.
     for (std::size_t half = text.find("\5\6", 2); half != text.npos; half = text.find("\5\6", half + 1)) {
         const std::size_t at = half - 2, left = text.size() - at;
         if (left < kEndBytes || !text.substr(at).starts_with("PK")) continue;
-        const bool isLast = loadU16(text.data() + at + 20) == left - kEndBytes;
-        if (isLast && isZipEnd(head, tail.start() + static_cast<long>(at))) return true;
+        if (isZipEnd(head, tail.start() + static_cast<long>(at))) return true;
     }
     return false;
 }
