@@ -193,6 +193,7 @@ bool ReportingScan::opens(const _st_ArchEntry& archive) {
 }
 
 void ReportingScan::onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes) {
+    if (content.isPacked) return;  // Which has been told; what its method writes may look like anything.
     const char* const format = ZOV_SPACE::foreignFormat(bytes);
     if (!format) return;
     const std::string text = std::string("the members of ") + format + " are not reached";

@@ -97,6 +97,7 @@ std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entr
     WrappedLimitedBufferBase& content = *buffer;
     _st_ArchEntry& record =
         _workList.append({std::move(buffer), _archive.level + 1, ContentName(_archiveName, entry.name, _sequence)});
+    record.isPacked = !_unpacked;
     auto sink = std::make_unique<MemberSink>(_face, _workList, record, content, capacity);
     _sink = sink.get();
     _beyond = terms.beyond;
@@ -130,6 +131,7 @@ void EntryProcessor::giveUp(_st_ArchEntry& record) {
 void EntryProcessor::trouble(ArchiveTrouble what, const std::string* member, const std::string& text) {
     _troubled = true;
     unseen(unseenFor(what), member, text.c_str());
+    ZOV_SPACE::ScanBudget::worked(0);  // An archive may have nothing but entries that are never offered.
 }
 
 void EntryProcessor::unseen(Unseen what, const std::string* member, const char* text) const {

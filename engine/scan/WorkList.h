@@ -66,6 +66,7 @@ struct _st_ArchEntry {
     ContentName name;
     std::optional<EarlyScan> early = std::nullopt;
     std::int64_t countedBytes = 0;  // Kept by the list.
+    bool isPacked = false;          // The bytes are what nobody here can unpack, and not the member's own.
 };
 
 class WorkList {

@@ -84,7 +84,7 @@ TEST_F(Outcomes, tellWhatIsSeenAndWhatIsNot) {
          "found Needle=md5,raw@in/n encrypted@s encrypted@in/s"},
         {"encrypted RAR", rar({entry("e", kHay, 4), entry("b", kHay)}), "incomplete encrypted@e"},
         {"encrypted RAR headers", zipOf({{"r", rar({}, 0x80)}}), "incomplete encrypted@r"},
-        {"a method", zipOf({{"m", kHay, 12}, hay}), "incomplete method@m"},
+        {"a method", zipOf({{"m", kHay, 12}, {"b", "BZh91AY&SY", 12}, hay}), "incomplete method@m method@b"},
         {"what the method left as it was", zipOf({{"m", kNeedle, 12}}), "found Needle=md5,raw@m method@m"},
         {"a method of RAR", rar({entry("m", "packed", 0, 0x33, 15)}), "incomplete method@m"},
         {"a format", sevenZip, "incomplete unsupported"},
