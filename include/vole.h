@@ -256,7 +256,7 @@ typedef enum vole_event_type {
     VOLE_EVENT_MEMBER_DONE = 2,    /* It was unpacked and scanned. */
     VOLE_EVENT_FINDING = 3,
     VOLE_EVENT_REASON = 4,
-    VOLE_EVENT_PROGRESS = 5 /* Some more bytes, at most 8 MiB, went through. */
+    VOLE_EVENT_PROGRESS = 5 /* 8 MiB more, or some more than that, went through. */
 } vole_event_type;
 
 /* Valid during the call. */
