@@ -33,6 +33,8 @@ Unseen unseenFor(ArchiveTrouble what) {
             return Unseen::truncated;
         case ArchiveTrouble::spent:
             return Unseen::workBudget;
+        case ArchiveTrouble::otherFormat:
+            return Unseen::unsupported;
         case ArchiveTrouble::damaged:
             break;
     }

@@ -66,6 +66,7 @@ enum class ArchiveTrouble {
     damaged,      // Structure that makes no sense, entries that are missing, data that cannot be decoded.
     truncated,    // The data ends early.
     spent,        // Work for which the scan's budget, or a bound of the format's own, has nothing left.
+    otherFormat,  // Members that are there, too, in a format that this walk is not for.
 };
 
 // Takes the entries of one archive, in this order: beginUnarchiving(), processEntry() for each entry,

@@ -21,8 +21,10 @@
 #include "io/BufferBaseStreams.h"
 #include "rar/RarBlock.h"
 #include "rar/RarDecompressor.h"
+#include "unarchiver/ForeignFormat.h"
 #include "unarchiver/ScanBudget.h"
 #include "util/Diag.h"
+#include "zip/ZipEndCentralDir.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -182,11 +184,15 @@ bool EntryWalk::parseRest(RarBlock& block) const {
     return false;
 }
 
-// What follows the last block is of no interest behind the archive's end block, which old archives do not have.
+// What follows the last block is of no interest behind the archive's end block, which old archives do not have, unless
+// it makes the whole a ZIP archive for readers who begin at the end.
 void EntryWalk::tellOfEnd(std::int64_t start) const {
     constexpr std::int64_t kSmallestBlock = 7;
-    if (_endSeen || !_source || start >= _source->getSize()) return;
-    if (_source->getSize() - start < kSmallestBlock) {
+    if (!_source || start >= _source->getSize()) return;
+    if (_endSeen) {
+        const bool endsLikeZip = _persists && ZipEndCentralDir::findPos(*_source) >= start && foreignFormat(*_source);
+        if (endsLikeZip) tell(ArchiveTrouble::otherFormat, nullptr, "the members of ZIP behind it are not reached");
+    } else if (_source->getSize() - start < kSmallestBlock) {
         tell(ArchiveTrouble::truncated, nullptr, kCutHeaderText);
     } else {
         tell(ArchiveTrouble::damaged, nullptr, "what follows is no block");
