@@ -3,10 +3,10 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <csignal>
 
 #include <algorithm>
 #include <cerrno>
@@ -83,6 +83,7 @@ struct Run {
     std::array<char, 256 * 1024> buffer{};  // What was received last, on whichever connection.
     Tally tally;
     Clock::time_point end;
+    Clock::time_point lastReply;
 };
 
 // One keep-alive connection and the request that is under way on it. A failed request is counted, never repeated.
@@ -226,7 +227,8 @@ private:
             return fail(reply.status >= 400 ? Failure::kStatus : Failure::kMalformed,
                         "status " + std::to_string(reply.status));
         }
-        const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - _began);
+        _run.lastReply = Clock::now();
+        const auto took = std::chrono::duration_cast<std::chrono::microseconds>(_run.lastReply - _began);
         tally.latency.add(static_cast<std::uint64_t>(took.count()));
         ++tally.requests;
         if (reply.found) ++tally.found;
@@ -304,6 +306,8 @@ Tally runLoad(const LoadOptions& options, const std::vector<LoadRequest>& reques
         }
         handleEvents(run->epoll.get());
     }
-    run->tally.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    // Waiting for replies that never came is no time in which requests were answered.
+    const Clock::time_point end = std::max(run->lastReply, std::min(run->end, Clock::now()));
+    run->tally.seconds = std::chrono::duration<double>(end - start).count();
     return std::move(run->tally);
 }
