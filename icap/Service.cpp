@@ -94,8 +94,8 @@ bool Service::load() {
     }
 }
 
-void Service::reload() {
-    if (_isUsable) _metrics.countReload(load());
+void Service::reloadIfDue() {
+    if (_isReloadDue.exchange(false) && _isUsable) _metrics.countReload(load());
 }
 
 void Service::start() {
@@ -123,6 +123,7 @@ void Service::lookAfter(const std::stop_token& stopping) {
             if (_store.hasSettledChange(_settings)) reload();
             nextLook = Clock::now() + _settings.watchInterval;
         }
+        reloadIfDue();
         if (now >= nextMetrics) {
             writeMetrics();
             nextMetrics = now + kMetricsInterval;

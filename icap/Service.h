@@ -6,6 +6,7 @@
 #ifndef VOLE_ICAP_SERVICE_H
 #define VOLE_ICAP_SERVICE_H
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -40,8 +41,9 @@ public:
     void start();
     void stop();
 
-    // Loads the folder anew. When that fails, it is logged, and the set in use stays in use.
-    void reload();
+    // Has the folder loaded anew, soon and on another thread: who tells of it may tell more meanwhile. When loading
+    // fails, it is logged, and the set in use stays in use.
+    void reload() { _isReloadDue = true; }
 
     // Null: not serving.
     std::shared_ptr<const SignatureSet> signatures() const { return _isUsable ? _store.current() : nullptr; }
@@ -55,6 +57,7 @@ public:
 
 private:
     bool load();
+    void reloadIfDue();
     void lookAfter(const std::stop_token& stopping);
     void logFindings(const Message& message, const std::string& client, const FileReport& report);
     void writeMetrics();
@@ -63,6 +66,7 @@ private:
     Settings _settings;
     std::vector<std::string> _settingErrors;
     bool _isUsable = false;
+    std::atomic<bool> _isReloadDue = false;
     std::optional<Pages> _pages;
     SignatureStore _store;
     ClientWatch _clients;

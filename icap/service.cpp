@@ -276,7 +276,9 @@ int postInitService(ci_service_xdata_t* server, ci_server_conf*) noexcept {
         ci_service_set_transfer_preview(server, "*");
         ci_service_set_xopts(server, CI_XCLIENTIP | CI_XAUTHENTICATEDUSER);
         ci_service_add_option_handler(server, "vole", answerOptions);
-        ci_command_register_ctl_cmd("vole:reload", CI_CMD_CHILDS_PROC, reloadCommand);
+        // The server compares all that was written, with the end of the line that most programs write.
+        for (const char* const command : {"vole:reload", "vole:reload\n"})
+            ci_command_register_ctl_cmd(command, CI_CMD_CHILDS_PROC, reloadCommand);
         ci_command_register_action("vole::child_start", CI_CMD_CHILD_START, nullptr, childStarts);
         ci_command_register_action("vole::child_stop", CI_CMD_CHILD_STOP, nullptr, childStops);
         // Once the first children are there, which share its pages.
