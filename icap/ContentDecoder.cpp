@@ -71,7 +71,7 @@ public:
             const int status = ::inflate(&_stream, Z_NO_FLUSH);
             packed = packed.subspan(fed - _stream.avail_in);
             const std::size_t made = kOutput - _stream.avail_out;
-            if (const auto reason = sink.take(std::span<const char>(output).first(made))) return reason;
+            if (auto reason = sink.take(std::span<const char>(output).first(made))) return reason;
             if (status == Z_STREAM_END) return std::nullopt;
             if (status == Z_MEM_ERROR) throw std::bad_alloc();
             if (status != Z_OK && status != Z_BUF_ERROR) return damaged();
@@ -90,7 +90,7 @@ constexpr int kWithGzipHead = 16;
 std::optional<Reason> gunzip(std::span<const char> packed, Sink& sink) {
     constexpr std::string_view kMark = "\x1F\x8B";
     do {
-        if (const auto reason = Inflation(kWindow + kWithGzipHead).run(packed, sink)) return reason;
+        if (auto reason = Inflation(kWindow + kWithGzipHead).run(packed, sink)) return reason;
     } while (std::string_view(packed.data(), packed.size()).starts_with(kMark));
     return packed.empty() ? std::nullopt : std::optional(damaged());
 }
@@ -102,7 +102,7 @@ std::optional<Reason> inflateAny(std::span<const char> packed, Sink& sink) {
     const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(packed[i]); };
     const bool hasHead =
         packed.size() >= 2 && (byteAt(0) & 0xF) == kDeflated && (byteAt(0) * 256 + byteAt(1)) % kCheck == 0;
-    if (const auto reason = Inflation(hasHead ? kWindow : -kWindow).run(packed, sink)) return reason;
+    if (auto reason = Inflation(hasHead ? kWindow : -kWindow).run(packed, sink)) return reason;
     return packed.empty() ? std::nullopt : std::optional(damaged());
 }
 
@@ -121,7 +121,7 @@ std::optional<Reason> unbrotli(std::span<const char> packed, Sink& sink) {
         std::size_t room = kOutput;
         const BrotliDecoderResult result =
             ::BrotliDecoderDecompressStream(state.get(), &left, &next, &room, &out, nullptr);
-        if (const auto reason = sink.take(std::span<const char>(output).first(kOutput - room))) return reason;
+        if (auto reason = sink.take(std::span<const char>(output).first(kOutput - room))) return reason;
         if (result == BROTLI_DECODER_RESULT_SUCCESS) return left == 0 ? std::nullopt : std::optional(damaged());
         if (result == BROTLI_DECODER_RESULT_ERROR) return damaged();
         if (result == BROTLI_DECODER_RESULT_NEEDS_MORE_INPUT) return cutOff();

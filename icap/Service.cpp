@@ -1,13 +1,12 @@
 #include "Service.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
+#include <csignal>
 #include <ctime>
 #include <exception>
 #include <system_error>
@@ -100,7 +99,8 @@ void Service::reloadIfDue() {
 
 void Service::start() {
     if (_isUsable && !_store.current()) load();
-    withoutSignals([&] { _caretaker = std::jthread([this](std::stop_token stopping) { lookAfter(stopping); }); });
+    withoutSignals(
+        [&] { _caretaker = std::jthread([this](const std::stop_token& stopping) { lookAfter(stopping); }); });
 }
 
 void Service::stop() {
@@ -111,12 +111,10 @@ void Service::stop() {
 void Service::lookAfter(const std::stop_token& stopping) {
     constexpr std::chrono::milliseconds kTick{250};
     constexpr std::chrono::seconds kMetricsInterval{10};
-    std::mutex mutex;
-    std::condition_variable_any wakeUp;
     auto nextLook = Clock::now() + _settings.watchInterval;
     auto nextMetrics = Clock::now();
-    std::unique_lock lock(mutex);
-    while (!wakeUp.wait_for(lock, stopping, kTick, [&] { return stopping.stop_requested(); })) {
+    std::unique_lock lock(_caretakerMutex);
+    while (!_caretakerWakesUp.wait_for(lock, stopping, kTick, [&] { return stopping.stop_requested(); })) {
         const auto now = Clock::now();
         _clients.look();
         if (_isUsable && _settings.watchInterval.count() != 0 && now >= nextLook) {

@@ -7,6 +7,7 @@
 #define VOLE_ICAP_SERVICE_H
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -71,6 +72,8 @@ private:
     SignatureStore _store;
     ClientWatch _clients;
     Metrics _metrics;
+    std::mutex _caretakerMutex;  // for waiting alone
+    std::condition_variable_any _caretakerWakesUp;
     std::jthread _caretaker;
 };
 

@@ -47,7 +47,7 @@ long ZipEndCentralDir::findPos(BufferBase& buffer) {
 
 std::array<ZipEndCentralDir::Place, 4> ZipEndCentralDir::directoryPlaces(BufferBase& buffer, long position) const {
     constexpr int kLargeEnd = 56, kLocator = 20;  // Bytes.
-    constexpr Place kNone{-1, 0};
+    static constexpr Place kNone{-1, 0};
     const auto bySize = [](std::uint64_t end, std::uint64_t size, std::uint64_t offset) {
         if (size > end || offset > end) return kNone;
         return Place{static_cast<std::int64_t>(end - size), static_cast<std::int64_t>(offset)};
