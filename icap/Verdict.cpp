@@ -50,7 +50,8 @@ std::vector<std::string> Verdict::headers() const {
 }
 
 std::string Verdict::mark() const {
-    return std::string(kMarkHeader) + ": " + headerSafe(threat) +
+    // Why it failed is for the server's log: clients are not to learn about its folders.
+    return std::string(kMarkHeader) + ": " + headerSafe(word == "failed" ? word : threat) +
            "; member=" + (member.empty() ? "-" : headerSafe(member));
 }
 
