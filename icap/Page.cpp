@@ -47,6 +47,7 @@ std::string load(const std::string& folder, const char* name, std::string_view b
     if (folder.empty()) return std::string(builtIn);
     const std::filesystem::path path = std::filesystem::path(folder) / name;
     std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) throw SettingError(folder + " is no folder");
     if (!std::filesystem::exists(path, error) && !error) return std::string(builtIn);
     std::ifstream file(path, std::ios::binary);
     if (error || !file || std::filesystem::file_size(path, error) > kMostBytes || error)
