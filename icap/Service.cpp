@@ -72,8 +72,9 @@ void Service::prepare() {
 
 bool Service::load() {
     unsigned long long problems = 0;
+    std::string firstProblem;
     const auto note = [&](const std::string& problem) {
-        ++problems;
+        if (problems++ == 0) firstProblem = problem;
         log(LogLevel::information, problem);
     };
     try {
@@ -88,7 +89,8 @@ bool Service::load() {
     } catch (const std::exception& failure) {
         const char* const consequence =
             _store.current() ? "; the set in use stays in use" : "; no set is loaded, and the service does not serve";
-        log(LogLevel::error, failure.what() + std::string(consequence));
+        const std::string why = firstProblem.empty() ? "" : " (first problem: " + firstProblem + ")";
+        log(LogLevel::error, failure.what() + why + consequence);
         return false;
     }
 }
