@@ -184,8 +184,9 @@ int checkPreview(char* data, int size, ci_request_t* request) noexcept {
 // "as it came" later anyway.
 void sendHeadersEarly(ci_request_t* request, const Transaction& transaction) {
     constexpr std::uint64_t kBytesBefore = 8 * 1024;
-    if (!theService->settings().earlyHeaders || ci_req_allow204(request) || transaction.received() < kBytesBefore)
-        return;
+    // Uploads do not stall; nor is what was sent early of any use when malware is found.
+    if (!theService->settings().earlyHeaders || ci_req_type(request) != ICAP_RESPMOD) return;
+    if (ci_req_allow204(request) || transaction.received() < kBytesBefore) return;
     ci_req_unlock_data(request);
 }
 
