@@ -26,6 +26,10 @@ def noise(size):
     return random.Random(size).randbytes(int(size))
 
 
+def copies(content, number):
+    return functools.reduce(lambda archive, name: zipped(content, str(name), archive), range(int(number)), b"")
+
+
 # Says in the local header and in the directory of a ZIP that its members are encrypted.
 def encrypted(archive):
     return re.sub(rb"(PK\x03\x04..|PK\x01\x02....).", lambda head: head[1] + b"\1", archive, flags=re.S)
@@ -41,7 +45,8 @@ def form(content, file_name):
     return (part % ("a.txt", "hello\r\n") + part % (file_name, "")).encode() + content + b"\r\n--b--\r\n"
 
 
-STEPS = {"eicar": lambda _: EICAR, "noise": lambda _, size: noise(size), "zip": zipped, "behind": lambda archive, size: zipped(noise(size), "filler", archive, zipfile.ZIP_STORED),
+STEPS = {"eicar": lambda _: EICAR, "copies": copies, "noise": lambda _, size: noise(size), "zip": zipped,
+         "behind": lambda archive, size: zipped(noise(size), "filler", archive, zipfile.ZIP_STORED),
          "encrypted": encrypted, "cut": lambda content, size: content[:-int(size)], "gzip": gzip.compress,
          "padded": lambda content, size: content.ljust(int(size)),
          "zeros": lambda _, size: bytes(int(size)), "deflate": zlib.compress, "br": brotli, "form": form, }
