@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "HttpText.h"
+#include "VoleLibrary.h"
 
 namespace icap {
 namespace {
@@ -33,12 +34,18 @@ Transaction::Transaction(Service& service, Message message, std::string client, 
 
 void Transaction::receive(std::span<const char> bytes) noexcept {
     _received += bytes.size();
-    if (!_failure.empty()) return;
+    // What is not going to be looked into is not kept either: it would take all of the disk.
+    if (!_failure.empty() || isTooLarge()) return;
     try {
         _body.write(bytes);
     } catch (const std::exception& failure) {
         _failure = failure.what();
     }
+}
+
+bool Transaction::isTooLarge() const {
+    const std::uint64_t most = _service.settings().limits.max_content;
+    return most != 0 && _received > most;
 }
 
 const Verdict& Transaction::verdict() {
@@ -50,10 +57,14 @@ Verdict Transaction::judgeBody() {
     const Settings& settings = _service.settings();
     FileReport report;
     report.counters.bytesRead = _received;
+    if (isTooLarge()) {
+        report.outcome = Outcome::incomplete;
+        report.reasons.push_back(reasonFor(VOLE_REASON_SIZE_LIMIT, "the body is larger than the limit"));
+    }
     Verdict verdict{Action::pass, "unseen", "", ""};
     try {
         if (_failure.empty() && !_passesUnseen) {
-            report = Inspection(_set->signatures.get(), settings, _watched).inspect(_message, _body);
+            if (!isTooLarge()) report = Inspection(_set->signatures.get(), settings, _watched).inspect(_message, _body);
             verdict = judge(report, settings);
         }
     } catch (const std::exception& error) {

@@ -48,6 +48,7 @@ public:
     bool isJudged() const { return _verdict.has_value(); }
 
 private:
+    bool isTooLarge() const;
     Verdict judgeBody();
 
     Service& _service;
