@@ -1,0 +1,38 @@
+# shellcheck shell=bash
+# Completion of vole(1) for bash.
+
+_vole() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    # "--option=value" comes as three words, of which the last may be missing.
+    if [[ $word == = ]]; then
+        word=
+    elif [[ $before == = ]]; then
+        before=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    local options='-h --help --version' values kind=words
+    if [[ ${COMP_WORDS[1]} == scan && $COMP_CWORD -gt 1 ]]; then
+        options='-h --help --files-from -0 --null --exclude --one-file-system -d --patterns -j --jobs --cache
+            --all-matches --limits --incomplete -i --infected --no-summary --no-progress --json --debug --max-size
+            --max-member --max-total --max-members --max-depth --max-ratio --time-limit --host-view --dump'
+        case " ${COMP_WORDS[*]:2:COMP_CWORD-2} " in *' -- '*) before=-- ;; esac
+        case $before in
+            -d | --patterns | --dump) kind=directory ;;
+            --files-from | --cache) kind='file' ;;
+            --incomplete) values='error ok' ;;
+            -j | --jobs) values=$(seq "$(nproc)") ;;
+            --max-size | --max-member | --max-total) values='0 64M 256M 1G 2G' ;;
+            --exclude | --max-members | --max-depth | --max-ratio | --time-limit) values= ;;
+            --) kind='file' ;;
+            *) if [[ $word == -* ]]; then values=$options; else kind='file'; fi ;;
+        esac
+    else
+        values="scan $options"
+    fi
+    if [[ $kind == words ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$values" -- "$word")
+    else
+        compopt -o filenames 2>/dev/null # Tests call this outside a completion.
+        mapfile -t COMPREPLY < <(compgen -A "$kind" -- "$word")
+    fi
+}
+complete -F _vole vole

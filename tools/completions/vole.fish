@@ -1,0 +1,33 @@
+# Completion of vole(1) for fish.
+
+complete -c vole -f
+complete -c vole -s h -l help -d 'Print the options'
+complete -c vole -n __fish_use_subcommand -l version -d 'Print the versions'
+complete -c vole -n __fish_use_subcommand -a scan -d 'Scan files and folders'
+
+set -l scan -c vole -n '__fish_seen_subcommand_from scan'
+complete $scan -F
+complete $scan -l files-from -rF -d 'Scan what a list names, too'
+complete $scan -s 0 -l null -d 'NULs stand between the paths of the list'
+complete $scan -l exclude -x -d 'Leave out what fits a shell pattern'
+complete $scan -l one-file-system -d 'Do not enter other file systems'
+complete $scan -s d -l patterns -xa '(__fish_complete_directories)' -d 'Folder with the signatures'
+complete $scan -s j -l jobs -xa '(seq (nproc))' -d 'Files scanned at a time'
+complete $scan -l cache -rF -d 'Pass over files known to be clean'
+complete $scan -l all-matches -d 'Go on behind the first finding'
+complete $scan -l limits -d 'Print the limits in force'
+complete $scan -l incomplete -xa 'error ok' -d 'Whether incomplete files count for the exit status'
+complete $scan -s i -l infected -d 'Leave clean files out of the report'
+complete $scan -l no-summary -d 'Leave the summary out'
+complete $scan -l no-progress -d 'Draw no progress line'
+complete $scan -l json -d 'Report in lines of JSON'
+complete $scan -l debug -d 'Tell of unusable signatures and all reasons'
+complete $scan -l max-size -x -d 'Largest file (K, M, G)'
+complete $scan -l max-member -x -d 'Largest archive member (K, M, G)'
+complete $scan -l max-total -x -d 'Bytes unpacked from one file (K, M, G)'
+complete $scan -l max-members -x -d 'Archive members in one file'
+complete $scan -l max-depth -x -d 'Archives within each other'
+complete $scan -l max-ratio -x -d 'Unpacked to packed size of a member'
+complete $scan -l time-limit -x -d 'Seconds for one file'
+complete $scan -l host-view -d 'Scan by voleeng.h'
+complete $scan -l dump -xa '(__fish_complete_directories)' -d 'The same, and write archive members'
