@@ -1,9 +1,10 @@
-"""libvole.so.1 as ctypes sees it: what vole.h declares, in its order. Calls release the interpreter's lock."""
+"""libvole.so.1 as ctypes sees it: what vole.h declares, in its order."""
 
 from __future__ import annotations
 
 import ctypes
 import os
+import types
 from ctypes import POINTER, c_char_p, c_int, c_size_t, c_ssize_t, c_uint32, c_uint64, c_void_p
 from typing import Any
 
@@ -128,18 +129,30 @@ _FUNCTIONS: dict[str, tuple[Any, list[Any]]] = {
     "vole_scan_buffer": (c_int, [c_void_p, c_void_p, c_size_t, c_void_p]),
     "vole_scan_stream": (c_int, [c_void_p, READ_FN, c_void_p, c_void_p]),
 }
+# These may take long, and release the interpreter's lock. For the others, getting it back would be most of the work.
+_LONG = {
+    "vole_signatures_load",
+    "vole_signatures_unref",
+    "vole_scanner_free",
+    "vole_scan_path",
+    "vole_scan_fd",
+    "vole_scan_buffer",
+    "vole_scan_stream",
+}
 
 
-def _load() -> ctypes.CDLL:
+def _load() -> types.SimpleNamespace:
     name = os.environ.get("VOLE_LIBRARY") or "libvole.so.1"
+    functions = types.SimpleNamespace()
     try:
-        library = ctypes.CDLL(name)
+        releasing, keeping = ctypes.CDLL(name), ctypes.PyDLL(name)
         for function, (result, arguments) in _FUNCTIONS.items():
-            prototype = getattr(library, function)
+            prototype = getattr(releasing if function in _LONG else keeping, function)
             prototype.restype, prototype.argtypes = result, arguments
+            setattr(functions, function, prototype)
     except (OSError, AttributeError) as error:
         raise ImportError(f"the Vole Engine's library cannot be used: {error}", name="vole", path=name) from error
-    return library
+    return functions
 
 
 LIBRARY = _load()
