@@ -49,6 +49,8 @@ public:
 private:
     // The C library's search takes a time that is linear in the body whatever the boundary is.
     std::optional<std::size_t> find(std::size_t from) const {
+        if (from >= _body.size())
+            return std::nullopt;  // No bytes may be at no address, which the search does not take.
         const void* const at = ::memmem(_body.data() + from, _body.size() - from, _mark.data(), _mark.size());
         if (at == nullptr) return std::nullopt;
         return static_cast<std::size_t>(static_cast<const char*>(at) - _body.data());
