@@ -70,11 +70,11 @@ __all__ = [
     "Signatures",
     "SignaturesError",
     "VoleError",
-    "library_version",
+    "engine_version",
     "shown_path",
 ]
 
 
-def library_version() -> str:
+def engine_version() -> str:
     """The version of the library that was found: "1.0.0.223" and the like."""
     return _text_of(_LIBRARY.vole_version())

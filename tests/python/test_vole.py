@@ -92,7 +92,7 @@ class Vole(unittest.TestCase):
         self.assertEqual({*vole.ErrorCode}, {*numbers["error"]} - {0, 10})
         self.assertEqual([vole.Outcome(99), vole.ReasonCode(99), vole.Kind(99)],
                          [vole.Outcome.INCOMPLETE, vole.ReasonCode.UNSUPPORTED, vole.Kind.UNKNOWN])
-        self.assertEqual(vole.__version__, vole.library_version())
+        self.assertEqual(vole.__version__, vole.engine_version())
 
     def test_every_way_of_scanning_gives_the_same(self):
         for content, answer in (
