@@ -1,9 +1,8 @@
-# 32-bit x86 as the established hosts load it: std::string in its legacy, pointer-sized layout.
+# 32-bit x86, built on x86-64.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR i686)
-# Hosts that were built with older compilers call with a stack that is only aligned to 4 bytes.
-set(CMAKE_C_FLAGS_INIT "-m32 -mstackrealign")
-set(CMAKE_CXX_FLAGS_INIT "-m32 -mstackrealign -D_GLIBCXX_USE_CXX11_ABI=0")
+set(CMAKE_C_FLAGS_INIT -m32)
+set(CMAKE_CXX_FLAGS_INIT -m32)
 set(CMAKE_LIBRARY_ARCHITECTURE i386-linux-gnu)
 
 # Debian has no 32-bit expat and SQLite in the main architecture; scripts/fetch-i386-libraries unpacks them here.
