@@ -41,3 +41,8 @@ install(FILES ${PROJECT_BINARY_DIR}/package/VoleConfig.cmake ${PROJECT_BINARY_DI
 
 install(TARGETS vole COMPONENT tools)
 install(DIRECTORY patterns DESTINATION "${CMAKE_INSTALL_DATADIR}/vole" COMPONENT tools)
+set(settings_dir "${CMAKE_INSTALL_SYSCONFDIR}")
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(settings_dir "${CMAKE_INSTALL_FULL_SYSCONFDIR}")  # /etc, as the program expects it
+endif()
+install(FILES tools/vole/scan.conf DESTINATION "${settings_dir}/vole" COMPONENT tools)

@@ -18,6 +18,7 @@
 #include "Limits.h"
 #include "Messages.h"
 #include "ScanCommand.h"
+#include "SettingsFile.h"
 #include "voleeng.h"
 
 namespace {
@@ -90,6 +91,7 @@ public:
             const bool answered = _app.exit(outcome) == 0;  // --help or --version
             return answered && std::cout.flush() ? kExitClean : kExitErrors;
         }
+        applySettings();
         return -1;
     }
 
@@ -123,10 +125,12 @@ private:
     }
 
     void addHow() {
-        addText("-d,--patterns", _options.engine.patternDir, "DIR",
-                "Pattern directory (default: the bundled starter patterns)");
-        addValue("-j,--jobs", "N", "Files scanned at a time (default: one for each processor)",
-                 [this](const std::string& text) { return readJobs(text); });
+        _settable.push_back(addText("-d,--patterns", _options.engine.patternDir, "DIR",
+                                    "Pattern directory (default: the bundled starter patterns)"));
+        _settable.push_back(addValue("-j,--jobs", "N", "Files scanned at a time (default: one for each processor)",
+                                     [this](const std::string& text) { return readJobs(text); }));
+        _config = addText("--config", _settingsFile, "FILE",
+                          "Take what is not given here from FILE (default: etc/vole/scan.conf of the installation)");
         _libraryOnly.push_back(addText("--cache", _options.engine.cache, "FILE",
                                        "Pass over files that did not change since a scan with the same signatures and\n"
                                        "limits found them clean. FILE remembers them"));
@@ -142,17 +146,19 @@ private:
                          std::string(limit.help) + " (default: " + showLimit(limit.unit, usual) + ")",
                          [this, &limit](const std::string& text) { return readLimit(limit, text); });
             _libraryOnly.push_back(option->group("Limits (SIZE with K, M or G; 0: unlimited)"));
+            _settable.push_back(option);
         }
         _limits = _scan.add_flag("--limits", _options.limits, "Print the limits that are in force");
     }
 
     void addReport() {
-        addValue("--incomplete", "error|ok",
-                 "Whether files that were not seen whole count for the exit status (default: error)",
-                 [this](const std::string& text) {
-                     _options.incompleteIsOk = text == "ok";
-                     return text == "ok" || text == "error" ? "" : "must be ok or error";
-                 });
+        _settable.push_back(
+            addValue("--incomplete", "error|ok",
+                     "Whether files that were not seen whole count for the exit status (default: error)",
+                     [this](const std::string& text) {
+                         _options.incompleteIsOk = text == "ok";
+                         return text == "ok" || text == "error" ? "" : "must be ok or error";
+                     }));
         _scan.add_flag("-i,--infected", _options.onlyFindings, "Leave clean files out of the report");
         _scan.add_flag("--no-summary", _options.noSummary, "Leave the closing summary out");
         _scan.add_flag("--no-progress", _options.noProgress, "Draw no progress line on a terminal");
@@ -202,6 +208,32 @@ private:
         return "";
     }
 
+    CLI::Option& settableAs(const std::string& name) {
+        const auto fits = [&name](const CLI::Option* option) { return option->check_lname(name); };
+        const auto option = std::find_if(_settable.begin(), _settable.end(), fits);
+        if (option == _settable.end()) throw SettingsError("\"" + name + "\" cannot be set there");
+        return **option;
+    }
+
+    void apply(const std::string& name, const std::string& value) {
+        CLI::Option& option = settableAs(name);
+        const bool isLibraryOnly = std::count(_libraryOnly.begin(), _libraryOnly.end(), &option) != 0;
+        if (option.count() != 0 || (_options.hostView && isLibraryOnly)) return;
+        option.add_result(value);
+        option.run_callback();
+    }
+
+    // What the command line does not say.
+    void applySettings() {
+        const std::string file = _config->count() != 0 ? _settingsFile : installedSettingsFile();
+        if (file.empty()) return;
+        try {
+            for (const auto& [name, value] : readSettings(file)) apply(name, value);
+        } catch (const std::runtime_error& error) {
+            throw SettingsError(file + ": " + error.what());
+        }
+    }
+
     // Without the parser's own means for it, which fill the help with lists.
     static void refuseTogether(const CLI::Option* a, const CLI::Option* b) {
         if (a->count() != 0 && b->count() != 0) throw CLI::ExcludesError(a->get_name(), b->get_name());
@@ -229,8 +261,11 @@ private:
     CLI::Option* _exclude = nullptr;
     CLI::Option* _limits = nullptr;
     CLI::Option* _json = nullptr;
+    CLI::Option* _config = nullptr;
+    std::string _settingsFile;
     CLI::Option* _hostView = nullptr;
     CLI::Option* _dump = nullptr;
+    std::vector<CLI::Option*> _settable;     // What a settings file may set.
     std::vector<CLI::Option*> _libraryOnly;  // What the older interface does not have.
 };
 
