@@ -27,7 +27,7 @@ using ZOV_SPACE::OwnFd;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
-constexpr const char* kVersion = "Vole Engine Version: 1.0.0.223";
+constexpr const char* kVersion = "Vole Engine Version: " VOLE_VERSION;
 constexpr std::uint64_t kLargestFile = 0x7FFFFFFF;  // Bytes.
 
 // Runs the body of an exported function, to which the host listens; nothing but the cancellation of the thread leaves
