@@ -221,8 +221,8 @@ public:
 #ifdef __SANITIZE_THREAD__
         GTEST_SKIP() << "Scans on one thread; the thread sanitizer would make them take many minutes.";
 #endif
-        const std::string whole = samples.write("2n", _row.make(2));
-        const std::string half = kSanitized ? whole : samples.write("n", _row.make(1));
+        const std::string half = samples.write("n", _row.make(1));
+        const std::string whole = kSanitized ? half : samples.write("2n", _row.make(2));
         expectGrowth(half, whole, kDefaultLimits);
         if (!_row.loadedAs) expectGrowth(half, whole, {0, 0, 0, 50, 0});
     }
