@@ -1,7 +1,8 @@
-// Report: the lines that a run prints, and how many of its ratios missed their target.
+// Report: the lines that a run prints, how many of its ratios missed their target, and all figures as JSON.
 #ifndef BENCH_REPORT_H
 #define BENCH_REPORT_H
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "Timing.h"
@@ -24,10 +25,15 @@ public:
 
     int missed() const { return _missed; }
     void summary() const;
+    // Everything so far, and the machine, in a file. Throws when it cannot be written.
+    void writeJson(const std::string& file) const;
 
 private:
     void row(const std::string& what, const std::string& measured, double value, Bound bound, double target);
+    void record(const char* kind, const std::string& what, const std::string& measured, double value);
 
+    nlohmann::ordered_json _rows = nlohmann::ordered_json::array();
+    std::string _section;
     int _met = 0;
     int _missed = 0;
 };

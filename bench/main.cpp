@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,8 +22,9 @@ constexpr Group kGroups[] = {
 };
 
 void printUsage() {
-    std::printf("usage: run-benchmarks [--quick] [GROUP...]\n");
-    std::printf("Runs the named groups, or all of them. --quick: less data and fewer rounds, for a look.\nGroups:");
+    std::printf("usage: run-benchmarks [--quick] [--json=FILE] [GROUP...]\n");
+    std::printf("Runs the named groups, or all of them. --quick: less data and fewer rounds, for a look.\n");
+    std::printf("--json=FILE: writes all figures, but those of \"micro\", to FILE, too.\nGroups:");
     for (const Group& group : kGroups) std::printf(" %.*s", static_cast<int>(group.name.size()), group.name.data());
     std::printf("\n");
 }
@@ -31,7 +33,7 @@ bool isGroup(std::string_view word) {
     return std::any_of(std::begin(kGroups), std::end(kGroups), [=](const Group& group) { return group.name == word; });
 }
 
-void runGroups(const Settings& settings, const std::vector<std::string_view>& wanted) {
+void runGroups(const Settings& settings, const std::vector<std::string_view>& wanted, const std::string& json) {
     Report report;
     report.note("Times are subject / reference, each the best of several turns that the two take; then their ratio.");
     for (const Group& group : kGroups) {
@@ -39,6 +41,7 @@ void runGroups(const Settings& settings, const std::vector<std::string_view>& wa
         if (wanted.empty() || named) group.run(settings, report);
     }
     report.summary();
+    if (!json.empty()) report.writeJson(json);
 }
 
 }  // namespace
@@ -46,9 +49,12 @@ void runGroups(const Settings& settings, const std::vector<std::string_view>& wa
 int main(int argc, char** argv) {
     Settings settings;
     std::vector<std::string_view> wanted;
+    std::string json;
     for (const std::string_view word : std::vector<std::string_view>(argv + 1, argv + argc)) {
         if (word == "--quick") {
             settings.quick = true;
+        } else if (constexpr std::string_view option = "--json="; word.starts_with(option)) {
+            json = word.substr(option.size());
         } else if (isGroup(word)) {
             wanted.push_back(word);
         } else {
@@ -57,7 +63,7 @@ int main(int argc, char** argv) {
         }
     }
     try {
-        runGroups(settings, wanted);
+        runGroups(settings, wanted, json);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "run-benchmarks: %s\n", error.what());
         return 2;
