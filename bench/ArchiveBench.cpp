@@ -22,7 +22,8 @@ constexpr double kMebibyte = 1048576;
 Command bsdtar(const std::string& archive) { return {"bsdtar", "-xOf", archive}; }
 Command unar(const std::string& archive) { return {"unar", "-q", "-o", "-", "-f", archive}; }
 Command vole(const std::string& patterns, const std::string& archive) {
-    return {buildDir() + "/vole", "scan", "-j1", "-i", "-d", patterns, archive};
+    // A sample holds an archive of a format that is not opened.
+    return {buildDir() + "/vole", "scan", "-j1", "-i", "--incomplete=ok", "-d", patterns, archive};
 }
 
 // Copies of the starter patterns, with limits that let everything through.
@@ -185,7 +186,7 @@ private:
         fs::create_directory(patterns);
         fs::copy_file(_patterns + "/voleeng.ini", patterns / "voleeng.ini", fs::copy_options::overwrite_existing);
         corpus::writeFile(patterns / "last.hdb", md5Of(last) + ":" + std::to_string(last.size()) + ":Bench.Last\n");
-        Command check{"sh", "-c", "\"$0\" \"$@\" | grep -q Bench.Last"};
+        Command check{"sh", "-c", "\"$0\" \"$@\" | grep Bench.Last"};
         for (const std::string& word : vole(patterns, archive)) check.push_back(word);
         secondsToRun(check);
     }
