@@ -62,12 +62,20 @@ int main(int argc, char** argv) {
     const bool damages = nameLength != std::string::npos;
     const unsigned long places = damages ? std::strtoul(argument.c_str() + nameLength + 1, nullptr, 10) : 0;
     Target* const target = findTarget(argument.substr(0, nameLength));
+    if (!argument.empty() && !target) {
+        std::fprintf(stderr, "%s: Target.cpp has no target of that name\n", argument.c_str());
+        return 2;
+    }
     if (!target || (damages && (places == 0 || colon == std::string::npos))) {
         std::fprintf(stderr, "usage: %s TARGET[=PLACES:CHECKSUM] PATH...\n", argv[0]);
         return 2;
     }
-    char checksum[9];
+    char checksum[9] = "";
     for (int i = 2; i < argc; ++i) {
+        if (!fs::exists(argv[i])) {
+            std::fprintf(stderr, "%s: no such file or folder\n", argv[i]);
+            return 2;
+        }
         for (const fs::path& file : filesAt(argv[i])) {
             const std::string input = TempDir::contentOf(file);
             run(target, input);
