@@ -54,6 +54,7 @@ private:
     void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes) override;
     bool persists() const override { return true; }
     bool comparesCheckSums() const override { return true; }
+    bool readsDeep() const override { return !(_terms.flags & VOLE_SCAN_SHALLOW); }
     void onWork(std::int64_t bytes) override;
 
     void countMember(const _st_ArchEntry& archive);

@@ -9,3 +9,4 @@ bool ScanFace::opens(const _st_ArchEntry&) { return true; }
 void ScanFace::onNoArchive(const _st_ArchEntry&, ZOV_SPACE::BufferBase&) {}
 bool ScanFace::persists() const { return false; }
 bool ScanFace::comparesCheckSums() const { return false; }
+bool ScanFace::readsDeep() const { return false; }

@@ -89,6 +89,8 @@ public:
     virtual bool persists() const;
     // Whether the check-sum that an archive gives of a member is compared with what comes out.
     virtual bool comparesCheckSums() const;
+    // Whether members are looked for wherever a reader of any kind might find them, instead of by one walk alone.
+    virtual bool readsDeep() const;
 };
 
 #endif  // ENGINE_SCAN_SCANFACE_H

@@ -11,6 +11,7 @@ from typing import Any
 OK = 0
 LOAD_STRICT = 1
 SCAN_ALL_MATCHES = 1
+SCAN_SHALLOW = 2
 NO_OFFSET = 2**64 - 1
 
 

@@ -14,7 +14,7 @@ from typing import TYPE_CHECKING, Any
 from ._buffers import bytes_in
 from ._callbacks import Caught, Stream
 from ._errors import ErrorCode, ScannerBusyError, error_of
-from ._library import EVENT_FN, LIBRARY, OK, SCAN_ALL_MATCHES, LimitsStruct, c_string
+from ._library import EVENT_FN, LIBRARY, OK, SCAN_ALL_MATCHES, SCAN_SHALLOW, LimitsStruct, c_string
 from ._owned import Owned
 from ._results import Copier, Event, Outcome, Result
 from ._signatures import Signatures
@@ -58,6 +58,9 @@ class Scanner(Owned):
     """Scans one content after another; cheap to make and to keep. Each thread needs one of its own: a second scan at
     the same time, and close() during one, raise ScannerBusyError. Only cancel() and rearm() are for any thread.
 
+    `shallow` scans read archives by their formats' rules only; others look for members wherever some unpacker may find
+    them.
+
     `on_event` is called on the scanning thread with what happens. It may not use the scanner, except to cancel it.
     What it raises ends the scan, and is raised by it; so is what signal handlers raise, Ctrl-C's for example, which run
     when a callback is called or the scan is over."""
@@ -68,6 +71,7 @@ class Scanner(Owned):
         limits: Limits | None = None,
         *,
         all_matches: bool = False,
+        shallow: bool = False,
         on_event: Callable[[Event], object] | None = None,
     ) -> None:
         if not isinstance(signatures, Signatures):
@@ -79,10 +83,12 @@ class Scanner(Owned):
         self.signatures = signatures
         self.limits = limits if limits is not None else Limits()
         self.all_matches = all_matches
+        self.shallow = shallow
         self._on_event = on_event
         self._scanning = False
         super().__init__(self._made(), LIBRARY.vole_scanner_free)
-        self._check(LIBRARY.vole_scanner_set_flags(self._value, SCAN_ALL_MATCHES if all_matches else 0))
+        flags = (SCAN_ALL_MATCHES if all_matches else 0) | (SCAN_SHALLOW if shallow else 0)
+        self._check(LIBRARY.vole_scanner_set_flags(self._value, flags))
 
     def scan_path(self, path: StrOrBytesPath) -> Result:
         """A regular file; links are followed. Folders, FIFOs and devices are a NotFileError, and never block."""

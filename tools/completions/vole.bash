@@ -12,7 +12,7 @@ _vole() {
     local options='-h --help --version' values kind=words
     if [[ ${COMP_WORDS[1]} == scan && $COMP_CWORD -gt 1 ]]; then
         options='-h --help --files-from -0 --null --exclude --one-file-system -d --patterns -j --jobs --config --cache
-            --all-matches --limits --incomplete -i --infected --no-summary --no-progress --json --debug --max-size
+            --all-matches --shallow --limits --incomplete -i --infected --no-summary --no-progress --json --debug --max-size
             --max-member --max-total --max-members --max-depth --max-ratio --time-limit --host-view --dump'
         case " ${COMP_WORDS[*]:2:COMP_CWORD-2} " in *' -- '*) before=-- ;; esac
         case $before in

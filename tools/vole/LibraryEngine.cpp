@@ -33,15 +33,20 @@ SignaturesHandle loadTelling(const LibraryOptions& options) {
 LibraryEngine::LibraryEngine(const LibraryOptions& options)
     : _signatures(loadTelling(options)),
       _limits(options.limits),
-      _flags(options.allMatches ? VOLE_SCAN_ALL_MATCHES : 0) {
+      _flags((options.allMatches ? VOLE_SCAN_ALL_MATCHES : 0U) | (options.shallow ? VOLE_SCAN_SHALLOW : 0U)) {
     if (!options.cache.empty())
-        _cache = std::make_unique<ScanCache>(options.cache, id(), limitsKey(_limits) + vole_version(), options.warn);
+        _cache = std::make_unique<ScanCache>(options.cache, id(), termsKey() + vole_version(), options.warn);
 }
 
 std::unique_ptr<FileScanner> LibraryEngine::newScanner() const {
     auto scanner = std::make_unique<LibraryScanner>(_signatures.get(), _limits, _flags);
     if (!_cache) return scanner;
     return std::make_unique<CachingScanner>(std::move(scanner), *_cache);
+}
+
+// What is clean on one of these terms need not be so on others.
+std::string LibraryEngine::termsKey() const {
+    return limitsKey(_limits) + (_flags & VOLE_SCAN_SHALLOW ? "shallow," : "");
 }
 
 std::optional<std::uint64_t> LibraryEngine::signatureCount() const { return vole_signatures_count(_signatures.get()); }

@@ -19,6 +19,7 @@ struct LibraryOptions {
     std::string patternDir = {};
     vole_limits limits = VOLE_LIMITS_INIT;
     bool allMatches = false;
+    bool shallow = false;
     bool listProblems = false;  // Each problem of the set on standard error, instead of their number.
     std::string cache = {};     // The file that remembers what was clean; empty: none.
     ScanCache::Warn warn = complain;
@@ -34,6 +35,8 @@ public:
     std::string id() const override { return vole_signatures_id(_signatures.get()); }
 
 private:
+    std::string termsKey() const;
+
     SignaturesHandle _signatures;
     vole_limits _limits;
     std::uint32_t _flags;
