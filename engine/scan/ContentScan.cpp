@@ -8,6 +8,7 @@
 #include "Normalize.h"
 #include "io/BufferBaseStreams.h"
 #include "io/IOBuffer.h"
+#include "unarchiver/DeepFormats.h"
 #include "unarchiver/ScanBudget.h"
 #include "unarchiver/VoleEngineFactory.h"
 #include "util/Diag.h"
@@ -95,7 +96,10 @@ bool isProbed(const ScanFace& face, const _st_ArchEntry& record) {
 
 const ZOV_SPACE::ArchiveId& probe(ScanFace& face, const _st_ArchEntry& record, ZOV_SPACE::BufferBase& content) {
     ZOV_SPACE::BufferBaseInputStream stream(&content);
-    const ZOV_SPACE::ArchiveId& format = ZOV_SPACE::VoleEngineFactory::identify(stream);
+    const ZOV_SPACE::ArchiveId& plain = ZOV_SPACE::VoleEngineFactory::identify(stream);
+    // What an unknown method has packed may look like anything.
+    const bool isDeep = face.readsDeep() && !record.isPacked;
+    const ZOV_SPACE::ArchiveId& format = isDeep ? ZOV_SPACE::deepFormat(content, plain) : plain;
     if (&format == &ZOV_SPACE::ARCHIVEID_NONE) face.onNoArchive(record, content);
     return format;
 }

@@ -136,9 +136,10 @@ private:
                                        "limits found them clean. FILE remembers them"));
         _libraryOnly.push_back(_scan.add_flag("--all-matches", _options.engine.allMatches,
                                               "Go on behind a file's first finding, and list up to 1,000"));
-        _libraryOnly.push_back(_scan.add_flag("--shallow", _options.engine.shallow,
-                                              "Read archives by their formats' rules only, and do not look for members\n"
-                                              "where other unpackers may find some"));
+        _libraryOnly.push_back(
+            _scan.add_flag("--shallow", _options.engine.shallow,
+                           "Read archives by their formats' rules only, and do not look for members\n"
+                           "where other unpackers may find some"));
     }
 
     void addLimits() {

@@ -2,11 +2,14 @@
 #ifndef PAKFOLD_ZIP_ZIPDATAEXTENT_H
 #define PAKFOLD_ZIP_ZIPDATAEXTENT_H
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "io/BufferBase.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 
@@ -34,6 +37,23 @@ ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start);
 // checksum; without one, the end of the buffer.
 ZipDataExtent findStoredExtent(BufferBase& buffer, long start);
 ZipDataExtent findForeignExtent(BufferBase& buffer, long start);  // For methods that nobody here can decode.
+
+// What was inflated to find an entry's end costs as much of the budget as nobody takes of it.
+class LookAheadCost {
+public:
+    explicit LookAheadCost(std::int64_t inflatedBytes) : _bytes(inflatedBytes) {}
+    LookAheadCost(const LookAheadCost&) = delete;
+    LookAheadCost& operator=(const LookAheadCost&) = delete;
+    // Without a throw, since something else is being thrown if this has not been settled.
+    ~LookAheadCost() { static_cast<void>(ScanBudget::takeDiscardedBytes(_bytes)); }
+
+    void settle(std::int64_t takenBytes) {
+        ScanBudget::chargeDiscardedBytes(std::max<std::int64_t>(std::exchange(_bytes, 0) - takenBytes, 0));
+    }
+
+private:
+    std::int64_t _bytes;
+};
 
 // Where the next local header begins, from `start` on; -1 when there is none.
 long findLocalHeader(BufferBase& buffer, long start);

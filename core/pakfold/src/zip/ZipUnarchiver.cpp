@@ -28,6 +28,7 @@
 #include "zip/DeflateDecompressor.h"
 #include "zip/ZipDataExtent.h"
 #include "zip/ZipSupport.h"
+#include "zip/ZipTroubles.h"
 #include "zip/ZipUnarchiver.h"
 
 namespace ZOV_SPACE {
@@ -36,37 +37,10 @@ namespace {
 constexpr diag::Unit kDiag{kZipUnitName};
 
 constexpr int kMarkerSize = 4;
-constexpr const char* kEncryptedText = "encrypted ZIP entry";
-
-// By the text of what ended an entry.
-ArchiveTrouble troubleOf(const std::string& failure) {
-    if (failure == kEncryptedText) return ArchiveTrouble::encrypted;
-    if (failure == "unexpected EOF" || DeflateDecompressor::saysTooShort(failure)) return ArchiveTrouble::truncated;
-    const bool isMethod = failure.starts_with("Unknown algorithm") || failure.ends_with("unimplemented");
-    return isMethod ? ArchiveTrouble::unknownMethod : ArchiveTrouble::damaged;
-}
-
 // A failure that ends the walk for good.
 class FinalFailure : public ArchivingException {
 public:
     using ArchivingException::ArchivingException;
-};
-
-// What was inflated to find an entry's end costs as much of the budget as nobody takes of it.
-class LookAheadCost {
-public:
-    explicit LookAheadCost(std::int64_t inflatedBytes) : _bytes(inflatedBytes) {}
-    LookAheadCost(const LookAheadCost&) = delete;
-    LookAheadCost& operator=(const LookAheadCost&) = delete;
-    // Without a throw, since something else is being thrown if this has not been settled.
-    ~LookAheadCost() { static_cast<void>(ScanBudget::takeDiscardedBytes(_bytes)); }
-
-    void settle(std::int64_t takenBytes) {
-        ScanBudget::chargeDiscardedBytes(std::max<std::int64_t>(std::exchange(_bytes, 0) - takenBytes, 0));
-    }
-
-private:
-    std::int64_t _bytes;
 };
 
 // The signature of the record that follows, 0 where nothing does.
@@ -149,7 +123,7 @@ bool ZipUnarchiver::succeeds(void (ZipUnarchiver::*part)()) {
         throw;
     } catch (ArchivingException& failure) {
         kDiag.at().err("Zip entry passed over: %s", failure.toString());
-        tell(troubleOf(failure.getMessage()), failure.getMessage());
+        tell(zipTroubles::of(failure.getMessage()), failure.getMessage());
         return false;
     }
 }
@@ -226,7 +200,7 @@ bool ZipUnarchiver::processNext() {
         if (!extent.failure.empty()) kZipUnit.raise<ArchivingException>(extent.failure);
         if (extent.known) _in->skipTo(end);
     }
-    if (isCut(extent)) tell(ArchiveTrouble::truncated, "the archive ends inside the data");
+    if (isCut(extent)) tell(ArchiveTrouble::truncated, zipTroubles::kCut);
     if (_info.hasDataDescriptor()) {
         takeDescriptor(extent);
         entry.compressedSize = _info.compressedSize;
@@ -242,9 +216,9 @@ bool ZipUnarchiver::processNext() {
 }
 
 void ZipUnarchiver::passOverEncrypted(const ZipDataExtent& extent) {
-    tell(ArchiveTrouble::encrypted, kEncryptedText);
+    tell(ArchiveTrouble::encrypted, zipTroubles::kEncrypted);
     if (!extent.failure.empty()) kZipUnit.raise<ArchivingException>(extent.failure);
-    if (isCut(extent)) tell(ArchiveTrouble::truncated, "the archive ends inside the data");
+    if (isCut(extent)) tell(ArchiveTrouble::truncated, zipTroubles::kCut);
     if (extent.known) _in->skipTo(_dataStart + extent.packedSize);
     if (_info.hasDataDescriptor()) _info.readDataDescriptor(*_in);
 }
@@ -359,7 +333,7 @@ void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& ou
     const std::int64_t unused =
         DeflateDecompressor(true, _decompression)
             .decompress(*_in, isSound ? extent.packedSize : DeflateDecompressor::kUnknownSize, out);
-    if (unused > 0) tell(ArchiveTrouble::damaged, std::to_string(unused) + " bytes are left behind the deflated data");
+    if (unused > 0) tell(ArchiveTrouble::damaged, zipTroubles::left(unused));
 }
 
 // The data of an entry whose end is not known has to be decoded.
@@ -474,8 +448,7 @@ void ZipUnarchiver::tellOfCoverage() const {
         tell(ArchiveTrouble::damaged, "neither an entry nor the directory follows an entry");
     }
     if (_coverage.missed() > 0) {
-        tell(ArchiveTrouble::damaged,
-             std::to_string(_coverage.missed()) + " entries that the directory counts were not met");
+        tell(ArchiveTrouble::damaged, zipTroubles::missed(_coverage.missed()));
     }
     if (_coverage.contradicted() > 0) {
         tell(ArchiveTrouble::damaged,
@@ -492,8 +465,7 @@ void ZipUnarchiver::tellOfCoverage() const {
 void ZipUnarchiver::tellOfSize(const ZipDataExtent& extent, std::int64_t unpackedBytes) const {
     const auto announced = static_cast<std::uint32_t>(extent.unpackedSize);
     if (_decompression || !extent.known || isCut(extent) || unpackedBytes == announced) return;
-    tell(ArchiveTrouble::damaged,
-         std::to_string(announced) + " bytes were announced, " + std::to_string(unpackedBytes) + " were unpacked");
+    tell(ArchiveTrouble::damaged, zipTroubles::otherSize(announced, unpackedBytes));
 }
 
 // Whether the source ends before the data does.

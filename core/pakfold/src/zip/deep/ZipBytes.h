@@ -1,0 +1,35 @@
+// ZipBytes: what stands at any position of a buffer, in place where the buffer keeps it in memory, else through a
+// window of its own. Borrows the buffer; throws what that throws. Used by one thread at a time.
+#ifndef PAKFOLD_ZIP_DEEP_ZIPBYTES_H
+#define PAKFOLD_ZIP_DEEP_ZIPBYTES_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "io/BufferBase.h"
+
+namespace ZOV_SPACE {
+
+class ZipBytes {
+public:
+    explicit ZipBytes(BufferBase& buffer) : _buffer(buffer), _size(buffer.getSize()) {}
+
+    BufferBase& buffer() { return _buffer; }
+    std::int64_t size() const { return _size; }
+    // So many bytes, fewer only where the buffer ends; none outside of it. Valid until the next call.
+    std::span<const char> at(std::int64_t position, std::size_t count);
+    // The number there, 0 where the buffer has ended.
+    std::uint32_t signatureAt(std::int64_t position);
+
+private:
+    BufferBase& _buffer;
+    std::int64_t _size;
+    std::vector<char> _window;
+    std::int64_t _windowStart = 0;
+};
+
+}  // namespace ZOV_SPACE
+
+#endif  // PAKFOLD_ZIP_DEEP_ZIPBYTES_H

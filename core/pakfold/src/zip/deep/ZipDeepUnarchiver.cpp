@@ -1,0 +1,367 @@
+// The walk is one pass over the buffer. What the last directory claims is known beforehand, sorted by position; up to
+// the next claim, bytes that nothing covers are swept. A header that the sweep finds right behind a member is one of
+// the archive's own; any other one has to prove itself. An end record that the sweep finds ends an archive in the
+// middle, whose members have been met by then: only where its directory says something else is there more to be read.
+#include "zip/deep/ZipDeepUnarchiver.h"
+
+#include <algorithm>
+#include <array>
+
+#include "ByteOrder.h"
+#include "unarchiver/ScanBudget.h"
+#include "utils/Crc.h"
+#include "zip/ZipConstants.h"
+#include "zip/ZipDataExtent.h"
+#include "zip/ZipDescriptor.h"
+#include "zip/ZipSupport.h"
+#include "zip/ZipTroubles.h"
+#include "zip/deep/ZipMethods.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+// Unpackers look for an archive in an executable wherever it may be, in others not so far.
+constexpr std::int64_t kSweptOfPrograms = std::int64_t{16} << 20;
+constexpr std::int64_t kSweptOfOthers = std::int64_t{1} << 20;
+// What a header costs that turns out to be none, besides the bytes that were read for it.
+constexpr std::int64_t kCostOfCandidate = 4096;
+// Different things that records say of one member, each of which is tried.
+constexpr std::size_t kMostClaimsOfOne = 256;
+
+bool endsItself(unsigned method) {
+    const ZipMethod* const known = findZipMethod(method);
+    return known && known->endsItself;
+}
+
+}  // namespace
+
+ZipDeepUnarchiver::ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries)
+    : _buffer(*buffer),
+      _entries(entries),
+      _bytes(*buffer),
+      _headers(_bytes),
+      _directories(_bytes),
+      _reader(_bytes, entries) {}
+
+ZipDeepUnarchiver::~ZipDeepUnarchiver() = default;
+
+bool ZipDeepUnarchiver::isWithin(BufferBase& content) {
+    ZipBytes bytes(content);
+    ZipDirectoryView directories(bytes);
+    if (directories.readFromEnd() && !directories.takeClaims().empty()) return true;
+    ZipHeaderView headers(bytes);
+    constexpr std::uint32_t kElf = 0x464C457F;
+    constexpr std::uint16_t kMz = 0x5A4D;
+    const std::uint32_t first = bytes.signatureAt(0);
+    const bool isProgram = first == kElf || static_cast<std::uint16_t>(first) == kMz;
+    const std::int64_t end = std::min(bytes.size(), isProgram ? kSweptOfPrograms : kSweptOfOthers);
+    for (auto mark = nextZipMark(bytes, 0, end); mark; mark = nextZipMark(bytes, mark->position + 1, end)) {
+        const auto header = headers.read(mark->position);
+        if (header && headers.isPlausible(*header)) return true;
+    }
+    return false;
+}
+
+void ZipDeepUnarchiver::start() {
+    _entries.beginUnarchiving();
+    const std::uint32_t first = _bytes.signatureAt(0);
+    const bool isMarked = first == ZipConstants::SPHSIG || first == ZipConstants::EXTSIG;
+    const std::int64_t begin = isMarked ? sizeof first : 0;
+    _beginsAsArchive = _bytes.signatureAt(begin) == ZipConstants::LOCSIG;
+    _isSplit = _beginsAsArchive && first == ZipConstants::EXTSIG;
+    if (_beginsAsArchive) _chainEnd = begin;
+    _endRecord = _directories.readFromEnd();
+    walk();
+    tellOfRest();
+    _entries.endUnarchiving();
+    _entries.releaseSession();
+}
+
+void ZipDeepUnarchiver::walk() {
+    std::vector<ZipClaim> claims = _directories.takeClaims();
+    auto next = claims.begin();
+    std::int64_t position = 0;
+    while (!_isTooLong) {
+        const bool isLast = next == claims.end();
+        const std::int64_t end = isLast ? _bytes.size() : std::min<std::int64_t>(next->headerStart, _bytes.size());
+        if (const auto mark = nextZipMark(_bytes, position, end)) {
+            position = std::max(mark->position + 1, meet(*mark));
+            continue;
+        }
+        if (isLast) return;
+        const std::uint32_t header = next->headerStart;
+        const auto isElsewhere = [header](const ZipClaim& claim) { return claim.headerStart != header; };
+        const auto behind = std::find_if(next, claims.end(), isElsewhere);
+        position = std::max(std::max(position, end), takeLed({next, behind}));
+        next = behind;
+    }
+}
+
+// What the sweep found. Returns where it covers bytes up to; 0 when it does not.
+std::int64_t ZipDeepUnarchiver::meet(const ZipMark& mark) {
+    if (mark.signature == ZipConstants::ENDSIG) {
+        if (!_directories.readFrom(mark.position)) return 0;
+        if (!_endRecord) _endRecord = mark.position;
+        return takeLate();
+    }
+    const bool isEvident = mark.position == _chainEnd;
+    const auto header = _headers.read(mark.position);
+    if (!header && isEvident) tell(ArchiveTrouble::truncated, "the archive ends inside an entry's header");
+    if (!header) return 0;
+    if (isEvident) return takeOne(*header, true);
+    return _headers.isPlausible(*header) ? takeOne(*header, false) : 0;
+}
+
+// What a directory in the middle claims. Most of it was read before.
+std::int64_t ZipDeepUnarchiver::takeLate() {
+    std::vector<ZipClaim> claims = _directories.takeClaims();
+    for (auto next = claims.begin(); next != claims.end() && !_isTooLong;) {
+        const std::uint32_t header = next->headerStart;
+        const auto behind =
+            std::find_if(next, claims.end(), [header](const ZipClaim& c) { return c.headerStart != header; });
+        takeLed({next, behind});
+        next = behind;
+    }
+    return 0;
+}
+
+// One member, by what directories say of it and what its local header says.
+std::int64_t ZipDeepUnarchiver::takeLed(std::span<ZipClaim> claims) {
+    const auto header = _headers.read(claims[0].headerStart);
+    if (!header) {
+        _missed += static_cast<std::int64_t>(claims.size());
+        return 0;
+    }
+    if (claims.size() > kMostClaimsOfOne) {
+        claims = claims.first(kMostClaimsOfOne);
+        _isBeyond = true;
+    }
+    std::vector<ZipClaim> all;
+    bool isRead = false;  // In the way that the local header says, as far as it says one.
+    for (ZipClaim& claim : claims) {
+        claim.dataStart = header->dataStart;
+        if (!claim.hasSizes()) continue;
+        all.push_back(claim);
+        const bool isAlike = claim.method == header->method && claim.isEncrypted() == header->isEncrypted();
+        isRead = isRead || claim.agreesWith(*header) || (isAlike && !header->hasSizes());
+    }
+    if (!isRead) all.push_back(*header);
+    return all.size() == 1 ? takeOne(all[0], true) : takeEach(all);
+}
+
+// A member that only one record, or several in the same way, tell of.
+std::int64_t ZipDeepUnarchiver::takeOne(const ZipClaim& claim, bool isEvident) {
+    if (claim.isEncrypted()) return isNew(ZipReading::of(claim)) ? passOverEncrypted(claim) : 0;
+    const bool isStoredTwice = claim.method == ZipConstants::STORED && claim.packedSize != claim.unpackedSize;
+    if (isEvident && claim.hasSizes()) {
+        if (isStoredTwice) return takeEach({claim});
+        return isNew(ZipReading::of(claim)) ? readOne(claim, nullptr) : coveredBy(claim, claim.dataEnd());
+    }
+    if (!isNew(ZipReading::of(claim))) return 0;
+    ZipDataExtent extent;
+    if (!isEvident && !provesItself(claim, extent)) return 0;
+    if (!extent.known && !claim.hasSizes()) extent = measure(claim);
+    if (!extent.known) return readOne(claim, nullptr);
+    ZipClaim measured = claim;
+    measured.packedSize = ZipClaim::clamped(static_cast<std::uint64_t>(extent.packedSize));
+    if (!claim.hasSizes()) {
+        measured.unpackedSize = ZipClaim::clamped(static_cast<std::uint64_t>(extent.unpackedSize));
+        measured.checkSum = extent.checkSum;
+    }
+    return readOne(measured, &extent);
+}
+
+std::int64_t ZipDeepUnarchiver::passOverEncrypted(const ZipClaim& claim) {
+    const std::string name = _headers.nameOf(claim);
+    tell(ArchiveTrouble::encrypted, zipTroubles::kEncrypted, &name);
+    ZipDataExtent extent;
+    if (!claim.hasSizes()) extent = findForeignExtent(_buffer, static_cast<long>(claim.dataStart));
+    if (!extent.failure.empty()) {
+        tell(ArchiveTrouble::damaged, extent.failure, &name);
+        return 0;
+    }
+    const std::int64_t end = extent.known ? claim.dataStart + extent.packedSize : claim.dataEnd();
+    if (end > _bytes.size()) tell(ArchiveTrouble::truncated, zipTroubles::kCut, &name);
+    return coveredBy(claim, end);
+}
+
+ZipDataExtent ZipDeepUnarchiver::measure(const ZipClaim& claim) {
+    const auto start = static_cast<long>(claim.dataStart);
+    if (claim.method == ZipConstants::DEFLATED) return findDeflatedExtent(_buffer, start);
+    if (claim.method == ZipConstants::STORED) return findStoredExtent(_buffer, start);
+    return findForeignExtent(_buffer, start);
+}
+
+// Whether the data of a header that nothing leads to comes out right. What was inflated for that is kept in `extent`.
+bool ZipDeepUnarchiver::provesItself(const ZipClaim& claim, ZipDataExtent& extent) {
+    const bool isArchive = _beginsAsArchive || _endRecord;
+    std::string failure;
+    if (claim.method == ZipConstants::STORED && claim.hasSizes()) {
+        ScanBudget::chargeDiscardedBytes(claim.packedSize);
+        Iso3309Crc checkSum;
+        constexpr std::int64_t kPiece = 65536;
+        for (std::int64_t at = claim.dataStart; at < claim.dataEnd();) {
+            const auto wanted = static_cast<std::size_t>(std::min(kPiece, claim.dataEnd() - at));
+            const std::span<const char> piece = _bytes.at(at, wanted);
+            if (piece.empty()) break;
+            checkSum.add(piece.data(), static_cast<unsigned>(piece.size()));
+            at += static_cast<std::int64_t>(piece.size());
+        }
+        if (checkSum.crc() != claim.checkSum) failure = "the check-sum of the data is wrong";
+    } else if (claim.method == ZipConstants::DEFLATED || !claim.hasSizes()) {
+        extent = measure(claim);
+        failure = extent.failure;
+        if (!failure.empty()) ScanBudget::chargeDiscardedBytes(std::max(extent.inflated, extent.packedSize));
+    }
+    if (failure.empty()) return true;
+    ScanBudget::chargeDiscardedBytes(kCostOfCandidate);
+    const std::string name = _headers.nameOf(claim);
+    if (isArchive) tell(ArchiveTrouble::damaged, failure, &name);
+    return false;
+}
+
+// The one reading of a member.
+std::int64_t ZipDeepUnarchiver::readOne(const ZipClaim& claim, const ZipDataExtent* measured) {
+    const std::string name = _headers.nameOf(claim);
+    const ZipOutcome outcome = _reader.read(claim, name, ZipReading::of(claim), measured);
+    const bool isCut = claim.dataEnd() > _bytes.size();
+    if (!outcome.isWhole()) {
+        std::int64_t end = 0;
+        if (isRetried(claim, outcome, end)) return end;
+        tell(zipTroubles::of(outcome.failure), outcome.failure, &name);
+        if (!measured && !isCut) coveredBy(claim, claim.dataEnd());  // Where another member would begin.
+        return 0;
+    }
+    if (outcome.isTaken && outcome.unpackedSize > claim.unpackedSize) {
+        ZipReading first = ZipReading::of(claim);
+        first.keptSize = claim.unpackedSize;
+        if (first.keptSize > 0 && isNew(first)) _reader.readQuietly(claim, name, first);
+    }
+    return coveredBy(claim, outcome.dataEnd);
+}
+
+// Data that goes on behind the size that is given: readers who do not go by that get all of it.
+bool ZipDeepUnarchiver::isRetried(const ZipClaim& claim, const ZipOutcome& failed, std::int64_t& end) {
+    if (!DeflateDecompressor::saysTooShort(failed.failure) || claim.dataEnd() >= _bytes.size()) return false;
+    ZipReading longest = ZipReading::of(claim);
+    longest.packedSize = static_cast<std::uint32_t>(_bytes.size() - claim.dataStart);
+    if (!isNew(longest)) return false;
+    const ZipOutcome outcome = _reader.readQuietly(claim, _headers.nameOf(claim), longest);
+    if (!outcome.fits(claim)) return false;
+    end = coveredBy(claim, outcome.dataEnd);
+    return true;
+}
+
+// A member of which records say different things.
+std::int64_t ZipDeepUnarchiver::takeEach(const std::vector<ZipClaim>& claims) {
+    struct Way {
+        ZipReading reading;
+        const ZipClaim* claim;
+    };
+    std::vector<Way> ways;
+    std::int64_t covered = 0;
+    bool isEncrypted = false;
+    const std::string name = _headers.nameOf(claims[0]);
+    const auto add = [&](const ZipClaim& claim, std::uint32_t packedSize) {
+        ZipReading reading = ZipReading::of(claim);
+        const std::int64_t left = _bytes.size() - claim.dataStart;
+        reading.packedSize = static_cast<std::uint32_t>(std::min<std::int64_t>(packedSize, left + 1));
+        const auto isAlike = [&](const Way& way) {
+            return way.reading.method == reading.method &&
+                   (endsItself(reading.method) || way.reading.packedSize == reading.packedSize);
+        };
+        const auto same = std::find_if(ways.begin(), ways.end(), isAlike);
+        if (same == ways.end()) {
+            if (packedSize > 0) ways.push_back({reading, &claim});
+        } else {
+            same->reading.packedSize = std::max(same->reading.packedSize, reading.packedSize);
+        }
+    };
+    for (const ZipClaim& claim : claims) {
+        if (claim.isEncrypted()) {
+            isEncrypted = true;
+        } else if (!claim.hasSizes()) {
+            const ZipDataExtent extent = measure(claim);
+            add(claim, ZipClaim::clamped(static_cast<std::uint64_t>(extent.packedSize)));
+        } else {
+            add(claim, claim.packedSize);
+            if (claim.method == ZipConstants::STORED) add(claim, claim.unpackedSize);
+        }
+    }
+    if (isEncrypted) tell(ArchiveTrouble::encrypted, zipTroubles::kEncrypted, &name);
+    bool isAnyRead = false, isAnyRight = ways.empty();
+    std::vector<std::string> failures;
+    for (std::size_t i = 0; i < ways.size() && !_isTooLong; ++i) {
+        const Way way = ways[i];
+        if (!isNew(way.reading)) {
+            isAnyRight = true;  // Or it has been told.
+            continue;
+        }
+        isAnyRead = true;
+        const ZipOutcome outcome = _reader.readQuietly(*way.claim, _headers.nameOf(*way.claim), way.reading);
+        const auto isRight = [&](const ZipClaim& claim) { return outcome.fits(claim); };
+        const bool fits = std::any_of(claims.begin(), claims.end(), isRight);
+        isAnyRight = isAnyRight || fits;
+        if (!outcome.isWhole()) {
+            failures.push_back(outcome.failure);
+            continue;
+        }
+        if (fits || claims.size() > 1) covered = covered == 0 ? outcome.dataEnd : std::min(covered, outcome.dataEnd);
+        for (const ZipClaim& claim : claims) {
+            ZipReading first = way.reading;
+            first.keptSize = claim.unpackedSize;
+            const bool isShorter =
+                outcome.isTaken && claim.unpackedSize > 0 && claim.unpackedSize < outcome.unpackedSize;
+            if (isShorter && endsItself(first.method) && isNew(first)) _reader.readQuietly(claim, name, first);
+        }
+    }
+    for (const std::string& failure : failures) tell(zipTroubles::of(failure), failure, &name);
+    if (isAnyRead && !isAnyRight && failures.empty()) {
+        tell(ArchiveTrouble::damaged, "what is unpacked fits none of the sizes and check-sums that are given", &name);
+    }
+    return covered == 0 ? 0 : coveredBy(claims[0], covered);
+}
+
+// Whether this is no repetition. Ends the walk when there are more readings than can be remembered.
+bool ZipDeepUnarchiver::isNew(const ZipReading& reading) {
+    ScanBudget::worked(0);
+    if (_readings.size() == kMostReadings) _isTooLong = true;
+    return !_isTooLong && _readings.insert(reading).second;
+}
+
+// Up to where the member reaches whose data ends there: a descriptor may follow.
+std::int64_t ZipDeepUnarchiver::coveredBy(const ZipClaim& claim, std::int64_t dataEnd) {
+    std::int64_t end = dataEnd;
+    const auto header = _headers.read(claim.headerStart);
+    if (header && header->sizesFollow()) {
+        std::array<char, ZipDescriptor::kLookAhead> bytes{};
+        const auto there = _bytes.at(end, bytes.size());
+        std::copy(there.begin(), there.end(), bytes.begin());
+        const auto descriptor = ZipDescriptor::read(bytes.data());
+        if (descriptor && descriptor->isEvident) end += descriptor->length;
+    }
+    _chainEnd = end;
+    return end;
+}
+
+void ZipDeepUnarchiver::tellOfRest() {
+    const std::int64_t missed = std::max(_missed, _directories.missing());
+    if (missed > 0) tell(ArchiveTrouble::damaged, zipTroubles::missed(missed));
+    if (_isTooLong || _isBeyond || _directories.isTooLong()) {
+        tell(ArchiveTrouble::spent, "there are more entries than can be compared");
+    }
+    if (_chainEnd >= 0 && _bytes.signatureAt(_chainEnd) == kArchiveExtraData) {
+        tell(ArchiveTrouble::encrypted, "the directory is encrypted");
+    }
+    if (_directories.spansVolumes() || (_isSplit && !_endRecord)) {
+        tell(ArchiveTrouble::otherVolume, "the archive spans several volumes");
+    } else if (_beginsAsArchive && !_endRecord) {
+        tell(ArchiveTrouble::truncated, "the archive ends without an end record");
+    }
+}
+
+void ZipDeepUnarchiver::tell(ArchiveTrouble what, const std::string& text, const std::string* name) const {
+    _entries.trouble(what, name, text);
+}
+
+}  // namespace ZOV_SPACE

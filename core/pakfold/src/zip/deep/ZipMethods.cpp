@@ -1,0 +1,47 @@
+#include "zip/deep/ZipMethods.h"
+
+#include <algorithm>
+#include <iterator>
+#include <span>
+
+#include "IOUtils.h"
+#include "unarchiver/Pakfold.h"
+#include "zip/DeflateDecompressor.h"
+#include "zip/ZipConstants.h"
+
+namespace ZOV_SPACE {
+namespace {
+
+std::int64_t copyStored(InputStream& in, const ZipPacked& packed, OutputStream& out) {
+    std::int64_t left = packed.packedSize;
+    while (left > 0) {
+        const std::span<char> space = out.lendSpace();
+        const auto wanted = std::min<std::int64_t>(static_cast<std::int64_t>(space.size()), left);
+        if (wanted == 0) break;
+        const int count = in.read(space.data(), static_cast<int>(std::min<std::int64_t>(wanted, 1 << 30)));
+        if (count < 1) return 0;
+        out.commitSpace(count);
+        left -= count;
+    }
+    IOUtils::readAndWrite(in, out, static_cast<long>(left));
+    return 0;
+}
+
+std::int64_t inflate(InputStream& in, const ZipPacked& packed, OutputStream& out) {
+    return DeflateDecompressor(true, nullptr).decompress(in, packed.packedSize, out);
+}
+
+constexpr ZipMethod kMethods[] = {
+    {ZipConstants::STORED, kAlgorithmStored, false, copyStored},
+    {ZipConstants::DEFLATED, kAlgorithmDeflate, true, inflate},
+};
+
+}  // namespace
+
+const ZipMethod* findZipMethod(unsigned number) {
+    const auto* const found = std::find_if(std::begin(kMethods), std::end(kMethods),
+                                           [number](const ZipMethod& method) { return method.number == number; });
+    return found == std::end(kMethods) ? nullptr : found;
+}
+
+}  // namespace ZOV_SPACE
