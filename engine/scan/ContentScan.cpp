@@ -100,7 +100,8 @@ const ZOV_SPACE::ArchiveId& probe(ScanFace& face, const _st_ArchEntry& record, Z
     // What an unknown method has packed may look like anything.
     const bool isDeep = face.readsDeep() && !record.isPacked;
     const ZOV_SPACE::ArchiveId& format = isDeep ? ZOV_SPACE::deepFormat(content, plain) : plain;
-    if (&format == &ZOV_SPACE::ARCHIVEID_NONE) face.onNoArchive(record, content);
+    const bool isOpened = &format != &ZOV_SPACE::ARCHIVEID_NONE;
+    if (&plain == &ZOV_SPACE::ARCHIVEID_NONE) face.onNoArchive(record, content, isOpened);
     return format;
 }
 

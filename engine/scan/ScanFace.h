@@ -83,8 +83,9 @@ public:
     virtual int deepestProbed() const;
     // Whether this content, which is an archive, is opened; if not, the face has said why.
     virtual bool opens(const _st_ArchEntry& archive);
-    // This content is none of the archives that can be opened.
-    virtual void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes);
+    // This content does not begin as one of the archives that can be opened. `isOpened`: members in it are reached all
+    // the same.
+    virtual void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes, bool isOpened);
     // Whether archives are walked beyond what their format's rules allow; see ArchiveEntryProcessor::persists().
     virtual bool persists() const;
     // Whether the check-sum that an archive gives of a member is compared with what comes out.

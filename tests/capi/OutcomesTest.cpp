@@ -201,7 +201,7 @@ TEST_F(Outcomes, workThatNoLimitCoversIsBounded) {
 #endif
     // Each member's end is looked for in all that follows, and not found.
     ZipBuilder zip;
-    for (int i = 0; i < 6000; ++i) zip.add({"endless", std::string(64, 'x'), 0, kNoDescriptor, 8});
+    for (int i = 0; i < 6000; ++i) zip.add({"endless", std::string(64, 'x'), 0, kNoDescriptor, 8, {}, {}, 0U, 0U});
     vole_limits patient = VOLE_LIMITS_INIT;
     patient.max_time_ms = 0;
     const VoleScanner scanner = scannerOf(set, &patient);
@@ -212,7 +212,7 @@ TEST_F(Outcomes, workThatNoLimitCoversIsBounded) {
         return 0;
     };
     vole_scanner_set_events(scanner.get(), Ear::hear, &ear);
-    toldOf(scanner.get(), zip.archive());
+    toldOf(scanner.get(), zip.entries());
     EXPECT_TRUE(spent);
     const vole_result* const result = vole_scanner_result(scanner.get());
     EXPECT_EQ(vole_result_outcome(result), VOLE_OUTCOME_INCOMPLETE);

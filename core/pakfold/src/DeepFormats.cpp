@@ -1,7 +1,12 @@
 #include "unarchiver/DeepFormats.h"
 
+#include <exception>
+#include <memory>
+#include <utility>
+
 #include "io/BufferBaseStreams.h"
 #include "unarchiver/ForeignFormat.h"
+#include "unarchiver/ScanBudget.h"
 #include "zip/ZipUnarchiver.h"
 #include "zip/deep/ZipDeepUnarchiver.h"
 
@@ -22,6 +27,43 @@ public:
 
 const DeepArchiveId<ZipDeepUnarchiver> kZip;
 
+// A content that begins in one format and ends with a ZIP archive: unpackers go by the one or by the other.
+class BothUnarchiver : public Unarchiver {
+public:
+    BothUnarchiver(std::unique_ptr<Unarchiver> first, BufferBase* buffer, ArchiveEntryProcessor& entries)
+        : _first(std::move(first)), _second(buffer, entries) {}
+
+    void start() override {
+        std::exception_ptr failure;
+        try {
+            _first->start();
+        } catch (const OutOfBudgetException&) {
+            throw;
+        } catch (const ArchivingException&) {
+            failure = std::current_exception();
+        }
+        _second.start();
+        if (failure) std::rethrow_exception(failure);
+    }
+
+private:
+    std::unique_ptr<Unarchiver> _first;
+    ZipDeepUnarchiver _second;
+};
+
+class BothArchiveId : public DeepArchiveId<ZipDeepUnarchiver> {
+public:
+    explicit BothArchiveId(const ArchiveId& first) : _first(first) {}
+
+    std::unique_ptr<Unarchiver> unarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries,
+                                           DecompressProcessor* decompression) const override {
+        return std::make_unique<BothUnarchiver>(_first.unarchiver(buffer, entries, decompression), buffer, entries);
+    }
+
+private:
+    const ArchiveId& _first;
+};
+
 bool beginsAsZip(BufferBase& content) {
     BufferBaseInputStream in(&content);
     return ZipUnarchiver::checkFormat(in);
@@ -30,9 +72,14 @@ bool beginsAsZip(BufferBase& content) {
 }  // namespace
 
 const ArchiveId& deepFormat(BufferBase& content, const ArchiveId& plain) {
-    if (&plain != &ARCHIVEID_NONE) return beginsAsZip(content) ? kZip : plain;
-    const bool isForeign = foreignFormat(content, ForeignZip::no) != nullptr;
-    return !isForeign && ZipDeepUnarchiver::isWithin(content) ? static_cast<const ArchiveId&>(kZip) : plain;
+    if (&plain == &ARCHIVEID_NONE) {
+        const bool isForeign = foreignFormat(content, ForeignZip::no) != nullptr;
+        const bool isZip = isForeign ? ZipDeepUnarchiver::endsWithin(content) : ZipDeepUnarchiver::isWithin(content);
+        return isZip ? static_cast<const ArchiveId&>(kZip) : plain;
+    }
+    if (beginsAsZip(content)) return kZip;
+    static const BothArchiveId both(plain);  // Of the two formats that are known there is only one left.
+    return ZipDeepUnarchiver::endsWithin(content) ? both : plain;
 }
 
 }  // namespace ZOV_SPACE

@@ -16,7 +16,8 @@ inline constexpr const char* kCut = "the archive ends inside the data";
 // By the text of what ended an entry.
 inline ArchiveTrouble of(const std::string& failure) {
     if (failure == kEncrypted) return ArchiveTrouble::encrypted;
-    if (failure == "unexpected EOF" || DeflateDecompressor::saysTooShort(failure)) return ArchiveTrouble::truncated;
+    if (failure == "unexpected EOF" || failure == kCut || DeflateDecompressor::saysTooShort(failure))
+        return ArchiveTrouble::truncated;
     const bool isMethod = failure.starts_with("Unknown algorithm") || failure.ends_with("unimplemented");
     return isMethod ? ArchiveTrouble::unknownMethod : ArchiveTrouble::damaged;
 }

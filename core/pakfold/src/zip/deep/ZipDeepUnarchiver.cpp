@@ -15,7 +15,7 @@
 #include "zip/ZipDescriptor.h"
 #include "zip/ZipSupport.h"
 #include "zip/ZipTroubles.h"
-#include "zip/deep/ZipMethods.h"
+#include "zip/deep/ZipWays.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -27,11 +27,6 @@ constexpr std::int64_t kSweptOfOthers = std::int64_t{1} << 20;
 constexpr std::int64_t kCostOfCandidate = 4096;
 // Different things that records say of one member, each of which is tried.
 constexpr std::size_t kMostClaimsOfOne = 256;
-
-bool endsItself(unsigned method) {
-    const ZipMethod* const known = findZipMethod(method);
-    return known && known->endsItself;
-}
 
 }  // namespace
 
@@ -45,10 +40,15 @@ ZipDeepUnarchiver::ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& 
 
 ZipDeepUnarchiver::~ZipDeepUnarchiver() = default;
 
-bool ZipDeepUnarchiver::isWithin(BufferBase& content) {
+bool ZipDeepUnarchiver::endsWithin(BufferBase& content) {
     ZipBytes bytes(content);
     ZipDirectoryView directories(bytes);
-    if (directories.readFromEnd() && !directories.takeClaims().empty()) return true;
+    return directories.readFromEnd() && !directories.takeClaims().empty();
+}
+
+bool ZipDeepUnarchiver::isWithin(BufferBase& content) {
+    if (endsWithin(content)) return true;
+    ZipBytes bytes(content);
     ZipHeaderView headers(bytes);
     constexpr std::uint32_t kElf = 0x464C457F;
     constexpr std::uint16_t kMz = 0x5A4D;
@@ -86,13 +86,15 @@ void ZipDeepUnarchiver::walk() {
         const std::int64_t end = isLast ? _bytes.size() : std::min<std::int64_t>(next->headerStart, _bytes.size());
         if (const auto mark = nextZipMark(_bytes, position, end)) {
             position = std::max(mark->position + 1, meet(*mark));
+            // Then it ends an archive in that member.
+            if (_endRecord && *_endRecord<position&& * _endRecord> mark->position) _endRecord.reset();
             continue;
         }
         if (isLast) return;
         const std::uint32_t header = next->headerStart;
         const auto isElsewhere = [header](const ZipClaim& claim) { return claim.headerStart != header; };
         const auto behind = std::find_if(next, claims.end(), isElsewhere);
-        position = std::max(std::max(position, end), takeLed({next, behind}));
+        position = std::max({position, end + 1, takeLed({next, behind})});
         next = behind;
     }
 }
@@ -232,11 +234,7 @@ std::int64_t ZipDeepUnarchiver::readOne(const ZipClaim& claim, const ZipDataExte
         if (!measured && !isCut) coveredBy(claim, claim.dataEnd());  // Where another member would begin.
         return 0;
     }
-    if (outcome.isTaken && outcome.unpackedSize > claim.unpackedSize) {
-        ZipReading first = ZipReading::of(claim);
-        first.keptSize = claim.unpackedSize;
-        if (first.keptSize > 0 && isNew(first)) _reader.readQuietly(claim, name, first);
-    }
+    readBeginnings({&claim, 1}, ZipReading::of(claim), outcome);
     return coveredBy(claim, outcome.dataEnd);
 }
 
@@ -254,72 +252,55 @@ bool ZipDeepUnarchiver::isRetried(const ZipClaim& claim, const ZipOutcome& faile
 
 // A member of which records say different things.
 std::int64_t ZipDeepUnarchiver::takeEach(const std::vector<ZipClaim>& claims) {
-    struct Way {
-        ZipReading reading;
-        const ZipClaim* claim;
-    };
-    std::vector<Way> ways;
-    std::int64_t covered = 0;
-    bool isEncrypted = false;
     const std::string name = _headers.nameOf(claims[0]);
-    const auto add = [&](const ZipClaim& claim, std::uint32_t packedSize) {
-        ZipReading reading = ZipReading::of(claim);
-        const std::int64_t left = _bytes.size() - claim.dataStart;
-        reading.packedSize = static_cast<std::uint32_t>(std::min<std::int64_t>(packedSize, left + 1));
-        const auto isAlike = [&](const Way& way) {
-            return way.reading.method == reading.method &&
-                   (endsItself(reading.method) || way.reading.packedSize == reading.packedSize);
-        };
-        const auto same = std::find_if(ways.begin(), ways.end(), isAlike);
-        if (same == ways.end()) {
-            if (packedSize > 0) ways.push_back({reading, &claim});
-        } else {
-            same->reading.packedSize = std::max(same->reading.packedSize, reading.packedSize);
-        }
-    };
+    const auto isEncrypted = [](const ZipClaim& claim) { return claim.isEncrypted(); };
+    if (std::any_of(claims.begin(), claims.end(), isEncrypted)) {
+        tell(ArchiveTrouble::encrypted, zipTroubles::kEncrypted, &name);
+    }
+    ZipWays ways(_bytes.size());
     for (const ZipClaim& claim : claims) {
-        if (claim.isEncrypted()) {
-            isEncrypted = true;
-        } else if (!claim.hasSizes()) {
-            const ZipDataExtent extent = measure(claim);
-            add(claim, ZipClaim::clamped(static_cast<std::uint64_t>(extent.packedSize)));
-        } else {
-            add(claim, claim.packedSize);
-            if (claim.method == ZipConstants::STORED) add(claim, claim.unpackedSize);
-        }
+        if (claim.isEncrypted()) continue;
+        ways.add(claim, claim.hasSizes() ? claim.packedSize
+                                         : ZipClaim::clamped(static_cast<std::uint64_t>(measure(claim).packedSize)));
+        if (claim.method == ZipConstants::STORED && claim.hasSizes()) ways.add(claim, claim.unpackedSize);
     }
-    if (isEncrypted) tell(ArchiveTrouble::encrypted, zipTroubles::kEncrypted, &name);
-    bool isAnyRead = false, isAnyRight = ways.empty();
-    std::vector<std::string> failures;
-    for (std::size_t i = 0; i < ways.size() && !_isTooLong; ++i) {
-        const Way way = ways[i];
+    std::int64_t covered = 0;
+    bool isAnyTried = false, isAnyRight = false;
+    for (const ZipWay& way : ways.all()) {
+        // One that was tried before has been told of, if need be.
         if (!isNew(way.reading)) {
-            isAnyRight = true;  // Or it has been told.
+            isAnyRight = true;
             continue;
         }
-        isAnyRead = true;
+        isAnyTried = true;
         const ZipOutcome outcome = _reader.readQuietly(*way.claim, _headers.nameOf(*way.claim), way.reading);
-        const auto isRight = [&](const ZipClaim& claim) { return outcome.fits(claim); };
-        const bool fits = std::any_of(claims.begin(), claims.end(), isRight);
-        isAnyRight = isAnyRight || fits;
         if (!outcome.isWhole()) {
-            failures.push_back(outcome.failure);
+            isAnyRight = true;
+            tell(zipTroubles::of(outcome.failure), outcome.failure, &name);
             continue;
         }
-        if (fits || claims.size() > 1) covered = covered == 0 ? outcome.dataEnd : std::min(covered, outcome.dataEnd);
-        for (const ZipClaim& claim : claims) {
-            ZipReading first = way.reading;
-            first.keptSize = claim.unpackedSize;
-            const bool isShorter =
-                outcome.isTaken && claim.unpackedSize > 0 && claim.unpackedSize < outcome.unpackedSize;
-            if (isShorter && endsItself(first.method) && isNew(first)) _reader.readQuietly(claim, name, first);
-        }
+        const auto fits = [&](const ZipClaim& claim) { return outcome.fits(claim); };
+        isAnyRight = isAnyRight || std::any_of(claims.begin(), claims.end(), fits);
+        covered = covered == 0 ? outcome.dataEnd : std::min(covered, outcome.dataEnd);
+        if (endsItself(way.reading.method)) readBeginnings(claims, way.reading, outcome);
     }
-    for (const std::string& failure : failures) tell(zipTroubles::of(failure), failure, &name);
-    if (isAnyRead && !isAnyRight && failures.empty()) {
+    if (isAnyTried && !isAnyRight) {
         tell(ArchiveTrouble::damaged, "what is unpacked fits none of the sizes and check-sums that are given", &name);
     }
     return covered == 0 ? 0 : coveredBy(claims[0], covered);
+}
+
+// Some readers stop where the announced size is reached.
+void ZipDeepUnarchiver::readBeginnings(std::span<const ZipClaim> claims, const ZipReading& whole,
+                                       const ZipOutcome& outcome) {
+    for (const ZipClaim& claim : claims) {
+        ZipReading beginning = whole;
+        beginning.keptSize = claim.unpackedSize;
+        const bool isShorter = claim.unpackedSize > 0 && claim.unpackedSize < outcome.unpackedSize;
+        if (outcome.isTaken && isShorter && isNew(beginning)) {
+            _reader.readQuietly(claim, _headers.nameOf(claim), beginning);
+        }
+    }
 }
 
 // Whether this is no repetition. Ends the walk when there are more readings than can be remembered.

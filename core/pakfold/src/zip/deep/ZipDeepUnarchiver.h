@@ -44,6 +44,8 @@ public:
 
     void start() override;
 
+    // Whether a content ends with an archive that has members.
+    static bool endsWithin(BufferBase& content);
     // Whether members can be expected in a content that does not begin as an archive: it ends as one, or a plausible
     // local header stands where unpackers may look for one.
     static bool isWithin(BufferBase& content);
@@ -59,6 +61,7 @@ private:
     std::int64_t readOne(const ZipClaim& claim, const ZipDataExtent* measured);
     bool isRetried(const ZipClaim& claim, const ZipOutcome& failed, std::int64_t& end);
     std::int64_t takeEach(const std::vector<ZipClaim>& claims);
+    void readBeginnings(std::span<const ZipClaim> claims, const ZipReading& whole, const ZipOutcome& outcome);
     bool provesItself(const ZipClaim& claim, ZipDataExtent& extent);
     ZipDataExtent measure(const ZipClaim& claim);
     bool isNew(const ZipReading& reading);

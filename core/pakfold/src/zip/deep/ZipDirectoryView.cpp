@@ -1,7 +1,7 @@
 #include "zip/deep/ZipDirectoryView.h"
 
 #include <algorithm>
-#include <array>
+#include <string>
 #include <tuple>
 
 #include "ByteOrder.h"
@@ -143,17 +143,28 @@ std::optional<ZipDirectoryView::Record> ZipDirectoryView::readRecord(std::int64_
     return Record{claim, offset, isElsewhere};
 }
 
-// The offset counts from the archive's start, or from the buffer's. Where both lead to a header, readers go either way.
+// The offset counts from the archive's start, or from the buffer's, where another archive may be.
 void ZipDirectoryView::claim(const Record& record, std::int64_t shift) {
-    const std::int64_t headerOffset = record.headerOffset;
+    const std::int64_t unshifted = record.headerOffset, shifted = unshifted + shift;
     const auto isHeader = [this](std::int64_t at) { return _bytes.signatureAt(at) == ZipConstants::LOCSIG; };
     const auto add = [&](std::int64_t at) {
         _claims.push_back(record.claim);
         _claims.back().headerStart = ZipClaim::clamped(static_cast<std::uint64_t>(at));
     };
-    const bool fitsUnshifted = shift != 0 && isHeader(headerOffset);
-    if (shift == 0 || !fitsUnshifted || isHeader(headerOffset + shift)) add(headerOffset + shift);
-    if (fitsUnshifted) add(headerOffset);
+    const bool isUnshifted = shift != 0 && isHeader(unshifted);
+    const bool isShifted = !isUnshifted || isHeader(shifted);
+    if (isShifted) add(shifted);
+    if (isUnshifted && (!isShifted || isOfHeader(record.claim, unshifted))) add(unshifted);
+}
+
+// Whether a record has the name that a local header has.
+bool ZipDirectoryView::isOfHeader(const ZipClaim& record, std::int64_t header) {
+    const std::span<const char> length = _bytes.at(header + ZipConstants::LOCNAM, sizeof record.nameLength);
+    if (length.size() < sizeof record.nameLength || loadU16(length.data()) != record.nameLength) return false;
+    const std::span<const char> there = _bytes.at(header + ZipConstants::LOCHDR, record.nameLength);
+    const std::string name(there.begin(), there.end());
+    const std::span<const char> listed = _bytes.at(record.nameStart, record.nameLength);
+    return std::equal(name.begin(), name.end(), listed.begin(), listed.end());
 }
 
 std::vector<ZipClaim> ZipDirectoryView::takeClaims() {

@@ -55,6 +55,7 @@ private:
     };
     std::optional<Record> readRecord(std::int64_t& position);
     void claim(const Record& record, std::int64_t shift);
+    bool isOfHeader(const ZipClaim& record, std::int64_t header);
 
     ZipBytes& _bytes;
     std::vector<ZipClaim> _claims;

@@ -77,8 +77,8 @@ public:
             cost.settle(_outcome.unpackedSize);
             if (_action == kActionDecompress) tellOfSize();
         }
-        if (isCut()) tell(ArchiveTrouble::truncated, zipTroubles::kCut);
-        if (measured && measured->failure.empty()) tellOfDescriptor(*measured);
+        if (isCut() && _outcome.isWhole()) tell(ArchiveTrouble::truncated, zipTroubles::kCut);
+        if (measured && measured->failure.empty() && _claim.sizesFollow()) tellOfDescriptor(*measured);
         if (measured) _outcome.failure = measured->failure;
         if (_outcome.isWhole()) end();
         return _outcome;
@@ -95,7 +95,7 @@ public:
             _entry.checkSum = _outcome.checkSum = counting.checkSum();
             if (_isFull && !counting.isFull()) _outcome.isTaken = false;
         }
-        if (isCut()) _outcome.failure = zipTroubles::kCut;
+        if (isCut() && _outcome.isWhole()) _outcome.failure = zipTroubles::kCut;
         if (_outcome.isWhole()) end();
         return _outcome;
     }
