@@ -14,6 +14,7 @@
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
 #include "support/ZipBuilder.h"
+#include "support/ZipRecipe.h"
 #include "unarchiver/ScanBudget.h"
 #include "zip/ZipUnarchiver.h"
 
@@ -109,48 +110,7 @@ TEST(ZipUnarchiver, carriesOutEveryActionOnEveryKindOfEntry) {
     }
 }
 
-// The members that archives of text rows have, by their keys, which are their names, too, unless they have others.
-std::map<std::string, ZipMember> rowMembers() {
-    std::map<std::string, ZipMember> members;
-    for (const GoldenRow& row : goldenRows(VOLE_ZIP_ROWS, "member")) {
-        GoldenValues values = valuesIn(row[1]);
-        const auto number = [&](const char* key) { return numberIn(values, key); };
-        const auto small = [&](const char* key, unsigned usual) {
-            return static_cast<int>(number(key).value_or(usual));
-        };
-        ZipMember& member = members[row[0]];
-        member.name = values.contains("name") ? values["name"] : row[0];
-        member.content = values["content"], member.extra = values["extra"];
-        member.method = small("method", 8), member.descriptor = small("descriptor", 0);
-        member.flags = small("flags", 0);
-        if (values.contains("data")) member.data = values["data"];
-        member.packed = number("packed"), member.unpacked = number("unpacked"), member.checkSum = number("checkSum");
-    }
-    return members;
-}
-
-// What words say one after the other: entries by their keys, "-key" for one in the directory only, "directory" for it
-// and the end record, "headers" for it alone; all others stand for themselves.
-std::string archiveOf(const std::string& recipe) {
-    static const std::map<std::string, ZipMember> members = rowMembers();
-    std::istringstream words(recipe);
-    std::string bytes;
-    ZipBuilder all;
-    for (std::string word; std::getline(words, word, ' ');) {
-        const std::size_t size = all.entries().size();
-        if (members.contains(word)) {
-            bytes += all.add(members.at(word)).entries().substr(size);
-        } else if (word.starts_with('-')) {
-            all.add(members.at(word.substr(1)));
-        } else if (word == "directory" || word == "headers") {
-            const std::string directory = all.archive().substr(size);
-            bytes += directory.substr(0, word == "headers" ? directory.find("PK\5\6") : directory.size());
-        } else {
-            bytes += word;
-        }
-    }
-    return bytes;
-}
+std::string archiveOf(const std::string& recipe) { return zipOfRecipe(VOLE_ZIP_ROWS, recipe); }
 
 TEST(ZipUnarchiver, readsWhatIsSoundOfArchivesThatAreNot) {
     for (const GoldenRow& row : goldenRows(VOLE_ZIP_ROWS, "walk")) {

@@ -64,24 +64,18 @@ public:
         for (const ZipMember& member : members) add(member);
     }
 
-    ZipBuilder& add(const ZipMember& m) {
-        const std::string data = m.packedData();
-        const std::uint32_t packed = m.packed.value_or(static_cast<std::uint32_t>(data.size()));
-        const std::uint32_t unpacked = m.unpacked.value_or(static_cast<std::uint32_t>(m.content.size()));
-        const std::uint32_t checkSum = m.checkSum.value_or(crc32Of(m.content));
-        const bool after = m.descriptor != kNoDescriptor;
-        const int sizeBytes = m.descriptor >= kLargeDescriptor ? 8 : 4;
-        const std::string sums =
-            littleEndian(checkSum, 4) + littleEndian(packed, sizeBytes) + littleEndian(unpacked, sizeBytes);
-        const std::string common = littleEndian(20, 2) +
-                                   littleEndian(static_cast<unsigned>(m.flags | (after ? 8 : 0)), 2) +
-                                   littleEndian(static_cast<unsigned>(m.method), 2) + littleEndian(kTime, 4);
-        _directory += "PK\1\2" + littleEndian(20, 2) + common + littleEndian(checkSum, 4) + littleEndian(packed, 4) +
-                      littleEndian(unpacked, 4) + littleEndian(m.name.size(), 2) + std::string(12, '\0') +
-                      littleEndian(_bytes.size(), 4) + m.name;
+    ZipBuilder& add(const ZipMember& member) { return addAs(member, member); }
+
+    // A member of which the directory says what it would of another one.
+    ZipBuilder& addAs(const ZipMember& m, const ZipMember& listed) {
+        _directory += "PK\1\2" + littleEndian(20, 2) + commonOf(listed) + sumsOf(listed, 4) +
+                      littleEndian(listed.name.size(), 2) + std::string(12, '\0') + littleEndian(_bytes.size(), 4) +
+                      listed.name;
         ++_count;
-        _bytes += "PK\3\4" + common + (after ? std::string(12, '\0') : sums) + littleEndian(m.name.size(), 2) +
-                  littleEndian(m.extra.size(), 2) + m.name + m.extra + data;
+        const bool after = m.descriptor != kNoDescriptor;
+        const std::string sums = sumsOf(m, m.descriptor >= kLargeDescriptor ? 8 : 4);
+        _bytes += "PK\3\4" + commonOf(m) + (after ? std::string(12, '\0') : sums) + littleEndian(m.name.size(), 2) +
+                  littleEndian(m.extra.size(), 2) + m.name + m.extra + m.packedData();
         if (m.descriptor == kSignedDescriptor || m.descriptor == kLargeSignedDescriptor) _bytes += "PK\7\10";
         if (after) _bytes += sums;
         return *this;
@@ -97,6 +91,18 @@ public:
     }
 
 private:
+    static std::string commonOf(const ZipMember& m) {
+        const unsigned flags = static_cast<unsigned>(m.flags | (m.descriptor != kNoDescriptor ? 8 : 0));
+        return littleEndian(20, 2) + littleEndian(flags, 2) + littleEndian(static_cast<unsigned>(m.method), 2) +
+               littleEndian(kTime, 4);
+    }
+    static std::string sumsOf(const ZipMember& m, int sizeBytes) {
+        const std::uint32_t packed = m.packed.value_or(static_cast<std::uint32_t>(m.packedData().size()));
+        const std::uint32_t unpacked = m.unpacked.value_or(static_cast<std::uint32_t>(m.content.size()));
+        return littleEndian(m.checkSum.value_or(crc32Of(m.content)), 4) + littleEndian(packed, sizeBytes) +
+               littleEndian(unpacked, sizeBytes);
+    }
+
     std::string _bytes, _directory;
     unsigned _count = 0;
 };

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <span>
+#include <tuple>
 
 #include "ByteOrder.h"
 #include "zip/ZipSupport.h"
@@ -40,6 +41,9 @@ struct ZipClaim {
         return method == other.method && isEncrypted() == other.isEncrypted() && packedSize == other.packedSize &&
                unpackedSize == other.unpackedSize && checkSum == other.checkSum;
     }
+
+    // By what comes out.
+    auto contentOrder() const { return std::tie(method, checkSum, packedSize, unpackedSize, nameLength); }
 
     // Takes a number that stands where ZIP64 keeps those that do not fit their field.
     static std::uint32_t clamped(std::uint64_t number) {

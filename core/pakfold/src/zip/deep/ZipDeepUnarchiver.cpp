@@ -110,8 +110,10 @@ std::int64_t ZipDeepUnarchiver::meet(const ZipMark& mark) {
     const auto header = _headers.read(mark.position);
     if (!header && isEvident) tell(ArchiveTrouble::truncated, "the archive ends inside an entry's header");
     if (!header) return 0;
-    if (isEvident) return takeOne(*header, true);
-    return _headers.isPlausible(*header) ? takeOne(*header, false) : 0;
+    if (!isEvident && !_headers.isPlausible(*header)) return 0;
+    const std::int64_t end = takeOne(*header, isEvident);
+    if (end > 0) _foundAlone.push_back(*header);
+    return end;
 }
 
 // What a directory in the middle claims. Most of it was read before.
@@ -131,7 +133,7 @@ std::int64_t ZipDeepUnarchiver::takeLate() {
 std::int64_t ZipDeepUnarchiver::takeLed(std::span<ZipClaim> claims) {
     const auto header = _headers.read(claims[0].headerStart);
     if (!header) {
-        _missed += static_cast<std::int64_t>(claims.size());
+        _missed.insert(_missed.end(), claims.begin(), claims.end());
         return 0;
     }
     if (claims.size() > kMostClaimsOfOne) {
@@ -213,7 +215,10 @@ bool ZipDeepUnarchiver::provesItself(const ZipClaim& claim, ZipDataExtent& exten
     } else if (claim.method == ZipConstants::DEFLATED || !claim.hasSizes()) {
         extent = measure(claim);
         failure = extent.failure;
-        if (!failure.empty()) ScanBudget::chargeDiscardedBytes(std::max(extent.inflated, extent.packedSize));
+        const bool isCharged = claim.method != ZipConstants::DEFLATED;
+        if (!isCharged && !failure.empty()) {
+            ScanBudget::chargeDiscardedBytes(std::max(extent.inflated, extent.packedSize));
+        }
     }
     if (failure.empty()) return true;
     ScanBudget::chargeDiscardedBytes(kCostOfCandidate);
@@ -325,8 +330,17 @@ std::int64_t ZipDeepUnarchiver::coveredBy(const ZipClaim& claim, std::int64_t da
     return end;
 }
 
+// Members that are not where a directory has them, and that were not found elsewhere, either.
+std::int64_t ZipDeepUnarchiver::countMissed() {
+    const auto before = [](const ZipClaim& a, const ZipClaim& b) { return a.contentOrder() < b.contentOrder(); };
+    std::sort(_foundAlone.begin(), _foundAlone.end(), before);
+    return std::count_if(_missed.begin(), _missed.end(), [&](const ZipClaim& missed) {
+        return !std::binary_search(_foundAlone.begin(), _foundAlone.end(), missed, before);
+    });
+}
+
 void ZipDeepUnarchiver::tellOfRest() {
-    const std::int64_t missed = std::max(_missed, _directories.missing());
+    const std::int64_t missed = std::max(countMissed(), _directories.missing());
     if (missed > 0) tell(ArchiveTrouble::damaged, zipTroubles::missed(missed));
     if (_isTooLong || _isBeyond || _directories.isTooLong()) {
         tell(ArchiveTrouble::spent, "there are more entries than can be compared");

@@ -55,7 +55,6 @@ private:
     std::int64_t meet(const ZipMark& mark);
     std::int64_t takeLed(std::span<ZipClaim> claims);
     std::int64_t takeLate();
-    std::int64_t takeSwept(const ZipClaim& header);
     std::int64_t takeOne(const ZipClaim& claim, bool isEvident);
     std::int64_t passOverEncrypted(const ZipClaim& claim);
     std::int64_t readOne(const ZipClaim& claim, const ZipDataExtent* measured);
@@ -66,6 +65,7 @@ private:
     ZipDataExtent measure(const ZipClaim& claim);
     bool isNew(const ZipReading& reading);
     std::int64_t coveredBy(const ZipClaim& claim, std::int64_t dataEnd);
+    std::int64_t countMissed();
     void tellOfRest();
     void tell(ArchiveTrouble what, const std::string& text, const std::string* name = nullptr) const;
 
@@ -78,7 +78,8 @@ private:
     std::set<ZipReading> _readings;          // That were decoded, or tried.
     std::optional<std::int64_t> _endRecord;  // At the buffer's end.
     std::int64_t _chainEnd = -1;             // Behind the latest member: where another one needs no other evidence.
-    std::int64_t _missed = 0;                // Members that directories know and that are not there.
+    std::vector<ZipClaim> _missed;           // What directories claim where no header is.
+    std::vector<ZipClaim> _foundAlone;       // Members that no directory led to.
     bool _beginsAsArchive = false;
     bool _isSplit = false;
     bool _isTooLong = false;

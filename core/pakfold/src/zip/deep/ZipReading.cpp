@@ -116,7 +116,7 @@ private:
             } else if (measured && measured->hasContent) {
                 for (const std::string& piece : measured->content)
                     out.write(piece.data(), static_cast<int>(piece.size()));
-            } else if (_method && _reading.packedSize > 0) {
+            } else if (_reading.packedSize > 0) {
                 decode(out);
             }
         } catch (const UnarchiveRatioExceed&) {
@@ -129,13 +129,16 @@ private:
     }
 
     void decode(OutputStream& out) {
+        if (!_method) {
+            kZipUnit.raise<CompressionException>("Unknown algorithm: " + std::to_string(_reading.method) + " in zip");
+        }
         _left = _method->decode(_in, {_reading.packedSize, _claim.unpackedSize, _claim.flags}, out);
         _outcome.dataEnd -= _left;
     }
 
     void tellOfSize() const {
         if (_left > 0) tell(ArchiveTrouble::damaged, zipTroubles::left(_left));
-        const bool isPart = _isFull || !_outcome.isWhole() || isCut() || !_method;
+        const bool isPart = _isFull || !_outcome.isWhole() || isCut();
         if (isPart || _outcome.unpackedSize == _claim.unpackedSize) return;
         tell(ArchiveTrouble::damaged, zipTroubles::otherSize(_claim.unpackedSize, _outcome.unpackedSize));
     }
