@@ -43,7 +43,7 @@ inline std::string zipOfRecipe(const char* rows, const std::string& recipe) {
         const std::size_t size = all.entries().size(), slash = word.find('/');
         if (members.contains(word)) {
             bytes += all.add(members.at(word)).entries().substr(size);
-        } else if (slash != word.npos && slash > 0) {
+        } else if (slash != word.npos && members.contains(word.substr(0, slash))) {
             all.addAs(members.at(word.substr(0, slash)), members.at(word.substr(slash + 1)));
             bytes += all.entries().substr(size);
         } else if (word == "next") {

@@ -30,8 +30,7 @@ struct ZipClaim {
     std::uint16_t flags = 0;
     bool isLocal = false;
 
-    // Or its record is, which comes to the same: what it says then means something else.
-    bool isEncrypted() const { return (flags & (kEncrypted | kMasked)) != 0; }
+    bool isEncrypted() const { return (flags & kEncrypted) != 0; }
     bool sizesFollow() const { return (flags & kSizesFollow) != 0; }
     // Whether it says where the data ends; some writers of streams put sizes into the header all the same.
     bool hasSizes() const { return !(isLocal && sizesFollow() && packedSize == 0) && packedSize != kNotSaid; }
@@ -62,7 +61,7 @@ struct ZipClaim {
     }
 
 private:
-    static constexpr unsigned kEncrypted = 0x0001, kSizesFollow = 0x0008, kMasked = 0x2000;
+    static constexpr unsigned kEncrypted = 0x0001, kSizesFollow = 0x0008;
 };
 
 }  // namespace ZOV_SPACE

@@ -71,6 +71,7 @@ void ZipDeepUnarchiver::start() {
     _isSplit = _beginsAsArchive && first == ZipConstants::EXTSIG;
     if (_beginsAsArchive) _chainEnd = begin;
     _endRecord = _directories.readFromEnd();
+    if (!_endRecord) _endRecord = _directories.lastEnd();
     walk();
     tellOfRest();
     _entries.endUnarchiving();
@@ -86,8 +87,7 @@ void ZipDeepUnarchiver::walk() {
         const std::int64_t end = isLast ? _bytes.size() : std::min<std::int64_t>(next->headerStart, _bytes.size());
         if (const auto mark = nextZipMark(_bytes, position, end)) {
             position = std::max(mark->position + 1, meet(*mark));
-            // Then it ends an archive in that member.
-            if (_endRecord && *_endRecord<position&& * _endRecord> mark->position) _endRecord.reset();
+            forgetEndWithin(mark->position, position);
             continue;
         }
         if (isLast) return;
@@ -95,16 +95,21 @@ void ZipDeepUnarchiver::walk() {
         const auto isElsewhere = [header](const ZipClaim& claim) { return claim.headerStart != header; };
         const auto behind = std::find_if(next, claims.end(), isElsewhere);
         position = std::max({position, end + 1, takeLed({next, behind})});
+        forgetEndWithin(end, position);
         next = behind;
     }
+}
+
+// An end record in a member ends an archive in that.
+void ZipDeepUnarchiver::forgetEndWithin(std::int64_t start, std::int64_t end) {
+    if (_endRecord && *_endRecord > start && *_endRecord < end) _endRecord.reset();
 }
 
 // What the sweep found. Returns where it covers bytes up to; 0 when it does not.
 std::int64_t ZipDeepUnarchiver::meet(const ZipMark& mark) {
     if (mark.signature == ZipConstants::ENDSIG) {
-        if (!_directories.readFrom(mark.position)) return 0;
-        if (!_endRecord) _endRecord = mark.position;
-        return takeLate();
+        if (!_endRecord && mark.position + ZipConstants::ENDHDR <= _bytes.size()) _endRecord = mark.position;
+        return _directories.readFrom(mark.position) ? takeLate() : 0;
     }
     const bool isEvident = mark.position == _chainEnd;
     const auto header = _headers.read(mark.position);
@@ -132,6 +137,10 @@ std::int64_t ZipDeepUnarchiver::takeLate() {
 // One member, by what directories say of it and what its local header says.
 std::int64_t ZipDeepUnarchiver::takeLed(std::span<ZipClaim> claims) {
     const auto header = _headers.read(claims[0].headerStart);
+    if (!header && _bytes.signatureAt(claims[0].headerStart) == ZipConstants::LOCSIG) {
+        tell(ArchiveTrouble::truncated, "the archive ends inside an entry's header");
+        return 0;
+    }
     if (!header) {
         _missed.insert(_missed.end(), claims.begin(), claims.end());
         return 0;

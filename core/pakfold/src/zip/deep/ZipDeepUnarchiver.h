@@ -52,6 +52,7 @@ public:
 
 private:
     void walk();
+    void forgetEndWithin(std::int64_t start, std::int64_t end);
     std::int64_t meet(const ZipMark& mark);
     std::int64_t takeLed(std::span<ZipClaim> claims);
     std::int64_t takeLate();
@@ -76,7 +77,7 @@ private:
     ZipDirectoryView _directories;
     ZipReader _reader;
     std::set<ZipReading> _readings;          // That were decoded, or tried.
-    std::optional<std::int64_t> _endRecord;  // At the buffer's end.
+    std::optional<std::int64_t> _endRecord;  // The last one, or one that leads to a directory.
     std::int64_t _chainEnd = -1;             // Behind the latest member: where another one needs no other evidence.
     std::vector<ZipClaim> _missed;           // What directories claim where no header is.
     std::vector<ZipClaim> _foundAlone;       // Members that no directory led to.

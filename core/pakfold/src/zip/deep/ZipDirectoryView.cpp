@@ -62,10 +62,10 @@ bool ZipDirectoryView::readFrom(std::int64_t endRecord) {
         _spansVolumes = _spansVolumes || found > 0 || endRecord + ZipConstants::ENDHDR == _bytes.size();
         return _spansVolumes;
     }
-    if (found > 0 && counted > found && counted != kShortElsewhere && !_isTooLong) {
-        _missing =
-            std::max(_missing, static_cast<std::int64_t>(std::min<std::uint64_t>(counted - found, ZipClaim::kNotSaid)));
-    }
+    _lastEnd = std::max(_lastEnd.value_or(endRecord), endRecord);
+    const bool isCounted = counted != kShortElsewhere && counted > found && !_isTooLong;
+    std::int64_t& missing = found > 0 ? _missing : _countedInVain;
+    if (isCounted) missing = std::max<std::int64_t>(missing, ZipClaim::clamped(counted - found));
     return found > 0 || isEmpty;
 }
 

@@ -33,7 +33,9 @@ public:
     // What has been claimed since they were taken last, by the positions of the headers, the same thing only once.
     std::vector<ZipClaim> takeClaims();
 
-    std::int64_t missing() const { return _missing; }  // Members that an end record counts and its directory has not.
+    std::optional<std::int64_t> lastEnd() const { return _lastEnd; }  // An end record, whatever it leads to.
+    // Members that an end record counts and that no directory has.
+    std::int64_t missing() const { return _records == 0 ? _countedInVain : _missing; }
     bool spansVolumes() const { return _spansVolumes; }
     bool isTooLong() const { return _isTooLong; }  // There are records that were not read.
 
@@ -63,6 +65,8 @@ private:
     std::map<std::pair<std::int64_t, std::int64_t>, std::uint64_t> _read;
     std::size_t _records = 0;
     std::int64_t _missing = 0;
+    std::int64_t _countedInVain = 0;  // By end records that lead nowhere.
+    std::optional<std::int64_t> _lastEnd;
     bool _spansVolumes = false;
     bool _isTooLong = false;
 };
