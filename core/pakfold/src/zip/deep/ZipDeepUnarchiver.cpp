@@ -156,10 +156,24 @@ std::int64_t ZipDeepUnarchiver::takeLed(std::span<ZipClaim> claims) {
         if (!claim.hasSizes()) continue;
         all.push_back(claim);
         const bool isAlike = claim.method == header->method && claim.isEncrypted() == header->isEncrypted();
-        isRead = isRead || claim.agreesWith(*header) || (isAlike && !header->hasSizes());
+        isRead = isRead || claim.agreesWith(*header) || (isAlike && !header->hasSizes() && endsAsListed(claim));
     }
     if (!isRead) all.push_back(*header);
     return all.size() == 1 ? takeOne(all[0], true) : takeEach(all);
+}
+
+std::optional<ZipDescriptor> ZipDeepUnarchiver::descriptorAt(std::int64_t position) {
+    std::array<char, ZipDescriptor::kLookAhead> bytes{};
+    const std::span<const char> there = _bytes.at(position, bytes.size());
+    std::copy(there.begin(), there.end(), bytes.begin());
+    return ZipDescriptor::read(bytes.data());
+}
+
+// Whether a reader that goes by the data's own end, or by the descriptor, gets what the directory says.
+bool ZipDeepUnarchiver::endsAsListed(const ZipClaim& claim) {
+    if (endsItself(claim.method)) return true;
+    const auto descriptor = descriptorAt(claim.dataEnd());
+    return descriptor && descriptor->isEvident && descriptor->packedSize == claim.packedSize;
 }
 
 // A member that only one record, or several in the same way, tell of.
@@ -324,15 +338,13 @@ bool ZipDeepUnarchiver::isNew(const ZipReading& reading) {
     return !_isTooLong && _readings.insert(reading).second;
 }
 
-// Up to where the member reaches whose data ends there: a descriptor may follow.
+// Up to where the member reaches whose data ends there: a descriptor may follow. 0 for data that is cut off.
 std::int64_t ZipDeepUnarchiver::coveredBy(const ZipClaim& claim, std::int64_t dataEnd) {
+    if (dataEnd > _bytes.size()) return 0;
     std::int64_t end = dataEnd;
     const auto header = _headers.read(claim.headerStart);
     if (header && header->sizesFollow()) {
-        std::array<char, ZipDescriptor::kLookAhead> bytes{};
-        const auto there = _bytes.at(end, bytes.size());
-        std::copy(there.begin(), there.end(), bytes.begin());
-        const auto descriptor = ZipDescriptor::read(bytes.data());
+        const auto descriptor = descriptorAt(end);
         if (descriptor && descriptor->isEvident) end += descriptor->length;
     }
     _chainEnd = end;

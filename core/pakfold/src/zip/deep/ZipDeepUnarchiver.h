@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "unarchiver/Pakfold.h"
+#include "zip/ZipDescriptor.h"
 #include "zip/deep/ZipBytes.h"
 #include "zip/deep/ZipClaim.h"
 #include "zip/deep/ZipDirectoryView.h"
@@ -63,6 +64,8 @@ private:
     std::int64_t takeEach(const std::vector<ZipClaim>& claims);
     void readBeginnings(std::span<const ZipClaim> claims, const ZipReading& whole, const ZipOutcome& outcome);
     bool provesItself(const ZipClaim& claim, ZipDataExtent& extent);
+    std::optional<ZipDescriptor> descriptorAt(std::int64_t position);
+    bool endsAsListed(const ZipClaim& claim);
     ZipDataExtent measure(const ZipClaim& claim);
     bool isNew(const ZipReading& reading);
     std::int64_t coveredBy(const ZipClaim& claim, std::int64_t dataEnd);
