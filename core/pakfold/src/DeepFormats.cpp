@@ -9,6 +9,7 @@
 #include "unarchiver/ScanBudget.h"
 #include "zip/ZipUnarchiver.h"
 #include "zip/deep/ZipDeepUnarchiver.h"
+#include "zip/deep/ZipWithin.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -72,14 +73,15 @@ bool beginsAsZip(BufferBase& content) {
 }  // namespace
 
 const ArchiveId& deepFormat(BufferBase& content, const ArchiveId& plain) {
-    if (&plain == &ARCHIVEID_NONE) {
-        const bool isForeign = foreignFormat(content, ForeignZip::no) != nullptr;
-        const bool isZip = isForeign ? ZipDeepUnarchiver::endsWithin(content) : ZipDeepUnarchiver::isWithin(content);
-        return isZip ? static_cast<const ArchiveId&>(kZip) : plain;
-    }
     if (beginsAsZip(content)) return kZip;
+    const ZipWithin within = findZipWithin(content);
+    if (&plain == &ARCHIVEID_NONE) {
+        // What another format has in it is that format's business, unless unpackers see an archive behind it.
+        const bool isHeld = within == ZipWithin::header && foreignFormat(content, ForeignZip::no);
+        return within == ZipWithin::nothing || isHeld ? plain : kZip;
+    }
     static const BothArchiveId both(plain);  // Of the two formats that are known there is only one left.
-    return ZipDeepUnarchiver::endsWithin(content) ? both : plain;
+    return within == ZipWithin::archive ? both : plain;
 }
 
 }  // namespace ZOV_SPACE

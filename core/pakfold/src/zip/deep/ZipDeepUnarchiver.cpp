@@ -20,9 +20,6 @@
 namespace ZOV_SPACE {
 namespace {
 
-// Unpackers look for an archive in an executable wherever it may be, in others not so far.
-constexpr std::int64_t kSweptOfPrograms = std::int64_t{16} << 20;
-constexpr std::int64_t kSweptOfOthers = std::int64_t{1} << 20;
 // What a header costs that turns out to be none, besides the bytes that were read for it.
 constexpr std::int64_t kCostOfCandidate = 4096;
 // Different things that records say of one member, each of which is tried.
@@ -39,28 +36,6 @@ ZipDeepUnarchiver::ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& 
       _reader(_bytes, entries) {}
 
 ZipDeepUnarchiver::~ZipDeepUnarchiver() = default;
-
-bool ZipDeepUnarchiver::endsWithin(BufferBase& content) {
-    ZipBytes bytes(content);
-    ZipDirectoryView directories(bytes);
-    return directories.readFromEnd() && !directories.takeClaims().empty();
-}
-
-bool ZipDeepUnarchiver::isWithin(BufferBase& content) {
-    if (endsWithin(content)) return true;
-    ZipBytes bytes(content);
-    ZipHeaderView headers(bytes);
-    constexpr std::uint32_t kElf = 0x464C457F;
-    constexpr std::uint16_t kMz = 0x5A4D;
-    const std::uint32_t first = bytes.signatureAt(0);
-    const bool isProgram = first == kElf || static_cast<std::uint16_t>(first) == kMz;
-    const std::int64_t end = std::min(bytes.size(), isProgram ? kSweptOfPrograms : kSweptOfOthers);
-    for (auto mark = nextZipMark(bytes, 0, end); mark; mark = nextZipMark(bytes, mark->position + 1, end)) {
-        const auto header = headers.read(mark->position);
-        if (header && headers.isPlausible(*header)) return true;
-    }
-    return false;
-}
 
 void ZipDeepUnarchiver::start() {
     _entries.beginUnarchiving();

@@ -45,12 +45,6 @@ public:
 
     void start() override;
 
-    // Whether a content ends with an archive that has members.
-    static bool endsWithin(BufferBase& content);
-    // Whether members can be expected in a content that does not begin as an archive: it ends as one, or a plausible
-    // local header stands where unpackers may look for one.
-    static bool isWithin(BufferBase& content);
-
 private:
     void walk();
     void forgetEndWithin(std::int64_t start, std::int64_t end);

@@ -3,7 +3,6 @@
 #include "zip/deep/ZipSweep.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "ByteOrder.h"
@@ -27,23 +26,22 @@ bool isMark(const char* bytes) {
 
 #ifdef __SSE2__
 
-// The positions, one bit each, at which the pair of letters stands in the next 16.
-std::uint32_t pairsIn(const char* bytes) {
+// All ones in each byte of 16 at which the pair of letters begins.
+__m128i pairsIn(const char* bytes) {
     const auto load = [](const char* from) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from)); };
-    const __m128i first = _mm_cmpeq_epi8(load(bytes), _mm_set1_epi8('P'));
-    const __m128i second = _mm_cmpeq_epi8(load(bytes + 1), _mm_set1_epi8('K'));
-    return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_and_si128(first, second)));
+    return _mm_and_si128(_mm_cmpeq_epi8(load(bytes), _mm_set1_epi8('P')),
+                         _mm_cmpeq_epi8(load(bytes + 1), _mm_set1_epi8('K')));
 }
 
-// How many positions from the start on were ruled out; less than a step is left, or a mark is there.
+// How many positions from the start on were ruled out; less than a step is left, or there is a pair in the next one.
 std::size_t skipInSteps(std::span<const char> bytes) {
-    constexpr std::size_t kStep = 16;
+    constexpr std::size_t kLane = 16, kStep = 4 * kLane;
     std::size_t at = 0;
-    for (; at + kStep + kMarkBytes <= bytes.size(); at += kStep) {
-        for (std::uint32_t pairs = pairsIn(bytes.data() + at); pairs != 0; pairs &= pairs - 1) {
-            const auto i = static_cast<std::size_t>(std::countr_zero(pairs));
-            if (isMark(bytes.data() + at + i)) return at + i;
-        }
+    for (; at + kStep + 1 <= bytes.size(); at += kStep) {
+        const char* const next = bytes.data() + at;
+        const __m128i left = _mm_or_si128(pairsIn(next), pairsIn(next + kLane));
+        const __m128i right = _mm_or_si128(pairsIn(next + 2 * kLane), pairsIn(next + 3 * kLane));
+        if (_mm_movemask_epi8(_mm_or_si128(left, right)) != 0) break;
     }
     return at;
 }
@@ -56,13 +54,19 @@ std::size_t skipInSteps(std::span<const char>) { return 0; }
 
 // Where the first mark begins that is there as a whole; the number of bytes when there is none.
 std::size_t findMark(std::span<const char> bytes) {
-    std::size_t at = skipInSteps(bytes);
+    constexpr std::size_t kLookedAt = 64;  // One by one, behind what was ruled out.
+    std::size_t at = 0;
     while (at + kMarkBytes <= bytes.size()) {
-        const void* const next = std::memchr(bytes.data() + at, 'P', bytes.size() - at);
-        if (!next) break;
-        at = static_cast<std::size_t>(static_cast<const char*>(next) - bytes.data());
-        if (at + kMarkBytes <= bytes.size() && isMark(bytes.data() + at)) return at;
-        ++at;
+        at += skipInSteps(bytes.subspan(at));
+        for (const std::size_t end = std::min(at + kLookedAt, bytes.size()); at < end; ++at) {
+            const void* const next = std::memchr(bytes.data() + at, 'P', end - at);
+            if (!next) {
+                at = end;
+                break;
+            }
+            at = static_cast<std::size_t>(static_cast<const char*>(next) - bytes.data());
+            if (at + kMarkBytes <= bytes.size() && isMark(bytes.data() + at)) return at;
+        }
     }
     return bytes.size();
 }
