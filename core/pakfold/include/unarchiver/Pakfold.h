@@ -27,7 +27,8 @@ constexpr int kAlgorithmStored = 0;
 constexpr int kAlgorithmDeflate = 1;
 constexpr int kAlgorithmShrink = 2;
 constexpr int kAlgorithmImplode = 3;
-constexpr int kAlgorithmRar = 4;  // Any method of the RAR format.
+constexpr int kAlgorithmRar = 4;    // Any method of the RAR format.
+constexpr int kAlgorithmOther = 5;  // One that the walk itself decodes.
 constexpr int kAlgorithmUnknown = -1;
 
 // One entry as its archive describes it. Nothing in here has been checked against the entry's data.

@@ -11,6 +11,7 @@
 namespace ZOV_SPACE::zipTroubles {
 
 inline constexpr const char* kEncrypted = "encrypted ZIP entry";
+inline constexpr const char* kTooMuchMemory = "the data asks for more memory than is allowed";
 inline constexpr const char* kCut = "the archive ends inside the data";
 
 // By the text of what ended an entry.
@@ -18,6 +19,7 @@ inline ArchiveTrouble of(const std::string& failure) {
     if (failure == kEncrypted) return ArchiveTrouble::encrypted;
     if (failure == "unexpected EOF" || failure == kCut || DeflateDecompressor::saysTooShort(failure))
         return ArchiveTrouble::truncated;
+    if (failure == kTooMuchMemory) return ArchiveTrouble::spent;
     const bool isMethod = failure.starts_with("Unknown algorithm") || failure.ends_with("unimplemented");
     return isMethod ? ArchiveTrouble::unknownMethod : ArchiveTrouble::damaged;
 }

@@ -243,7 +243,8 @@ std::int64_t ZipDeepUnarchiver::readOne(const ZipClaim& claim, const ZipDataExte
 
 // Data that goes on behind the size that is given: readers who do not go by that get all of it.
 bool ZipDeepUnarchiver::isRetried(const ZipClaim& claim, const ZipOutcome& failed, std::int64_t& end) {
-    if (!DeflateDecompressor::saysTooShort(failed.failure) || claim.dataEnd() >= _bytes.size()) return false;
+    const bool isShort = zipTroubles::of(failed.failure) == ArchiveTrouble::truncated && endsItself(claim.method);
+    if (!isShort || claim.dataEnd() >= _bytes.size()) return false;
     ZipReading longest = ZipReading::of(claim);
     longest.packedSize = static_cast<std::uint32_t>(_bytes.size() - claim.dataStart);
     if (!isNew(longest)) return false;

@@ -1,7 +1,8 @@
 #include "zip/deep/ZipMethods.h"
 
 #include <algorithm>
-#include <iterator>
+#include <array>
+#include <cstddef>
 #include <span>
 
 #include "IOUtils.h"
@@ -31,17 +32,25 @@ std::int64_t inflate(InputStream& in, const ZipPacked& packed, OutputStream& out
     return DeflateDecompressor(true, nullptr).decompress(in, packed.packedSize, out);
 }
 
-constexpr ZipMethod kMethods[] = {
+constinit std::array<ZipMethod, 8> methods{{
     {ZipConstants::STORED, kAlgorithmStored, false, copyStored},
     {ZipConstants::DEFLATED, kAlgorithmDeflate, true, inflate},
-};
+}};
+constinit std::size_t methodCount = 2;
 
 }  // namespace
 
+bool registerZipMethod(const ZipMethod& method) {
+    methods.at(methodCount) = method;
+    ++methodCount;
+    return true;
+}
+
 const ZipMethod* findZipMethod(unsigned number) {
-    const auto* const found = std::find_if(std::begin(kMethods), std::end(kMethods),
-                                           [number](const ZipMethod& method) { return method.number == number; });
-    return found == std::end(kMethods) ? nullptr : found;
+    const std::span<const ZipMethod> known = std::span(methods).first(methodCount);
+    const auto found =
+        std::find_if(known.begin(), known.end(), [number](const ZipMethod& method) { return method.number == number; });
+    return found == known.end() ? nullptr : &*found;
 }
 
 }  // namespace ZOV_SPACE

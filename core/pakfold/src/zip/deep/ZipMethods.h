@@ -1,4 +1,4 @@
-// ZipMethods: the compression methods that the deep walk decodes. Each is one line of the table in ZipMethods.cpp.
+// ZipMethods: the compression methods that the deep walk decodes: stored, deflated, and those that are registered.
 #ifndef PAKFOLD_ZIP_DEEP_ZIPMETHODS_H
 #define PAKFOLD_ZIP_DEEP_ZIPMETHODS_H
 
@@ -25,6 +25,8 @@ struct ZipMethod {
     std::int64_t (*decode)(InputStream& in, const ZipPacked& packed, OutputStream& out);
 };
 
+// Makes a method known, while the library is loaded. True.
+bool registerZipMethod(const ZipMethod& method);
 const ZipMethod* findZipMethod(unsigned number);  // Null for one that nobody here can decode.
 
 }  // namespace ZOV_SPACE
