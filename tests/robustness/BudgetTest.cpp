@@ -10,6 +10,7 @@
 #include "support/EngineTest.h"
 #include "support/FileSizeLimit.h"
 #include "support/OwnProcess.h"
+#include "support/VoleHost.h"
 
 namespace {
 
@@ -177,6 +178,55 @@ std::string longDirectory(int n) {
     return ZipBuilder({{"member", "content"}}).entries() + directory.archive().substr(directory.entries().size());
 }
 
+// As many records as a directory can count, all of one member; with other sizes each, or not.
+std::string manyRecordsOfOne(int n, bool differ) {
+    const ZipMember member{"m", std::string(1 << 20, 'm')};
+    const std::string entry = ZipBuilder({member}).entries();
+    std::string directory;
+    for (int i = 0; i < 32'767 * n; ++i) {
+        ZipMember listed{"m", "", 8, kNoDescriptor, 0, {}, {}, static_cast<std::uint32_t>(entry.size()), 1U << 20};
+        if (differ) listed.method = 0, listed.packed = static_cast<std::uint32_t>(i);
+        directory += ZipBuilder().addAs({}, listed).archive().substr(32, 47);
+    }
+    return entry + directory + ZipBuilder({member}).archive().substr(entry.size() + 47, 12) +
+           littleEndian(directory.size(), 4) + littleEndian(entry.size(), 4) + std::string(2, '\0');
+}
+
+// Members that each are all that follows: a stored block has the next one's header in it. One bit in the headers keeps
+// what is unpacked from being taken for an archive again.
+std::string overlappingMembers(int n) {
+    constexpr int kReserved = 0x8000;
+    const int count = 400 * n;
+    const std::string kernel = deflated(std::string(1 << 20, 'k'));
+    ZipBuilder zip;
+    for (int i = 0; i < count; ++i) {
+        const int behind = count - 1 - i;
+        const auto packed = static_cast<std::uint32_t>(behind * 36) + static_cast<std::uint32_t>(kernel.size());
+        const std::string quote("\0\x1f\0\xe0\xff", 5);
+        zip.add({"o",
+                 "",
+                 8,
+                 kNoDescriptor,
+                 kReserved,
+                 {},
+                 behind ? quote : kernel,
+                 packed,
+                 static_cast<std::uint32_t>(behind * 31 + (1 << 20))});
+    }
+    return zip.archive();
+}
+
+// Marks of headers that are none, or that make sense and lead to data that does not.
+std::string falseMarks(int n, const std::string& mark) {
+    std::string all = "?";
+    for (int i = 0; i < 250'000 * n; ++i) all += mark;
+    return all;
+}
+
+std::string plausibleMark(int method) {
+    return ZipBuilder({{"c", "", method, kNoDescriptor, 0, {}, "", 100'000U, 100'000U}}).entries();
+}
+
 std::string records(int n, std::string (*make)(std::string_view content, const std::string& name)) {
     std::string all;
     for (int i = 0; i < 20'000 * n; ++i) all += make("start" + std::to_string(i), "Name");
@@ -190,6 +240,7 @@ struct Row {
     std::string (*make)(int n);
     double memory = 512;             // MiB that the larger one may take.
     const char* loadedAs = nullptr;  // A file of signatures, with that end of its name, instead of one to scan.
+    bool isDeep = false;             // Scanned through vole.h.
 };
 
 const Row kRows[] = {
@@ -207,6 +258,13 @@ const Row kRows[] = {
     {"ppmChain", ppmChain},
     {"endlessVmPrograms", endlessPrograms},
     {"filterFlood", filterFlood},
+    {"manyRecordsOfOne", [](int n) { return manyRecordsOfOne(n, false); }, 96, nullptr, true},
+    {"manyReadingsOfOne", [](int n) { return manyRecordsOfOne(n, true); }, 96, nullptr, true},
+    {"overlappingMembers", overlappingMembers, 96, nullptr, true},
+    {"marksAlone", [](int n) { return falseMarks(4 * n, "PK\3\4"); }, 64, nullptr, true},
+    {"marksOfEnds", [](int n) { return falseMarks(4 * n, "PK\5\6"); }, 64, nullptr, true},
+    {"plausibleStoredMarks", [](int n) { return falseMarks(n, plausibleMark(0)); }, 64, nullptr, true},
+    {"plausibleDeflatedMarks", [](int n) { return falseMarks(n, plausibleMark(8)); }, 64, nullptr, true},
     {"digests", [](int n) { return records(n, md5Record); }, 64, ".hdb"},
     {"checkSums", [](int n) { return records(n, startRecord); }, 64, ".chk"},
     {"emptyDigestLines", lineFeeds, 64, ".hdb"},
@@ -264,9 +322,20 @@ private:
         if (_row.loadedAs) {
             _patterns.write("x" + std::string(_row.loadedAs), TempDir::contentOf(path));
             EXPECT_EQ(load(_patterns), 0) << message;
+        } else if (_row.isDeep) {
+            scanDeep(path, limits);
         } else {
             EXPECT_EQ(verdictOf(path), "0");
         }
+    }
+
+    void scanDeep(const std::string& path, const OptionValues& limits) {
+        vole_limits own = VOLE_LIMITS_INIT;
+        if (!limits.maxEntries) own = {sizeof own, 0, 0, 0, 0, 0, 0, 0};
+        const VoleScanner scanner = scannerOf(loadedSet(_patterns.path()), &own);
+        vole_outcome outcome = VOLE_OUTCOME_FAILED;
+        EXPECT_EQ(vole_scan_path(scanner.get(), path.c_str(), &outcome), VOLE_OK);
+        EXPECT_NE(outcome, VOLE_OUTCOME_FOUND);
     }
 
     const Row& _row;
