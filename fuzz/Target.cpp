@@ -8,10 +8,20 @@
 #include "unarchiver/ScanBudget.h"
 #include "utils/Crc.h"
 #include "zip/ZipUnarchiver.h"
+#include "zip/deep/ZipDeepUnarchiver.h"
+#include "zip/deep/ZipWithin.h"
 
 using namespace ZOV_SPACE;
 
 static Iso3309Crc outcomes;
+
+// Of any content, as one that is looked into.
+static void walkZipDeep(std::string_view input) {
+    InputBuffer buffer(input);
+    NotedEntries entries;
+    note(std::to_string(static_cast<int>(findZipWithin(buffer))));
+    noteRefusal([&] { ZipDeepUnarchiver(&buffer, entries).start(); });
+}
 
 Target* findTarget(std::string_view name) {
     static const std::map<std::string_view, Target*> kTargets{
@@ -19,6 +29,7 @@ Target* findTarget(std::string_view name) {
         {"pe", compareCheckSums},    {"ppm", unpackPpm},          {"rar", walk<RarUnarchiver>},
         {"rar20", unpackRar20},      {"rar29", unpackRar29},      {"scan_buffer", scanBuffer},
         {"scan_file", scanWhole},    {"vm", runVmProgram},        {"zip", walk<ZipUnarchiver>},
+        {"zip_deep", walkZipDeep},
 #ifdef VOLE_FUZZ_HTTP_BODY
         {"http_body", readHttpBody},
 #endif
