@@ -15,7 +15,6 @@
 #include "zip/ZipDescriptor.h"
 #include "zip/ZipSupport.h"
 #include "zip/ZipTroubles.h"
-#include "zip/deep/ZipWays.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -261,37 +260,46 @@ std::int64_t ZipDeepUnarchiver::takeEach(const std::vector<ZipClaim>& claims) {
     if (std::any_of(claims.begin(), claims.end(), isEncrypted)) {
         tell(ArchiveTrouble::encrypted, zipTroubles::kEncrypted, &name);
     }
-    ZipWays ways(_bytes.size());
-    for (const ZipClaim& claim : claims) {
-        if (claim.isEncrypted()) continue;
-        ways.add(claim, claim.hasSizes() ? claim.packedSize
-                                         : ZipClaim::clamped(static_cast<std::uint64_t>(measure(claim).packedSize)));
-        if (claim.method == ZipConstants::STORED && claim.hasSizes()) ways.add(claim, claim.unpackedSize);
-    }
     std::int64_t covered = 0;
-    bool isAnyTried = false, isAnyRight = false;
+    // Without any way left to try, all that there is to tell has been told.
+    bool isAnyTried = false, isSettled = false;
+    const ZipWays ways = waysOf(claims);
     for (const ZipWay& way : ways.all()) {
-        // One that was tried before has been told of, if need be.
         if (!isNew(way.reading)) {
-            isAnyRight = true;
+            isSettled = true;
             continue;
         }
         isAnyTried = true;
         const ZipOutcome outcome = _reader.readQuietly(*way.claim, _headers.nameOf(*way.claim), way.reading);
         if (!outcome.isWhole()) {
-            isAnyRight = true;
+            isSettled = true;
             tell(zipTroubles::of(outcome.failure), outcome.failure, &name);
             continue;
         }
         const auto fits = [&](const ZipClaim& claim) { return outcome.fits(claim); };
-        isAnyRight = isAnyRight || std::any_of(claims.begin(), claims.end(), fits);
+        isSettled = isSettled || std::any_of(claims.begin(), claims.end(), fits);
         covered = covered == 0 ? outcome.dataEnd : std::min(covered, outcome.dataEnd);
         if (endsItself(way.reading.method)) readBeginnings(claims, way.reading, outcome);
     }
-    if (isAnyTried && !isAnyRight) {
+    if (isAnyTried && !isSettled) {
         tell(ArchiveTrouble::damaged, "what is unpacked fits none of the sizes and check-sums that are given", &name);
     }
     return covered == 0 ? 0 : coveredBy(claims[0], covered);
+}
+
+ZipWays ZipDeepUnarchiver::waysOf(const std::vector<ZipClaim>& claims) {
+    ZipWays ways(_bytes.size());
+    for (const ZipClaim& claim : claims) {
+        if (claim.isEncrypted()) continue;
+        if (claim.hasSizes()) {
+            ways.add(claim, claim.packedSize);
+            if (claim.method == ZipConstants::STORED) ways.add(claim, claim.unpackedSize);
+        } else if (const ZipDataExtent extent = measure(claim); extent.failure.empty() || endsItself(claim.method)) {
+            // Without a descriptor there is no other way than those that say where the data ends.
+            ways.add(claim, ZipClaim::clamped(static_cast<std::uint64_t>(extent.packedSize)));
+        }
+    }
+    return ways;
 }
 
 // Some readers stop where the announced size is reached.

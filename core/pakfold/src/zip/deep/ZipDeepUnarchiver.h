@@ -21,6 +21,7 @@
 #include "zip/deep/ZipHeaderView.h"
 #include "zip/deep/ZipReading.h"
 #include "zip/deep/ZipSweep.h"
+#include "zip/deep/ZipWays.h"
 
 namespace ZOV_SPACE {
 
@@ -56,6 +57,7 @@ private:
     std::int64_t readOne(const ZipClaim& claim, const ZipDataExtent* measured);
     bool isRetried(const ZipClaim& claim, const ZipOutcome& failed, std::int64_t& end);
     std::int64_t takeEach(const std::vector<ZipClaim>& claims);
+    ZipWays waysOf(const std::vector<ZipClaim>& claims);
     void readBeginnings(std::span<const ZipClaim> claims, const ZipReading& whole, const ZipOutcome& outcome);
     bool provesItself(const ZipClaim& claim, ZipDataExtent& extent);
     std::optional<ZipDescriptor> descriptorAt(std::int64_t position);
