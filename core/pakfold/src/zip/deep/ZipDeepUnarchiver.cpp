@@ -147,7 +147,8 @@ std::optional<ZipDescriptor> ZipDeepUnarchiver::descriptorAt(std::int64_t positi
 bool ZipDeepUnarchiver::endsAsListed(const ZipClaim& claim) {
     if (endsItself(claim.method)) return true;
     const auto descriptor = descriptorAt(claim.dataEnd());
-    return descriptor && descriptor->isEvident && descriptor->packedSize == claim.packedSize;
+    return descriptor && descriptor->isEvident && descriptor->packedSize == claim.packedSize &&
+           descriptor->unpackedSize == claim.unpackedSize;
 }
 
 // A member that only one record, or several in the same way, tell of.
@@ -294,9 +295,14 @@ ZipWays ZipDeepUnarchiver::waysOf(const std::vector<ZipClaim>& claims) {
         if (claim.hasSizes()) {
             ways.add(claim, claim.packedSize);
             if (claim.method == ZipConstants::STORED) ways.add(claim, claim.unpackedSize);
-        } else if (const ZipDataExtent extent = measure(claim); extent.failure.empty() || endsItself(claim.method)) {
-            // Without a descriptor there is no other way than those that say where the data ends.
+            continue;
+        }
+        const ZipDataExtent extent = measure(claim);
+        if (extent.failure.empty() || endsItself(claim.method)) {
             ways.add(claim, ZipClaim::clamped(static_cast<std::uint64_t>(extent.packedSize)));
+        } else {
+            const std::string name = _headers.nameOf(claim);
+            tell(ArchiveTrouble::damaged, extent.failure, &name);
         }
     }
     return ways;
