@@ -9,6 +9,7 @@
 #include "Raise.h"
 #include "ScanJob.h"
 #include "WrappedLimitedBufferBase.h"
+#include "unarchiver/DeepFormats.h"
 #include "unarchiver/ForeignFormat.h"
 
 namespace {
@@ -192,11 +193,11 @@ bool ReportingScan::opens(const _st_ArchEntry& archive) {
     return false;
 }
 
-void ReportingScan::onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes, bool isOpened) {
+void ReportingScan::onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes,
+                                const ZOV_SPACE::ArchiveId& walked) {
     if (content.isPacked) return;  // Which has been told; what its method writes may look like anything.
-    using ZOV_SPACE::ForeignZip;
-    const char* const format = ZOV_SPACE::foreignFormat(bytes, isOpened ? ForeignZip::no : ForeignZip::yes);
-    if (!format) return;
+    const char* const format = ZOV_SPACE::foreignFormat(bytes);
+    if (!format || ZOV_SPACE::isWalked(walked, format)) return;
     const std::string text = std::string("the members of ") + format + " are not reached";
     unseen(Unseen::unsupported, sharedName(content), text.c_str());
 }

@@ -51,7 +51,8 @@ private:
     void onUnpacked(std::int64_t bytes) override;
     void onMemberDone(const _st_ArchEntry& member, std::int64_t bytes) override;
     bool opens(const _st_ArchEntry& archive) override;
-    void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes, bool isOpened) override;
+    void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes,
+                     const ZOV_SPACE::ArchiveId& walked) override;
     bool persists() const override { return true; }
     bool comparesCheckSums() const override { return true; }
     bool readsDeep() const override { return !(_terms.flags & VOLE_SCAN_SHALLOW); }

@@ -100,8 +100,7 @@ const ZOV_SPACE::ArchiveId& probe(ScanFace& face, const _st_ArchEntry& record, Z
     // What an unknown method has packed may look like anything.
     const bool isDeep = face.readsDeep() && !record.isPacked;
     const ZOV_SPACE::ArchiveId& format = isDeep ? ZOV_SPACE::deepFormat(content, plain) : plain;
-    const bool isOpened = &format != &ZOV_SPACE::ARCHIVEID_NONE;
-    if (&plain == &ZOV_SPACE::ARCHIVEID_NONE) face.onNoArchive(record, content, isOpened);
+    if (&plain == &ZOV_SPACE::ARCHIVEID_NONE) face.onNoArchive(record, content, format);
     return format;
 }
 

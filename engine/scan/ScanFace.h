@@ -83,9 +83,10 @@ public:
     virtual int deepestProbed() const;
     // Whether this content, which is an archive, is opened; if not, the face has said why.
     virtual bool opens(const _st_ArchEntry& archive);
-    // This content does not begin as one of the archives that can be opened. `isOpened`: members in it are reached all
-    // the same.
-    virtual void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes, bool isOpened);
+    // This content does not begin as one of the archives that can be opened. `walked`: what it is walked as all the
+    // same, ARCHIVEID_NONE if nothing.
+    virtual void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes,
+                             const ZOV_SPACE::ArchiveId& walked);
     // Whether archives are walked beyond what their format's rules allow; see ArchiveEntryProcessor::persists().
     virtual bool persists() const;
     // Whether the check-sum that an archive gives of a member is compared with what comes out.

@@ -1,10 +1,17 @@
+// A content may be an archive of several formats at once: unpackers go by the one or by the other, so all are walked.
+// Each set of formats has
+// an id of its own.
 #include "unarchiver/DeepFormats.h"
 
+#include <array>
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "io/BufferBaseStreams.h"
+#include "rar/RarUnarchiver.h"
 #include "unarchiver/ForeignFormat.h"
 #include "unarchiver/ScanBudget.h"
 #include "zip/ZipUnarchiver.h"
@@ -14,7 +21,62 @@
 namespace ZOV_SPACE {
 namespace {
 
+constexpr std::string_view kZipBehindOthers = "ZIP behind other data";
+
 template <class T>
+bool beginsAs(BufferBase& content) {
+    BufferBaseInputStream in(&content);
+    return T::checkFormat(in);
+}
+
+bool isRarIn(BufferBase& content, bool) { return beginsAs<RarUnarchiver>(content); }
+std::unique_ptr<Unarchiver> rarUnarchiver(BufferBase* content, ArchiveEntryProcessor& entries) {
+    return std::make_unique<RarUnarchiver>(content, entries, nullptr, 0U);
+}
+
+bool isZipIn(BufferBase& content, bool isHeld) {
+    if (beginsAs<ZipUnarchiver>(content)) return true;
+    const ZipWithin within = findZipWithin(content);
+    if (within != ZipWithin::header) return within == ZipWithin::archive;
+    // What another format has in it is that format's business, unless unpackers see an archive behind it.
+    const char* const other = isHeld ? "" : foreignFormat(content);
+    return !other || other == kZipBehindOthers;
+}
+std::unique_ptr<Unarchiver> zipUnarchiver(BufferBase* content, ArchiveEntryProcessor& entries) {
+    return std::make_unique<ZipDeepUnarchiver>(content, entries);
+}
+
+// In the order in which they are looked for, and walked.
+constexpr std::size_t kMostFormats = 10;
+constinit std::array<DeepFormat, kMostFormats> formats{{
+    {"RAR behind a program", isRarIn, rarUnarchiver},
+    {kZipBehindOthers, isZipIn, zipUnarchiver},
+}};
+constinit std::size_t formatCount = 2;
+
+// Walks one archive after the other. What ends one walk does not end the next, unless nothing is left for it.
+class EachUnarchiver : public Unarchiver {
+public:
+    explicit EachUnarchiver(std::vector<std::unique_ptr<Unarchiver>> walks) : _walks(std::move(walks)) {}
+
+    void start() override {
+        std::exception_ptr failure;
+        for (const auto& walk : _walks) {
+            try {
+                walk->start();
+            } catch (const OutOfBudgetException&) {
+                throw;
+            } catch (const ArchivingException&) {
+                if (!failure) failure = std::current_exception();
+            }
+        }
+        if (failure) std::rethrow_exception(failure);
+    }
+
+private:
+    std::vector<std::unique_ptr<Unarchiver>> _walks;
+};
+
 class DeepArchiveId : public EmptyArchiveId {
 public:
     std::unique_ptr<Unarchiver> unarchiver(InputStream*, ArchiveEntryProcessor&, DecompressProcessor*) const override {
@@ -22,66 +84,42 @@ public:
     }
     std::unique_ptr<Unarchiver> unarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries,
                                            DecompressProcessor*) const override {
-        return std::make_unique<T>(buffer, entries);
-    }
-};
-
-const DeepArchiveId<ZipDeepUnarchiver> kZip;
-
-// A content that begins in one format and ends with a ZIP archive: unpackers go by the one or by the other.
-class BothUnarchiver : public Unarchiver {
-public:
-    BothUnarchiver(std::unique_ptr<Unarchiver> first, BufferBase* buffer, ArchiveEntryProcessor& entries)
-        : _first(std::move(first)), _second(buffer, entries) {}
-
-    void start() override {
-        std::exception_ptr failure;
-        try {
-            _first->start();
-        } catch (const OutOfBudgetException&) {
-            throw;
-        } catch (const ArchivingException&) {
-            failure = std::current_exception();
+        std::vector<std::unique_ptr<Unarchiver>> walks;
+        for (std::size_t i = 0; i < formatCount; ++i) {
+            if (has(i)) walks.push_back(formats[i].unarchiver(buffer, entries));
         }
-        _second.start();
-        if (failure) std::rethrow_exception(failure);
+        return std::make_unique<EachUnarchiver>(std::move(walks));
     }
-
-private:
-    std::unique_ptr<Unarchiver> _first;
-    ZipDeepUnarchiver _second;
+    bool has(std::size_t format) const;
 };
 
-class BothArchiveId : public DeepArchiveId<ZipDeepUnarchiver> {
-public:
-    explicit BothArchiveId(const ArchiveId& first) : _first(first) {}
+// The id of each set of formats, which is its place.
+const std::array<DeepArchiveId, std::size_t{1} << kMostFormats> ids{};
 
-    std::unique_ptr<Unarchiver> unarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries,
-                                           DecompressProcessor* decompression) const override {
-        return std::make_unique<BothUnarchiver>(_first.unarchiver(buffer, entries, decompression), buffer, entries);
-    }
-
-private:
-    const ArchiveId& _first;
-};
-
-bool beginsAsZip(BufferBase& content) {
-    BufferBaseInputStream in(&content);
-    return ZipUnarchiver::checkFormat(in);
-}
+bool DeepArchiveId::has(std::size_t format) const { return static_cast<std::size_t>(this - ids.data()) >> format & 1U; }
 
 }  // namespace
 
+bool registerDeepFormat(const DeepFormat& format) {
+    formats.at(formatCount) = format;
+    ++formatCount;
+    return true;
+}
+
 const ArchiveId& deepFormat(BufferBase& content, const ArchiveId& plain) {
-    if (beginsAsZip(content)) return kZip;
-    const ZipWithin within = findZipWithin(content);
-    if (&plain == &ARCHIVEID_NONE) {
-        // What another format has in it is that format's business, unless unpackers see an archive behind it.
-        const bool isHeld = within == ZipWithin::header && foreignFormat(content, ForeignZip::no);
-        return within == ZipWithin::nothing || isHeld ? plain : kZip;
+    std::size_t set = 0;
+    for (std::size_t i = 0; i < formatCount; ++i) {
+        if (formats[i].isIn(content, set != 0)) set |= std::size_t{1} << i;
     }
-    static const BothArchiveId both(plain);  // Of the two formats that are known there is only one left.
-    return within == ZipWithin::archive ? both : plain;
+    return set == 0 ? plain : ids[set];
+}
+
+bool isWalked(const ArchiveId& format, std::string_view foreignName) {
+    const auto* const deep = dynamic_cast<const DeepArchiveId*>(&format);
+    for (std::size_t i = 0; deep && i < formatCount; ++i) {
+        if (deep->has(i) && formats[i].foreignName == foreignName) return true;
+    }
+    return false;
 }
 
 }  // namespace ZOV_SPACE

@@ -333,11 +333,10 @@ constexpr Format kFormats[] = {
 
 }  // namespace
 
-const char* foreignFormat(BufferBase& content, ForeignZip zip) {
+const char* foreignFormat(BufferBase& content) {
     const Head head(content);
     const std::span<const char> bytes = head.head();
     const auto fits = [&](const Format& format) {
-        if (zip == ForeignZip::no && format.check == isZipBehindOthers) return false;
         const bool isAtStart = format.position == 0 && !format.magic.empty();
         if (isAtStart && (bytes.empty() || bytes[0] != format.magic[0])) return false;  // As nearly always.
         return head.has(format.position, format.magic) && (!format.check || format.check(head));

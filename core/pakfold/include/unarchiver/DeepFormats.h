@@ -2,15 +2,32 @@
 #ifndef PAKFOLD_UNARCHIVER_DEEPFORMATS_H
 #define PAKFOLD_UNARCHIVER_DEEPFORMATS_H
 
+#include <memory>
+#include <string_view>
+
 #include "io/BufferBase.h"
 #include "unarchiver/Pakfold.h"
 
 namespace ZOV_SPACE {
 
-// The format in which a content is to be walked: `plain`, what VoleEngineFactory makes of its beginning, or a deep form
-// of it, or of another one whose members are in the content. Such formats open buffers only. Throws what the buffer
-// throws.
+struct DeepFormat {
+    std::string_view foreignName;  // As foreignFormat() calls the contents that this reader makes needless to tell of.
+    // Whether members can be expected in the content. `isHeld`: it is an archive of another format, too, so that what
+    // merely stands somewhere in it may be that one's member. Throws what the buffer throws.
+    bool (*isIn)(BufferBase& content, bool isHeld);
+    std::unique_ptr<Unarchiver> (*unarchiver)(BufferBase* content, ArchiveEntryProcessor& entries);
+};
+
+// Makes a format known, while the library is loaded; at most 10 in all. True.
+bool registerDeepFormat(const DeepFormat& format);
+
+// What a content is to be walked as: `plain`, what VoleEngineFactory makes of its beginning, or an id that walks it in
+// each of the formats above whose members are in it, one after the other. Such ids open buffers only. Throws what the
+// buffer throws.
 const ArchiveId& deepFormat(BufferBase& content, const ArchiveId& plain);
+
+// Whether an id of deepFormat() walks what foreignFormat() calls by this name.
+bool isWalked(const ArchiveId& format, std::string_view foreignName);
 
 }  // namespace ZOV_SPACE
 

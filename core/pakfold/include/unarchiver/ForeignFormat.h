@@ -6,13 +6,10 @@
 
 namespace ZOV_SPACE {
 
-// Whether ZIP archives behind other data count, too; whoever looks for their members has no need of it.
-enum class ForeignZip { no, yes };
-
 // The name of the container format that the content has, static, such as "7z"; null when it has none, or one that can
 // be opened. A magic number alone is not enough where other contents begin likewise. Reads a few hundred bytes at most
 // from most contents. Throws what the buffer throws.
-const char* foreignFormat(BufferBase& content, ForeignZip zip = ForeignZip::yes);
+const char* foreignFormat(BufferBase& content);
 
 }  // namespace ZOV_SPACE
 
