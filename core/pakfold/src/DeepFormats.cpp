@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -96,7 +97,9 @@ public:
 // The id of each set of formats, which is its place.
 const std::array<DeepArchiveId, std::size_t{1} << kMostFormats> ids{};
 
-bool DeepArchiveId::has(std::size_t format) const { return static_cast<std::size_t>(this - ids.data()) >> format & 1U; }
+bool DeepArchiveId::has(std::size_t format) const {
+    return static_cast<std::size_t>(std::distance(ids.data(), this)) >> format & 1U;
+}
 
 }  // namespace
 
@@ -111,7 +114,8 @@ const ArchiveId& deepFormat(BufferBase& content, const ArchiveId& plain) {
     for (std::size_t i = 0; i < formatCount; ++i) {
         if (formats[i].isIn(content, set != 0)) set |= std::size_t{1} << i;
     }
-    return set == 0 ? plain : ids[set];
+    if (set == 0) return plain;
+    return ids[set];
 }
 
 bool isWalked(const ArchiveId& format, std::string_view foreignName) {

@@ -15,7 +15,7 @@ namespace ZOV_SPACE {
 namespace {
 
 constexpr unsigned kLzma = 14, kXz = 95;
-constexpr int kHeadBytes = 4, kPropertiesBytes = 5;
+constexpr int kHeadBytes = 4, kPropertiesBytes = 5, kFileHeadBytes = kPropertiesBytes + 8;
 
 class Decoder {
 public:
@@ -66,7 +66,7 @@ std::int64_t decodeLzma(InputStream& in, const ZipPacked& packed, OutputStream& 
     const bool isWhole = packed.packedSize >= kHead && IOUtils::readFull(in, head.data(), kHead) == kHead;
     if (!isWhole) kZipUnit.raise<CompressionException>("unexpected EOF");
     if (loadU16(&head[2]) != kPropertiesBytes) methods::raiseDamaged("lzma", LZMA_FORMAT_ERROR);
-    std::array<char, kPropertiesBytes + sizeof(std::uint64_t)> file;
+    std::array<char, kFileHeadBytes> file;
     std::copy(head.begin() + kHeadBytes, head.end(), file.begin());
     const bool isMarked = (packed.flags & kHasEndMark) != 0;
     const auto size = static_cast<std::uint64_t>(packed.unpackedSize);
