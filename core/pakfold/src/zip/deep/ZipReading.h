@@ -26,7 +26,7 @@ struct ZipReading {
     }
     std::int64_t end() const { return std::int64_t{start} + packedSize; }
     std::strong_ordering operator<=>(const ZipReading&) const =
-        default;  // NOLINT(modernize-use-nullptr): none is used.
+        default;
 };
 
 struct ZipOutcome {
