@@ -36,7 +36,8 @@ public:
     static constexpr unsigned kHasData = 0x8000;
     // Of archive and file blocks. Kept as is: in a file block the published meaning is "continued in the next volume".
     static constexpr unsigned kHasNested = 0x0002;
-    static constexpr int kMostNested = 8;  // Blocks within each other below the outermost.
+    static constexpr std::int64_t kFewestBytes = 7;  // Of any block.
+    static constexpr int kMostNested = 8;            // Blocks within each other below the outermost.
 
     // Reads the fields that all headers have. Null at the end of the archive: when they cannot be read, or when the
     // type is unknown. `depth` is the number of blocks around this one.
