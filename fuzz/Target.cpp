@@ -19,8 +19,9 @@ static Iso3309Crc outcomes;
 static void walkZipDeep(std::string_view input) {
     InputBuffer buffer(input);
     NotedEntries entries;
-    note(std::to_string(static_cast<int>(findZipWithin(buffer))));
-    noteRefusal([&] { ZipDeepUnarchiver(&buffer, entries).start(); });
+    CoveredRanges covered;
+    note(std::to_string(static_cast<int>(findZipWithin(buffer).what)));
+    noteRefusal([&] { ZipDeepUnarchiver(&buffer, entries, covered).start(); });
 }
 
 Target* findTarget(std::string_view name) {

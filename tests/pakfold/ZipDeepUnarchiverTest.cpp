@@ -16,7 +16,8 @@ TEST(ZipDeepUnarchiver, findsWhatAnyReaderWouldAndTellsWhatItDoesNot) {
         SCOPED_TRACE(row[3]);
         StringBuffer content(zipOfRecipe(VOLE_ZIP_DEEP_ROWS, row[0]));
         EntryCollector entries;
-        ZipDeepUnarchiver(&content, entries).start();
+        CoveredRanges covered;
+        ZipDeepUnarchiver(&content, entries, covered).start();
         EXPECT_EQ(entries.contents(), row[1]);
         EXPECT_EQ(entries.troubles, row[2]);
         EXPECT_TRUE(entries.begun == 1 && entries.ended == 1 && entries.released == 1);
@@ -39,7 +40,8 @@ TEST(ZipDeepUnarchiver, unpacksMethodsOfLibraries) {
         if (!findZipMethod(static_cast<unsigned>(method))) continue;  // Left out of this build.
         StringBuffer content(ZipBuilder({{"m", text, method, 0, flags, {}, row[2]}}).archive());
         EntryCollector entries;
-        ZipDeepUnarchiver(&content, entries).start();
+        CoveredRanges covered;
+        ZipDeepUnarchiver(&content, entries, covered).start();
         EXPECT_EQ(entries.troubles, row[3]);
         EXPECT_EQ(entries.contents() == "m=" + text + " ", row[3].empty() || row[4].starts_with("more"));
     }

@@ -1,18 +1,23 @@
 // A content may be an archive of several formats at once: unpackers go by the one or by the other, so all are walked.
-// Each set of formats has
-// an id of its own.
+// Each set of formats has an id of its own.
 #include "unarchiver/DeepFormats.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <utility>
 #include <vector>
 
+#include "CoveredRanges.h"
 #include "io/BufferBaseStreams.h"
 #include "rar/RarUnarchiver.h"
+#include "rar/deep/RarDeepUnarchiver.h"
+#include "rar/deep/RarWithin.h"
 #include "unarchiver/ForeignFormat.h"
 #include "unarchiver/ScanBudget.h"
 #include "zip/ZipUnarchiver.h"
@@ -24,41 +29,63 @@ namespace {
 
 constexpr std::string_view kZipBehindOthers = "ZIP behind other data";
 
+constexpr std::int64_t kNowhere = std::numeric_limits<std::int64_t>::max();
+
+bool isForeign(BufferBase& content);
+
 template <class T>
 bool beginsAs(BufferBase& content) {
     BufferBaseInputStream in(&content);
     return T::checkFormat(in);
 }
 
-bool isRarIn(BufferBase& content, bool) { return beginsAs<RarUnarchiver>(content); }
-std::unique_ptr<Unarchiver> rarUnarchiver(BufferBase* content, ArchiveEntryProcessor& entries) {
-    return std::make_unique<RarUnarchiver>(content, entries, nullptr, 0U);
+bool isRarIn(BufferBase& content, bool isHeld) {
+    if (beginsAs<RarUnarchiver>(content)) return true;
+    if (beginsAs<ZipUnarchiver>(content)) return true;  // Of which all is looked through that no member covers.
+    return !isHeld && findRarWithin(content) && !isForeign(content);
+}
+std::int64_t rarBegin(BufferBase& content) {
+    if (beginsAs<RarUnarchiver>(content)) return 0;
+    return beginsAs<ZipUnarchiver>(content) ? kNowhere : findRarWithin(content).value_or(kNowhere);
+}
+std::unique_ptr<Unarchiver> rarUnarchiver(BufferBase* content, ArchiveEntryProcessor& entries, CoveredRanges& covered) {
+    return std::make_unique<RarDeepUnarchiver>(content, entries, covered);
 }
 
 bool isZipIn(BufferBase& content, bool isHeld) {
     if (beginsAs<ZipUnarchiver>(content)) return true;
-    const ZipWithin within = findZipWithin(content);
+    const ZipWithin within = findZipWithin(content).what;
     if (within != ZipWithin::header) return within == ZipWithin::archive;
-    // What another format has in it is that format's business, unless unpackers see an archive behind it.
-    const char* const other = isHeld ? "" : foreignFormat(content);
-    return !other || other == kZipBehindOthers;
+    return !isHeld && !isForeign(content);
 }
-std::unique_ptr<Unarchiver> zipUnarchiver(BufferBase* content, ArchiveEntryProcessor& entries) {
-    return std::make_unique<ZipDeepUnarchiver>(content, entries);
+std::int64_t zipBegin(BufferBase& content) {
+    return beginsAs<ZipUnarchiver>(content) ? 0 : findZipWithin(content).begin;
+}
+std::unique_ptr<Unarchiver> zipUnarchiver(BufferBase* content, ArchiveEntryProcessor& entries, CoveredRanges& covered) {
+    return std::make_unique<ZipDeepUnarchiver>(content, entries, covered);
 }
 
-// In the order in which they are looked for, and walked.
+// In the order in which they are looked for.
 constexpr std::size_t kMostFormats = 10;
 constinit std::array<DeepFormat, kMostFormats> formats{{
-    {"RAR behind a program", isRarIn, rarUnarchiver},
-    {kZipBehindOthers, isZipIn, zipUnarchiver},
+    {"RAR behind a program", isRarIn, rarUnarchiver, rarBegin},
+    {kZipBehindOthers, isZipIn, zipUnarchiver, zipBegin},
 }};
 constinit std::size_t formatCount = 2;
 
-// Walks one archive after the other. What ends one walk does not end the next, unless nothing is left for it.
+// Whether the content is an archive that none of the formats above walks; what stands somewhere in it is its business.
+bool isForeign(BufferBase& content) {
+    const char* const name = foreignFormat(content);
+    const auto end = formats.begin() + formatCount;
+    return name && std::none_of(formats.begin(), end, [&](const auto& format) { return format.foreignName == name; });
+}
+
+// Walks one format after the other. What ends one walk does not end the next, unless nothing is left for it.
 class EachUnarchiver : public Unarchiver {
 public:
-    explicit EachUnarchiver(std::vector<std::unique_ptr<Unarchiver>> walks) : _walks(std::move(walks)) {}
+    EachUnarchiver(const std::vector<const DeepFormat*>& walked, BufferBase* content, ArchiveEntryProcessor& entries) {
+        for (const DeepFormat* format : walked) _walks.push_back(format->unarchiver(content, entries, _covered));
+    }
 
     void start() override {
         std::exception_ptr failure;
@@ -75,8 +102,17 @@ public:
     }
 
 private:
+    CoveredRanges _covered;
     std::vector<std::unique_ptr<Unarchiver>> _walks;
 };
+
+// Of formats that are all in the content, the one first that begins first: it tells what is its members' business.
+void sortByBegin(std::vector<const DeepFormat*>& found, BufferBase& content) {
+    std::vector<std::pair<std::int64_t, const DeepFormat*>> begins;
+    for (const DeepFormat* format : found) begins.emplace_back(format->begin ? format->begin(content) : 0, format);
+    std::stable_sort(begins.begin(), begins.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::transform(begins.begin(), begins.end(), found.begin(), [](const auto& begin) { return begin.second; });
+}
 
 class DeepArchiveId : public EmptyArchiveId {
 public:
@@ -85,11 +121,12 @@ public:
     }
     std::unique_ptr<Unarchiver> unarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries,
                                            DecompressProcessor*) const override {
-        std::vector<std::unique_ptr<Unarchiver>> walks;
+        std::vector<const DeepFormat*> walked;
         for (std::size_t i = 0; i < formatCount; ++i) {
-            if (has(i)) walks.push_back(formats[i].unarchiver(buffer, entries));
+            if (has(i)) walked.push_back(&formats[i]);
         }
-        return std::make_unique<EachUnarchiver>(std::move(walks));
+        if (walked.size() > 1) sortByBegin(walked, *buffer);
+        return std::make_unique<EachUnarchiver>(walked, buffer, entries);
     }
     bool has(std::size_t format) const;
 };

@@ -2,6 +2,7 @@
 #ifndef PAKFOLD_UNARCHIVER_DEEPFORMATS_H
 #define PAKFOLD_UNARCHIVER_DEEPFORMATS_H
 
+#include <cstdint>
 #include <memory>
 #include <string_view>
 
@@ -10,12 +11,20 @@
 
 namespace ZOV_SPACE {
 
+class CoveredRanges;
+
 struct DeepFormat {
     std::string_view foreignName;  // As foreignFormat() calls the contents that this reader makes needless to tell of.
     // Whether members can be expected in the content. `isHeld`: it is an archive of another format, too, so that what
     // merely stands somewhere in it may be that one's member. Throws what the buffer throws.
     bool (*isIn)(BufferBase& content, bool isHeld);
-    std::unique_ptr<Unarchiver> (*unarchiver)(BufferBase* content, ArchiveEntryProcessor& entries);
+    // The walk passes over what `covered` has, and adds the bytes of the members that it can decode: archives in those
+    // are met when the members are scanned, and are none of the content's own.
+    std::unique_ptr<Unarchiver> (*unarchiver)(BufferBase* content, ArchiveEntryProcessor& entries,
+                                              CoveredRanges& covered);
+    // Where the first archive begins in a content that isIn() is true of; null: always with the content. The format
+    // that begins first is walked first.
+    std::int64_t (*begin)(BufferBase& content) = nullptr;
 };
 
 // Makes a format known, while the library is loaded; at most 10 in all. True.

@@ -57,7 +57,6 @@ RarEntryReader::RarEntryReader(BufferBase* source, ArchiveEntryProcessor& entrie
     : _source(source),
       _entries(entries),
       _decompression(decompression),
-      _decompressor(decompression),
       _solidArchive(solidArchive),
       _persists(persists) {}
 
@@ -227,8 +226,9 @@ void RarEntryReader::decode(const RarFileBlock& file, InputStream& data, OutputS
     if (file.isSolid()) decodePassedOver();
     if (_chainBroken) kUnit.raise<ArchivingException>(kBuildsOnMissingText);
     try {
-        _decompressor.decompress(data, file.packedSize(), out, file.unpackedSize(), file.unp_ver,
-                                 file.isSolid() ? static_cast<int>(RarFileBlock::kSolid) : 0);
+        if (!_decompressor) _decompressor.emplace(_decompression);
+        _decompressor->decompress(data, file.packedSize(), out, file.unpackedSize(), file.unp_ver,
+                                  file.isSolid() ? static_cast<int>(RarFileBlock::kSolid) : 0);
     } catch (CompressionException& e) {
         report(file);
         kUnit.raise<ArchivingException>(e.getMessage());
@@ -253,7 +253,7 @@ void RarEntryReader::decodePassedOver() {
 }
 
 void RarEntryReader::report(const RarFileBlock& file) {
-    const RarOutcome& outcome = _decompressor.outcome();
+    const RarOutcome& outcome = _decompressor->outcome();
     outcome.troubles.forEach([&](RarTrouble trouble, const char* what) {
         kDiag.at().err("Rar entry <%s>: %s.", nameOf(file).c_str(), what);
         tell(trouble == RarTrouble::filterNotRun ? ArchiveTrouble::damaged : ArchiveTrouble::spent, &file, what);

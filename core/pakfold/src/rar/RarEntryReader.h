@@ -81,7 +81,7 @@ private:
     BufferBase* _source;
     ArchiveEntryProcessor& _entries;
     DecompressProcessor* _decompression;
-    RarDecompressor _decompressor;
+    std::optional<RarDecompressor> _decompressor;  // Once one is needed.
     bool _solidArchive;
     bool _persists;
     bool _decoded = false;                  // The entry at hand, to its end.

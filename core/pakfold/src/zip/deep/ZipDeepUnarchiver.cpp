@@ -26,9 +26,10 @@ constexpr std::size_t kMostClaimsOfOne = 256;
 
 }  // namespace
 
-ZipDeepUnarchiver::ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries)
+ZipDeepUnarchiver::ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered)
     : _buffer(*buffer),
       _entries(entries),
+      _covered(covered),
       _bytes(*buffer),
       _headers(_bytes),
       _directories(_bytes),
@@ -44,7 +45,7 @@ void ZipDeepUnarchiver::start() {
     _beginsAsArchive = _bytes.signatureAt(begin) == ZipConstants::LOCSIG;
     _isSplit = _beginsAsArchive && first == ZipConstants::EXTSIG;
     if (_beginsAsArchive) _chainEnd = begin;
-    _endRecord = _directories.readFromEnd();
+    _endRecord = _directories.readFromEnd(_covered);
     if (!_endRecord) _endRecord = _directories.lastEnd();
     walk();
     tellOfRest();
@@ -60,8 +61,10 @@ void ZipDeepUnarchiver::walk() {
         const bool isLast = next == claims.end();
         const std::int64_t end = isLast ? _bytes.size() : std::min<std::int64_t>(next->headerStart, _bytes.size());
         if (const auto mark = nextZipMark(_bytes, position, end)) {
+            position = _covered.endAt(mark->position);
+            if (position != mark->position) continue;
             position = std::max(mark->position + 1, meet(*mark));
-            forgetEndWithin(mark->position, position);
+            cover(mark->position, position);
             continue;
         }
         if (isLast) return;
@@ -69,13 +72,14 @@ void ZipDeepUnarchiver::walk() {
         const auto isElsewhere = [header](const ZipClaim& claim) { return claim.headerStart != header; };
         const auto behind = std::find_if(next, claims.end(), isElsewhere);
         position = std::max({position, end + 1, takeLed({next, behind})});
-        forgetEndWithin(end, position);
+        cover(end, position);
         next = behind;
     }
 }
 
-// An end record in a member ends an archive in that.
-void ZipDeepUnarchiver::forgetEndWithin(std::int64_t start, std::int64_t end) {
+// An end record in a member ends an archive in that, and so it is with what begins other archives.
+void ZipDeepUnarchiver::cover(std::int64_t start, std::int64_t end) {
+    if (end > start + 1) _covered.add(start, end);
     if (_endRecord && *_endRecord > start && *_endRecord < end) _endRecord.reset();
 }
 

@@ -13,9 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "ContentBytes.h"
+#include "CoveredRanges.h"
 #include "unarchiver/Pakfold.h"
 #include "zip/ZipDescriptor.h"
-#include "zip/deep/ZipBytes.h"
 #include "zip/deep/ZipClaim.h"
 #include "zip/deep/ZipDirectoryView.h"
 #include "zip/deep/ZipHeaderView.h"
@@ -26,7 +27,7 @@
 namespace ZOV_SPACE {
 
 // Walks one buffer, in the order of the local headers; members that only a directory in the middle knows come when the
-// walk meets its end record. The buffer and the processor are borrowed.
+// walk meets its end record. All that is given is borrowed.
 //
 // - Bytes of a member that could be decoded are the member's business: an archive in them is met when the member itself
 //   is scanned.
@@ -41,14 +42,15 @@ class ZipDeepUnarchiver : public Unarchiver {
 public:
     static constexpr std::size_t kMostReadings = std::size_t{1} << 20;
 
-    ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries);
+    // What other archives of the content cover is passed over, and what members cover is added.
+    ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered);
     ~ZipDeepUnarchiver() override;
 
     void start() override;
 
 private:
     void walk();
-    void forgetEndWithin(std::int64_t start, std::int64_t end);
+    void cover(std::int64_t start, std::int64_t end);
     std::int64_t meet(const ZipMark& mark);
     std::int64_t takeLed(std::span<ZipClaim> claims);
     std::int64_t takeLate();
@@ -71,7 +73,8 @@ private:
 
     BufferBase& _buffer;
     ArchiveEntryProcessor& _entries;
-    ZipBytes _bytes;
+    CoveredRanges& _covered;
+    ContentBytes _bytes;
     ZipHeaderView _headers;
     ZipDirectoryView _directories;
     ZipReader _reader;

@@ -27,12 +27,13 @@ bool isSame(const ZipClaim& a, const ZipClaim& b) { return a.headerStart == b.he
 
 }  // namespace
 
-std::optional<std::int64_t> ZipDirectoryView::readFromEnd() {
+std::optional<std::int64_t> ZipDirectoryView::readFromEnd(const CoveredRanges& elsewhere) {
     const std::int64_t start = std::max<std::int64_t>(_bytes.size() - kLongestComment - ZipConstants::ENDHDR, 0);
     std::vector<std::int64_t> ends;
     for (auto mark = nextZipMark(_bytes, start, _bytes.size()); mark;
          mark = nextZipMark(_bytes, mark->position + 1, _bytes.size())) {
-        if (mark->signature == ZipConstants::ENDSIG) ends.push_back(mark->position);
+        const bool isEnd = mark->signature == ZipConstants::ENDSIG && !elsewhere.has(mark->position);
+        if (isEnd) ends.push_back(mark->position);
     }
     std::optional<std::int64_t> empty;
     for (auto end = ends.rbegin(); end != ends.rend(); ++end) {

@@ -13,7 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "zip/deep/ZipBytes.h"
+#include "ContentBytes.h"
+#include "CoveredRanges.h"
 #include "zip/deep/ZipClaim.h"
 
 namespace ZOV_SPACE {
@@ -22,11 +23,11 @@ class ZipDirectoryView {
 public:
     static constexpr std::size_t kMostClaims = std::size_t{1} << 20;
 
-    explicit ZipDirectoryView(ZipBytes& bytes) : _bytes(bytes) {}
+    explicit ZipDirectoryView(ContentBytes& bytes) : _bytes(bytes) {}
 
     // Reads from the last end record that leads to a directory. Its position, or that of the last one of an archive
-    // without members, or nothing when the buffer does not end with an archive.
-    std::optional<std::int64_t> readFromEnd();
+    // without members, or nothing when the buffer does not end with an archive. Records elsewhere are passed over.
+    std::optional<std::int64_t> readFromEnd(const CoveredRanges& elsewhere = {});
     // From the end record at a position. False when there is none, or it leads nowhere.
     bool readFrom(std::int64_t endRecord);
 
@@ -59,7 +60,7 @@ private:
     void claim(const Record& record, std::int64_t shift);
     bool isOfHeader(const ZipClaim& record, std::int64_t header);
 
-    ZipBytes& _bytes;
+    ContentBytes& _bytes;
     std::vector<ZipClaim> _claims;
     // The directories that were read, by where they begin and their shift: how many records they have.
     std::map<std::pair<std::int64_t, std::int64_t>, std::uint64_t> _read;

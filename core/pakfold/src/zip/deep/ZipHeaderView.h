@@ -6,14 +6,14 @@
 #include <optional>
 #include <string>
 
-#include "zip/deep/ZipBytes.h"
+#include "ContentBytes.h"
 #include "zip/deep/ZipClaim.h"
 
 namespace ZOV_SPACE {
 
 class ZipHeaderView {
 public:
-    explicit ZipHeaderView(ZipBytes& bytes) : _bytes(bytes) {}
+    explicit ZipHeaderView(ContentBytes& bytes) : _bytes(bytes) {}
 
     // Nothing when none begins there, or when the buffer ends inside of it.
     std::optional<ZipClaim> read(std::int64_t position);
@@ -26,7 +26,7 @@ private:
     bool isNamePlausible(const ZipClaim& header);
     bool isExtraPlausible(const ZipClaim& header);
 
-    ZipBytes& _bytes;
+    ContentBytes& _bytes;
 };
 
 }  // namespace ZOV_SPACE

@@ -165,7 +165,7 @@ private:
     bool isCut() const { return _reading.end() > _bytes.size(); }
     void tell(ArchiveTrouble what, const std::string& text) const { _entries.trouble(what, &_entry.name, text); }
 
-    ZipBytes& _bytes;
+    ContentBytes& _bytes;
     ArchiveEntryProcessor& _entries;
     const ZipClaim& _claim;
     const ZipReading& _reading;

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "ContentBytes.h"
 #include "zip/ZipDataExtent.h"
-#include "zip/deep/ZipBytes.h"
 #include "zip/deep/ZipClaim.h"
 
 namespace ZOV_SPACE {
@@ -46,7 +46,7 @@ struct ZipOutcome {
 class ZipReader {
 public:
     // Both are borrowed.
-    ZipReader(ZipBytes& bytes, ArchiveEntryProcessor& entries) : _bytes(bytes), _entries(entries) {}
+    ZipReader(ContentBytes& bytes, ArchiveEntryProcessor& entries) : _bytes(bytes), _entries(entries) {}
 
     // The only reading of a member: tells what is wrong with it. A failure is left to the caller. `measured`: how far
     // the data reaches, where the claim does not say it; else null. Throws ArchivingException "Archiving aborted",
@@ -59,7 +59,7 @@ public:
 private:
     class Offer;
 
-    ZipBytes& _bytes;
+    ContentBytes& _bytes;
     ArchiveEntryProcessor& _entries;
 };
 

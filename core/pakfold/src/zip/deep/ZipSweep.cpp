@@ -73,7 +73,7 @@ std::size_t findMark(std::span<const char> bytes) {
 
 }  // namespace
 
-std::optional<ZipMark> nextZipMark(ZipBytes& bytes, std::int64_t from, std::int64_t to) {
+std::optional<ZipMark> nextZipMark(ContentBytes& bytes, std::int64_t from, std::int64_t to) {
     while (from < to) {
         const std::int64_t wanted = std::min(kPiece, to - from);
         // Pieces overlap, so that a mark that begins in one is seen whole.

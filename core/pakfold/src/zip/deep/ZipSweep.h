@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "zip/deep/ZipBytes.h"
+#include "ContentBytes.h"
 
 namespace ZOV_SPACE {
 
@@ -15,7 +15,7 @@ struct ZipMark {
 };
 
 // The first mark that begins in [from, to). Tells the scan's watch of the work.
-std::optional<ZipMark> nextZipMark(ZipBytes& bytes, std::int64_t from, std::int64_t to);
+std::optional<ZipMark> nextZipMark(ContentBytes& bytes, std::int64_t from, std::int64_t to);
 
 }  // namespace ZOV_SPACE
 

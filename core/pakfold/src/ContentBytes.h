@@ -1,7 +1,7 @@
-// ZipBytes: what stands at any position of a buffer, in place where the buffer keeps it in memory, else through a
+// ContentBytes: what stands at any position of a buffer, in place where the buffer keeps it in memory, else through a
 // window of its own. Borrows the buffer; throws what that throws. Used by one thread at a time.
-#ifndef PAKFOLD_ZIP_DEEP_ZIPBYTES_H
-#define PAKFOLD_ZIP_DEEP_ZIPBYTES_H
+#ifndef PAKFOLD_CONTENTBYTES_H
+#define PAKFOLD_CONTENTBYTES_H
 
 #include <cstddef>
 #include <cstdint>
@@ -12,9 +12,9 @@
 
 namespace ZOV_SPACE {
 
-class ZipBytes {
+class ContentBytes {
 public:
-    explicit ZipBytes(BufferBase& buffer) : _buffer(buffer), _size(buffer.getSize()) {}
+    explicit ContentBytes(BufferBase& buffer) : _buffer(buffer), _size(buffer.getSize()) {}
 
     BufferBase& buffer() { return _buffer; }
     std::int64_t size() const { return _size; }
@@ -32,4 +32,4 @@ private:
 
 }  // namespace ZOV_SPACE
 
-#endif  // PAKFOLD_ZIP_DEEP_ZIPBYTES_H
+#endif  // PAKFOLD_CONTENTBYTES_H

@@ -1,4 +1,4 @@
-#include "zip/deep/ZipBytes.h"
+#include "ContentBytes.h"
 
 #include <algorithm>
 
@@ -11,7 +11,7 @@ constexpr std::size_t kWindow = 4096;  // Bytes at least; records are small, and
 
 }  // namespace
 
-std::span<const char> ZipBytes::at(std::int64_t position, std::size_t count) {
+std::span<const char> ContentBytes::at(std::int64_t position, std::size_t count) {
     if (position < 0 || position >= _size) return {};
     count = static_cast<std::size_t>(std::min<std::int64_t>(static_cast<std::int64_t>(count), _size - position));
     const std::span<const char> inPlace = _buffer.view(static_cast<long>(position));
@@ -30,7 +30,7 @@ std::span<const char> ZipBytes::at(std::int64_t position, std::size_t count) {
     return held.first(std::min(held.size(), count));
 }
 
-std::uint32_t ZipBytes::signatureAt(std::int64_t position) {
+std::uint32_t ContentBytes::signatureAt(std::int64_t position) {
     const std::span<const char> bytes = at(position, sizeof(std::uint32_t));
     return bytes.size() < sizeof(std::uint32_t) ? 0 : loadU32(bytes.data());
 }
