@@ -77,9 +77,10 @@ std::optional<std::int64_t> RarHeaders::nextEntry(std::int64_t from, std::int64_
     while (from < to) {
         const std::int64_t wanted = std::min(kPiece - from % kPiece, to - from);
         const std::span<const char> piece = _bytes.at(from, static_cast<std::size_t>(wanted) + kFixedBytes - 1);
+        if (piece.size() < static_cast<std::size_t>(wanted)) break;
         const std::size_t found = findPlausible(piece);
         from += std::min(static_cast<std::int64_t>(found), wanted);
-        if (static_cast<std::int64_t>(found) >= wanted || found >= piece.size()) {
+        if (static_cast<std::int64_t>(found) >= wanted) {
             ScanBudget::worked(0);
             continue;
         }

@@ -32,12 +32,13 @@ std::size_t findMark(std::string_view bytes) {
 }  // namespace
 
 std::optional<RarMark> nextRarMark(ContentBytes& bytes, std::int64_t from, std::int64_t to) {
+    to = std::min(to, bytes.size());
     while (from < to) {
         // Pieces end at the same places wherever the search begins, so that what was read serves the next one, too; and
         // they overlap, so that a mark that begins in one is seen whole.
         const std::int64_t wanted = std::min(kPiece - from % kPiece, to - from);
         const std::span<const char> piece = bytes.at(from, static_cast<std::size_t>(wanted + RarMark::kBytesOf5) - 1);
-        if (piece.empty()) break;
+        if (piece.size() < static_cast<std::size_t>(wanted)) break;
         const std::size_t found = findMark({piece.data(), piece.size()});
         if (found < static_cast<std::size_t>(wanted)) {
             return RarMark{from + static_cast<std::int64_t>(found), piece[found + kCommon.size()] != 0};
