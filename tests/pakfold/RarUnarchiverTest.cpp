@@ -12,6 +12,7 @@
 #include "support/GoldenRows.h"
 #include "support/RarBuilder.h"
 #include "support/RarEncoder.h"
+#include "support/RarRecipe.h"
 #include "support/StopAfter.h"
 #include "support/StringBuffer.h"
 #include "support/Thrown.h"
@@ -47,40 +48,6 @@ std::string around(const std::string& blocks) {
 std::string changed(std::string bytes, std::size_t at, unsigned char mask) {
     bytes[at] = static_cast<char>(static_cast<unsigned char>(bytes[at]) ^ mask);
     return bytes;
-}
-
-// `depth` blocks, each within the one before it. The block around them needs the flag that announces them.
-std::string nestedArchives(unsigned depth) {
-    std::string inner = B::block(0x75, 0, "text");
-    for (unsigned i = 1; i < depth; ++i) inner = B::archive(RarBlock::kHasNested, inner);
-    return inner;
-}
-
-// A block that words like "key=value" tell of: one with a type as it is, otherwise that of a file that holds "hello".
-std::string blockOf(const std::string& text) {
-    GoldenValues values = valuesIn(text);
-    const auto number = [&](const char* key) { return numberIn(values, key); };
-    const unsigned flags = number("flags").value_or(0);
-    const std::string extra = values["extra"] + (values.contains("nested") ? nestedArchives(*number("nested")) : "");
-    if (const auto type = number("type")) {
-        return B::block(*type, flags, extra, values["data"], number("size"), number("crc").value_or(0));
-    }
-    RarFile file;
-    file.name = values.contains("name") ? values["name"] : "a", file.data = "hello", file.flags = flags;
-    file.method = number("method").value_or(file.method), file.unpVer = 15;
-    file.salt = values["salt"], file.extendedTime = values["times"], file.extra = extra;
-    file.packedHigh = number("packedHigh").value_or(0), file.unpackedHigh = number("unpackedHigh").value_or(0);
-    file.packedSize = number("packed"), file.unpackedSize = number("unpacked");
-    file.nameSize = number("nameSize"), file.headerSize = number("size");
-    file.hasDataFlag = !values.contains("noDataFlag"), file.extraInCrc = !values.contains("crcWithoutExtra");
-    file.broken = values.contains("broken");
-    if (values.contains("text")) {  // Packed, by a method of 20, unless the row says otherwise.
-        const std::string content = values["text"];
-        file.data = RarEncoder::literals(20, content), file.method = 0x33, file.unpVer = number("version").value_or(20);
-        file.unpackedSize = number("unpacked").value_or(static_cast<std::uint32_t>(content.size()));
-    }
-    if (values.contains("data")) file.data = values["data"];
-    return B::file(file);
 }
 
 TEST(RarUnarchiver, findsItsMarkerAndItsArchiveHeader) {

@@ -110,10 +110,11 @@ std::int64_t RarDeepUnarchiver::takeEntry(RarEntryReader& entries, RarHeader& he
     const std::int64_t end = header.end(_bytes.size());
     auto file = std::unique_ptr<RarFileBlock>(static_cast<RarFileBlock*>(header.block.release()));
     const bool isStored = file->isStored();
+    const bool isCut = entries.isCut(header.dataStart, file->packedSize());
     BufferBaseInputStream source(&_bytes.buffer(), static_cast<long>(header.dataStart));
     PositionInputStream in(&source, header.dataStart);
-    const bool isHad = entries.take(std::move(file), in) || isStored;
-    if (header.isSound && isHad) {
+    const bool isHad = entries.take(std::move(file), in) && !isCut;
+    if (header.isSound && (isHad || isStored)) {
         _covered.add(header.start, end);
         _doubtful = end;
     } else {
