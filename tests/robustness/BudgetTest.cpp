@@ -227,6 +227,30 @@ std::string plausibleMark(int method) {
     return ZipBuilder({{"c", "", method, kNoDescriptor, 0, {}, "", 100'000U, 100'000U}}).entries();
 }
 
+// Behind the header of a RAR archive.
+std::string falseBlocks(int n, const std::string& block) {
+    return RarBuilder::marker() + RarBuilder::archive() + falseMarks(n, block);
+}
+
+// An entry's header whose check-sum is wrong, and which reaches as far as one can.
+std::string brokenEntry() {
+    RarFile entry;
+    entry.name = "b", entry.headerSize = 0xFFFF, entry.broken = true;
+    return RarBuilder::file(entry);
+}
+
+// Entries that each reach over all that follow, and that cannot be decoded.
+std::string overlappingEntries(int n) {
+    RarFile entry;
+    entry.name = "o", entry.method = 0x33, entry.unpVer = 29, entry.unpackedSize = 1 << 20;
+    std::string all;
+    for (int behind = 10'000 * n; behind > 0; --behind) {
+        entry.packedSize = static_cast<std::uint32_t>(33 * behind);
+        all += RarBuilder::file(entry);
+    }
+    return rarOf(all);
+}
+
 std::string records(int n, std::string (*make)(std::string_view content, const std::string& name)) {
     std::string all;
     for (int i = 0; i < 20'000 * n; ++i) all += make("start" + std::to_string(i), "Name");
@@ -265,6 +289,10 @@ const Row kRows[] = {
     {"marksOfEnds", [](int n) { return falseMarks(4 * n, "PK\5\6"); }, 64, nullptr, true},
     {"plausibleStoredMarks", [](int n) { return falseMarks(n, plausibleMark(0)); }, 64, nullptr, true},
     {"plausibleDeflatedMarks", [](int n) { return falseMarks(n, plausibleMark(8)); }, 64, nullptr, true},
+    {"rarMarksAlone", [](int n) { return falseBlocks(4 * n, RarBuilder::marker()); }, 64, nullptr, true},
+    {"emptyRarArchives", [](int n) { return falseBlocks(n, falseBlocks(0, "")); }, 64, nullptr, true},
+    {"brokenRarEntries", [](int n) { return falseBlocks(n, brokenEntry()); }, 64, nullptr, true},
+    {"overlappingRarEntries", overlappingEntries, 96, nullptr, true},
     {"digests", [](int n) { return records(n, md5Record); }, 64, ".hdb"},
     {"checkSums", [](int n) { return records(n, startRecord); }, 64, ".chk"},
     {"emptyDigestLines", lineFeeds, 64, ".hdb"},

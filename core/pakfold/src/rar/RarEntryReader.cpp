@@ -144,11 +144,10 @@ void RarEntryReader::offer(const RarFileBlock& file, BoundedInputStream& data) {
     int action = kActionSkip;
     const std::unique_ptr<OutputStream> out = _entries.processEntry(&info, action);
     if (action == kActionAbort) kUnit.raise<ArchivingException>("Archiving aborted");
-    bool isDone = true;
     if (file.hasReadableData()) {
-        isDone = attempt(file, [&] { untilSinkIsFull([&] { transfer(file, data, action, out.get()); }); });
+        attempt(file, [&] { untilSinkIsFull([&] { transfer(file, data, action, out.get()); }); });
     }
-    if (!out || !isDone) return;
+    if (!out) return;
     untilSinkIsFull([&] {
         out->flush();
         out->close();
@@ -156,9 +155,9 @@ void RarEntryReader::offer(const RarFileBlock& file, BoundedInputStream& data) {
     });
 }
 
-// Does something with an entry's data. False when that failed, the processor was told so, and the walk goes on.
+// Does something with an entry's data. Where that fails and the walk goes on, the processor is told.
 template <class Call>
-bool RarEntryReader::attempt(const RarFileBlock& file, Call call) {
+void RarEntryReader::attempt(const RarFileBlock& file, Call call) {
     const auto passOver = [&](const std::string& text) {
         _failed = true;
         if (!_isCut) tell(ArchiveTrouble::damaged, &file, text);
@@ -166,7 +165,6 @@ bool RarEntryReader::attempt(const RarFileBlock& file, Call call) {
     };
     try {
         call();
-        return true;
     } catch (const OutOfBudgetException&) {
         throw;
     } catch (ArchivingException& failure) {
@@ -176,7 +174,6 @@ bool RarEntryReader::attempt(const RarFileBlock& file, Call call) {
         if (!_persists) throw;
         passOver(failure.getMessage());
     }
-    return false;
 }
 
 void RarEntryReader::transfer(const RarFileBlock& file, BoundedInputStream& data, int action, OutputStream* out) {

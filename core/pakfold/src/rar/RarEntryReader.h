@@ -70,7 +70,7 @@ private:
     void decode(const RarFileBlock& file, InputStream& data, OutputStream& out);
     void decodePassedOver();
     template <class Call>
-    bool attempt(const RarFileBlock& file, Call call);
+    void attempt(const RarFileBlock& file, Call call);
     void report(const RarFileBlock& file);
     void tellMissing(const RarFileBlock& file, std::int64_t missingBytes);
 

@@ -142,11 +142,12 @@ void RarDeepUnarchiver::tellOfGap(const RarHeader& header) const {
 
 // Moves to the next sound entry. False when there is none before another archive, to which it moves then, or the end.
 bool RarDeepUnarchiver::sweep(std::int64_t& position) {
-    constexpr std::int64_t kPiece = 65536;
+    constexpr std::int64_t kFirstPiece = 256, kLargestPiece = 65536;  // What is found is likely to be near.
     const std::int64_t size = _bytes.size();
-    std::int64_t end = 0;
+    std::int64_t end = 0, piece = kFirstPiece;
     for (position = _covered.endAt(_doubtful); position < size; position = _covered.endAt(end)) {
-        end = std::min({position + kPiece, _covered.nextBehind(position), size});
+        end = std::min({position + piece, _covered.nextBehind(position), size});
+        piece = std::min(2 * piece, kLargestPiece);
         const auto archive = _headers.nextArchive(position, end);
         const auto entry = _headers.nextEntry(position, archive ? archive->position : end);
         if (entry || archive) {
