@@ -5,6 +5,8 @@
 #include "HostListener.h"
 #include "Input.h"
 #include "rar/RarUnarchiver.h"
+#include "rar/deep/RarDeepUnarchiver.h"
+#include "rar/deep/RarWithin.h"
 #include "unarchiver/ScanBudget.h"
 #include "utils/Crc.h"
 #include "zip/ZipUnarchiver.h"
@@ -14,6 +16,14 @@
 using namespace ZOV_SPACE;
 
 static Iso3309Crc outcomes;
+
+static void walkRarDeep(std::string_view input) {
+    InputBuffer buffer(input);
+    NotedEntries entries;
+    CoveredRanges covered;
+    note(std::to_string(findRarWithin(buffer).value_or(-1)));
+    noteRefusal([&] { RarDeepUnarchiver(&buffer, entries, covered).start(); });
+}
 
 // Of any content, as one that is looked into.
 static void walkZipDeep(std::string_view input) {
@@ -30,7 +40,7 @@ Target* findTarget(std::string_view name) {
         {"pe", compareCheckSums},    {"ppm", unpackPpm},          {"rar", walk<RarUnarchiver>},
         {"rar20", unpackRar20},      {"rar29", unpackRar29},      {"scan_buffer", scanBuffer},
         {"scan_file", scanWhole},    {"vm", runVmProgram},        {"zip", walk<ZipUnarchiver>},
-        {"zip_deep", walkZipDeep},
+        {"rar_deep", walkRarDeep},   {"zip_deep", walkZipDeep},
 #ifdef VOLE_FUZZ_HTTP_BODY
         {"http_body", readHttpBody},
 #endif
