@@ -13,6 +13,8 @@
 #include <string_view>
 
 #include "ByteOrder.h"
+#include "ContentBytes.h"
+#include "ProgramEnd.h"
 #include "utils/Crc.h"
 
 namespace ZOV_SPACE {
@@ -55,6 +57,7 @@ public:
         const int count = _content.read(position, space.data(), static_cast<int>(space.size()));
         return space.first(static_cast<std::size_t>(std::max(count, 0)));
     }
+    BufferBase& content() const { return _content; }
     std::span<const char> head() const { return _bytes; }
     std::span<const char> from(long position) const { return _content.view(position); }
     long contentSize() const { return _content.getSize(); }
@@ -269,19 +272,9 @@ bool isZipBehindOthers(const Head& head) {
 
 // A program of Windows that unpacks itself: the archive begins where the last section ends.
 bool isRarBehindProgram(const Head& head) {
-    constexpr unsigned kMostSections = 96;
-    constexpr std::int64_t kSectionBytes = 40;
-    const std::int64_t size = head.contentSize(), pe = head.u32(60);
-    if (pe > size - kSectionBytes || !head.has(static_cast<long>(pe), "PE\0\0"sv)) return false;
-    const std::int64_t sections = pe + 24 + head.u16(static_cast<long>(pe) + 20);
-    const unsigned count = std::min(head.u16(static_cast<long>(pe) + 6), kMostSections);
-    if (sections > size - kSectionBytes * count) return false;
-    std::int64_t end = 0;
-    for (unsigned i = 0; i < count; ++i) {
-        const auto section = static_cast<long>(sections + i * kSectionBytes);
-        end = std::max(end, std::int64_t{head.u32(section + 16)} + head.u32(section + 20));
-    }
-    return end < size && head.has(static_cast<long>(end), "Rar!\x1A\7");
+    ContentBytes bytes(head.content());
+    const std::int64_t end = endOfProgram(bytes).value_or(0);
+    return end > 0 && end < bytes.size() && head.has(static_cast<long>(end), "Rar!\x1A\7");
 }
 
 struct Format {
