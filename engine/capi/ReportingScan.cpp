@@ -202,6 +202,12 @@ void ReportingScan::onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferB
     unseen(Unseen::unsupported, sharedName(content), text.c_str());
 }
 
+// What is inside of another archive has no other volumes beside it.
+std::unique_ptr<ZOV_SPACE::BufferBase> ReportingScan::volume(const _st_ArchEntry& archive, int number) {
+    checkpoint();
+    return _volumes && archive.level == 0 ? _volumes->open(number) : nullptr;
+}
+
 void ReportingScan::onWork(std::int64_t bytes) {
     _bytesDone += static_cast<std::uint64_t>(bytes);
     if (_terms.onEvent && _bytesDone - _bytesTold >= kProgressStep) {

@@ -9,10 +9,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Result.h"
 #include "ScanFace.h"
 #include "Signatures.h"
+#include "VolumeFiles.h"
 #include "unarchiver/ScanBudget.h"
 #include "vole.h"
 
@@ -37,6 +39,8 @@ public:
     void refuse(Unseen what, const char* text);
     // For whoever gets the content ready: time limit and cancelling hold there, too. Throws ScanStoppedException.
     void checkpoint() { onWork(0); }
+    // Where other volumes of the content may lie.
+    void lookBeside(VolumeFiles volumes) { _volumes = std::move(volumes); }
     // The outcome, and the time. Last of all.
     void conclude();
 
@@ -56,6 +60,7 @@ private:
     bool persists() const override { return true; }
     bool comparesCheckSums() const override { return true; }
     bool readsDeep() const override { return !(_terms.flags & VOLE_SCAN_SHALLOW); }
+    std::unique_ptr<ZOV_SPACE::BufferBase> volume(const _st_ArchEntry& archive, int number) override;
     void onWork(std::int64_t bytes) override;
 
     void countMember(const _st_ArchEntry& archive);
@@ -70,6 +75,7 @@ private:
     vole_result& _result;
     const Clock::time_point _start = Clock::now();
     const std::shared_ptr<const ContentName> _root = std::make_shared<const ContentName>("");
+    std::optional<VolumeFiles> _volumes;
     std::uint64_t _bytesDone = 0;
     std::uint64_t _bytesTold = 0;  // Of those, by progress events.
     bool _found = false;

@@ -150,8 +150,11 @@ const vole_result* vole_scanner_result(const vole_scanner* scanner) {
 }
 
 vole_error vole_scan_path(vole_scanner* scanner, const char* path, vole_outcome* outcome) {
-    return scan(scanner, outcome, path != nullptr,
-                [&](ReportingScan& of) { return contentOfPath(path, scanner->terms.limits.max_content, of); });
+    return scan(scanner, outcome, path != nullptr, [&](ReportingScan& of) {
+        const std::uint64_t most = scanner->terms.limits.max_content;
+        of.lookBeside(VolumeFiles(path, most));
+        return contentOfPath(path, most, of);
+    });
 }
 
 vole_error vole_scan_fd(vole_scanner* scanner, int fd, vole_outcome* outcome) {

@@ -30,6 +30,7 @@ public:
     void endEntry(const ZOV_SPACE::ArchiveEntryInfo& entry, ZOV_SPACE::OutputStream& out) override;
     void trouble(ZOV_SPACE::ArchiveTrouble what, const std::string* member, const std::string& text) override;
     bool persists() const override { return _face.persists(); }
+    std::unique_ptr<ZOV_SPACE::BufferBase> volume(int number) override { return _face.volume(_archive, number); }
 
 private:
     std::unique_ptr<ZOV_SPACE::SmartBufferBase> storageFor(long announced);

@@ -10,3 +10,4 @@ void ScanFace::onNoArchive(const _st_ArchEntry&, ZOV_SPACE::BufferBase&, const Z
 bool ScanFace::persists() const { return false; }
 bool ScanFace::comparesCheckSums() const { return false; }
 bool ScanFace::readsDeep() const { return false; }
+std::unique_ptr<ZOV_SPACE::BufferBase> ScanFace::volume(const _st_ArchEntry&, int) { return nullptr; }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -93,6 +94,8 @@ public:
     virtual bool comparesCheckSums() const;
     // Whether members are looked for wherever a reader of any kind might find them, instead of by one walk alone.
     virtual bool readsDeep() const;
+    // Another volume of an archive; see ArchiveEntryProcessor::volume().
+    virtual std::unique_ptr<ZOV_SPACE::BufferBase> volume(const _st_ArchEntry& archive, int number);
 };
 
 #endif  // ENGINE_SCAN_SCANFACE_H

@@ -38,6 +38,7 @@ void ArchiveEntryProcessor::releaseSession() {}
 void ArchiveEntryProcessor::endEntry(const ArchiveEntryInfo&, OutputStream&) {}
 void ArchiveEntryProcessor::trouble(ArchiveTrouble, const std::string*, const std::string&) {}
 bool ArchiveEntryProcessor::persists() const { return false; }
+std::unique_ptr<BufferBase> ArchiveEntryProcessor::volume(int) { return nullptr; }
 
 ArchiveProcessor::~ArchiveProcessor() = default;
 bool ArchiveProcessor::process(const ArchiveEntryInfo*) { return true; }

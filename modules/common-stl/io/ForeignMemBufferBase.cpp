@@ -10,8 +10,6 @@ namespace {
 
 constexpr ThrowUnit kUnit{"io/ForeignMemBufferBase"};
 
-[[noreturn]] void refuse() { kUnit.raise<IOException>("Read-only BufferBase"); }
-
 }  // namespace
 
 ForeignMemBufferBase::~ForeignMemBufferBase() = default;
@@ -36,14 +34,5 @@ int ForeignMemBufferBase::read(long pos, char* buf, int n) {
     return static_cast<int>(count);
 }
 
-int ForeignMemBufferBase::write(long, char) { refuse(); }
-int ForeignMemBufferBase::write(long, const char*, int) { refuse(); }
-int ForeignMemBufferBase::insert(long, char) { refuse(); }
-int ForeignMemBufferBase::insert(long, const char*, int) { refuse(); }
-int ForeignMemBufferBase::cut(long) { refuse(); }
-int ForeignMemBufferBase::cut(long, int) { refuse(); }
-int ForeignMemBufferBase::append(char) { refuse(); }
-int ForeignMemBufferBase::append(const char*, int) { refuse(); }
-int ForeignMemBufferBase::truncate(long) { refuse(); }
 
 }  // namespace ZOV_SPACE

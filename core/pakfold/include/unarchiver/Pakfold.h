@@ -96,6 +96,9 @@ public:
     // Whether the walk goes on as long as it can tell where another entry begins, instead of ending where its format's
     // rules say: behind encrypted and damaged entries, and any number of times. Default: false.
     virtual bool persists() const;
+    // The bytes of another volume of the archive that is walked, by its number, which is above 1; null when they are not
+    // to be had. Default: null.
+    virtual std::unique_ptr<BufferBase> volume(int number);
 };
 
 class ArchiveProcessor {

@@ -96,6 +96,7 @@ public:
 
 class RarArchiveBlock : public RarBlock {
 public:
+    static constexpr unsigned kVolume = 0x0001;
     static constexpr unsigned kEncryptedHeaders = 0x0080;  // Of all blocks behind this one.
     static constexpr unsigned kSolid = 0x0008;             // The entries build on each other, from the first one on.
 

@@ -1,5 +1,4 @@
-// ForeignMemBufferBase: bytes in somebody else's memory as a buffer, without a copy. They can be read, never changed:
-// every operation that would change them throws IOException "Read-only BufferBase".
+// ForeignMemBufferBase: bytes in somebody else's memory as a buffer, without a copy.
 //   Borrows: the bytes, which stay as they are while the buffer lives.
 //   Threads: any number; there is nothing to guard.
 #ifndef COMMON_STL_IO_FOREIGNMEMBUFFERBASE_H
@@ -7,11 +6,11 @@
 
 #include <span>
 
-#include "io/BufferBase.h"
+#include "io/ReadOnlyBufferBase.h"
 
 namespace ZOV_SPACE {
 
-class ForeignMemBufferBase : public BufferBase {
+class ForeignMemBufferBase : public ReadOnlyBufferBase {
 public:
     // REQUIRES: not more bytes than the largest long.
     explicit ForeignMemBufferBase(std::span<const char> bytes) : _bytes(bytes) {
@@ -22,16 +21,6 @@ public:
     int read(long pos) override;
     int read(long pos, char* buf, int n) override;
     std::span<const char> view(long pos) override;
-
-    int write(long pos, char c) override;
-    int write(long pos, const char* buf, int n) override;
-    int insert(long pos, char c) override;
-    int insert(long pos, const char* buf, int n) override;
-    int cut(long pos) override;
-    int cut(long pos, int n) override;
-    int append(char c) override;
-    int append(const char* buf, int n) override;
-    int truncate(long len) override;
 
 private:
     std::span<const char> _bytes;

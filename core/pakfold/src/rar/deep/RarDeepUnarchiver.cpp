@@ -19,6 +19,11 @@ constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/Rar"};
 RarDeepUnarchiver::RarDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered)
     : _entries(entries), _covered(covered), _bytes(*buffer), _headers(_bytes) {}
 
+RarDeepUnarchiver::RarDeepUnarchiver(RarVolumes* volumes, ArchiveEntryProcessor& entries, CoveredRanges& covered)
+    : RarDeepUnarchiver(static_cast<BufferBase*>(volumes), entries, covered) {
+    _joins = false;
+}
+
 RarDeepUnarchiver::~RarDeepUnarchiver() = default;
 
 void RarDeepUnarchiver::start() {
@@ -66,11 +71,22 @@ std::int64_t RarDeepUnarchiver::meet(const RarMark& mark) {
             tell(ArchiveTrouble::encrypted, rarTexts::kEncryptedHeaders);
             return position;
         }
+        if ((archive.h_flags & RarArchiveBlock::kVolume) && walkVolumes(mark)) return _bytes.size();
     } else {
         tell(ArchiveTrouble::damaged, "the archive's header is damaged");
     }
     RarEntryReader entries(&_bytes.buffer(), _entries, nullptr, isSolid, true);
     return walkBlocks(entries, position);
+}
+
+// Whether the content is the first volume of several that are all there, and were walked.
+bool RarDeepUnarchiver::walkVolumes(const RarMark& mark) {
+    const auto whole = _joins ? RarVolumes::join(_bytes.buffer(), mark, _entries) : nullptr;
+    if (!whole) return false;
+    CoveredRanges covered;
+    RarDeepUnarchiver(whole.get(), _entries, covered).walk();
+    _covered.add(mark.position, _bytes.size());
+    return true;
 }
 
 // Once; of contents that begin so, those who recognise contents tell.

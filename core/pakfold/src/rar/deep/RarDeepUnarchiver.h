@@ -9,6 +9,7 @@
 #include "CoveredRanges.h"
 #include "rar/RarEntryReader.h"
 #include "rar/deep/RarHeaders.h"
+#include "rar/deep/RarVolumes.h"
 #include "unarchiver/Pakfold.h"
 
 namespace ZOV_SPACE {
@@ -25,6 +26,8 @@ class RarDeepUnarchiver : public Unarchiver {
 public:
     // All that is given is borrowed. What members cover is added.
     RarDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered);
+    // What volumes were joined to.
+    RarDeepUnarchiver(RarVolumes* volumes, ArchiveEntryProcessor& entries, CoveredRanges& covered);
     ~RarDeepUnarchiver() override;
 
     void start() override;
@@ -33,6 +36,7 @@ private:
     void walk();
     std::optional<RarMark> nextMark(std::int64_t position);
     std::int64_t meet(const RarMark& mark);
+    bool walkVolumes(const RarMark& mark);
     void tellOfRar5(const RarMark& mark);
     std::int64_t walkBlocks(RarEntryReader& entries, std::int64_t position);
     bool follows(const RarHeader& header) const;
@@ -50,6 +54,7 @@ private:
     // data begins.
     std::int64_t _doubtful = 0;
     bool _isRar5Told = false;
+    bool _joins = true;
 };
 
 }  // namespace ZOV_SPACE
