@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "rar/RarBlock.h"
 #include "robustness/Scene.h"
 #include "support/StringBuffer.h"
 #include "support/VoleHost.h"
@@ -22,6 +23,7 @@ using scene::kNeedle;
 using scene::zipOf;
 using ZOV_SPACE::RarBuilder;
 using ZOV_SPACE::RarFile;
+using ZOV_SPACE::RarFileBlock;
 
 std::string rar(const std::vector<std::string>& blocks, unsigned flags = 0) {
     std::string bytes = RarBuilder::marker() + RarBuilder::archive(flags);
@@ -52,6 +54,13 @@ protected:
         const VoleScanner scanner = scannerOf(set, &limits);
         EXPECT_EQ(vole_scanner_set_flags(scanner.get(), flags), VOLE_OK);
         return toldOf(scanner.get(), content);
+    }
+
+    std::string scanPath(const std::string& path, const vole_limits& limits = VOLE_LIMITS_INIT, unsigned flags = 0) {
+        const VoleScanner scanner = scannerOf(set, &limits);
+        EXPECT_EQ(vole_scanner_set_flags(scanner.get(), flags), VOLE_OK);
+        EXPECT_EQ(vole_scan_path(scanner.get(), path.c_str(), nullptr), VOLE_OK);
+        return told(scanner.get());
     }
 
     TempDir patterns, files;
@@ -105,6 +114,44 @@ TEST_F(Outcomes, tellWhatIsSeenAndWhatIsNot) {
         {"a check-sum of RAR", zipOf({{"r", rar({RarBuilder::stored("c", kHay)})}}), "incomplete checksum@r/c"},
     };
     for (const auto& row : rows) EXPECT_EQ(scan(row.content), row.answer) << row.why;
+}
+
+// Names that archivers give, and what keeps others from being read.
+TEST_F(Outcomes, volumesAreReadWhereTheyLieBesideAPath) {
+    RarFile part;
+    part.name = "n", part.flags = RarFileBlock::kSplitAfter, part.data = kNeedle.substr(0, 9);
+    part.unpackedSize = static_cast<std::uint32_t>(kNeedle.size());
+    const std::string first = RarBuilder::marker() + RarBuilder::archive(1) + RarBuilder::file(part);
+    part.flags = RarFileBlock::kSplitBefore, part.data = kNeedle.substr(9), part.fileCrc = crc32Of(kNeedle);
+    const std::string second = RarBuilder::marker() + RarBuilder::archive(1) + RarBuilder::file(part);
+    const std::string joined = "found Needle=md5,raw@n", alone = "incomplete volume@n";
+    vole_limits small = VOLE_LIMITS_INIT;
+    small.max_content = second.size() - 1;
+    const struct {
+        const char *first, *second;
+        std::string answer;
+        vole_limits limits = VOLE_LIMITS_INIT;
+        unsigned flags = 0;
+    } rows[] = {
+        {"a.part1.rar", "a.part2.rar", joined},
+        {"b.PART001.RAR", "b.PART002.RAR", joined},
+        {"c.rar", "c.r00", joined},
+        {"D.RAR", "D.R00", joined},
+        {"e1.rar", "e1.r00", joined},
+        {"f.part1.rar", "f.r00", alone},
+        {"g.part2.rar", "g.part3.rar", alone},
+        {"h.cbr", "h.r00", alone},
+        {"i.rar", "i.r00", alone, small},
+        {"j.rar", "j.r00", alone, VOLE_LIMITS_INIT, VOLE_SCAN_SHALLOW},
+    };
+    for (const auto& row : rows) {
+        const std::string path = files.write(row.first, first);
+        files.write(row.second, second);
+        EXPECT_EQ(scanPath(path, row.limits, row.flags), row.answer) << path;
+    }
+    const std::string path = files.write("k.rar", first);
+    EXPECT_EQ(::symlink("c.r00", (files.path() / "k.r00").c_str()), 0);
+    EXPECT_EQ(scanPath(path), alone);
 }
 
 TEST_F(Outcomes, limitsAreToldWhereTheyAreMet) {

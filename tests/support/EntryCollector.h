@@ -9,8 +9,10 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "Raise.h"
+#include "StringBuffer.h"
 #include "unarchiver/Pakfold.h"
 
 namespace ZOV_SPACE {
@@ -33,8 +35,9 @@ public:
 
     std::deque<CollectedEntry> entries;
     int begun = 0, ended = 0, released = 0;
-    bool goesOn = false;   // What persists() answers.
-    std::string troubles;  // "what(member) " of each; of the archive, "what ".
+    bool goesOn = false;               // What persists() answers.
+    std::vector<std::string> volumes;  // The second one and those behind it.
+    std::string troubles;              // "what(member) " of each; of the archive, "what ".
 
     void beginUnarchiving() override { ++begun; }
     std::unique_ptr<OutputStream> processEntry(ArchiveEntryInfo* entry, int& answer) override {
@@ -59,6 +62,10 @@ public:
         troubles += kWords[static_cast<std::size_t>(what)] + (member ? "(" + *member + ") " : " ");
     }
     bool persists() const override { return goesOn; }
+    std::unique_ptr<BufferBase> volume(int number) override {
+        const auto index = static_cast<std::size_t>(number) - 2;
+        return index < volumes.size() ? std::make_unique<StringBuffer>(volumes[index]) : nullptr;
+    }
 
     // "name=bytes" of all entries, each with a blank behind it.
     std::string contents() const {
