@@ -282,7 +282,9 @@ VOLE_API vole_error vole_scanner_set_events(vole_scanner* scanner, vole_event_fn
 /* Each scans one content and answers VOLE_OK with an outcome other than VOLE_OUTCOME_FAILED, or an error with that one.
  * `outcome` may be null. The details are in vole_scanner_result(). */
 
-/* A regular file; links are followed. FIFOs and devices are VOLE_E_NOT_FILE, and never block. */
+/* A regular file; links are followed. FIFOs and devices are VOLE_E_NOT_FILE, and never block. The first volume of a RAR
+ * archive is read with the others, if all lie beside it under the names that archivers give them, as regular files and
+ * not as links; max_content holds for their bytes, too. */
 VOLE_API vole_error vole_scan_path(vole_scanner* scanner, const char* path, vole_outcome* outcome);
 
 /* All bytes of an open file, whatever its position, which stays where it is. The descriptor stays the caller's. What
