@@ -105,6 +105,7 @@ public:
     bool verify() override;
     int getCrc() override;
     bool isSolid() const { return h_flags & kSolid; }
+    bool isVolume() const { return h_flags & kVolume; }
 
 protected:
     bool parseFields(BoundedInputStream& header) override;

@@ -19,8 +19,8 @@ constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/Rar"};
 RarDeepUnarchiver::RarDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered)
     : _entries(entries), _covered(covered), _bytes(*buffer), _headers(_bytes) {}
 
-RarDeepUnarchiver::RarDeepUnarchiver(RarVolumes* volumes, ArchiveEntryProcessor& entries, CoveredRanges& covered)
-    : RarDeepUnarchiver(static_cast<BufferBase*>(volumes), entries, covered) {
+RarDeepUnarchiver::RarDeepUnarchiver(RarVolumes& volumes, ArchiveEntryProcessor& entries, CoveredRanges& covered)
+    : RarDeepUnarchiver(static_cast<BufferBase*>(&volumes), entries, covered) {
     _joins = false;
 }
 
@@ -71,7 +71,8 @@ std::int64_t RarDeepUnarchiver::meet(const RarMark& mark) {
             tell(ArchiveTrouble::encrypted, rarTexts::kEncryptedHeaders);
             return position;
         }
-        if ((archive.h_flags & RarArchiveBlock::kVolume) && walkVolumes(mark)) return _bytes.size();
+        const auto volumes = archive.isVolume() ? join(mark) : nullptr;
+        if (volumes) return walkVolumes(*volumes, mark);
     } else {
         tell(ArchiveTrouble::damaged, "the archive's header is damaged");
     }
@@ -79,14 +80,16 @@ std::int64_t RarDeepUnarchiver::meet(const RarMark& mark) {
     return walkBlocks(entries, position);
 }
 
-// Whether the content is the first volume of several that are all there, and were walked.
-bool RarDeepUnarchiver::walkVolumes(const RarMark& mark) {
-    const auto whole = _joins ? RarVolumes::join(_bytes.buffer(), mark, _entries) : nullptr;
-    if (!whole) return false;
+// Tried once: volumes may be many, and so may be marks.
+std::unique_ptr<RarVolumes> RarDeepUnarchiver::join(const RarMark& mark) {
+    return std::exchange(_joins, false) ? RarVolumes::join(_bytes.buffer(), mark, _entries) : nullptr;
+}
+
+std::int64_t RarDeepUnarchiver::walkVolumes(RarVolumes& volumes, const RarMark& mark) {
     CoveredRanges covered;
-    RarDeepUnarchiver(whole.get(), _entries, covered).walk();
-    _covered.add(mark.position, _bytes.size());
-    return true;
+    RarDeepUnarchiver(volumes, _entries, covered).walk();
+    _covered.add(mark.position, volumes.endInFirst());
+    return volumes.endInFirst();
 }
 
 // Once; of contents that begin so, those who recognise contents tell.
@@ -99,6 +102,7 @@ void RarDeepUnarchiver::tellOfRar5(const RarMark& mark) {
 std::int64_t RarDeepUnarchiver::walkBlocks(RarEntryReader& entries, std::int64_t position) {
     _doubtful = position;
     for (;;) {
+        ScanBudget::worked(0);
         RarHeader header = _headers.read(position);
         if (follows(header)) {
             _covered.add(_doubtful, position);

@@ -3,6 +3,7 @@
 #define PAKFOLD_RAR_DEEP_RARDEEPUNARCHIVER_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 #include "ContentBytes.h"
@@ -26,8 +27,7 @@ class RarDeepUnarchiver : public Unarchiver {
 public:
     // All that is given is borrowed. What members cover is added.
     RarDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered);
-    // What volumes were joined to.
-    RarDeepUnarchiver(RarVolumes* volumes, ArchiveEntryProcessor& entries, CoveredRanges& covered);
+    RarDeepUnarchiver(RarVolumes& volumes, ArchiveEntryProcessor& entries, CoveredRanges& covered);
     ~RarDeepUnarchiver() override;
 
     void start() override;
@@ -36,7 +36,8 @@ private:
     void walk();
     std::optional<RarMark> nextMark(std::int64_t position);
     std::int64_t meet(const RarMark& mark);
-    bool walkVolumes(const RarMark& mark);
+    std::unique_ptr<RarVolumes> join(const RarMark& mark);
+    std::int64_t walkVolumes(RarVolumes& volumes, const RarMark& mark);
     void tellOfRar5(const RarMark& mark);
     std::int64_t walkBlocks(RarEntryReader& entries, std::int64_t position);
     bool follows(const RarHeader& header) const;
@@ -54,7 +55,7 @@ private:
     // data begins.
     std::int64_t _doubtful = 0;
     bool _isRar5Told = false;
-    bool _joins = true;
+    bool _joins = true;  // May still look for other volumes.
 };
 
 }  // namespace ZOV_SPACE

@@ -7,6 +7,7 @@
 
 #include "ByteOrder.h"
 #include "Raise.h"
+#include "unarchiver/ScanBudget.h"
 #include "utils/Crc.h"
 
 namespace ZOV_SPACE {
@@ -29,11 +30,11 @@ RarVolumes::~RarVolumes() = default;
 
 std::unique_ptr<RarVolumes> RarVolumes::join(BufferBase& first, const RarMark& mark, ArchiveEntryProcessor& entries) {
     std::unique_ptr<RarVolumes> whole(new RarVolumes(first, entries));
+    if (!whole->volume(2)) return nullptr;
     RarMark begin = mark;
     for (int number = 1; number <= kMost; ++number) {
         const Added added = whole->addVolume(number, begin);
-        const bool fits = whole->_total <= std::numeric_limits<std::int32_t>::max();
-        if (added == Added::nothing || !fits || whole->_pieces.size() > kMostPieces) return nullptr;
+        if (added == Added::nothing || whole->_total > std::numeric_limits<std::int32_t>::max()) return nullptr;
         if (added == Added::last) {
             whole->_setSize(static_cast<long>(whole->_total));
             return number == 1 ? nullptr : std::move(whole);
@@ -59,22 +60,27 @@ RarVolumes::Added RarVolumes::addVolume(int number, const RarMark& mark) {
     ContentBytes bytes(*buffer);
     RarHeaders headers(bytes);
     const RarHeader begin = headers.read(mark.position), archive = headers.read(mark.end());
-    if (!begin.is(RarBlock::kMarker) || !begin.isSound || !isVolume(archive) || archive.dataStart > bytes.size())
-        return Added::nothing;
+    const bool begins = begin.is(RarBlock::kMarker) && begin.isSound && isVolume(archive);
+    if (!begins || archive.dataStart > bytes.size()) return Added::nothing;
     if (number == 1) {
         addOwn(bytes, begin.start, begin.dataStart);
         changeHeader(addOwn(bytes, archive.start, archive.dataStart), RarArchiveBlock::kVolume);
     }
-    std::int64_t position = archive.end(bytes.size());
+    return addBlocks(number, bytes, archive.end(bytes.size()));
+}
+
+RarVolumes::Added RarVolumes::addBlocks(int number, ContentBytes& bytes, std::int64_t position) {
+    RarHeaders headers(bytes);
     while (position < bytes.size()) {
+        ScanBudget::worked(0);
         const RarHeader header = headers.read(position);
         if (!header.isWhole || header.dataSize() > bytes.size() - header.dataStart) return Added::nothing;
         if (header.is(RarBlock::kEnd)) return endedBy(header);
-        if (header.is(RarBlock::kFile)) {
-            if (!addEntry(number, bytes, header)) return Added::nothing;
-            if (_unfinished) return Added::more;
-        }
+        const bool isFile = header.is(RarBlock::kFile);
+        if (isFile && !addEntry(number, bytes, header)) return Added::nothing;
         position = header.end(bytes.size());
+        if (number == 1) _endInFirst = position;
+        if (isFile && _unfinished) return Added::more;
     }
     // Old volumes have no end block, and one may stop where an entry does.
     return volume(number + 1) ? Added::more : Added::last;
@@ -89,7 +95,8 @@ RarVolumes::Added RarVolumes::endedBy(const RarHeader& end) const {
 // False for one that does not go on with what is unfinished, or goes on with something else.
 bool RarVolumes::addEntry(int number, ContentBytes& bytes, const RarHeader& header) {
     const auto& file = static_cast<const RarFileBlock&>(*header.block);
-    if (!header.isSound || file.isSplitBefore() != _unfinished.has_value()) return false;
+    const bool isExpected = header.isSound && file.isSplitBefore() == _unfinished.has_value();
+    if (!isExpected || _pieces.size() >= kMostPieces) return false;
     if (!_unfinished && !file.isSplitAfter()) {
         addPiece(number, header.start, header.end(bytes.size()) - header.start);
         return true;

@@ -29,6 +29,8 @@ public:
     static std::unique_ptr<RarVolumes> join(BufferBase& first, const RarMark& mark, ArchiveEntryProcessor& entries);
     ~RarVolumes() override;
 
+    // Behind the last block of the first volume that was taken, but for an end block.
+    std::int64_t endInFirst() const { return _endInFirst; }
     int read(long pos) override;
     int read(long pos, char* buf, int n) override;
 
@@ -55,6 +57,7 @@ private:
 
     BufferBase* volume(int number);
     Added addVolume(int number, const RarMark& mark);
+    Added addBlocks(int number, ContentBytes& bytes, std::int64_t position);
     Added endedBy(const RarHeader& end) const;
     bool addEntry(int number, ContentBytes& bytes, const RarHeader& header);
     void finishEntry(const RarFileBlock& last);
@@ -70,6 +73,7 @@ private:
     std::string _own;
     std::vector<Piece> _pieces;
     std::int64_t _total = 0;
+    std::int64_t _endInFirst = 0;
     std::optional<Unfinished> _unfinished;
 };
 
