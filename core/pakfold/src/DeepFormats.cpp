@@ -109,6 +109,7 @@ private:
 // Of formats that are all in the content, the one first that begins first: it tells what is its members' business.
 void sortByBegin(std::vector<const DeepFormat*>& found, BufferBase& content) {
     std::vector<std::pair<std::int64_t, const DeepFormat*>> begins;
+    begins.reserve(found.size());
     for (const DeepFormat* format : found) begins.emplace_back(format->begin ? format->begin(content) : 0, format);
     std::stable_sort(begins.begin(), begins.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::transform(begins.begin(), begins.end(), found.begin(), [](const auto& begin) { return begin.second; });
