@@ -35,6 +35,8 @@ Unseen unseenFor(ArchiveTrouble what) {
             return Unseen::workBudget;
         case ArchiveTrouble::otherFormat:
             return Unseen::unsupported;
+        case ArchiveTrouble::checkSum:
+            return Unseen::checkSum;
         case ArchiveTrouble::damaged:
             break;
     }
@@ -100,7 +102,8 @@ std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entr
     _st_ArchEntry& record =
         _workList.append({std::move(buffer), _archive.level + 1, ContentName(_archiveName, entry.name, _sequence)});
     record.isPacked = !_unpacked;
-    auto sink = std::make_unique<MemberSink>(_face, _workList, record, content, capacity);
+    const bool comparesCheckSum = entry.hasCheckSum && _unpacked && _face.comparesCheckSums();
+    auto sink = std::make_unique<MemberSink>(_face, _workList, record, content, capacity, comparesCheckSum);
     _sink = sink.get();
     _beyond = terms.beyond;
     return sink;
@@ -112,7 +115,7 @@ void EntryProcessor::endEntry(const ArchiveEntryInfo& entry, OutputStream&) {
     sink.complete();
     if (sink.isCut()) {
         _face.onUnseen(_beyond, record, nullptr, beyondText(_beyond));
-    } else if (_face.comparesCheckSums() && _unpacked && !_troubled && sink.checkSum() != entry.checkSum) {
+    } else if (sink.countsCheckSum() && !_troubled && sink.checkSum() != entry.checkSum) {
         _face.onUnseen(Unseen::checkSum, record, nullptr, "the check-sum of the unpacked data is wrong");
     }
     _spare = scanEarly(_face, record, sink.content());

@@ -31,6 +31,7 @@ public:
     void trouble(ZOV_SPACE::ArchiveTrouble what, const std::string* member, const std::string& text) override;
     bool persists() const override { return _face.persists(); }
     std::unique_ptr<ZOV_SPACE::BufferBase> volume(int number) override { return _face.volume(_archive, number); }
+    std::string archiveName() const override { return _archive.name.own(); }
 
 private:
     std::unique_ptr<ZOV_SPACE::SmartBufferBase> storageFor(long announced);

@@ -13,14 +13,14 @@ constexpr long kSmallestLoan = 64L << 10;
 }  // namespace
 
 MemberSink::MemberSink(ScanFace& face, WorkList& workList, _st_ArchEntry& record, WrappedLimitedBufferBase& content,
-                       long announced)
+                       long announced, bool countsCheckSum)
     : BufferBaseOutputStream(&content),
       _face(face),
       _workList(workList),
       _record(record),
       _content(content),
       _announced(announced),
-      _countsCheckSum(face.comparesCheckSums()) {}
+      _countsCheckSum(countsCheckSum) {}
 
 MemberSink::~MemberSink() {
     if (_complete) return;

@@ -20,7 +20,7 @@ public:
 
     // All are borrowed, `content` is the record's buffer. `announced`: its size, in bytes, as the archive says it.
     MemberSink(ScanFace& face, WorkList& workList, _st_ArchEntry& record, WrappedLimitedBufferBase& content,
-               long announced);
+               long announced, bool countsCheckSum);
     // A member whose unpacking failed waits for its turn like any other, so it must not keep what only one may.
     ~MemberSink() override;
 
@@ -35,8 +35,9 @@ public:
 
     _st_ArchEntry& record() { return _record; }
     WrappedLimitedBufferBase& content() { return _content; }
-    std::int64_t bytes() const { return _bytes; }          // That were written so far.
-    std::uint32_t checkSum() const { return _crc.crc(); }  // Of those, when the face compares them.
+    std::int64_t bytes() const { return _bytes; }  // That were written so far.
+    bool countsCheckSum() const { return _countsCheckSum; }
+    std::uint32_t checkSum() const { return _crc.crc(); }  // Of those, if it is counted.
     bool isCut() const { return _cut; }                    // More was to be written than is kept.
 
 private:

@@ -57,7 +57,8 @@ public:
         last.complete = true;
     }
     void trouble(ArchiveTrouble what, const std::string* member, const std::string& text) override {
-        constexpr const char* kWords[] = {"encrypted", "method", "volume", "damaged", "truncated", "spent", "format"};
+        constexpr const char* kWords[] = {"encrypted", "method", "volume", "damaged",
+                                          "truncated", "spent",  "format", "checksum"};
         if (text.empty()) raise<IOException>("no text");
         troubles += kWords[static_cast<std::size_t>(what)] + (member ? "(" + *member + ") " : " ");
     }

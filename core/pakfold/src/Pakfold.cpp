@@ -39,6 +39,7 @@ void ArchiveEntryProcessor::endEntry(const ArchiveEntryInfo&, OutputStream&) {}
 void ArchiveEntryProcessor::trouble(ArchiveTrouble, const std::string*, const std::string&) {}
 bool ArchiveEntryProcessor::persists() const { return false; }
 std::unique_ptr<BufferBase> ArchiveEntryProcessor::volume(int) { return nullptr; }
+std::string ArchiveEntryProcessor::archiveName() const { return {}; }
 
 ArchiveProcessor::~ArchiveProcessor() = default;
 bool ArchiveProcessor::process(const ArchiveEntryInfo*) { return true; }

@@ -51,6 +51,7 @@ public:
     int compressedSize = 0;           // Bytes in the archive, in 32 bits.
     int uncompressedSize = 0;         // Bytes once unpacked, in 32 bits.
     unsigned int checkSum = 0;        // CRC-32 of the unpacked bytes.
+    bool hasCheckSum = true;          // Otherwise the archive gives none.
 };
 
 // What an entry processor tells the unarchiver to do with an entry. Any other value counts as kActionSkip.
@@ -68,6 +69,7 @@ enum class ArchiveTrouble {
     truncated,    // The data ends early.
     spent,        // Work for which the scan's budget, or a bound of the format's own, has nothing left.
     otherFormat,  // Members that are there, too, in a format that this walk is not for.
+    checkSum,     // Data does not have a check-sum that is not ArchiveEntryInfo::checkSum.
 };
 
 // Takes the entries of one archive, in this order: beginUnarchiving(), processEntry() for each entry,
@@ -99,6 +101,8 @@ public:
     // The bytes of another volume of the archive that is walked, by its number, which is above 1; null when they are not
     // to be had. Default: null.
     virtual std::unique_ptr<BufferBase> volume(int number);
+    // What the archive itself is called, as it stands in the one around it; empty where nobody knows. Default: empty.
+    virtual std::string archiveName() const;
 };
 
 class ArchiveProcessor {
