@@ -16,18 +16,28 @@ std::span<const char> ContentBytes::at(std::int64_t position, std::size_t count)
     count = static_cast<std::size_t>(std::min<std::int64_t>(static_cast<std::int64_t>(count), _size - position));
     const std::span<const char> inPlace = _buffer.view(static_cast<long>(position));
     if (inPlace.size() >= count) return inPlace.first(count);
-    const auto isHeld = [&] {
-        return position >= _windowStart &&
-               position + static_cast<std::int64_t>(count) <= _windowStart + static_cast<std::int64_t>(_window.size());
-    };
-    if (!isHeld()) {
+    if (held(position).size() < count) {
         _window.resize(std::max(count, kWindow));
         const int read = _buffer.read(static_cast<long>(position), _window.data(), static_cast<int>(_window.size()));
         _window.resize(static_cast<std::size_t>(std::max(read, 0)));
         _windowStart = position;
     }
-    const std::span<const char> held = std::span(_window).subspan(static_cast<std::size_t>(position - _windowStart));
-    return held.first(std::min(held.size(), count));
+    const std::span<const char> bytes = held(position);
+    return bytes.first(std::min(bytes.size(), count));
+}
+
+std::span<const char> ContentBytes::from(std::int64_t position) {
+    constexpr std::size_t kPiece = 65536;
+    if (position < 0 || position >= _size) return {};
+    std::span<const char> bytes = _buffer.view(static_cast<long>(position));
+    if (bytes.empty()) bytes = held(position);
+    return bytes.empty() ? at(position, kPiece) : bytes;
+}
+
+std::span<const char> ContentBytes::held(std::int64_t position) const {
+    const std::int64_t end = _windowStart + static_cast<std::int64_t>(_window.size());
+    if (position < _windowStart || position >= end) return {};
+    return std::span(_window).subspan(static_cast<std::size_t>(position - _windowStart));
 }
 
 std::uint32_t ContentBytes::signatureAt(std::int64_t position) {

@@ -20,10 +20,14 @@ public:
     std::int64_t size() const { return _size; }
     // So many bytes, fewer only where the buffer ends; none outside of it. Valid until the next call.
     std::span<const char> at(std::int64_t position, std::size_t count);
+    // As many bytes as are at hand, at least one unless the buffer has ended. Valid until the next call.
+    std::span<const char> from(std::int64_t position);
     // The number there, 0 where the buffer has ended.
     std::uint32_t signatureAt(std::int64_t position);
 
 private:
+    std::span<const char> held(std::int64_t position) const;
+
     BufferBase& _buffer;
     std::int64_t _size;
     std::vector<char> _window;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -90,6 +91,29 @@ bool isBzip2(const Head& head) {
 bool isXz(const Head& head) { return head.byte(6) == 0 && head.byte(7) < 16; }
 
 bool isZstd(const Head& head) { return (head.byte(4) & 0x08) == 0; }
+
+// Frames that are to be skipped may be in front.
+bool isZstdBehindSkipped(const Head& head) {
+    constexpr int kMostSkipped = 16;
+    std::int64_t frame = 0;
+    for (int i = 0; i < kMostSkipped && frame < head.contentSize(); ++i) {
+        const auto at = static_cast<long>(frame);
+        if (i > 0 && head.has(at, "\x28\xB5\x2F\xFD")) return true;
+        if ((head.byte(at) & 0xF0) != 0x50 || !head.has(at + 1, "\x2A\x4D\x18")) return false;
+        frame += std::int64_t{8} + head.u32(at + 4);
+    }
+    return false;
+}
+
+// Properties that writers choose, a dictionary of two to some power or half of that more, a size that is either not
+// known or may be one, and the first byte of the data, which is always 0.
+bool isLzma(const Head& head) {
+    const std::uint32_t dictionary = head.u32(1), bits = std::bit_width(dictionary);
+    const bool isRound = std::popcount(dictionary) == 1 || dictionary == std::uint32_t{3} << (bits - 2);
+    const std::uint32_t low = head.u32(5), high = head.u32(9);
+    const bool isKnown = high < 0x40 && (high | low) != 0, isUnknown = (high & low) == 0xFFFFFFFF;
+    return bits > 12 && isRound && (isKnown || isUnknown) && head.contentSize() > 13 && head.byte(13) == 0;
+}
 
 bool isLz4(const Head& head) {
     const unsigned flags = head.byte(4), block = head.byte(5);
@@ -295,6 +319,8 @@ constexpr Format kFormats[] = {
      "7zXZ\0"sv,
      isXz},
     {"zstd", 0, "\x28\xB5\x2F\xFD", isZstd},
+    {"zstd", 1, "\x2A\x4D\x18", isZstdBehindSkipped},
+    {"lzma", 0, "\x5D", isLzma},
     {"lz4", 0, "\x04\x22\x4D\x18", isLz4},
     {"lzip", 0, "LZIP", isLzip},
     {"lzop", 0, "\x89LZO\0\r\n\x1A\n"sv},
@@ -326,16 +352,24 @@ constexpr Format kFormats[] = {
 
 }  // namespace
 
+static bool fits(const Head& head, const Format& format) {
+    const std::span<const char> bytes = head.head();
+    const bool isAtStart = format.position == 0 && !format.magic.empty();
+    if (isAtStart && (bytes.empty() || bytes[0] != format.magic[0])) return false;  // As nearly always.
+    return head.has(format.position, format.magic) && (!format.check || format.check(head));
+}
+
 const char* foreignFormat(BufferBase& content) {
     const Head head(content);
-    const std::span<const char> bytes = head.head();
-    const auto fits = [&](const Format& format) {
-        const bool isAtStart = format.position == 0 && !format.magic.empty();
-        if (isAtStart && (bytes.empty() || bytes[0] != format.magic[0])) return false;  // As nearly always.
-        return head.has(format.position, format.magic) && (!format.check || format.check(head));
-    };
-    const auto* const found = std::find_if(std::begin(kFormats), std::end(kFormats), fits);
+    const auto* const found = std::find_if(std::begin(kFormats), std::end(kFormats),
+                                           [&](const Format& format) { return fits(head, format); });
     return found == std::end(kFormats) ? nullptr : found->name;
+}
+
+bool hasForeignFormat(BufferBase& content, std::string_view name) {
+    const Head head(content);
+    return std::any_of(std::begin(kFormats), std::end(kFormats),
+                       [&](const Format& format) { return name == format.name && fits(head, format); });
 }
 
 }  // namespace ZOV_SPACE

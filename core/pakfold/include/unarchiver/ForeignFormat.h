@@ -2,6 +2,8 @@
 #ifndef PAKFOLD_UNARCHIVER_FOREIGNFORMAT_H
 #define PAKFOLD_UNARCHIVER_FOREIGNFORMAT_H
 
+#include <string_view>
+
 #include "io/BufferBase.h"
 
 namespace ZOV_SPACE {
@@ -10,6 +12,9 @@ namespace ZOV_SPACE {
 // be opened. A magic number alone is not enough where other contents begin likewise. Reads a few hundred bytes at most
 // from most contents. Throws what the buffer throws.
 const char* foreignFormat(BufferBase& content);
+
+// Whether the content has the format of this name, whatever else it has.
+bool hasForeignFormat(BufferBase& content, std::string_view name);
 
 }  // namespace ZOV_SPACE
 

@@ -5,19 +5,20 @@
 #include <cstdint>
 #include <string>
 
+#include "streams/StreamTroubles.h"
 #include "unarchiver/Pakfold.h"
 #include "zip/DeflateDecompressor.h"
 
 namespace ZOV_SPACE::zipTroubles {
 
 inline constexpr const char* kEncrypted = "encrypted ZIP entry";
-inline constexpr const char* kTooMuchMemory = "the data asks for more memory than is allowed";
+inline constexpr const char* kTooMuchMemory = streamTroubles::kTooMuchMemory;
 inline constexpr const char* kCut = "the archive ends inside the data";
 
 // By the text of what ended an entry.
 inline ArchiveTrouble of(const std::string& failure) {
     if (failure == kEncrypted) return ArchiveTrouble::encrypted;
-    if (failure == "unexpected EOF" || failure == kCut || DeflateDecompressor::saysTooShort(failure))
+    if (failure == streamTroubles::kUnexpectedEnd || failure == kCut || DeflateDecompressor::saysTooShort(failure))
         return ArchiveTrouble::truncated;
     if (failure == kTooMuchMemory) return ArchiveTrouble::spent;
     const bool isMethod = failure.starts_with("Unknown algorithm") || failure.ends_with("unimplemented");
