@@ -104,6 +104,7 @@ public:
         const bool isSound = loadU32(trailer.data()) == _sum.crc() && loadU32(trailer.data() + 4) == _size;
         return {position + static_cast<std::int64_t>(kTrailerBytes), isSound};
     }
+    std::int64_t costOfBegin() const override { return 512; }  // Nothing is made anew.
     std::string contentName(ContentBytes& bytes) const override { return readHead(bytes, 0).name; }
 
 private:

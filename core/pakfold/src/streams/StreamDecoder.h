@@ -45,6 +45,8 @@ public:
     virtual std::int64_t begin(ContentBytes& bytes, std::int64_t position) = 0;
     // `position`: behind the last byte that step() used.
     virtual End end(ContentBytes&, std::int64_t position) { return {position}; }
+    // What getting ready costs, as so many bytes that are decoded.
+    virtual std::int64_t costOfBegin() const { return 4096; }
     // What the file says that its content is called; empty if nothing.
     virtual std::string contentName(ContentBytes&) const { return {}; }
 

@@ -12,9 +12,6 @@
 namespace ZOV_SPACE {
 namespace {
 
-// What a stream costs that holds little: a library's state is made anew.
-constexpr std::int64_t kCostOfStream = 4096;
-
 constexpr const char* kUnnamed = "data";
 
 struct Suffix {
@@ -63,12 +60,13 @@ std::string StreamUnarchiver::contentName() {
 }
 
 void StreamUnarchiver::decode(OutputStream& out) {
+    const std::int64_t cost = _decoder->costOfBegin();
     DecodedOutput decoded(out);
     while (_decoder->isAt(_bytes, _end)) {
         const std::int64_t start = _end, madeBefore = decoded.made();
         _end = decodeOne(start, decoded);
         const std::int64_t moved = _end - start + decoded.made() - madeBefore;
-        if (moved < kCostOfStream) ScanBudget::chargeDiscardedBytes(kCostOfStream - moved);
+        if (moved < cost) ScanBudget::chargeDiscardedBytes(cost - moved);
         _covered.add(start, _end);
         _end = behindZeros(_end);
     }
