@@ -13,6 +13,7 @@
 #include "rar/RarBlock.h"
 #include "robustness/Scene.h"
 #include "support/StringBuffer.h"
+#include "support/TarRecipe.h"
 #include "support/VoleHost.h"
 
 namespace {
@@ -70,6 +71,8 @@ protected:
 TEST_F(Outcomes, tellWhatIsSeenAndWhatIsNot) {
     const ZipMember hay{"hay", kHay}, needle{"n", kNeedle};
     const std::string packed = deflated(scene::words(300)), sevenZip = "7z\xBC\xAF\x27\x1C\0\4"s + std::string(24, 'x');
+    const std::string tar =
+        tarEntry({{"name", "hay"}, {"content", kHay}}) + tarEntry({{"name", "n"}, {"content", kNeedle}});
     const ZipMember secret{"s", kHay, 8, 0, 1}, torn{"t", "text", 8, 0, 0, {}, "\xff\xff\xff\xff"s};
     std::string broken = entry("b", kHay);
     broken[0] = static_cast<char>(~broken[0]);  // The header's check-sum.
@@ -88,6 +91,16 @@ TEST_F(Outcomes, tellWhatIsSeenAndWhatIsNot) {
         {"seen whole", zipOf({hay, {"d/", "", 0}, {"in", zipOf({hay})}}), "clean"},
         {"deep", zipOf({{"a", zipOf({hay, {"b", rar({entry("c", kNeedle)})}})}}), "found Needle=md5,raw@a/b/c"},
         {"the name's own bytes", zipOf({{"/x\n\xff", kNeedle}}), "found Needle=md5,raw@/x\n\xff"},
+        {"compressed", gzipOf(kNeedle), "found Needle=md5,raw@data"},
+        {"a compressed archive", gzipOf(tar), "found Needle=md5,raw@data/n"},
+        {"its name from that of the file", zipOf({{"d/x.tgz", gzipOf(tar)}}), "found Needle=md5,raw@d/x.tgz/x.tar/n"},
+        {"a ZIP behind compressed data", gzipOf(kHay) + zipOf({needle}), "found Needle=md5,raw@n"},
+        {"a ZIP in a tar archive is its member's", tarEntry({{"name", "z"}, {"content", zipOf({needle})}}),
+         "found Needle=md5,raw@z/n"},
+        {"one behind it", tarEntry({{"name", "hay"}, {"content", kHay}}) + std::string(1024, '\0') + zipOf({needle}),
+         "found Needle=md5,raw@n"},
+        {"compressed and cut", gzipOf(kNeedle).substr(0, 40), "found Needle=md5,raw@data truncated@data"},
+        {"a check-sum of gzip", gzipOf(kHay).replace(29, 1, "?"), "incomplete checksum@data"},
         {"encrypted", zipOf({secret}), "incomplete encrypted@s"},
         {"a finding wins", zipOf({secret, {"in", zipOf({secret, needle})}}),
          "found Needle=md5,raw@in/n encrypted@s encrypted@in/s"},
@@ -114,6 +127,7 @@ TEST_F(Outcomes, tellWhatIsSeenAndWhatIsNot) {
         {"a check-sum of RAR", zipOf({{"r", rar({RarBuilder::stored("c", kHay)})}}), "incomplete checksum@r/c"},
     };
     for (const auto& row : rows) EXPECT_EQ(scan(row.content), row.answer) << row.why;
+    EXPECT_EQ(scan(gzipOf(kNeedle), VOLE_LIMITS_INIT, VOLE_SCAN_SHALLOW), "incomplete unsupported");
 }
 
 // Names that archivers give, and what keeps others from being read.
@@ -183,6 +197,7 @@ TEST_F(Outcomes, limitsAreToldWhereTheyAreMet) {
         {"depth", nested, limits(&vole_limits::max_depth, 2), "incomplete depth-limit@a/b"},
         {"deep enough", nested, limits(&vole_limits::max_depth, 3), "found Needle=md5,raw@a/b/n"},
         {"ratio", zipOf({large}), limits(&vole_limits::max_ratio, 3), "incomplete ratio-limit@large"},
+        {"a bomb", gzipOf(large.content), limits(&vole_limits::max_ratio, 3), "incomplete ratio-limit@data"},
         {"ratio as it comes out", zipOf({liar}), limits(&vole_limits::max_ratio, 3), "incomplete ratio-limit@liar"},
     };
     for (const auto& row : rows) EXPECT_EQ(scan(row.content, row.limits), row.answer) << row.why;

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "support/Eicar.h"
+#include "support/TarRecipe.h"
 #include "support/TempDir.h"
 #include "support/ZipBuilder.h"
 
@@ -35,6 +36,7 @@ void fillSandbox(const TempDir& box) {
         {"nested.zip", nested.archive()},
         {"tower.zip", ZipBuilder{{"a", std::string(2 << 20, 'a')}, {"b", std::string(2 << 20, 'b')}}.archive()},
         {"twice.zip", ZipBuilder{{"bad", eicar()}, {"worse", eicar()}}.archive()},
+        {"packed.tar.gz", gzipOf(tarEntry({{"name", "dir/bad"}, {"content", eicar()}}))},
         {"locked.zip",
          ZipBuilder{{.name = "secret", .content = "x", .flags = 1}, {.name = "odd", .content = "x", .method = 77}}
              .archive()},

@@ -10,6 +10,7 @@
 #include "support/EngineTest.h"
 #include "support/FileSizeLimit.h"
 #include "support/OwnProcess.h"
+#include "support/TarRecipe.h"
 #include "support/VoleHost.h"
 
 namespace {
@@ -48,6 +49,12 @@ struct Use {
 
 std::ostream& operator<<(std::ostream& out, const Use& use) {
     return out << use.seconds << " s, " << use.memory << " MiB";
+}
+
+std::string repeated(int count, const std::string& piece) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += piece;
+    return all;
 }
 
 // One member, so many times.
@@ -217,11 +224,7 @@ std::string overlappingMembers(int n) {
 }
 
 // Marks of headers that are none, or that make sense and lead to data that does not.
-std::string falseMarks(int n, const std::string& mark) {
-    std::string all = "?";
-    for (int i = 0; i < 250'000 * n; ++i) all += mark;
-    return all;
-}
+std::string falseMarks(int n, const std::string& mark) { return "?" + repeated(250'000 * n, mark); }
 
 std::string plausibleMark(int method) {
     return ZipBuilder({{"c", "", method, kNoDescriptor, 0, {}, "", 100'000U, 100'000U}}).entries();
@@ -249,6 +252,11 @@ std::string overlappingEntries(int n) {
         all += RarBuilder::file(entry);
     }
     return rarOf(all);
+}
+
+// Files of 64 MiB, all of them holes.
+std::string tarOfHoles(int n) {
+    return repeated(4 * n, tarEntry({{"name", "h"}, {"type", "S"}, {"at483", "00400000000"}}));
 }
 
 std::string records(int n, std::string (*make)(std::string_view content, const std::string& name)) {
@@ -293,6 +301,19 @@ const Row kRows[] = {
     {"emptyRarArchives", [](int n) { return falseBlocks(n, falseBlocks(0, "")); }, 64, nullptr, true},
     {"brokenRarEntries", [](int n) { return falseBlocks(n, brokenEntry()); }, 64, nullptr, true},
     {"overlappingRarEntries", overlappingEntries, 96, nullptr, true},
+    {"gzipBomb", [](int n) { return gzipOf(std::string(std::size_t{1} << (26 + n), '\0')); }, 96, nullptr, true},
+    {"tinyGzipMembers", [](int n) { return repeated(500'000 * n, gzipOf("")); }, 64, nullptr, true},
+    {"tarHeaders",
+     [](int n) {
+         return repeated(50'000 * n, tarEntry({{"name", "empty"}}));
+     },
+     64, nullptr, true},
+    {"damagedTarHeaders",
+     [](int n) {
+         return repeated(50'000 * n, tarEntry({{"sum", "none"}}));
+     },
+     64, nullptr, true},
+    {"tarOfHoles", tarOfHoles, 96, nullptr, true},
     {"digests", [](int n) { return records(n, md5Record); }, 64, ".hdb"},
     {"checkSums", [](int n) { return records(n, startRecord); }, 64, ".chk"},
     {"emptyDigestLines", lineFeeds, 64, ".hdb"},

@@ -37,6 +37,12 @@ inline std::string deflated(const std::string& bytes, bool raw = true) {
     return packed;
 }
 
+// A gzip file without a name.
+inline std::string gzipOf(const std::string& content) {
+    return std::string("\x1f\x8b\x08\0\0\0\0\0\0\3", 10) + deflated(content) + littleEndian(crc32Of(content), 4) +
+           littleEndian(content.size(), 4);
+}
+
 // Bytes of a data descriptor.
 constexpr int kNoDescriptor = 0, kPlainDescriptor = 12, kSignedDescriptor = 16;
 constexpr int kLargeDescriptor = 20, kLargeSignedDescriptor = 24;  // Sizes of 8 bytes, as ZIP64 has them.
