@@ -15,6 +15,7 @@
 
 #include "ByteOrder.h"
 #include "ContentBytes.h"
+#include "MailFormat.h"
 #include "ProgramEnd.h"
 #include "utils/Crc.h"
 
@@ -235,6 +236,13 @@ bool isOldRar(const Head& head) {
     return headerBytes >= 7 && headerBytes < 0x1000 && head.contentSize() > headerBytes;
 }
 
+bool isMail(const Head& head) {
+    if (!mayBeMail({head.head().data(), head.head().size()})) return false;
+    const auto space = std::make_unique_for_overwrite<char[]>(kMostMailHeader);
+    const std::span<const char> start = head.at(0, {space.get(), kMostMailHeader});
+    return isMailWithParts({start.data(), start.size()});
+}
+
 // Where the content's last bytes are, in memory.
 class Tail {
 public:
@@ -347,6 +355,7 @@ constexpr Format kFormats[] = {
     {"ISO 9660", 32769, "CD001", isIso9660},
     {"RAR 1.4", 0, "RE~^", isOldRar},
     {"RAR behind a program", 0, "MZ", isRarBehindProgram},
+    {"e-mail", 0, "", isMail},
     {"ZIP behind other data", 0, "", isZipBehindOthers},
 };
 
