@@ -73,6 +73,7 @@ TEST_F(Outcomes, tellWhatIsSeenAndWhatIsNot) {
     const std::string packed = deflated(scene::words(300)), sevenZip = "7z\xBC\xAF\x27\x1C\0\4"s + std::string(24, 'x');
     const std::string tar =
         tarEntry({{"name", "hay"}, {"content", kHay}}) + tarEntry({{"name", "n"}, {"content", kNeedle}});
+    const std::string zip = zipOf({needle});
     const ZipMember secret{"s", kHay, 8, 0, 1}, torn{"t", "text", 8, 0, 0, {}, "\xff\xff\xff\xff"s};
     std::string broken = entry("b", kHay);
     broken[0] = static_cast<char>(~broken[0]);  // The header's check-sum.
@@ -98,6 +99,10 @@ TEST_F(Outcomes, tellWhatIsSeenAndWhatIsNot) {
         {"a ZIP in a tar archive is its member's", tarEntry({{"name", "z"}, {"content", zipOf({needle})}}),
          "found Needle=md5,raw@z/n"},
         {"one behind it", tarEntry({{"name", "hay"}, {"content", kHay}}) + std::string(1024, '\0') + zipOf({needle}),
+         "found Needle=md5,raw@n"},
+        {"one in a member's padding", tarEntry({{"name", "hay"}, {"content", kHay}}).replace(600, zip.size(), zip),
+         "found Needle=md5,raw@n"},
+        {"one in a head", gzipOf(kHay).replace(3, 1, "\4").insert(10, littleEndian(zip.size(), 2) + zip),
          "found Needle=md5,raw@n"},
         {"compressed and cut", gzipOf(kNeedle).substr(0, 40), "found Needle=md5,raw@data truncated@data"},
         {"a check-sum of gzip", gzipOf(kHay).replace(29, 1, "?"), "incomplete checksum@data"},

@@ -67,7 +67,6 @@ void StreamUnarchiver::decode(OutputStream& out) {
         _end = decodeOne(start, decoded);
         const std::int64_t moved = _end - start + decoded.made() - madeBefore;
         if (moved < cost) ScanBudget::chargeDiscardedBytes(cost - moved);
-        _covered.add(start, _end);
         _end = behindZeros(_end);
     }
     tellOfRest();
@@ -76,6 +75,7 @@ void StreamUnarchiver::decode(OutputStream& out) {
 // Returns where the stream ends.
 std::int64_t StreamUnarchiver::decodeOne(std::int64_t position, DecodedOutput& decoded) {
     position = _decoder->begin(_bytes, position);
+    const std::int64_t start = position, madeBefore = decoded.made();
     std::span<const char> input;
     for (bool goesOn = true; goesOn;) {
         if (input.empty()) input = _bytes.from(position);
@@ -84,6 +84,8 @@ std::int64_t StreamUnarchiver::decodeOne(std::int64_t position, DecodedOutput& d
         position += static_cast<std::int64_t>(given - input.size());
         ScanBudget::worked(0);
     }
+    // What is skipped, or stands in a head, can be an archive that nothing else shows.
+    if (decoded.made() > madeBefore) _covered.add(start, position);
     const StreamDecoder::End end = _decoder->end(_bytes, position);
     _isSound = _isSound && end.isSound;
     return end.position;

@@ -78,13 +78,12 @@ void TarUnarchiver::meetOther(std::span<const char> record) {
 
 // Returns where the next header is to be.
 std::int64_t TarUnarchiver::take(TarHeader header, std::int64_t dataStart) {
-    const std::int64_t start = dataStart - kRecord;
     header.size = _extensions.size.value_or(_sizeOfAll.value_or(header.size));
     if (_extensions.name) header.name = *std::move(_extensions.name);
     if (header.type == kSparse) dataStart = readSparseRecords(dataStart);
     if (header.isWithoutData() && !hasData(header, dataStart)) header.size = 0;
     const std::int64_t behind = behindData(dataStart, header.size);
-    if (offer(header, contentOf(header, dataStart))) _covered.add(start, behind);
+    offer(header, contentOf(header, dataStart));
     _extensions = {};
     return behind;
 }
@@ -110,7 +109,6 @@ std::int64_t TarUnarchiver::readExtension(const TarHeader& header, std::int64_t 
         tell(ArchiveTrouble::damaged, "a line of a pax header makes no sense");
     }
     if (header.type == kPaxOfAll) _sizeOfAll = ofAll.size;
-    _covered.add(dataStart - kRecord, behind);
     return behind;
 }
 
@@ -165,8 +163,7 @@ TarUnarchiver::Content TarUnarchiver::contentOf(const TarHeader& header, std::in
     return content;
 }
 
-// Whether all of the entry is its own business.
-bool TarUnarchiver::offer(const TarHeader& header, const Content& content) {
+void TarUnarchiver::offer(const TarHeader& header, const Content& content) {
     BufferBase& buffer = _bytes.buffer();
     const std::int64_t available = std::min(content.size, _bytes.size() - content.start);
     ArchiveEntryInfo entry;
@@ -177,7 +174,8 @@ bool TarUnarchiver::offer(const TarHeader& header, const Content& content) {
     OfferedEntry offered(_entries, entry);
     if (header.type == kContinued) offered.tell(ArchiveTrouble::otherVolume, "continued from another volume");
     if (available < content.size) offered.tell(ArchiveTrouble::truncated, "the archive ends inside the data");
-    if (!offered.isTaken()) return content.size == 0;
+    if (!offered.isTaken()) return;
+    _covered.add(content.start, content.start + available);
     offered.fill([&](OutputStream& out) {
         if (content.isSparse) {
             content.map.expand(buffer, content.start, content.fileSize, out);
@@ -185,7 +183,6 @@ bool TarUnarchiver::offer(const TarHeader& header, const Content& content) {
             copyRange(buffer, content.start, available, out);
         }
     });
-    return true;
 }
 
 void TarUnarchiver::tell(ArchiveTrouble what, const std::string& text, const std::string* name) const {

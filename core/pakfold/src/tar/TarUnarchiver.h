@@ -41,7 +41,7 @@ private:
     bool isHeaderAt(std::int64_t position);
     std::int64_t behindData(std::int64_t dataStart, std::int64_t size) const;
     Content contentOf(const TarHeader& header, std::int64_t dataStart);
-    bool offer(const TarHeader& header, const Content& content);
+    void offer(const TarHeader& header, const Content& content);
     void tell(ArchiveTrouble what, const std::string& text, const std::string* name = nullptr) const;
 
     ArchiveEntryProcessor& _entries;
