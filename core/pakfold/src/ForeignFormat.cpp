@@ -310,7 +310,7 @@ bool isRarBehindProgram(const Head& head) {
 }
 
 struct Format {
-    const char* name;
+    std::string_view name;  // With a byte 0 behind it.
     long position;
     std::string_view magic;
     bool (*check)(const Head&) = nullptr;  // Of the rest; null: the magic number says it all.
@@ -372,7 +372,7 @@ const char* foreignFormat(BufferBase& content) {
     const Head head(content);
     const auto* const found = std::find_if(std::begin(kFormats), std::end(kFormats),
                                            [&](const Format& format) { return fits(head, format); });
-    return found == std::end(kFormats) ? nullptr : found->name;
+    return found == std::end(kFormats) ? nullptr : found->name.data();
 }
 
 bool hasForeignFormat(BufferBase& content, std::string_view name) {
