@@ -110,10 +110,11 @@ bool isZstdBehindSkipped(const Head& head) {
 // known or may be one, and the first byte of the data, which is always 0.
 bool isLzma(const Head& head) {
     const std::uint32_t dictionary = head.u32(1), bits = std::bit_width(dictionary);
+    if (bits <= 12) return false;
     const bool isRound = std::popcount(dictionary) == 1 || dictionary == std::uint32_t{3} << (bits - 2);
     const std::uint32_t low = head.u32(5), high = head.u32(9);
     const bool isKnown = high < 0x40 && (high | low) != 0, isUnknown = (high & low) == 0xFFFFFFFF;
-    return bits > 12 && isRound && (isKnown || isUnknown) && head.contentSize() > 13 && head.byte(13) == 0;
+    return isRound && (isKnown || isUnknown) && head.contentSize() > 13 && head.byte(13) == 0;
 }
 
 bool isLz4(const Head& head) {

@@ -19,7 +19,7 @@ namespace ZOV_SPACE {
 namespace {
 
 constexpr unsigned kZipLzma = 14, kZipXz = 95;
-constexpr int kZipHeadBytes = 4, kPropertiesBytes = 5;
+constexpr int kZipHeadBytes = 4, kPropertiesBytes = 5, kFileHeadBytes = kPropertiesBytes + 8;
 
 class LibDecoder : public StreamDecoder {
 public:
@@ -94,7 +94,7 @@ std::int64_t decodeLzma(InputStream& in, const ZipPacked& packed, OutputStream& 
     const bool isWhole = packed.packedSize >= kHead && IOUtils::readFull(in, head.data(), kHead) == kHead;
     if (!isWhole) kZipUnit.raise<CompressionException>(streamTroubles::kUnexpectedEnd);
     if (loadU16(&head[2]) != kPropertiesBytes) kZipUnit.raise<CompressionException>("lzma: no properties");
-    std::array<char, kPropertiesBytes + sizeof(std::uint64_t)> file;
+    std::array<char, kFileHeadBytes> file;
     std::copy(head.begin() + kZipHeadBytes, head.end(), file.begin());
     const bool isMarked = (packed.flags & kHasEndMark) != 0;
     const auto size = static_cast<std::uint64_t>(packed.unpackedSize);
