@@ -86,6 +86,7 @@ std::optional<std::int64_t> RarHeaders::nextEntry(std::int64_t from, std::int64_
         }
         const RarHeader header = read(from);
         if (header.isSound) return from;
+        if (!header.block) break;  // What was there a moment ago cannot be read any more.
         ScanBudget::chargeDiscardedBytes(header.block->h_size);
         ++from;
     }
