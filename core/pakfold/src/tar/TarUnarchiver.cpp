@@ -33,11 +33,17 @@ struct TarUnarchiver::Content {
 TarUnarchiver::TarUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered)
     : _entries(entries), _covered(covered), _bytes(*buffer) {}
 
-bool TarUnarchiver::isIn(BufferBase& content) {
+bool TarUnarchiver::isIn(BufferBase& content, bool isHeld) {
+    constexpr std::int64_t kSearched = 20 * kRecord;  // What writers put out at once.
     if (hasForeignFormat(content, "tar")) return true;
     ContentBytes bytes(content);
-    const std::span<const char> first = bytes.at(0, TarHeader::kRecord);
-    return first.size() == TarHeader::kRecord && TarHeader::isMarked(first);
+    const std::int64_t end = std::min(isHeld ? kRecord : kSearched, bytes.size());
+    for (std::int64_t position = 0; position <= end - kRecord; position += kRecord) {
+        const std::span<const char> record = bytes.at(position, TarHeader::kRecord);
+        if (record.size() < TarHeader::kRecord) return false;
+        if (TarHeader::read(record) || (position == 0 && TarHeader::isMarked(record))) return true;
+    }
+    return false;
 }
 
 void TarUnarchiver::start() {
@@ -192,7 +198,7 @@ void TarUnarchiver::tell(ArchiveTrouble what, const std::string& text, const std
 namespace {
 
 [[maybe_unused]] const bool registered = registerDeepFormat(
-    {"tar", [](BufferBase& content, bool) { return TarUnarchiver::isIn(content); },
+    {"tar", TarUnarchiver::isIn,
      [](BufferBase* content, ArchiveEntryProcessor& entries, CoveredRanges& covered) -> std::unique_ptr<Unarchiver> {
          return std::make_unique<TarUnarchiver>(content, entries, covered);
      }});

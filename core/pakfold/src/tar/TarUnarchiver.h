@@ -24,8 +24,8 @@ class TarUnarchiver : public Unarchiver {
 public:
     TarUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered);
 
-    // Whether the content begins as an archive, or as one whose first header was damaged.
-    static bool isIn(BufferBase& content);
+    // Whether the content begins as an archive, or as one whose first headers were damaged. `isHeld`: as in DeepFormat.
+    static bool isIn(BufferBase& content, bool isHeld);
 
     void start() override;
 
