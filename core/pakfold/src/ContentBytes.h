@@ -22,6 +22,12 @@ public:
     std::span<const char> at(std::int64_t position, std::size_t count);
     // As many bytes as are at hand, at least one unless the buffer has ended. Valid until the next call.
     std::span<const char> from(std::int64_t position);
+    // For searches that go on where they found something: what is left from there of a block of kBlock bytes, and
+    // kOverlap more, so that a window that was filled once serves all that is looked for in the block.
+    static constexpr std::int64_t kBlock = 65536, kOverlap = 64;
+    std::span<const char> restOfBlock(std::int64_t position) {
+        return at(position, static_cast<std::size_t>(kBlock - position % kBlock + kOverlap));
+    }
     // The number there, 0 where the buffer has ended.
     std::uint32_t signatureAt(std::int64_t position);
 

@@ -34,5 +34,4 @@ int ForeignMemBufferBase::read(long pos, char* buf, int n) {
     return static_cast<int>(count);
 }
 
-
 }  // namespace ZOV_SPACE

@@ -98,8 +98,8 @@ public:
     // Whether the walk goes on as long as it can tell where another entry begins, instead of ending where its format's
     // rules say: behind encrypted and damaged entries, and any number of times. Default: false.
     virtual bool persists() const;
-    // The bytes of another volume of the archive that is walked, by its number, which is above 1; null when they are not
-    // to be had. Default: null.
+    // The bytes of another volume of the archive that is walked, by its number, which is above 1; null when they are
+    // not to be had. Default: null.
     virtual std::unique_ptr<BufferBase> volume(int number);
     // What the archive itself is called, as it stands in the one around it; empty where nobody knows. Default: empty.
     virtual std::string archiveName() const;

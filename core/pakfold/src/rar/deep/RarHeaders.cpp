@@ -14,7 +14,6 @@
 namespace ZOV_SPACE {
 namespace {
 
-constexpr std::int64_t kPiece = 65536;
 constexpr std::size_t kFixedBytes = 32;  // Of an entry's header, in front of its name.
 constexpr std::size_t kTypeAt = 2;
 // How far behind its mark an archive with a damaged header has its first entry.
@@ -75,9 +74,10 @@ RarHeader RarHeaders::read(std::int64_t position) {
 std::optional<std::int64_t> RarHeaders::nextEntry(std::int64_t from, std::int64_t to) {
     to = std::min(to, _bytes.size());
     while (from < to) {
-        const std::int64_t wanted = std::min(kPiece - from % kPiece, to - from);
-        const std::span<const char> piece = _bytes.at(from, static_cast<std::size_t>(wanted) + kFixedBytes - 1);
+        const std::int64_t wanted = std::min(ContentBytes::kBlock - from % ContentBytes::kBlock, to - from);
+        std::span<const char> piece = _bytes.restOfBlock(from);
         if (piece.size() < static_cast<std::size_t>(wanted)) break;
+        piece = piece.first(std::min(piece.size(), static_cast<std::size_t>(wanted) + kFixedBytes - 1));
         const std::size_t found = findPlausible(piece);
         from += std::min(static_cast<std::int64_t>(found), wanted);
         if (static_cast<std::int64_t>(found) >= wanted) {
@@ -111,8 +111,9 @@ std::optional<RarMark> RarHeaders::nextArchive(std::int64_t from, std::int64_t t
 // Whether the archive's first header is there: its CRC-32, its size as a number of seven bits to the byte, its type.
 bool RarHeaders::isRar5At(std::int64_t position) {
     constexpr std::size_t kCrcBytes = 4, kMostSizeBytes = 3;
+    constexpr std::size_t kMostBytes = 65536;
     constexpr unsigned kMain = 1, kEncryption = 4;
-    const std::span<const char> bytes = _bytes.at(position, kPiece);
+    const std::span<const char> bytes = _bytes.at(position, kMostBytes);
     std::size_t at = kCrcBytes, size = 0;
     for (unsigned shift = 0; at < bytes.size() && at < kCrcBytes + kMostSizeBytes; shift += 7) {
         const auto byte = static_cast<unsigned char>(bytes[at++]);

@@ -15,7 +15,6 @@ using namespace std::string_view_literals;
 
 constexpr std::string_view kCommon = "Rar!\x1A\7"sv, kOfPlain = "\0"sv, kOf5 = "\1\0"sv;
 constexpr std::size_t kRarest = 4;
-constexpr std::int64_t kPiece = 65536;
 
 // Where the first mark begins that is there as a whole; the number of bytes when there is none.
 std::size_t findMark(std::string_view bytes) {
@@ -34,11 +33,11 @@ std::size_t findMark(std::string_view bytes) {
 std::optional<RarMark> nextRarMark(ContentBytes& bytes, std::int64_t from, std::int64_t to) {
     to = std::min(to, bytes.size());
     while (from < to) {
-        // Pieces end at the same places wherever the search begins, so that what was read serves the next one, too; and
-        // they overlap, so that a mark that begins in one is seen whole.
-        const std::int64_t wanted = std::min(kPiece - from % kPiece, to - from);
-        const std::span<const char> piece = bytes.at(from, static_cast<std::size_t>(wanted + RarMark::kBytesOf5) - 1);
+        const std::int64_t wanted = std::min(ContentBytes::kBlock - from % ContentBytes::kBlock, to - from);
+        std::span<const char> piece = bytes.restOfBlock(from);
         if (piece.size() < static_cast<std::size_t>(wanted)) break;
+        // Pieces overlap, so that a mark that begins in one is seen whole.
+        piece = piece.first(std::min(piece.size(), static_cast<std::size_t>(wanted + RarMark::kBytesOf5 - 1)));
         const std::size_t found = findMark({piece.data(), piece.size()});
         if (found < static_cast<std::size_t>(wanted)) {
             return RarMark{from + static_cast<std::int64_t>(found), piece[found + kCommon.size()] != 0};
