@@ -11,7 +11,6 @@
 namespace ZOV_SPACE {
 namespace {
 
-constexpr std::int64_t kLongestComment = 65535;
 constexpr std::int64_t kLargeEndBytes = 56, kLocatorBytes = 20;
 constexpr std::uint32_t kLocator = 0x07064B50;
 constexpr unsigned kShortElsewhere = 0xFFFF;  // It does not fit, and is told by ZIP64's records.
@@ -28,7 +27,7 @@ bool isSame(const ZipClaim& a, const ZipClaim& b) { return a.headerStart == b.he
 }  // namespace
 
 std::optional<std::int64_t> ZipDirectoryView::readFromEnd(const CoveredRanges& elsewhere) {
-    const std::int64_t start = std::max<std::int64_t>(_bytes.size() - kLongestComment - ZipConstants::ENDHDR, 0);
+    const std::int64_t start = std::max<std::int64_t>(_bytes.size() - kSearchedForEnd, 0);
     std::vector<std::int64_t> ends;
     for (auto mark = nextZipMark(_bytes, start, _bytes.size()); mark;
          mark = nextZipMark(_bytes, mark->position + 1, _bytes.size())) {

@@ -22,6 +22,8 @@ namespace ZOV_SPACE {
 class ZipDirectoryView {
 public:
     static constexpr std::size_t kMostClaims = std::size_t{1} << 20;
+    // Bytes at the end of a buffer. A comment has 65535 at most, but some readers look further.
+    static constexpr std::int64_t kSearchedForEnd = std::int64_t{1} << 17;
 
     explicit ZipDirectoryView(ContentBytes& bytes) : _bytes(bytes) {}
 

@@ -18,7 +18,6 @@ namespace {
 
 constexpr std::int64_t kSweptOfPrograms = std::int64_t{1} << 20;
 constexpr std::int64_t kSweptOfOthers = std::int64_t{1} << 18;
-constexpr std::int64_t kTail = ZipConstants::ENDHDR + 65535;  // With the longest comment.
 
 // Looks through parts of a content, in ascending order.
 class Search {
@@ -55,7 +54,7 @@ ZipFound findZipWithin(BufferBase& content) {
     Search search(bytes);
     search.lookThrough(0, programEnd ? kSweptOfPrograms : kSweptOfOthers);
     if (programEnd) search.lookThrough(*programEnd, bytes.size());
-    search.lookThrough(bytes.size() - kTail, bytes.size());
+    search.lookThrough(bytes.size() - ZipDirectoryView::kSearchedForEnd, bytes.size());
     const std::int64_t begin = search.header().value_or(bytes.size());
     if (search.hasEnd()) {
         ZipDirectoryView directories(bytes);
