@@ -310,6 +310,40 @@ bool isRarBehindProgram(const Head& head) {
     return end > 0 && end < bytes.size() && head.has(static_cast<long>(end), "Rar!\x1A\7");
 }
 
+// An archive that a program brings along, behind its sections or in one of them. Programs that read such archives have
+// the magic number, too.
+bool isInProgram(const Head& head, std::string_view magic, bool (*check)(std::span<const char>)) {
+    constexpr std::int64_t kSearched = std::int64_t{1} << 20;
+    constexpr std::size_t kPiece = 65536, kChecked = 64;
+    ContentBytes content(head.content());
+    for (std::int64_t start = 0; start < std::min(content.size(), kSearched); start += kPiece) {
+        const std::span<const char> bytes = content.at(start, kPiece + kChecked);
+        const std::string_view text(bytes.data(), bytes.size());
+        for (std::size_t at = text.find(magic); at < kPiece; at = text.find(magic, at + 1)) {
+            if (check(bytes.subspan(at))) return true;
+        }
+    }
+    const std::span<const char> behind = content.at(endOfProgram(content).value_or(0), kChecked);
+    return std::string_view(behind.data(), behind.size()).starts_with(magic) && check(behind);
+}
+
+// The check-sum of the header's end is that of what follows it.
+bool is7zInProgram(const Head& head) {
+    return isInProgram(head, "7z\xBC\xAF\x27\x1C", [](std::span<const char> there) {
+        constexpr std::size_t kHeaderBytes = 32, kSummed = 12;
+        if (there.size() < kHeaderBytes) return false;
+        Iso3309Crc crc;
+        crc.add(&there[kSummed], kHeaderBytes - kSummed);
+        return crc.crc() == loadU32(&there[8]);
+    });
+}
+
+bool isCabinetInProgram(const Head& head) {
+    return isInProgram(head, "MSCF\0\0\0\0"sv, [](std::span<const char> there) {
+        return there.size() >= 36 && loadU32(&there[12]) == 0 && there[25] == 1 && there[24] <= 3;
+    });
+}
+
 struct Format {
     std::string_view name;  // With a byte 0 behind it.
     long position;
@@ -356,6 +390,12 @@ constexpr Format kFormats[] = {
     {"ISO 9660", 32769, "CD001", isIso9660},
     {"RAR 1.4", 0, "RE~^", isOldRar},
     {"RAR behind a program", 0, "MZ", isRarBehindProgram},
+    {"7z in a program", 0, "MZ", is7zInProgram},
+    {"7z in a program", 0,
+     "\x7F"
+     "ELF",
+     is7zInProgram},
+    {"CAB in a program", 0, "MZ", isCabinetInProgram},
     {"e-mail", 0, "", isMail},
     {"ZIP behind other data", 0, "", isZipBehindOthers},
 };
