@@ -294,13 +294,14 @@ std::int64_t ZipDeepUnarchiver::takeEach(const std::vector<ZipClaim>& claims) {
 
 ZipWays ZipDeepUnarchiver::waysOf(const std::vector<ZipClaim>& claims) {
     ZipWays ways(_bytes.size());
+    const auto addSized = [&](const ZipClaim& claim, const ZipClaim& sizes) {
+        if (claim.isEncrypted() || !sizes.hasSizes()) return;
+        ways.add(claim, sizes.packedSize);
+        if (claim.method == ZipConstants::STORED) ways.add(claim, sizes.unpackedSize);
+    };
     for (const ZipClaim& claim : claims) {
-        if (claim.isEncrypted()) continue;
-        if (claim.hasSizes()) {
-            ways.add(claim, claim.packedSize);
-            if (claim.method == ZipConstants::STORED) ways.add(claim, claim.unpackedSize);
-            continue;
-        }
+        addSized(claim, claim);
+        if (claim.isEncrypted() || claim.hasSizes()) continue;
         const ZipDataExtent extent = measure(claim);
         if (extent.failure.empty() || endsItself(claim.method)) {
             ways.add(claim, ZipClaim::clamped(static_cast<std::uint64_t>(extent.packedSize)));
@@ -308,6 +309,11 @@ ZipWays ZipDeepUnarchiver::waysOf(const std::vector<ZipClaim>& claims) {
             const std::string name = _headers.nameOf(claim);
             tell(ArchiveTrouble::damaged, extent.failure, &name);
         }
+    }
+    // Then readers take the method from the header, which stands last, and the sizes from the directory.
+    const ZipClaim& header = claims.back();
+    for (const ZipClaim& claim : claims) {
+        if (!header.hasSizes()) addSized(header, claim);
     }
     return ways;
 }
