@@ -127,8 +127,11 @@ std::uint32_t checkSumOfDescriptor(InputStream& in) {
     return descriptor ? descriptor->checkSum : 0;
 }
 
-ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
-    ZipDataExtent extent;
+enum class Data { stored, storedOrOdd, foreign };
+
+ZipDataExtent findExtent(BufferBase& buffer, long start, Data data) {
+    const bool stored = data != Data::foreign;
+    ZipDataExtent extent, odd;
     extent.known = true;
     const Limit limit;
     Search search(buffer, start);
@@ -140,18 +143,22 @@ ZipDataExtent findExtent(BufferBase& buffer, long start, bool stored) {
             if (loadU32(bytes + 4) != distance && loadU32(bytes + 8) != distance) continue;
             const auto descriptor = ZipDescriptor::read(bytes);
             if (!descriptor || !descriptor->isEvident || descriptor->packedSize != distance) continue;
-            if (stored && descriptor->unpackedSize != distance) continue;
-            if (stored && checkSum.upTo(search.start() + i) != descriptor->checkSum) continue;
-            extent.packedSize = distance;
-            extent.unpackedSize = descriptor->unpackedSize;
-            extent.checkSum = descriptor->checkSum;
-            return extent;
+            const bool isRight = !stored || (descriptor->unpackedSize == distance &&
+                                             checkSum.upTo(search.start() + i) == descriptor->checkSum);
+            if (!isRight && (data == Data::stored || odd.known)) continue;
+            ZipDataExtent& found = isRight ? extent : odd;
+            found.known = true;
+            found.packedSize = distance;
+            found.unpackedSize = descriptor->unpackedSize;
+            found.checkSum = descriptor->checkSum;
+            if (isRight) return extent;
         }
         limit.check(search.start() - start + search.count());
         if (stored) checkSum.upTo(search.start() + search.count());
     }
     extent.packedSize = extent.unpackedSize = std::max(buffer.getSize() - start, 0L);
     ScanBudget::chargeDiscardedBytes(extent.packedSize);
+    if (odd.known) return odd;
     extent.failure = "missing data descriptor";
     return extent;
 }
@@ -177,9 +184,13 @@ ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start) {
     return extent;
 }
 
-ZipDataExtent findStoredExtent(BufferBase& buffer, long start) { return findExtent(buffer, start, true); }
+ZipDataExtent findStoredExtent(BufferBase& buffer, long start) { return findExtent(buffer, start, Data::stored); }
 
-ZipDataExtent findForeignExtent(BufferBase& buffer, long start) { return findExtent(buffer, start, false); }
+ZipDataExtent findStoredOrOddExtent(BufferBase& buffer, long start) {
+    return findExtent(buffer, start, Data::storedOrOdd);
+}
+
+ZipDataExtent findForeignExtent(BufferBase& buffer, long start) { return findExtent(buffer, start, Data::foreign); }
 
 long findLocalHeader(BufferBase& buffer, long start) {
     Search search(buffer, start);

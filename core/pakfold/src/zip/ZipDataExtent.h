@@ -36,6 +36,8 @@ ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start);
 // The end is where a data descriptor agrees with the distance from the start and, for a stored entry, with the data's
 // checksum; without one, the end of the buffer.
 ZipDataExtent findStoredExtent(BufferBase& buffer, long start);
+// Without such a one, where the first descriptor agrees with the distance alone.
+ZipDataExtent findStoredOrOddExtent(BufferBase& buffer, long start);
 ZipDataExtent findForeignExtent(BufferBase& buffer, long start);  // For methods that nobody here can decode.
 
 // What was inflated to find an entry's end costs as much of the budget as nobody takes of it.

@@ -11,6 +11,7 @@
 #include <tuple>
 
 #include "ByteOrder.h"
+#include "zip/ZipConstants.h"
 #include "zip/ZipSupport.h"
 
 namespace ZOV_SPACE {
@@ -32,8 +33,12 @@ struct ZipClaim {
 
     bool isEncrypted() const { return (flags & kEncrypted) != 0; }
     bool sizesFollow() const { return (flags & kSizesFollow) != 0; }
-    // Whether it says where the data ends; some writers of streams put sizes into the header all the same.
-    bool hasSizes() const { return !(isLocal && sizesFollow() && packedSize == 0) && packedSize != kNotSaid; }
+    // Whether it says where the data ends; some writers of streams put sizes into the header all the same. Stored data
+    // that is larger than anything has been cut.
+    bool hasSizes() const {
+        if (packedSize == kNotSaid) return method == ZipConstants::STORED && !sizesFollow();
+        return !(isLocal && sizesFollow() && packedSize == 0);
+    }
     std::int64_t dataEnd() const { return std::int64_t{dataStart} + packedSize; }
     // Whether the same comes out.
     bool agreesWith(const ZipClaim& other) const {

@@ -194,7 +194,7 @@ std::int64_t ZipDeepUnarchiver::passOverEncrypted(const ZipClaim& claim) {
 ZipDataExtent ZipDeepUnarchiver::measure(const ZipClaim& claim) {
     const auto start = static_cast<long>(claim.dataStart);
     if (claim.method == ZipConstants::DEFLATED) return findDeflatedExtent(_buffer, start);
-    if (claim.method == ZipConstants::STORED) return findStoredExtent(_buffer, start);
+    if (claim.method == ZipConstants::STORED) return findStoredOrOddExtent(_buffer, start);
     return findForeignExtent(_buffer, start);
 }
 
