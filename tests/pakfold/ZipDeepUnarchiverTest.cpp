@@ -20,6 +20,9 @@ TEST(ZipDeepUnarchiver, findsWhatAnyReaderWouldAndTellsWhatItDoesNot) {
         ZipDeepUnarchiver(&content, entries, covered).start();
         EXPECT_EQ(entries.contents(), row[1]);
         EXPECT_EQ(entries.troubles, row[2]);
+        for (const auto& entry : entries.entries) {
+            EXPECT_LE(static_cast<unsigned>(entry.uncompressedSize), 1032 * (content.getSize() + 1));
+        }
         EXPECT_TRUE(entries.begun == 1 && entries.ended == 1 && entries.released == 1);
     }
 }

@@ -60,7 +60,7 @@ public:
         _entry.time = claim.time;
         _entry.algorithm = _method ? _method->algorithm : kAlgorithmUnknown;
         _entry.compressedSize = static_cast<int>(reading.packedSize);
-        _entry.uncompressedSize = static_cast<int>(std::min(claim.unpackedSize, reading.keptSize));
+        _entry.uncompressedSize = static_cast<int>(std::min({claim.unpackedSize, reading.keptSize, mostUnpacked()}));
         _entry.checkSum = claim.checkSum;
         _outcome.dataEnd = reading.end();
     }
@@ -101,6 +101,15 @@ public:
     }
 
 private:
+    // What the data can unpack to, whatever is announced.
+    std::uint32_t mostUnpacked() const {
+        constexpr std::int64_t kMostRatio = 1032;  // Of deflated data.
+        const std::int64_t there = std::min<std::int64_t>(_reading.packedSize, _bytes.size() - _reading.start);
+        if (_reading.method == ZipConstants::STORED) return static_cast<std::uint32_t>(there);
+        if (_reading.method != ZipConstants::DEFLATED) return ZipClaim::kNotSaid;
+        return ZipClaim::clamped(static_cast<std::uint64_t>(kMostRatio * (there + 1)));
+    }
+
     void ask() {
         _out = _entries.processEntry(&_entry, _action);
         if (_action == kActionAbort) kZipUnit.raise<ArchivingException>("Archiving aborted");
