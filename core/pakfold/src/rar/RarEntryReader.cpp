@@ -216,7 +216,12 @@ void RarEntryReader::tellMissing(const RarFileBlock& file, std::int64_t missingB
 void RarEntryReader::copyStored(const RarFileBlock& file, BoundedInputStream& data, OutputStream& out) {
     TakenOutputStream taken(&out);
     IOUtils::readAndWrite(data, taken);
-    if (file.isStored()) tellMissing(file, file.unpackedSize() - taken.taken());
+    if (!file.isStored()) return;
+    tellMissing(file, file.unpackedSize() - taken.taken());
+    // Some readers stop at the size that is announced.
+    if (_persists && !_isCut && file.rawCrcFits() && taken.taken() > file.unpackedSize()) {
+        tell(ArchiveTrouble::damaged, &file, "there is more data than is announced");
+    }
 }
 
 void RarEntryReader::decode(const RarFileBlock& file, InputStream& data, OutputStream& out) {
