@@ -74,8 +74,10 @@ constinit std::array<DeepFormat, kMostFormats> formats{{
 constinit std::size_t formatCount = 2;
 
 // Whether the content is an archive that none of the formats above walks; what stands somewhere in it is its business.
+// A program that brings one along may bring others along, too.
 bool isForeign(BufferBase& content) {
     const char* const name = foreignFormat(content);
+    if (name && std::string_view(name).ends_with(" in a program")) return false;
     const auto end = formats.begin() + formatCount;
     return name && std::none_of(formats.begin(), end, [&](const auto& format) { return format.foreignName == name; });
 }

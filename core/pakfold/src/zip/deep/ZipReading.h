@@ -25,8 +25,7 @@ struct ZipReading {
         return {claim.dataStart, claim.packedSize, ZipClaim::kNotSaid, claim.method};
     }
     std::int64_t end() const { return std::int64_t{start} + packedSize; }
-    std::strong_ordering operator<=>(const ZipReading&) const =
-        default;
+    std::strong_ordering operator<=>(const ZipReading&) const = default;
 };
 
 struct ZipOutcome {

@@ -16,7 +16,6 @@
 namespace ZOV_SPACE {
 namespace {
 
-constexpr std::int64_t kPiece = 65536;
 constexpr std::size_t kMarkBytes = 4;
 
 bool isMark(const char* bytes) {
@@ -75,10 +74,11 @@ std::size_t findMark(std::span<const char> bytes) {
 
 std::optional<ZipMark> nextZipMark(ContentBytes& bytes, std::int64_t from, std::int64_t to) {
     while (from < to) {
-        const std::int64_t wanted = std::min(kPiece, to - from);
-        // Pieces overlap, so that a mark that begins in one is seen whole.
-        const std::span<const char> piece = bytes.at(from, static_cast<std::size_t>(wanted) + kMarkBytes - 1);
+        const std::int64_t wanted = std::min(ContentBytes::kBlock - from % ContentBytes::kBlock, to - from);
+        std::span<const char> piece = bytes.restOfBlock(from);
         if (piece.empty()) break;
+        // Pieces overlap, so that a mark that begins in one is seen whole.
+        piece = piece.first(std::min(piece.size(), static_cast<std::size_t>(wanted) + kMarkBytes - 1));
         const std::size_t found = findMark(piece);
         if (found < piece.size()) return ZipMark{from + static_cast<std::int64_t>(found), loadU32(&piece[found])};
         from += wanted;
