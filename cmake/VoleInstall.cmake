@@ -17,7 +17,9 @@ file(RELATIVE_PATH lib_from_prefix "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FU
 
 # Installs the shared library `target` with its header as the component `name` of the CMake package and as `name`.pc.
 # The part of the installation that has the link lib`name`.so is `link_part`.
-function(vole_install_library target name link_part description cflags)
+# `libs_private`: what else a link with all libraries named would need.
+function(vole_install_library target name link_part description cflags libs_private)
+  string(PREPEND vole_libs_private "${libs_private}")
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${name})
   install(TARGETS ${target} EXPORT Vole-${name}
     LIBRARY COMPONENT runtime NAMELINK_COMPONENT ${link_part}
@@ -28,9 +30,17 @@ function(vole_install_library target name link_part description cflags)
   install(FILES ${PROJECT_BINARY_DIR}/package/${name}.pc DESTINATION "${vole_pc_dir}" COMPONENT development)
 endfunction()
 
-vole_install_library(vole_c vole development "Scans files and data for known malware" "")
+set(methods BZIP2 LZMA ZSTD)
+set(libraries bz2 lzma zstd)
+set(method_libs "")
+foreach(method library IN ZIP_LISTS methods libraries)
+  if(VOLE_WITH_${method})
+    string(APPEND method_libs "-l${library} ")
+  endif()
+endforeach()
+vole_install_library(vole_c vole development "Scans files and data for known malware" "" "${method_libs}")
 # Established hosts open libvoleeng.so by just this name, so that the link is needed to run them, not only to link.
-vole_install_library(voleeng voleeng runtime "Scans files for known malware, older interface" "${vole_string_layout}")
+vole_install_library(voleeng voleeng runtime "Scans files for known malware, older interface" "${vole_string_layout}" "")
 
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/VoleConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/VoleConfig.cmake.in

@@ -141,7 +141,7 @@ VOLE_API void vole_scanner_free(vole_scanner* scanner); /* Null is allowed. Not 
 
 /* Flags of a scanner. */
 #define VOLE_SCAN_ALL_MATCHES 1u /* Goes on behind the first finding, and reports all. */
-#define VOLE_SCAN_SHALLOW 2u     /* Reads archives only from where their format's rules begin, and as far as they go. */
+#define VOLE_SCAN_SHALLOW 2u     /* Opens ZIP and RAR archives alone, and by their formats' rules. */
 
 /* VOLE_E_ARGUMENT, and nothing changed, for unknown flags; VOLE_E_BUSY from inside a scan. */
 VOLE_API vole_error vole_scanner_set_flags(vole_scanner* scanner, uint32_t flags);
