@@ -10,13 +10,20 @@
 #include "streams/StreamTroubles.h"
 
 namespace ZOV_SPACE {
+namespace {
 
-OfferedEntry::OfferedEntry(ArchiveEntryProcessor& entries, ArchiveEntryInfo& entry) : _entries(entries), _entry(entry) {
+std::unique_ptr<OutputStream> ask(ArchiveEntryProcessor& entries, ArchiveEntryInfo& entry) {
     int action = kActionSkip;
-    _out = entries.processEntry(&entry, action);
+    std::unique_ptr<OutputStream> out = entries.processEntry(&entry, action);
     if (action == kActionAbort) raise<ArchivingException>("Archiving aborted");
-    if (action != kActionCopy && action != kActionDecompress) _out.reset();
+    if (action != kActionCopy && action != kActionDecompress) out.reset();
+    return out;
 }
+
+}  // namespace
+
+OfferedEntry::OfferedEntry(ArchiveEntryProcessor& entries, ArchiveEntryInfo& entry)
+    : _entries(entries), _entry(entry), _out(ask(entries, entry)) {}
 
 void OfferedEntry::fill(const Write& write) {
     TakenOutputStream taking(_out.get());
@@ -41,7 +48,7 @@ int entrySize(std::int64_t bytes) {
 void copyRange(BufferBase& buffer, std::int64_t start, std::int64_t size, OutputStream& out) {
     constexpr std::int64_t kPiece = 65536;
     std::unique_ptr<char[]> own;
-    const std::int64_t end = std::min<std::int64_t>(start + size, buffer.getSize());
+    const std::int64_t end = start + std::min(size, std::max<std::int64_t>(buffer.getSize() - start, 0));
     for (std::int64_t at = start; at < end;) {
         std::span<char> space = own ? std::span<char>() : out.lendSpace();
         const bool isLent = !space.empty();
