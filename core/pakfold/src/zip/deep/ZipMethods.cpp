@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <limits>
 #include <span>
 
 #include "IOUtils.h"
@@ -24,7 +25,8 @@ std::int64_t copyStored(InputStream& in, const ZipPacked& packed, OutputStream& 
         out.commitSpace(count);
         left -= count;
     }
-    IOUtils::readAndWrite(in, out, static_cast<long>(left));
+    constexpr std::int64_t kMost = std::numeric_limits<long>::max();  // More than any content has.
+    IOUtils::readAndWrite(in, out, static_cast<long>(std::min(left, kMost)));
     return 0;
 }
 
