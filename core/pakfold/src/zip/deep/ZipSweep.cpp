@@ -9,8 +9,8 @@
 #include "unarchiver/ScanBudget.h"
 #include "zip/ZipConstants.h"
 
-#ifdef __SSE2__
-#include <emmintrin.h>
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
 #endif
 
 namespace ZOV_SPACE {
@@ -23,26 +23,32 @@ bool isMark(const char* bytes) {
     return signature == ZipConstants::LOCSIG || signature == ZipConstants::ENDSIG;
 }
 
-#ifdef __SSE2__
+#if defined(__x86_64__) || defined(__i386__)
 
-// All ones in each byte of 16 at which the pair of letters begins.
-__m128i pairsIn(const char* bytes) {
-    const auto load = [](const char* from) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from)); };
-    return _mm_and_si128(_mm_cmpeq_epi8(load(bytes), _mm_set1_epi8('P')),
-                         _mm_cmpeq_epi8(load(bytes + 1), _mm_set1_epi8('K')));
+// All ones in each byte of 32 at which the pair of letters begins.
+[[gnu::target("avx2")]] __m256i pairsIn(const char* bytes) {
+    const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
+    const __m256i second = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + 1));
+    return _mm256_and_si256(_mm256_cmpeq_epi8(first, _mm256_set1_epi8('P')),
+                            _mm256_cmpeq_epi8(second, _mm256_set1_epi8('K')));
+}
+
+[[gnu::target("avx2")]] std::size_t skipInWideSteps(std::span<const char> bytes) {
+    constexpr std::size_t kLane = 32, kStep = 4 * kLane;
+    std::size_t at = 0;
+    for (; at + kStep + 1 <= bytes.size(); at += kStep) {
+        const char* const next = bytes.data() + at;
+        const __m256i left = _mm256_or_si256(pairsIn(next), pairsIn(next + kLane));
+        const __m256i right = _mm256_or_si256(pairsIn(next + 2 * kLane), pairsIn(next + 3 * kLane));
+        if (_mm256_movemask_epi8(_mm256_or_si256(left, right)) != 0) break;
+    }
+    return at;
 }
 
 // How many positions from the start on were ruled out; less than a step is left, or there is a pair in the next one.
 std::size_t skipInSteps(std::span<const char> bytes) {
-    constexpr std::size_t kLane = 16, kStep = 4 * kLane;
-    std::size_t at = 0;
-    for (; at + kStep + 1 <= bytes.size(); at += kStep) {
-        const char* const next = bytes.data() + at;
-        const __m128i left = _mm_or_si128(pairsIn(next), pairsIn(next + kLane));
-        const __m128i right = _mm_or_si128(pairsIn(next + 2 * kLane), pairsIn(next + 3 * kLane));
-        if (_mm_movemask_epi8(_mm_or_si128(left, right)) != 0) break;
-    }
-    return at;
+    static const bool isWide = __builtin_cpu_supports("avx2");
+    return isWide ? skipInWideSteps(bytes) : 0;
 }
 
 #else
@@ -53,7 +59,7 @@ std::size_t skipInSteps(std::span<const char>) { return 0; }
 
 // Where the first mark begins that is there as a whole; the number of bytes when there is none.
 std::size_t findMark(std::span<const char> bytes) {
-    constexpr std::size_t kLookedAt = 64;  // One by one, behind what was ruled out.
+    constexpr std::size_t kLookedAt = 128;  // One by one, behind what was ruled out.
     std::size_t at = 0;
     while (at + kMarkBytes <= bytes.size()) {
         at += skipInSteps(bytes.subspan(at));
