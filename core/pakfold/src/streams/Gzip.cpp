@@ -26,7 +26,7 @@ struct Head {
 // The bytes before the next byte 0, of which `kept` gets as many as may be kept. Returns the position behind that byte,
 // or the end of all.
 std::int64_t passText(ContentBytes& bytes, std::int64_t position, std::string& kept) {
-    constexpr std::size_t kPiece = 4096, kLongest = 4096;
+    constexpr std::size_t kPiece = 65536, kLongest = 4096;
     while (true) {
         const std::span<const char> piece = bytes.at(position, kPiece);
         if (piece.empty()) return position;
