@@ -193,10 +193,10 @@ bool ReportingScan::opens(const _st_ArchEntry& archive) {
     return false;
 }
 
-void ReportingScan::onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes,
+void ReportingScan::onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::ProbedContent& bytes,
                                 const ZOV_SPACE::ArchiveId& walked) {
     if (content.isPacked) return;  // Which has been told; what its method writes may look like anything.
-    const char* const format = ZOV_SPACE::foreignFormat(bytes);
+    const char* const format = bytes.foreignFormat();
     if (!format || ZOV_SPACE::isWalked(walked, format)) return;
     const std::string text = std::string("the members of ") + format + " are not reached";
     unseen(Unseen::unsupported, sharedName(content), text.c_str());

@@ -55,7 +55,7 @@ private:
     void onUnpacked(std::int64_t bytes) override;
     void onMemberDone(const _st_ArchEntry& member, std::int64_t bytes) override;
     bool opens(const _st_ArchEntry& archive) override;
-    void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes,
+    void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::ProbedContent& bytes,
                      const ZOV_SPACE::ArchiveId& walked) override;
     bool persists() const override { return true; }
     bool comparesCheckSums() const override { return true; }

@@ -99,8 +99,9 @@ const ZOV_SPACE::ArchiveId& probe(ScanFace& face, const _st_ArchEntry& record, Z
     const ZOV_SPACE::ArchiveId& plain = ZOV_SPACE::VoleEngineFactory::identify(stream);
     // What an unknown method has packed may look like anything.
     const bool isDeep = face.readsDeep() && !record.isPacked;
-    const ZOV_SPACE::ArchiveId& format = isDeep ? ZOV_SPACE::deepFormat(content, plain) : plain;
-    if (&plain == &ZOV_SPACE::ARCHIVEID_NONE) face.onNoArchive(record, content, format);
+    ZOV_SPACE::ProbedContent probed(content);
+    const ZOV_SPACE::ArchiveId& format = isDeep ? ZOV_SPACE::deepFormat(probed, plain) : plain;
+    if (&plain == &ZOV_SPACE::ARCHIVEID_NONE) face.onNoArchive(record, probed, format);
     return format;
 }
 

@@ -6,7 +6,7 @@ void ScanFace::onUnpacked(std::int64_t) {}
 void ScanFace::onMemberDone(const _st_ArchEntry&, std::int64_t) {}
 int ScanFace::deepestProbed() const { return -1; }
 bool ScanFace::opens(const _st_ArchEntry&) { return true; }
-void ScanFace::onNoArchive(const _st_ArchEntry&, ZOV_SPACE::BufferBase&, const ZOV_SPACE::ArchiveId&) {}
+void ScanFace::onNoArchive(const _st_ArchEntry&, ZOV_SPACE::ProbedContent&, const ZOV_SPACE::ArchiveId&) {}
 bool ScanFace::persists() const { return false; }
 bool ScanFace::comparesCheckSums() const { return false; }
 bool ScanFace::readsDeep() const { return false; }

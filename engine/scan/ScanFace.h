@@ -14,6 +14,7 @@
 #include "SignatureMatch.h"
 #include "WorkList.h"
 #include "unarchiver/Pakfold.h"
+#include "unarchiver/ProbedContent.h"
 
 // The form of a content in which a signature was found.
 enum class Form { raw = 1, normalised = 2 };
@@ -86,7 +87,7 @@ public:
     virtual bool opens(const _st_ArchEntry& archive);
     // This content does not begin as one of the archives that can be opened. `walked`: what it is walked as all the
     // same, ARCHIVEID_NONE if nothing.
-    virtual void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::BufferBase& bytes,
+    virtual void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::ProbedContent& bytes,
                              const ZOV_SPACE::ArchiveId& walked);
     // Whether archives are walked beyond what their format's rules allow; see ArchiveEntryProcessor::persists().
     virtual bool persists() const;

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "ArchiveMarks.h"
 #include "CoveredRanges.h"
 #include "io/BufferBaseStreams.h"
 #include "rar/RarUnarchiver.h"
@@ -31,7 +32,7 @@ constexpr std::string_view kZipBehindOthers = "ZIP behind other data";
 
 constexpr std::int64_t kNowhere = std::numeric_limits<std::int64_t>::max();
 
-bool isForeign(BufferBase& content);
+bool isForeign(ProbedContent& content);
 
 template <class T>
 bool beginsAs(BufferBase& content) {
@@ -39,10 +40,11 @@ bool beginsAs(BufferBase& content) {
     return T::checkFormat(in);
 }
 
-bool isRarIn(BufferBase& content, bool isHeld) {
-    if (beginsAs<RarUnarchiver>(content)) return true;
-    if (beginsAs<ZipUnarchiver>(content)) return true;  // Of which all is looked through that no member covers.
-    return !isHeld && findRarWithin(content) && !isForeign(content);
+bool isRarIn(ProbedContent& content, bool isHeld) {
+    if (beginsAs<RarUnarchiver>(content.bytes())) return true;
+    if (beginsAs<ZipUnarchiver>(content.bytes())) return true;  // Of which all is looked through that no member covers.
+    const bool isLooked = !isHeld && (content.marks() & kRarMarks) != 0;
+    return isLooked && findRarWithin(content.bytes()) && !isForeign(content);
 }
 std::int64_t rarBegin(BufferBase& content) {
     if (beginsAs<RarUnarchiver>(content)) return 0;
@@ -52,9 +54,10 @@ std::unique_ptr<Unarchiver> rarUnarchiver(BufferBase* content, ArchiveEntryProce
     return std::make_unique<RarDeepUnarchiver>(content, entries, covered);
 }
 
-bool isZipIn(BufferBase& content, bool isHeld) {
-    if (beginsAs<ZipUnarchiver>(content)) return true;
-    const ZipWithin within = findZipWithin(content).what;
+bool isZipIn(ProbedContent& content, bool isHeld) {
+    if (beginsAs<ZipUnarchiver>(content.bytes())) return true;
+    if ((content.marks() & kZipMarks) == 0) return false;
+    const ZipWithin within = findZipWithin(content.bytes()).what;
     if (within != ZipWithin::header) return within == ZipWithin::archive;
     return !isHeld && !isForeign(content);
 }
@@ -75,8 +78,8 @@ constinit std::size_t formatCount = 2;
 
 // Whether the content is an archive that none of the formats above walks; what stands somewhere in it is its business.
 // A program that brings one along may bring others along, too.
-bool isForeign(BufferBase& content) {
-    const char* const name = foreignFormat(content);
+bool isForeign(ProbedContent& content) {
+    const char* const name = content.foreignFormat();
     if (name && std::string_view(name).ends_with(" in a program")) return false;
     const auto end = formats.begin() + formatCount;
     return name && std::none_of(formats.begin(), end, [&](const auto& format) { return format.foreignName == name; });
@@ -149,13 +152,18 @@ bool registerDeepFormat(const DeepFormat& format) {
     return true;
 }
 
-const ArchiveId& deepFormat(BufferBase& content, const ArchiveId& plain) {
+const ArchiveId& deepFormat(ProbedContent& content, const ArchiveId& plain) {
     std::size_t set = 0;
     for (std::size_t i = 0; i < formatCount; ++i) {
         if (formats[i].isIn(content, set != 0)) set |= std::size_t{1} << i;
     }
     if (set == 0) return plain;
     return ids[set];
+}
+
+const ArchiveId& deepFormat(BufferBase& content, const ArchiveId& plain) {
+    ProbedContent probed(content);
+    return deepFormat(probed, plain);
 }
 
 bool isWalked(const ArchiveId& format, std::string_view foreignName) {

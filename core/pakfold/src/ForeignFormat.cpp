@@ -13,6 +13,7 @@
 #include <span>
 #include <string_view>
 
+#include "ArchiveMarks.h"
 #include "ByteOrder.h"
 #include "ContentBytes.h"
 #include "MailFormat.h"
@@ -29,9 +30,9 @@ constexpr std::size_t kHeadBytes = 512;  // As long as a tar header, the longest
 // What a content begins with, and the rest for those who ask.
 class Head {
 public:
-    explicit Head(BufferBase& content) : _content(content), _bytes(content.view(0)) {
-        if (_bytes.size() < kHeadBytes && static_cast<long>(_bytes.size()) < content.getSize()) {
-            const int count = content.read(0, _own.data(), static_cast<int>(_own.size()));
+    explicit Head(ProbedContent& probed) : _probed(probed), _content(probed.bytes()), _bytes(_content.view(0)) {
+        if (_bytes.size() < kHeadBytes && static_cast<long>(_bytes.size()) < _content.getSize()) {
+            const int count = _content.read(0, _own.data(), static_cast<int>(_own.size()));
             _bytes = std::span<const char>(_own).first(static_cast<std::size_t>(std::max(count, 0)));
         }
         _bytes = _bytes.first(std::min(_bytes.size(), kHeadBytes));
@@ -59,6 +60,7 @@ public:
         const int count = _content.read(position, space.data(), static_cast<int>(space.size()));
         return space.first(static_cast<std::size_t>(std::max(count, 0)));
     }
+    ProbedContent& probed() const { return _probed; }
     BufferBase& content() const { return _content; }
     std::span<const char> head() const { return _bytes; }
     std::span<const char> from(long position) const { return _content.view(position); }
@@ -73,6 +75,7 @@ private:
         return result;
     }
 
+    ProbedContent& _probed;
     BufferBase& _content;
     std::span<const char> _bytes;
     std::array<char, kHeadBytes> _own;
@@ -291,7 +294,7 @@ bool isZip(const Head& head) {
 // The end record is among the content's last bytes. What may stand behind it, readers pass over.
 bool isZipBehindOthers(const Head& head) {
     constexpr std::size_t kEndBytes = 22, kLongestComment = 65535;
-    if (isZip(head)) return false;
+    if (isZip(head) || head.probed().isKnownWithout(ArchiveMark::zipEnd)) return false;
     const Tail tail(head, kEndBytes + kLongestComment);
     const std::string_view text = tail.text();
     // By the second half of its magic number, which is rarer than the first one.
@@ -312,24 +315,24 @@ bool isRarBehindProgram(const Head& head) {
 
 // An archive that a program brings along, behind its sections or in one of them. Programs that read such archives have
 // the magic number, too.
-bool isInProgram(const Head& head, std::string_view magic, bool (*check)(std::span<const char>)) {
-    constexpr std::int64_t kSearched = std::int64_t{1} << 20;
-    constexpr std::size_t kPiece = 65536, kChecked = 64;
+bool isInProgram(const Head& head, ArchiveMark::Kind kind, bool (*check)(std::span<const char>)) {
+    constexpr std::size_t kChecked = 64;
     ContentBytes content(head.content());
-    for (std::int64_t start = 0; start < std::min(content.size(), kSearched); start += kPiece) {
-        const std::span<const char> bytes = content.at(start, kPiece + kChecked);
-        const std::string_view text(bytes.data(), bytes.size());
-        for (std::size_t at = text.find(magic); at < kPiece; at = text.find(magic, at + 1)) {
-            if (check(bytes.subspan(at))) return true;
+    const auto isBetween = [&](std::int64_t from, std::int64_t to) {
+        while (const auto mark = nextArchiveMark(content, kind, from, to)) {
+            if (check(content.at(mark->position, kChecked))) return true;
+            from = mark->position + 1;
         }
-    }
-    const std::span<const char> behind = content.at(endOfProgram(content).value_or(0), kChecked);
-    return std::string_view(behind.data(), behind.size()).starts_with(magic) && check(behind);
+        return false;
+    };
+    if ((head.probed().marksAtBegin() & kind) != 0 && isBetween(0, kSweptAtBegin)) return true;
+    const std::int64_t behind = endOfProgram(content).value_or(0);
+    return isBetween(behind, behind + 1);
 }
 
 // The check-sum of the header's end is that of what follows it.
 bool is7zInProgram(const Head& head) {
-    return isInProgram(head, "7z\xBC\xAF\x27\x1C", [](std::span<const char> there) {
+    return isInProgram(head, ArchiveMark::sevenZip, [](std::span<const char> there) {
         constexpr std::size_t kHeaderBytes = 32, kSummed = 12;
         if (there.size() < kHeaderBytes) return false;
         Iso3309Crc crc;
@@ -339,7 +342,7 @@ bool is7zInProgram(const Head& head) {
 }
 
 bool isCabinetInProgram(const Head& head) {
-    return isInProgram(head, "MSCF\0\0\0\0"sv, [](std::span<const char> there) {
+    return isInProgram(head, ArchiveMark::cabinet, [](std::span<const char> there) {
         return there.size() >= 36 && loadU32(&there[12]) == 0 && there[25] == 1 && there[24] <= 3;
     });
 }
@@ -402,24 +405,34 @@ constexpr Format kFormats[] = {
 
 }  // namespace
 
-static bool fits(const Head& head, const Format& format) {
+// False nearly always.
+static bool mayFit(const Head& head, const Format& format) {
     const std::span<const char> bytes = head.head();
     const bool isAtStart = format.position == 0 && !format.magic.empty();
-    if (isAtStart && (bytes.empty() || bytes[0] != format.magic[0])) return false;  // As nearly always.
-    return head.has(format.position, format.magic) && (!format.check || format.check(head));
+    return !isAtStart || (!bytes.empty() && bytes[0] == format.magic[0]);
 }
 
-const char* foreignFormat(BufferBase& content) {
+static bool fits(const Head& head, const Format& format) {
+    return mayFit(head, format) && head.has(format.position, format.magic) && (!format.check || format.check(head));
+}
+
+const char* foreignFormat(ProbedContent& content) {
     const Head head(content);
     const auto* const found = std::find_if(std::begin(kFormats), std::end(kFormats),
                                            [&](const Format& format) { return fits(head, format); });
     return found == std::end(kFormats) ? nullptr : found->name.data();
 }
 
-bool hasForeignFormat(BufferBase& content, std::string_view name) {
+const char* foreignFormat(BufferBase& content) {
+    ProbedContent probed(content);
+    return foreignFormat(probed);
+}
+
+bool hasForeignFormat(ProbedContent& content, std::string_view name) {
     const Head head(content);
-    return std::any_of(std::begin(kFormats), std::end(kFormats),
-                       [&](const Format& format) { return name == format.name && fits(head, format); });
+    return std::any_of(std::begin(kFormats), std::end(kFormats), [&](const Format& format) {
+        return mayFit(head, format) && name == format.name && fits(head, format);
+    });
 }
 
 }  // namespace ZOV_SPACE

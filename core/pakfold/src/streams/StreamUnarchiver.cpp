@@ -112,4 +112,10 @@ void StreamUnarchiver::tellOfRest() {
                      std::to_string(rest) + " bytes behind the compressed data are no part of it");
 }
 
+bool beginsAsStream(ProbedContent& content, bool isHeld, std::string_view name) {
+    if (isHeld) return hasForeignFormat(content, name);
+    const char* const format = content.foreignFormat();
+    return format && format == name;
+}
+
 }  // namespace ZOV_SPACE

@@ -40,11 +40,17 @@ private:
     bool _isSound = true;
 };
 
-// Has files walked that begin as ForeignFormat says by the decoder's name. While the library is loaded; true.
+// Whether a content begins as ForeignFormat says by this name. Few others come before those formats, and none that the
+// same content has, too; what is an archive of another kind need not be looked through for all that ForeignFormat
+// knows.
+bool beginsAsStream(ProbedContent& content, bool isHeld, std::string_view name);
+
+// Has such files walked, by the decoder's name. While the library is loaded; true.
 template <class Decoder>
 bool registerStream() {
     return registerDeepFormat(
-        {Decoder::kName, [](BufferBase& content, bool) { return hasForeignFormat(content, Decoder::kName); },
+        {Decoder::kName,
+         [](ProbedContent& content, bool isHeld) { return beginsAsStream(content, isHeld, Decoder::kName); },
          [](BufferBase* content, ArchiveEntryProcessor& entries,
             CoveredRanges& covered) -> std::unique_ptr<Unarchiver> {
              return std::make_unique<StreamUnarchiver>(content, entries, covered, std::make_unique<Decoder>());

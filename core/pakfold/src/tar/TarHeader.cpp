@@ -30,9 +30,10 @@ bool begins(std::span<const char> record, std::string_view mark) {
 }
 
 bool isSumRight(std::span<const char> record) {
-    constexpr std::int64_t kSmallest = 0400;  // What is less is no number of that kind, but some byte that looks so.
+    // What is less is no number of that kind, but some byte that looks so; more is no sum of so few bytes.
+    constexpr std::int64_t kSmallest = 0400, kLargest = std::int64_t{TarHeader::kRecord} * 255;
     const std::int64_t announced = TarHeader::number(kSum.of(record));
-    if (announced < kSmallest) return false;
+    if (announced < kSmallest || announced > kLargest) return false;
     std::int64_t sum = std::int64_t{' '} * static_cast<std::int64_t>(kSum.bytes), signedSum = sum;
     for (std::size_t i = 0; i < record.size(); ++i) {
         if (i >= kSum.start && i < kSum.start + kSum.bytes) continue;
@@ -68,7 +69,7 @@ std::int64_t TarHeader::number(std::span<const char> field) {
 }
 
 std::optional<TarHeader> TarHeader::read(std::span<const char> record) {
-    if (isZero(record) || !isSumRight(record)) return std::nullopt;
+    if (!isSumRight(record)) return std::nullopt;
     TarHeader header;
     header.size = number(kSize.of(record));
     if (header.size < 0) return std::nullopt;

@@ -33,15 +33,15 @@ struct TarUnarchiver::Content {
 TarUnarchiver::TarUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered)
     : _entries(entries), _covered(covered), _bytes(*buffer) {}
 
-bool TarUnarchiver::isIn(BufferBase& content, bool isHeld) {
-    constexpr std::int64_t kSearched = 20 * kRecord;  // What writers put out at once.
-    if (hasForeignFormat(content, "tar")) return true;
-    ContentBytes bytes(content);
-    const std::int64_t end = std::min(isHeld ? kRecord : kSearched, bytes.size());
-    for (std::int64_t position = 0; position <= end - kRecord; position += kRecord) {
-        const std::span<const char> record = bytes.at(position, TarHeader::kRecord);
-        if (record.size() < TarHeader::kRecord) return false;
-        if (TarHeader::read(record) || (position == 0 && TarHeader::isMarked(record))) return true;
+bool TarUnarchiver::isIn(ProbedContent& probed, bool isHeld) {
+    constexpr std::size_t kSearched = 20;  // Records, which is what writers put out at once.
+    if (hasForeignFormat(probed, "tar")) return true;
+    ContentBytes content(probed.bytes());
+    const std::span<const char> start = content.at(0, (isHeld ? 1 : kSearched) * TarHeader::kRecord);
+    if (start.size() >= TarHeader::kRecord && TarHeader::isMarked(start.first(TarHeader::kRecord))) return true;
+    for (std::span<const char> rest = start; rest.size() >= TarHeader::kRecord;) {
+        if (TarHeader::read(rest.first(TarHeader::kRecord))) return true;
+        rest = rest.subspan(TarHeader::kRecord);
     }
     return false;
 }

@@ -11,6 +11,7 @@
 #include "tar/TarExtensions.h"
 #include "tar/TarHeader.h"
 #include "unarchiver/Pakfold.h"
+#include "unarchiver/ProbedContent.h"
 
 namespace ZOV_SPACE {
 
@@ -24,8 +25,9 @@ class TarUnarchiver : public Unarchiver {
 public:
     TarUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries, CoveredRanges& covered);
 
-    // Whether the content begins as an archive, or as one whose first headers were damaged. `isHeld`: as in DeepFormat.
-    static bool isIn(BufferBase& content, bool isHeld);
+    // Whether the content begins as an archive, or as one whose first headers were damaged. `isHeld`: as in
+    // DeepFormat.
+    static bool isIn(ProbedContent& probed, bool isHeld);
 
     void start() override;
 

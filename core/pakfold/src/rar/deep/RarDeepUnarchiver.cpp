@@ -40,19 +40,19 @@ void RarDeepUnarchiver::walk() {
 }
 
 // In bytes that no member covers.
-std::optional<RarMark> RarDeepUnarchiver::nextMark(std::int64_t position) {
+std::optional<ArchiveMark> RarDeepUnarchiver::nextMark(std::int64_t position) {
     for (position = _covered.endAt(position); position < _bytes.size();) {
         const std::int64_t end = std::min(_covered.nextBehind(position), _bytes.size());
-        if (const auto mark = nextRarMark(_bytes, position, end)) return mark;
+        if (const auto mark = nextArchiveMark(_bytes, kRarMarks, position, end)) return mark;
         position = _covered.endAt(end);
     }
     return std::nullopt;
 }
 
 // Returns where the search for marks goes on; 0 where no archive is.
-std::int64_t RarDeepUnarchiver::meet(const RarMark& mark) {
+std::int64_t RarDeepUnarchiver::meet(const ArchiveMark& mark) {
     const auto first = _headers.archiveAt(mark);
-    if (mark.isRar5) {
+    if (mark.kind == ArchiveMark::rar5) {
         if (first) tellOfRar5(mark);
         return 0;
     }
@@ -81,11 +81,11 @@ std::int64_t RarDeepUnarchiver::meet(const RarMark& mark) {
 }
 
 // Tried once: volumes may be many, and so may be marks.
-std::unique_ptr<RarVolumes> RarDeepUnarchiver::join(const RarMark& mark) {
+std::unique_ptr<RarVolumes> RarDeepUnarchiver::join(const ArchiveMark& mark) {
     return std::exchange(_joins, false) ? RarVolumes::join(_bytes.buffer(), mark, _entries) : nullptr;
 }
 
-std::int64_t RarDeepUnarchiver::walkVolumes(RarVolumes& volumes, const RarMark& mark) {
+std::int64_t RarDeepUnarchiver::walkVolumes(RarVolumes& volumes, const ArchiveMark& mark) {
     CoveredRanges covered;
     RarDeepUnarchiver(volumes, _entries, covered).walk();
     _covered.add(mark.position, volumes.endInFirst());
@@ -93,7 +93,7 @@ std::int64_t RarDeepUnarchiver::walkVolumes(RarVolumes& volumes, const RarMark& 
 }
 
 // Once; of contents that begin so, those who recognise contents tell.
-void RarDeepUnarchiver::tellOfRar5(const RarMark& mark) {
+void RarDeepUnarchiver::tellOfRar5(const ArchiveMark& mark) {
     if (mark.position == 0 || std::exchange(_isRar5Told, true)) return;
     tell(ArchiveTrouble::otherFormat, "the members of RAR 5 are not reached");
 }

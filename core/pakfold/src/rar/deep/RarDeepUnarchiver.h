@@ -34,11 +34,11 @@ public:
 
 private:
     void walk();
-    std::optional<RarMark> nextMark(std::int64_t position);
-    std::int64_t meet(const RarMark& mark);
-    std::unique_ptr<RarVolumes> join(const RarMark& mark);
-    std::int64_t walkVolumes(RarVolumes& volumes, const RarMark& mark);
-    void tellOfRar5(const RarMark& mark);
+    std::optional<ArchiveMark> nextMark(std::int64_t position);
+    std::int64_t meet(const ArchiveMark& mark);
+    std::unique_ptr<RarVolumes> join(const ArchiveMark& mark);
+    std::int64_t walkVolumes(RarVolumes& volumes, const ArchiveMark& mark);
+    void tellOfRar5(const ArchiveMark& mark);
     std::int64_t walkBlocks(RarEntryReader& entries, std::int64_t position);
     bool follows(const RarHeader& header) const;
     std::int64_t takeEntry(RarEntryReader& entries, RarHeader& header);

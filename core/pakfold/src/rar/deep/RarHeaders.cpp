@@ -93,18 +93,18 @@ std::optional<std::int64_t> RarHeaders::nextEntry(std::int64_t from, std::int64_
     return std::nullopt;
 }
 
-std::optional<std::int64_t> RarHeaders::archiveAt(const RarMark& mark) {
+std::optional<std::int64_t> RarHeaders::archiveAt(const ArchiveMark& mark) {
     const std::int64_t start = mark.end();
-    if (mark.isRar5) return isRar5At(start) ? std::optional(start) : std::nullopt;
+    if (mark.kind == ArchiveMark::rar5) return isRar5At(start) ? std::optional(start) : std::nullopt;
     const RarHeader archive = read(start);
     if (archive.is(RarBlock::kArchive) && archive.isSound) return start;
-    const auto next = nextRarMark(_bytes, start, start + kFurthestEntry);
+    const auto next = nextArchiveMark(_bytes, kRarMarks, start, start + kFurthestEntry);
     return nextEntry(start, next ? next->position : start + kFurthestEntry);
 }
 
-std::optional<RarMark> RarHeaders::nextArchive(std::int64_t from, std::int64_t to) {
-    auto mark = nextRarMark(_bytes, from, to);
-    while (mark && !archiveAt(*mark)) mark = nextRarMark(_bytes, mark->position + 1, to);
+std::optional<ArchiveMark> RarHeaders::nextArchive(std::int64_t from, std::int64_t to) {
+    auto mark = nextArchiveMark(_bytes, kRarMarks, from, to);
+    while (mark && !archiveAt(*mark)) mark = nextArchiveMark(_bytes, kRarMarks, mark->position + 1, to);
     return mark;
 }
 

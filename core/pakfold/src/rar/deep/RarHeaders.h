@@ -10,9 +10,9 @@
 #include <memory>
 #include <optional>
 
+#include "ArchiveMarks.h"
 #include "ContentBytes.h"
 #include "rar/RarBlock.h"
-#include "rar/deep/RarMarks.h"
 
 namespace ZOV_SPACE {
 
@@ -39,9 +39,9 @@ public:
     // Where the first block behind the mark is, if an archive begins with that: an archive header whose check-sum
     // holds, or, where that is damaged, the first sound entry. Other contents have marks, too. Of RAR 5, the mark's
     // end.
-    std::optional<std::int64_t> archiveAt(const RarMark& mark);
+    std::optional<std::int64_t> archiveAt(const ArchiveMark& mark);
     // The first mark in [from, to) with which an archive begins.
-    std::optional<RarMark> nextArchive(std::int64_t from, std::int64_t to);
+    std::optional<ArchiveMark> nextArchive(std::int64_t from, std::int64_t to);
 
 private:
     bool isRar5At(std::int64_t position);

@@ -28,10 +28,11 @@ bool isVolume(const RarHeader& archive) {
 
 RarVolumes::~RarVolumes() = default;
 
-std::unique_ptr<RarVolumes> RarVolumes::join(BufferBase& first, const RarMark& mark, ArchiveEntryProcessor& entries) {
+std::unique_ptr<RarVolumes> RarVolumes::join(BufferBase& first, const ArchiveMark& mark,
+                                             ArchiveEntryProcessor& entries) {
     std::unique_ptr<RarVolumes> whole(new RarVolumes(first, entries));
     if (!whole->volume(2)) return nullptr;
-    RarMark begin = mark;
+    ArchiveMark begin = mark;
     for (int number = 1; number <= kMost; ++number) {
         const Added added = whole->addVolume(number, begin);
         if (added == Added::nothing || whole->_total > std::numeric_limits<std::int32_t>::max()) return nullptr;
@@ -54,7 +55,7 @@ BufferBase* RarVolumes::volume(int number) {
     return _open.get();
 }
 
-RarVolumes::Added RarVolumes::addVolume(int number, const RarMark& mark) {
+RarVolumes::Added RarVolumes::addVolume(int number, const ArchiveMark& mark) {
     BufferBase* const buffer = volume(number);
     if (!buffer) return Added::nothing;
     ContentBytes bytes(*buffer);

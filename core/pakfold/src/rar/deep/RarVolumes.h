@@ -26,7 +26,7 @@ public:
 
     // Null unless the archive that begins with the mark is the first of several volumes, all are there, and all headers
     // in them are sound.
-    static std::unique_ptr<RarVolumes> join(BufferBase& first, const RarMark& mark, ArchiveEntryProcessor& entries);
+    static std::unique_ptr<RarVolumes> join(BufferBase& first, const ArchiveMark& mark, ArchiveEntryProcessor& entries);
     ~RarVolumes() override;
 
     // Behind the last block of the first volume that was taken, but for an end block.
@@ -56,7 +56,7 @@ private:
     RarVolumes(BufferBase& first, ArchiveEntryProcessor& entries) : _first(first), _entries(entries) {}
 
     BufferBase* volume(int number);
-    Added addVolume(int number, const RarMark& mark);
+    Added addVolume(int number, const ArchiveMark& mark);
     Added addBlocks(int number, ContentBytes& bytes, std::int64_t position);
     Added endedBy(const RarHeader& end) const;
     bool addEntry(int number, ContentBytes& bytes, const RarHeader& header);

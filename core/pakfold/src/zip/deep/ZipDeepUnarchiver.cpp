@@ -32,7 +32,8 @@ ZipDeepUnarchiver::ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& 
       _covered(covered),
       _bytes(*buffer),
       _headers(_bytes),
-      _directories(_bytes),
+      _directoryBytes(*buffer),
+      _directories(_directoryBytes),
       _reader(_bytes, entries) {}
 
 ZipDeepUnarchiver::~ZipDeepUnarchiver() = default;
@@ -60,7 +61,7 @@ void ZipDeepUnarchiver::walk() {
     while (!_isTooLong) {
         const bool isLast = next == claims.end();
         const std::int64_t end = isLast ? _bytes.size() : std::min<std::int64_t>(next->headerStart, _bytes.size());
-        if (const auto mark = nextZipMark(_bytes, position, end)) {
+        if (const auto mark = nextArchiveMark(_bytes, kZipMarks, position, end)) {
             position = _covered.endAt(mark->position);
             if (position != mark->position) continue;
             position = std::max(mark->position + 1, meet(*mark));
@@ -84,8 +85,8 @@ void ZipDeepUnarchiver::cover(std::int64_t start, std::int64_t end) {
 }
 
 // What the sweep found. Returns where it covers bytes up to; 0 when it does not.
-std::int64_t ZipDeepUnarchiver::meet(const ZipMark& mark) {
-    if (mark.signature == ZipConstants::ENDSIG) {
+std::int64_t ZipDeepUnarchiver::meet(const ArchiveMark& mark) {
+    if (mark.kind == ArchiveMark::zipEnd) {
         if (!_endRecord && mark.position + ZipConstants::ENDHDR <= _bytes.size()) _endRecord = mark.position;
         return _directories.readFrom(mark.position) ? takeLate() : 0;
     }
@@ -140,6 +141,11 @@ std::int64_t ZipDeepUnarchiver::takeLed(std::span<ZipClaim> claims) {
     return all.size() == 1 ? takeOne(all[0], true) : takeEach(all);
 }
 
+// Records of either kind follow each other, so each kind has a window of its own.
+std::string ZipDeepUnarchiver::nameOf(const ZipClaim& claim) {
+    return claim.isLocal ? _headers.nameOf(claim) : _directories.nameOf(claim);
+}
+
 std::optional<ZipDescriptor> ZipDeepUnarchiver::descriptorAt(std::int64_t position) {
     std::array<char, ZipDescriptor::kLookAhead> bytes{};
     const std::span<const char> there = _bytes.at(position, bytes.size());
@@ -178,7 +184,7 @@ std::int64_t ZipDeepUnarchiver::takeOne(const ZipClaim& claim, bool isEvident) {
 }
 
 std::int64_t ZipDeepUnarchiver::passOverEncrypted(const ZipClaim& claim) {
-    const std::string name = _headers.nameOf(claim);
+    const std::string name = nameOf(claim);
     tell(ArchiveTrouble::encrypted, zipTroubles::kEncrypted, &name);
     ZipDataExtent extent;
     if (!claim.hasSizes()) extent = findForeignExtent(_buffer, static_cast<long>(claim.dataStart));
@@ -224,14 +230,14 @@ bool ZipDeepUnarchiver::provesItself(const ZipClaim& claim, ZipDataExtent& exten
     }
     if (failure.empty()) return true;
     ScanBudget::chargeDiscardedBytes(kCostOfCandidate);
-    const std::string name = _headers.nameOf(claim);
+    const std::string name = nameOf(claim);
     if (isArchive) tell(ArchiveTrouble::damaged, failure, &name);
     return false;
 }
 
 // The one reading of a member.
 std::int64_t ZipDeepUnarchiver::readOne(const ZipClaim& claim, const ZipDataExtent* measured) {
-    const std::string name = _headers.nameOf(claim);
+    const std::string name = nameOf(claim);
     const ZipOutcome outcome = _reader.read(claim, name, ZipReading::of(claim), measured);
     const bool isCut = claim.dataEnd() > _bytes.size();
     if (!outcome.isWhole()) {
@@ -252,7 +258,7 @@ bool ZipDeepUnarchiver::isRetried(const ZipClaim& claim, const ZipOutcome& faile
     ZipReading longest = ZipReading::of(claim);
     longest.packedSize = static_cast<std::uint32_t>(_bytes.size() - claim.dataStart);
     if (!isNew(longest)) return false;
-    const ZipOutcome outcome = _reader.readQuietly(claim, _headers.nameOf(claim), longest);
+    const ZipOutcome outcome = _reader.readQuietly(claim, nameOf(claim), longest);
     if (!outcome.fits(claim)) return false;
     end = coveredBy(claim, outcome.dataEnd);
     return true;
@@ -260,7 +266,7 @@ bool ZipDeepUnarchiver::isRetried(const ZipClaim& claim, const ZipOutcome& faile
 
 // A member of which records say different things.
 std::int64_t ZipDeepUnarchiver::takeEach(const std::vector<ZipClaim>& claims) {
-    const std::string name = _headers.nameOf(claims[0]);
+    const std::string name = nameOf(claims[0]);
     const auto isEncrypted = [](const ZipClaim& claim) { return claim.isEncrypted(); };
     if (std::any_of(claims.begin(), claims.end(), isEncrypted)) {
         tell(ArchiveTrouble::encrypted, zipTroubles::kEncrypted, &name);
@@ -275,7 +281,7 @@ std::int64_t ZipDeepUnarchiver::takeEach(const std::vector<ZipClaim>& claims) {
             continue;
         }
         isAnyTried = true;
-        const ZipOutcome outcome = _reader.readQuietly(*way.claim, _headers.nameOf(*way.claim), way.reading);
+        const ZipOutcome outcome = _reader.readQuietly(*way.claim, nameOf(*way.claim), way.reading);
         if (!outcome.isWhole()) {
             isSettled = true;
             tell(zipTroubles::of(outcome.failure), outcome.failure, &name);
@@ -306,7 +312,7 @@ ZipWays ZipDeepUnarchiver::waysOf(const std::vector<ZipClaim>& claims) {
         if (extent.failure.empty() || endsItself(claim.method)) {
             ways.add(claim, ZipClaim::clamped(static_cast<std::uint64_t>(extent.packedSize)));
         } else {
-            const std::string name = _headers.nameOf(claim);
+            const std::string name = nameOf(claim);
             tell(ArchiveTrouble::damaged, extent.failure, &name);
         }
     }
@@ -326,7 +332,7 @@ void ZipDeepUnarchiver::readBeginnings(std::span<const ZipClaim> claims, const Z
         beginning.keptSize = claim.unpackedSize;
         const bool isShorter = claim.unpackedSize > 0 && claim.unpackedSize < outcome.unpackedSize;
         if (outcome.isTaken && isShorter && isNew(beginning)) {
-            _reader.readQuietly(claim, _headers.nameOf(claim), beginning);
+            _reader.readQuietly(claim, nameOf(claim), beginning);
         }
     }
 }

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "ArchiveMarks.h"
 #include "ContentBytes.h"
 #include "CoveredRanges.h"
 #include "unarchiver/Pakfold.h"
@@ -21,7 +22,6 @@
 #include "zip/deep/ZipDirectoryView.h"
 #include "zip/deep/ZipHeaderView.h"
 #include "zip/deep/ZipReading.h"
-#include "zip/deep/ZipSweep.h"
 #include "zip/deep/ZipWays.h"
 
 namespace ZOV_SPACE {
@@ -51,7 +51,7 @@ public:
 private:
     void walk();
     void cover(std::int64_t start, std::int64_t end);
-    std::int64_t meet(const ZipMark& mark);
+    std::int64_t meet(const ArchiveMark& mark);
     std::int64_t takeLed(std::span<ZipClaim> claims);
     std::int64_t takeLate();
     std::int64_t takeOne(const ZipClaim& claim, bool isEvident);
@@ -62,6 +62,7 @@ private:
     ZipWays waysOf(const std::vector<ZipClaim>& claims);
     void readBeginnings(std::span<const ZipClaim> claims, const ZipReading& whole, const ZipOutcome& outcome);
     bool provesItself(const ZipClaim& claim, ZipDataExtent& extent);
+    std::string nameOf(const ZipClaim& claim);
     std::optional<ZipDescriptor> descriptorAt(std::int64_t position);
     bool endsAsListed(const ZipClaim& claim);
     ZipDataExtent measure(const ZipClaim& claim);
@@ -76,6 +77,7 @@ private:
     CoveredRanges& _covered;
     ContentBytes _bytes;
     ZipHeaderView _headers;
+    ContentBytes _directoryBytes;
     ZipDirectoryView _directories;
     ZipReader _reader;
     std::set<ZipReading> _readings;          // That were decoded, or tried.

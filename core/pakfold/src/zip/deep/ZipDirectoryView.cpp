@@ -4,9 +4,9 @@
 #include <string>
 #include <tuple>
 
+#include "ArchiveMarks.h"
 #include "ByteOrder.h"
 #include "zip/ZipConstants.h"
-#include "zip/deep/ZipSweep.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -27,20 +27,36 @@ bool isSame(const ZipClaim& a, const ZipClaim& b) { return a.headerStart == b.he
 }  // namespace
 
 std::optional<std::int64_t> ZipDirectoryView::readFromEnd(const CoveredRanges& elsewhere) {
-    const std::int64_t start = std::max<std::int64_t>(_bytes.size() - kSearchedForEnd, 0);
-    std::vector<std::int64_t> ends;
-    for (auto mark = nextZipMark(_bytes, start, _bytes.size()); mark;
-         mark = nextZipMark(_bytes, mark->position + 1, _bytes.size())) {
-        const bool isEnd = mark->signature == ZipConstants::ENDSIG && !elsewhere.has(mark->position);
-        if (isEnd) ends.push_back(mark->position);
-    }
+    constexpr std::int64_t kFirstPiece = 16384;  // Comments are rare, and long ones are rarer.
+    const std::int64_t start = std::max<std::int64_t>(_bytes.size() - kSweptAtEnd, 0);
     std::optional<std::int64_t> empty;
-    for (auto end = ends.rbegin(); end != ends.rend(); ++end) {
-        if (!readFrom(*end)) continue;
-        if (!_claims.empty() || _spansVolumes) return *end;
-        if (!empty) empty = *end;
+    std::int64_t end = _bytes.size();
+    for (std::int64_t piece = kFirstPiece; end > start; piece = kSweptAtEnd) {
+        const std::int64_t begin = std::max(end - piece, start);
+        const std::vector<std::int64_t> found = endsIn(begin, end);
+        for (auto last = found.rbegin(); last != found.rend(); ++last) {
+            if (elsewhere.has(*last) || !readFrom(*last)) continue;
+            if (!_claims.empty() || _spansVolumes) return *last;
+            if (!empty) empty = *last;
+        }
+        end = begin;
     }
     return empty;
+}
+
+// Where end records begin, in ascending order.
+std::vector<std::int64_t> ZipDirectoryView::endsIn(std::int64_t from, std::int64_t to) {
+    std::vector<std::int64_t> ends;
+    while (const auto mark = nextArchiveMark(_bytes, ArchiveMark::zipEnd, from, to)) {
+        ends.push_back(mark->position);
+        from = mark->position + 1;
+    }
+    return ends;
+}
+
+std::string ZipDirectoryView::nameOf(const ZipClaim& claim) {
+    const std::span<const char> name = _bytes.at(claim.nameStart, claim.nameLength);
+    return {name.begin(), name.end()};
 }
 
 bool ZipDirectoryView::readFrom(std::int64_t endRecord) {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -22,9 +23,6 @@ namespace ZOV_SPACE {
 class ZipDirectoryView {
 public:
     static constexpr std::size_t kMostClaims = std::size_t{1} << 20;
-    // Bytes at the end of a buffer. A comment has 65535 at most, but some readers look further.
-    static constexpr std::int64_t kSearchedForEnd = std::int64_t{1} << 17;
-
     explicit ZipDirectoryView(ContentBytes& bytes) : _bytes(bytes) {}
 
     // Reads from the last end record that leads to a directory. Its position, or that of the last one of an archive
@@ -35,6 +33,7 @@ public:
 
     // What has been claimed since they were taken last, by the positions of the headers, the same thing only once.
     std::vector<ZipClaim> takeClaims();
+    std::string nameOf(const ZipClaim& claim);  // Of one of those.
 
     std::optional<std::int64_t> lastEnd() const { return _lastEnd; }  // An end record, whatever it leads to.
     // Members that an end record counts and that no directory has.
@@ -50,6 +49,7 @@ private:
         std::int64_t directoryEnd;  // Where the first of the end records begins.
     };
 
+    std::vector<std::int64_t> endsIn(std::int64_t from, std::int64_t to);
     std::optional<End> largeEndAt(std::int64_t position);
     std::uint64_t readByPlaces(const End& end);
     std::uint64_t readDirectory(std::int64_t start, std::int64_t shift);

@@ -7,17 +7,16 @@
 #include <optional>
 #include <vector>
 
+#include "ArchiveMarks.h"
 #include "ProgramEnd.h"
 #include "zip/ZipConstants.h"
 #include "zip/deep/ZipDirectoryView.h"
 #include "zip/deep/ZipHeaderView.h"
-#include "zip/deep/ZipSweep.h"
 
 namespace ZOV_SPACE {
 namespace {
 
-constexpr std::int64_t kSweptOfPrograms = std::int64_t{1} << 20;
-constexpr std::int64_t kSweptOfOthers = std::int64_t{1} << 18;
+constexpr std::int64_t kSweptOfOthers = std::int64_t{1} << 18;  // Than programs.
 
 // Looks through parts of a content, in ascending order.
 class Search {
@@ -27,9 +26,10 @@ public:
     void lookThrough(std::int64_t from, std::int64_t to) {
         from = std::max(from, _done);
         to = std::min(to, _bytes.size());
-        for (auto mark = nextZipMark(_bytes, from, to); mark; mark = nextZipMark(_bytes, mark->position + 1, to)) {
-            _hasEnd = _hasEnd || mark->signature == ZipConstants::ENDSIG;
-            if (_header || mark->signature != ZipConstants::LOCSIG) continue;
+        for (auto mark = nextArchiveMark(_bytes, kZipMarks, from, to); mark;
+             mark = nextArchiveMark(_bytes, kZipMarks, mark->position + 1, to)) {
+            _hasEnd = _hasEnd || mark->kind == ArchiveMark::zipEnd;
+            if (_header || mark->kind != ArchiveMark::zipHeader) continue;
             const auto header = _headers.read(mark->position);
             if (header && _headers.isPlausible(*header)) _header = mark->position;
         }
@@ -52,9 +52,9 @@ ZipFound findZipWithin(BufferBase& content) {
     ContentBytes bytes(content);
     const auto programEnd = endOfProgram(bytes);
     Search search(bytes);
-    search.lookThrough(0, programEnd ? kSweptOfPrograms : kSweptOfOthers);
+    search.lookThrough(0, programEnd ? kSweptAtBegin : kSweptOfOthers);
     if (programEnd) search.lookThrough(*programEnd, bytes.size());
-    search.lookThrough(bytes.size() - ZipDirectoryView::kSearchedForEnd, bytes.size());
+    search.lookThrough(bytes.size() - kSweptAtEnd, bytes.size());
     const std::int64_t begin = search.header().value_or(bytes.size());
     if (search.hasEnd()) {
         ZipDirectoryView directories(bytes);
