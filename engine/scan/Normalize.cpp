@@ -53,16 +53,28 @@ bool looksLikeText(IOBuffer& input, long size) {
     return true;
 }
 
+// In blocks of a fixed size, which the compiler turns into vectors.
+void lower(std::span<char> text) {
+    constexpr std::size_t kBlock = 32;
+    for (; text.size() >= kBlock; text = text.subspan(kBlock)) {
+        const std::span<char, kBlock> block = text.first<kBlock>();
+        for (std::size_t i = 0; i < kBlock; ++i) block[i] = ZOV_SPACE::ascii::toLower(block[i]);
+    }
+    for (char& c : text) c = ZOV_SPACE::ascii::toLower(c);
+}
+
 // Writes the normalised form to `out` and returns its length, at most normalizedBound().
 std::size_t writeNormalized(std::string_view text, char* out) {
     char* const start = out;
     while (!text.empty()) {
         const std::string_view line = ZOV_SPACE::text::trim(VoleUtil::takeLine(text, kLineSize - 1));
         if (line.empty()) continue;
-        out = std::transform(line.begin(), line.end(), out, ZOV_SPACE::ascii::toLower);
+        out = std::copy(line.begin(), line.end(), out);
         *out++ = '\n';
     }
-    return static_cast<std::size_t>(out - start);
+    const auto length = static_cast<std::size_t>(out - start);
+    lower({start, length});
+    return length;
 }
 
 // Each line gives at most its own bytes, and a line feed that its end already paid for, unless it was cut for its

@@ -25,13 +25,22 @@ constexpr std::string_view viewOf(const char* text) { return text ? std::string_
 // The text in front of the first `end`; all of it when there is none.
 constexpr std::string_view upTo(std::string_view text, char end) { return text.substr(0, text.find(end)); }
 
+// A loop, which is compiled to a few comparisons where the set is known; the library calls memchr() for each character.
+constexpr bool isOneOf(std::string_view set, char c) {
+    for (const char member : set) {
+        if (member == c) return true;
+    }
+    return false;
+}
+
 // What is left without the characters of `set` at one end or both.
 constexpr std::string_view trimStart(std::string_view text, std::string_view set = kBlanks) {
-    text.remove_prefix(std::min(text.find_first_not_of(set), text.size()));
+    while (!text.empty() && isOneOf(set, text.front())) text.remove_prefix(1);
     return text;
 }
 constexpr std::string_view trimEnd(std::string_view text, std::string_view set = kBlanks) {
-    return text.substr(0, text.find_last_not_of(set) + 1);  // npos + 1 is 0: nothing else was there.
+    while (!text.empty() && isOneOf(set, text.back())) text.remove_suffix(1);
+    return text;
 }
 constexpr std::string_view trim(std::string_view text, std::string_view set = kBlanks) {
     return trimStart(trimEnd(text, set), set);
