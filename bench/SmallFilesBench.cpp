@@ -1,4 +1,7 @@
 // A folder of small files, against reading them all.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <limits>
@@ -10,7 +13,7 @@
 
 namespace {
 
-constexpr double kTarget = 1.5;
+constexpr double kTarget = 1.5, kTwoTarget = 0.25, kColdTarget = 1.1;
 
 void writeLargeSet(const std::filesystem::path& folder, bool quick) {
     corpus::writeHdb(folder / "bench.hdb", {quick ? 100'000U : 1'000'000U, corpus::Sizes::likeRealFiles});
@@ -32,7 +35,7 @@ public:
             _rounds,
             [&] {
                 load = std::min(load, secondsToScan(patterns, _empty));
-                return secondsToRun({"xargs", "-0", "-a", _names, "cat"});
+                return secondsToCat();
             },
             [&] { return secondsToScan(patterns, _files); });
         Times scanOnly = all;
@@ -41,9 +44,38 @@ public:
         report.info(what + ", whole program / cat", all);
     }
 
+    // Whole programs.
+    void runOnTwo(Report& report) const {
+        const auto scan = [&] { return secondsToScan(STARTER_PATTERNS, _files, "-j2"); };
+        report.ratio("starter patterns, -j 2 / cat",
+                     bestOf(
+                         _rounds, [&] { return secondsToCat(); }, scan),
+                     kTwoTarget);
+        const auto cold = [&](const auto& seconds) {
+            dropFromMemory();
+            return seconds();
+        };
+        report.ratio("same, files not in the page cache / cat",
+                     bestOf(
+                         3, [&] { return cold([&] { return secondsToCat(); }); }, [&] { return cold(scan); }),
+                     kColdTarget);
+    }
+
 private:
-    static double secondsToScan(const std::string& patterns, const std::string& folder) {
-        return secondsToRun({buildDir() + "/vole", "scan", "-j1", "-i", "-d", patterns, folder});
+    static double secondsToScan(const std::string& patterns, const std::string& folder, const char* jobs = "-j1") {
+        return secondsToRun({buildDir() + "/vole", "scan", jobs, "-i", "-d", patterns, folder});
+    }
+    double secondsToCat() const { return secondsToRun({"xargs", "-0", "-a", _names, "cat"}); }
+
+    // Their contents; what the file system knows of them stays.
+    void dropFromMemory() const {
+        ::sync();  // What is not on the disk yet stays.
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(_files)) {
+            const int fd = ::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC);
+            if (fd < 0) continue;
+            ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
+            ::close(fd);
+        }
     }
 
     std::string _files;
@@ -68,4 +100,5 @@ void benchSmallFiles(const Settings& settings, Report& report) {
     const Comparison comparison(folder, count, settings.quick ? 3 : 9);
     comparison.run(report, "starter patterns", STARTER_PATTERNS);
     comparison.run(report, "large set", largeSet);
+    comparison.runOnTwo(report);
 }

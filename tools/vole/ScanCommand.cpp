@@ -23,6 +23,7 @@
 #include "NameList.h"
 #include "Output.h"
 #include "Progress.h"
+#include "ReadAhead.h"
 #include "ScanReport.h"
 #include "TargetSource.h"
 #include "VoleLibrary.h"
@@ -85,8 +86,11 @@ void scanAll(const ScanOptions& options, const Engine& engine, NameList* list, S
     TargetSource source(options.paths, list, options.rules);
     std::optional<Census> census;
     if (progress.isDrawing() && !list) census.emplace(options.paths, options.rules, progress);
+    ReadAhead readAhead;
+    const bool mayPassOver = !options.engine.cache.empty();  // Files that did not change are not read.
     const auto fetch = [&](std::vector<Target>& targets, std::size_t most) {
         const bool more = source.next(targets, most);
+        if (!mayPassOver) readAhead.next(targets);
         if (list) progress.known(targets.size(), 0);
         return more;
     };
