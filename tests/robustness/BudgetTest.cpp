@@ -247,7 +247,7 @@ std::string overlappingEntries(int n) {
     RarFile entry;
     entry.name = "o", entry.method = 0x33, entry.unpVer = 29, entry.unpackedSize = 1 << 20;
     std::string all;
-    for (int behind = 10'000 * n; behind > 0; --behind) {
+    for (int behind = 5'000 * n; behind > 0; --behind) {
         entry.packedSize = static_cast<std::uint32_t>(33 * behind);
         all += RarBuilder::file(entry);
     }
