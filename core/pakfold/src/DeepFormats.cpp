@@ -40,11 +40,12 @@ bool beginsAs(BufferBase& content) {
     return T::checkFormat(in);
 }
 
-bool isRarIn(ProbedContent& content, bool isHeld) {
+// Asked first.
+bool isRarIn(ProbedContent& content, bool) {
     if (beginsAs<RarUnarchiver>(content.bytes())) return true;
     if (beginsAs<ZipUnarchiver>(content.bytes())) return true;  // Of which all is looked through that no member covers.
-    const bool isLooked = !isHeld && (content.marks() & kRarMarks) != 0;
-    return isLooked && findRarWithin(content.bytes()) && !isForeign(content);
+    if ((content.marks() & kRarMarks) == 0) return false;
+    return findRarWithin(content.bytes()) && !isForeign(content);
 }
 std::int64_t rarBegin(BufferBase& content) {
     if (beginsAs<RarUnarchiver>(content)) return 0;
