@@ -403,24 +403,38 @@ constexpr Format kFormats[] = {
     {"ZIP behind other data", 0, "", isZipBehindOthers},
 };
 
+constexpr bool isAtStart(const Format& format) { return format.position == 0 && !format.magic.empty(); }
+
+// Whether a format that is known by its first bytes has this one, which few have.
+constexpr auto kBegins = [] {
+    std::array<bool, 256> begins{};
+    for (const Format& format : kFormats) {
+        if (isAtStart(format)) begins[static_cast<unsigned char>(format.magic[0])] = true;
+    }
+    return begins;
+}();
+
+bool fits(const Head& head, const Format& format) {
+    return head.has(format.position, format.magic) && (!format.check || format.check(head));
+}
+
+// The first format that fits and of which `isAsked` is true.
+template <class IsAsked>
+const Format* findFormat(ProbedContent& content, IsAsked isAsked) {
+    const Head head(content);
+    const std::span<const char> bytes = head.head();
+    const bool begins = !bytes.empty() && kBegins[static_cast<unsigned char>(bytes[0])];
+    for (const Format& format : kFormats) {
+        if ((begins || !isAtStart(format)) && isAsked(format) && fits(head, format)) return &format;
+    }
+    return nullptr;
+}
+
 }  // namespace
 
-// False nearly always.
-static bool mayFit(const Head& head, const Format& format) {
-    const std::span<const char> bytes = head.head();
-    const bool isAtStart = format.position == 0 && !format.magic.empty();
-    return !isAtStart || (!bytes.empty() && bytes[0] == format.magic[0]);
-}
-
-static bool fits(const Head& head, const Format& format) {
-    return mayFit(head, format) && head.has(format.position, format.magic) && (!format.check || format.check(head));
-}
-
 const char* foreignFormat(ProbedContent& content) {
-    const Head head(content);
-    const auto* const found = std::find_if(std::begin(kFormats), std::end(kFormats),
-                                           [&](const Format& format) { return fits(head, format); });
-    return found == std::end(kFormats) ? nullptr : found->name.data();
+    const Format* const found = findFormat(content, [](const Format&) { return true; });
+    return found ? found->name.data() : nullptr;
 }
 
 const char* foreignFormat(BufferBase& content) {
@@ -429,10 +443,7 @@ const char* foreignFormat(BufferBase& content) {
 }
 
 bool hasForeignFormat(ProbedContent& content, std::string_view name) {
-    const Head head(content);
-    return std::any_of(std::begin(kFormats), std::end(kFormats), [&](const Format& format) {
-        return mayFit(head, format) && name == format.name && fits(head, format);
-    });
+    return findFormat(content, [&](const Format& format) { return format.name == name; }) != nullptr;
 }
 
 }  // namespace ZOV_SPACE
