@@ -1,4 +1,4 @@
-# Outside libraries: zlib inflates, expat parses the list file, SQLite keeps the command line's cache. GoogleTest is
+# Outside libraries: zlib inflates, libdeflate does so faster what it can hold whole, expat parses the list file, SQLite keeps the command line's cache. GoogleTest is
 # built from source with our flags, because a prebuilt one has another std::string layout than the 32-bit build.
 
 find_package(ZLIB REQUIRED)
@@ -27,9 +27,26 @@ if(DEFINED VOLE_EXPAT_ROOT)
     IMPORTED_LOCATION "${VOLE_SQLITE_LIBRARY}"
     INTERFACE_INCLUDE_DIRECTORIES "${VOLE_SQLITE_INCLUDE}"
     INTERFACE_LINK_LIBRARIES "m;dl")
+
+  find_path(VOLE_LIBDEFLATE_INCLUDE libdeflate.h PATHS "${VOLE_EXPAT_ROOT}/usr/include" NO_DEFAULT_PATH)
+  find_library(VOLE_LIBDEFLATE_LIBRARY libdeflate.a PATHS "${VOLE_EXPAT_ROOT}/usr/lib/i386-linux-gnu" NO_DEFAULT_PATH)
 else()
   find_package(EXPAT REQUIRED)
   add_library(vole_expat ALIAS EXPAT::EXPAT)
   find_package(SQLite3 REQUIRED)
   add_library(vole_sqlite ALIAS SQLite::SQLite3)
+endif()
+
+option(VOLE_WITH_LIBDEFLATE "Inflate members of ZIP archives by libdeflate where that is possible" ON)
+if(VOLE_WITH_LIBDEFLATE)
+  find_path(VOLE_LIBDEFLATE_INCLUDE libdeflate.h)
+  find_library(VOLE_LIBDEFLATE_LIBRARY deflate)
+  if(NOT VOLE_LIBDEFLATE_INCLUDE OR NOT VOLE_LIBDEFLATE_LIBRARY)
+    message(FATAL_ERROR "No libdeflate; see scripts/install-packages and scripts/fetch-i386-libraries, "
+      "or set VOLE_WITH_LIBDEFLATE=OFF.")
+  endif()
+  add_library(vole_libdeflate UNKNOWN IMPORTED)
+  set_target_properties(vole_libdeflate PROPERTIES
+    IMPORTED_LOCATION "${VOLE_LIBDEFLATE_LIBRARY}"
+    INTERFACE_INCLUDE_DIRECTORIES "${VOLE_LIBDEFLATE_INCLUDE}")
 endif()

@@ -170,6 +170,11 @@ void ReportingScan::onUnpacked(std::int64_t bytes) {
     ZOV_SPACE::raise<LimitReachedException>("total limit");
 }
 
+bool ReportingScan::mayUnpack(std::int64_t bytes) const {
+    const std::uint64_t most = bounded(_terms.limits.max_total), unpacked = _result.counters.bytes_unpacked;
+    return unpacked <= most && static_cast<std::uint64_t>(bytes) <= most - unpacked;
+}
+
 void ReportingScan::onMemberDone(const _st_ArchEntry& member, std::int64_t bytes) {
     auto& deepest = _result.counters.deepest_level;
     deepest = std::max<std::uint64_t>(deepest, static_cast<std::uint64_t>(member.level));

@@ -53,6 +53,7 @@ private:
     std::optional<MemberTerms> admit(const _st_ArchEntry& archive, const ZOV_SPACE::ArchiveEntryInfo& entry,
                                      const MemberOffer& offer) override;
     void onUnpacked(std::int64_t bytes) override;
+    bool mayUnpack(std::int64_t bytes) const override;
     void onMemberDone(const _st_ArchEntry& member, std::int64_t bytes) override;
     bool opens(const _st_ArchEntry& archive) override;
     void onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::ProbedContent& bytes,

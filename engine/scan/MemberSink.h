@@ -29,6 +29,7 @@ public:
     int write(const char* buf, int len) override;
     std::span<char> lendSpace() override;
     void commitSpace(long n) override;
+    bool takesAtOnce(std::int64_t n) const override { return _face.mayUnpack(n); }
 
     // The member's end: nothing is written any more, and the content is the caller's to deal with.
     void complete() { _complete = true; }

@@ -3,6 +3,7 @@
 
 void ScanFace::onUnseen(Unseen, const _st_ArchEntry&, const std::string*, const char*) {}
 void ScanFace::onUnpacked(std::int64_t) {}
+bool ScanFace::mayUnpack(std::int64_t) const { return true; }
 void ScanFace::onMemberDone(const _st_ArchEntry&, std::int64_t) {}
 int ScanFace::deepestProbed() const { return -1; }
 bool ScanFace::opens(const _st_ArchEntry&) { return true; }

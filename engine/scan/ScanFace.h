@@ -78,6 +78,8 @@ public:
                                              const MemberOffer& offer) = 0;
     // More bytes of members were unpacked. Throwing ends the archive.
     virtual void onUnpacked(std::int64_t bytes);
+    // Whether that will not throw for so many, other than to end the scan.
+    virtual bool mayUnpack(std::int64_t bytes) const;
     // A member was unpacked and scanned.
     virtual void onMemberDone(const _st_ArchEntry& member, std::int64_t bytes);
 

@@ -116,6 +116,10 @@ void TakenOutputStream::commitSpace(long n) {
 
 bool TakenOutputStream::discards() const { return _out->discards(); }
 
+bool TakenOutputStream::takesAtOnce(std::int64_t n) const {
+    return n <= ScanBudget::takenBytesLeft() && _out->takesAtOnce(n);
+}
+
 void TakenOutputStream::charge(std::int64_t n) {
     ScanBudget::chargeTakenBytes(n);
     _taken += n;

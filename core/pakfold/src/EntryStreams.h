@@ -81,6 +81,7 @@ public:
     std::span<char> lendSpace() override;
     void commitSpace(long n) override;
     bool discards() const override;
+    bool takesAtOnce(std::int64_t n) const override;
 
     std::int64_t taken() const { return _taken; }  // Bytes so far.
 

@@ -43,6 +43,16 @@ bool ScanBudget::takeDiscardedBytes(std::int64_t n) { return take(&ScanBudget::_
 
 std::int64_t ScanBudget::discardedBytesLeft() { return left(&ScanBudget::_discardedBytes); }
 
+std::int64_t ScanBudget::takenBytesLeft() { return left(&ScanBudget::_takenBytes); }
+
+bool ScanBudget::takeTrialBytes(std::int64_t n) {
+    return n <= left(&ScanBudget::_trialBytes) && take(&ScanBudget::_trialBytes, n);
+}
+
+void ScanBudget::returnTrialBytes(std::int64_t n) {
+    if (ScanBudget* const budget = current()) budget->_trialBytes += n;
+}
+
 bool ScanBudget::takeVmInstructions(std::int64_t n) {
     worked(0);
     return take(&ScanBudget::_vmInstructions, n);

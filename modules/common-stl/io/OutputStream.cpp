@@ -30,5 +30,6 @@ int OutputStream::write(const char*, int) { raiseUnimplemented(); }
 std::span<char> OutputStream::lendSpace() { return {}; }
 void OutputStream::commitSpace(long) { raiseUnimplemented(); }
 bool OutputStream::discards() const { return false; }
+bool OutputStream::takesAtOnce(std::int64_t) const { return false; }
 
 }  // namespace ZOV_SPACE

@@ -50,6 +50,7 @@ public:
     static constexpr std::int64_t kTakenBytes = std::int64_t{4} << 30;
     // A byte from a PPM model counts as so many, taken or dropped.
     static constexpr std::int64_t kBytesPerPpmSymbol = 16;
+    static constexpr std::int64_t kTrialBytes = std::int64_t{256} << 20;
     static constexpr std::int64_t kVmInstructions = 250'000'000;
     static constexpr std::int64_t kVmCodeBytes = std::int64_t{16} << 20;
 
@@ -85,6 +86,12 @@ public:
 
     // For output that somebody takes. Throws OutOfBudgetException "Out of budget" once more than kTakenBytes were.
     static void chargeTakenBytes(std::int64_t n);
+    static std::int64_t takenBytesLeft();  // A very large number without a budget.
+
+    // For what is tried first because it is fast, and may turn out to be for nothing. Without a budget, or while one
+    // has so many left, they are taken and it may be tried; they are returned when something came of it.
+    static bool takeTrialBytes(std::int64_t n);
+    static void returnTrialBytes(std::int64_t n);
 
     // Take `n` units and return true, or return false when fewer are left; then the rest is gone, too.
     static bool takeVmInstructions(std::int64_t n);
@@ -101,6 +108,7 @@ private:
     ScanWatch* _watch = nullptr;
     std::int64_t _discardedBytes = kDiscardedBytes;
     std::int64_t _takenBytes = kTakenBytes;
+    std::int64_t _trialBytes = kTrialBytes;
     std::int64_t _vmInstructions = kVmInstructions;
     std::int64_t _vmCodeBytes = kVmCodeBytes;
 };

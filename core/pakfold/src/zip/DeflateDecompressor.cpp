@@ -4,15 +4,22 @@
 // a piece; if nobody else knows where it is, the stream is put back to the mark and moved to just behind what zlib
 // used. Output goes straight into the memory of a stream that lends it, which spares a copy. Other streams, and every
 // stream when a processor is to be asked, are written in pieces of one size.
+//
+// What is tried in one go comes first, and leaves everything as it was unless all of it is right. So nobody can tell it
+// from streaming, but for the sizes in which lent memory is filled: where those matter, because an output or the budget
+// would end within the data, it is not tried.
 #include "zip/DeflateDecompressor.h"
 
 #include <zlib.h>
 
 #include <algorithm>
 #include <limits>
+#include <memory>
+#include <new>
 #include <span>
 
 #include "Raise.h"
+#include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
 namespace {
@@ -115,6 +122,67 @@ private:
     int _filled = 0;
 };
 
+using OwnBytes = std::unique_ptr<char[]>;
+
+OwnBytes ownBytes(std::int64_t n) { return OwnBytes(new (std::nothrow) char[static_cast<std::size_t>(n)]); }
+
+// Null when there is less, or it cannot be read: streaming shows what is wrong, after what comes before that.
+OwnBytes readAll(InputStream& in, std::int64_t n) {
+    OwnBytes bytes = ownBytes(n);
+    int count = 1;
+    try {
+        for (std::int64_t at = 0; bytes && at < n; at += count) {
+            count = in.read(bytes.get() + at, static_cast<int>(n - at));
+            if (count < 1) return nullptr;
+        }
+    } catch (const IOException&) {
+        return nullptr;
+    }
+    return bytes;
+}
+
+// Decodes data in one go into memory that the output lends, or that is handed to it afterwards as by a Sink.
+class WholeTry {
+public:
+    WholeTry(OutputStream& out, const InflatedAs& announced) : _out(out), _announced(announced) {
+        const auto size = static_cast<std::size_t>(announced.size);
+        const std::span<char> lent = out.lendSpace();
+        if (lent.size() >= size && out.takesAtOnce(announced.size)) {
+            _space = lent.first(size);
+        } else if (lent.empty() && announced.size <= kMostOwn) {
+            _own = ownBytes(announced.size);
+            if (_own) _space = {_own.get(), size};
+        }
+    }
+
+    // Returns how many bytes the data takes; 0 when it is not what is announced.
+    std::int64_t take(InputStream& in, std::int64_t packedSize) {
+        if (_space.empty()) return 0;
+        in.mark(static_cast<int>(packedSize));
+        OwnBytes packed = readAll(in, packedSize);
+        const std::span<const char> bytes(packed.get(), packed ? static_cast<std::size_t>(packedSize) : 0);
+        const std::size_t used = packed ? inflateWhole(bytes, _space, _announced.checkSum) : 0;
+        if (used == 0) in.reset();
+        return static_cast<std::int64_t>(used);
+    }
+
+    void commit() {
+        if (!_own) return _out.commitSpace(static_cast<long>(_space.size()));
+        for (std::size_t at = 0; at < _space.size(); at += DeflateDecompressor::kOutputPiece) {
+            const std::size_t count = std::min<std::size_t>(_space.size() - at, DeflateDecompressor::kOutputPiece);
+            _out.write(_space.data() + at, static_cast<int>(count));
+        }
+    }
+
+private:
+    static constexpr std::int64_t kMostOwn = std::int64_t{8} << 20;  // Bytes.
+
+    OutputStream& _out;
+    const InflatedAs& _announced;
+    OwnBytes _own;
+    std::span<char> _space;  // Empty: it cannot be tried.
+};
+
 enum class Fed { kGoesOn, kStopped, kFailed };
 
 // Inflates the input that was fed, until zlib wants more, has reached the end or fails, or the processor stops it.
@@ -132,8 +200,26 @@ Fed inflateFed(Inflater& inflater, Sink& sink) {
 
 DeflateDecompressor::~DeflateDecompressor() = default;
 
-std::int64_t DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out) {
+std::int64_t DeflateDecompressor::decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out,
+                                             const InflatedAs& announced) {
     if (!in.markSupported()) kUnit.raise<CompressionException>("mark() not supported by input stream");
+    const std::int64_t used = decompressWhole(in, compressedSize, out, announced);
+    return used > 0 ? compressedSize - used : stream(in, compressedSize, out);
+}
+
+std::int64_t DeflateDecompressor::decompressWhole(InputStream& in, std::int64_t compressedSize, OutputStream& out,
+                                                  const InflatedAs& announced) {
+    const std::int64_t cost = compressedSize + announced.size;
+    if (!_raw || _processor || !announced.isTried(compressedSize) || !ScanBudget::takeTrialBytes(cost)) return 0;
+    WholeTry whole(out, announced);
+    const std::int64_t used = whole.take(in, compressedSize);
+    if (used == 0) return 0;
+    ScanBudget::returnTrialBytes(cost);
+    whole.commit();
+    return used;
+}
+
+std::int64_t DeflateDecompressor::stream(InputStream& in, std::int64_t compressedSize, OutputStream& out) {
     Inflater inflater(_raw);
     Sink sink(out, _processor);
     const auto input = std::make_unique_for_overwrite<char[]>(kInputPiece);

@@ -1,5 +1,6 @@
-// DeflateDecompressor: streams deflated data (RFC 1951, or RFC 1950 with header and trailer) through zlib. Its memory
-// is fixed: one input and one output buffer a call, and zlib's own state.
+// DeflateDecompressor: inflates deflated data (RFC 1951, or RFC 1950 with header and trailer). Data of which size and
+// check-sum are announced, and are small enough, is decoded in one go where that comes out just so. All other data is
+// streamed through zlib, in fixed memory: one input and one output buffer a call, and zlib's own state.
 #ifndef PAKFOLD_ZIP_DEFLATEDECOMPRESSOR_H
 #define PAKFOLD_ZIP_DEFLATEDECOMPRESSOR_H
 
@@ -7,6 +8,7 @@
 #include <string>
 
 #include "unarchiver/Pakfold.h"
+#include "zip/WholeInflate.h"
 
 namespace ZOV_SPACE {
 
@@ -29,8 +31,13 @@ public:
     // deflated data; 0 when the processor stopped it. What could be inflated has been written when it throws:
     // CompressionException "mark() not supported by input stream", "inflate: need dictionary", or "inflate: error "
     // with zlib's code and text (code -5 when the data ends too soon); OutOfMemoryException "Out of memory"; what the
-    // streams throw.
-    std::int64_t decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out);
+    // streams throw. What is `announced` of raw data of a known size makes it fast, and changes nothing else.
+    std::int64_t decompress(InputStream& in, std::int64_t compressedSize, OutputStream& out,
+                            const InflatedAs& announced = {});
+    // The same in one go, for an output that lends memory or is written in pieces. Returns how many bytes the deflated
+    // data takes; 0 when it cannot be had like that, and nothing was read or written.
+    std::int64_t decompressWhole(InputStream& in, std::int64_t compressedSize, OutputStream& out,
+                                 const InflatedAs& announced);
     // Whether a message is that for data that ends too soon.
     static bool saysTooShort(const std::string& message);
 
@@ -39,6 +46,8 @@ public:
     static const char* version();                   // zlib's.
 
 private:
+    std::int64_t stream(InputStream& in, std::int64_t compressedSize, OutputStream& out);
+
     bool _raw;
     DecompressProcessor* _processor;
 };

@@ -1,7 +1,8 @@
 // Finds the end of data whose size only the descriptor behind it says. There are two ways:
 //
-//  - Deflated data marks its own end, so it is inflated. While the content is small it is kept, and need not be
-//    inflated a second time if somebody wants it.
+//  - Deflated data marks its own end, so it is inflated: in one go if the next descriptor behind its start is its own,
+//    which then says to what. While the content is small it is kept, and need not be inflated a second time if somebody
+//    wants it.
 //  - Other data marks nothing. Its end is the first place where the bytes read as a descriptor whose packed size is
 //    just the distance from the start and, for stored data, whose other size is the same and whose checksum is that of
 //    the bytes in between. The checksum grows as the search goes on, so that a file full of false ends costs no more
@@ -15,6 +16,8 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <utility>
 
 #include "ByteOrder.h"
 #include "IOUtils.h"
@@ -23,6 +26,7 @@
 #include "unarchiver/ScanBudget.h"
 #include "utils/Crc.h"
 #include "zip/DeflateDecompressor.h"
+#include "zip/DescriptorFinder.h"
 #include "zip/ZipConstants.h"
 #include "zip/ZipDescriptor.h"
 #include "zip/ZipSupport.h"
@@ -39,8 +43,9 @@ class Limit {
 public:
     // REQUIRES: `n`, how far the search has come, in bytes, does not go back.
     void check(std::int64_t n) const {
-        if (n > _most) ScanBudget::chargeDiscardedBytes(n);  // Throws: so much is not left.
+        if (!allows(n)) ScanBudget::chargeDiscardedBytes(n);  // Throws: so much is not left.
     }
+    bool allows(std::int64_t n) const { return n <= _most; }
 
 private:
     std::int64_t _most = std::max(ScanBudget::discardedBytesLeft(), ZipDataExtent::kFreeLookAhead);
@@ -163,12 +168,36 @@ ZipDataExtent findExtent(BufferBase& buffer, long start, Data data) {
     return extent;
 }
 
-}  // namespace
+// Lends memory for all that is announced, and keeps it.
+class WholeKeeper : public OutputStream {
+public:
+    WholeKeeper(ZipDataExtent& extent, std::size_t size)
+        : _extent(extent), _size(size), _bytes(new (std::nothrow) char[size]) {}
 
-ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start) {
-    ZipDataExtent extent;
-    extent.known = true;
-    BufferBaseInputStream data(&buffer, start);
+    std::span<char> lendSpace() override { return {_bytes.get(), _bytes ? _size : 0}; }
+    void commitSpace(long n) override {
+        _extent.whole = std::move(_bytes);
+        _extent.inflated = _extent.unpackedSize = n;
+        _extent.hasContent = true;
+    }
+    bool takesAtOnce(std::int64_t) const override { return true; }
+
+private:
+    ZipDataExtent& _extent;
+    std::size_t _size;
+    std::unique_ptr<char[]> _bytes;
+};
+
+bool keepWhole(InputStream& data, const ZipDescriptor& descriptor, ZipDataExtent& extent) {
+    const std::uint32_t size = descriptor.unpackedSize;
+    if (size > ZipDataExtent::kMostKept || !Limit().allows(size)) return false;
+    WholeKeeper keeper(extent, size);
+    extent.packedSize = DeflateDecompressor(true, nullptr)
+                            .decompressWhole(data, descriptor.packedSize, keeper, {size, descriptor.checkSum});
+    return extent.packedSize > 0;
+}
+
+void keepInflated(InputStream& data, ZipDataExtent& extent) {
     PositionInputStream counted(&data);
     ContentKeeper keeper(extent);
     try {
@@ -177,10 +206,29 @@ ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start) {
         extent.failure = damage.getMessage();
     }
     extent.packedSize = counted.position();
+}
+
+}  // namespace
+
+void ZipDataExtent::writeContent(OutputStream& out) const {
+    constexpr std::int64_t kPiece = DeflateDecompressor::kOutputPiece;
+    for (const std::string& piece : content) out.write(piece.data(), static_cast<int>(piece.size()));
+    for (std::int64_t at = 0; whole && at < unpackedSize; at += kPiece) {
+        out.write(whole.get() + at, static_cast<int>(std::min(unpackedSize - at, kPiece)));
+    }
+}
+
+ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start, DescriptorFinder& descriptors) {
+    ZipDataExtent extent;
+    extent.known = true;
+    BufferBaseInputStream data(&buffer, start);
+    const auto announced = descriptors.behind(start);
+    if (!announced || !keepWhole(data, *announced, extent)) keepInflated(data, extent);
     // What comes to nothing may be much to read and little to write: blocks can be empty.
     const std::int64_t readForNothing = extent.failure.empty() ? 0 : extent.packedSize - ZipDataExtent::kFreeLookAhead;
     extent.inflated = std::max(extent.inflated, readForNothing);
-    extent.checkSum = checkSumOfDescriptor(data);
+    BufferBaseInputStream behind(&buffer, start + static_cast<long>(extent.packedSize));
+    extent.checkSum = checkSumOfDescriptor(behind);
     return extent;
 }
 

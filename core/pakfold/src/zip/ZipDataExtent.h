@@ -4,14 +4,18 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "io/BufferBase.h"
+#include "io/OutputStream.h"
 #include "unarchiver/ScanBudget.h"
 
 namespace ZOV_SPACE {
+
+class DescriptorFinder;
 
 struct ZipDataExtent {
     // Of content that was inflated to find its end, so much is kept, so that it need not be inflated again.
@@ -26,13 +30,17 @@ struct ZipDataExtent {
     std::string failure;               // Why the data ends there before its end was found; empty when all is well.
     std::int64_t inflated = 0;         // Bytes, to find the end; to be charged as far as nobody takes them.
     bool hasContent = false;           // Whether `content` is all of the unpacked data that can be had.
-    std::vector<std::string> content;  // In pieces.
+    std::vector<std::string> content;  // In pieces, unless
+    std::unique_ptr<char[]> whole;     // it is here, `unpackedSize` bytes.
+
+    // In pieces of one size, but for the last.
+    void writeContent(OutputStream& out) const;
 };
 
 // The data begins at `start`. No search goes further than what is left of the scan's budget for work that comes to
 // nothing, and one that would throws OutOfBudgetException "Out of budget". One that ends is charged only if no end was
 // found; but see `inflated`.
-ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start);
+ZipDataExtent findDeflatedExtent(BufferBase& buffer, long start, DescriptorFinder& descriptors);
 // The end is where a data descriptor agrees with the distance from the start and, for a stored entry, with the data's
 // checksum; without one, the end of the buffer.
 ZipDataExtent findStoredExtent(BufferBase& buffer, long start);

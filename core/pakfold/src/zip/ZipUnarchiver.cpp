@@ -26,6 +26,7 @@
 #include "unarchiver/ScanBudget.h"
 #include "util/Diag.h"
 #include "zip/DeflateDecompressor.h"
+#include "zip/DescriptorFinder.h"
 #include "zip/ZipDataExtent.h"
 #include "zip/ZipSupport.h"
 #include "zip/ZipTroubles.h"
@@ -77,6 +78,7 @@ ZipUnarchiver::ZipUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& entries,
     : _buffer(buffer),
       _bufferStream(std::make_unique<BufferBaseInputStream>(buffer)),
       _in(std::make_unique<PositionInputStream>(_bufferStream.get())),
+      _descriptors(std::make_unique<DescriptorFinder>(*buffer)),
       _entries(entries),
       _decompression(decompression),
       _flags(flags),
@@ -242,7 +244,7 @@ void ZipUnarchiver::findExtent(ZipDataExtent& extent) const {
         const auto start = static_cast<long>(_in->position());
         const bool isForeign = _info.isEncrypted();
         if (!isForeign && _info.method == ZipConstants::DEFLATED) {
-            extent = findDeflatedExtent(*_buffer, start);
+            extent = findDeflatedExtent(*_buffer, start, *_descriptors);
         } else if (!isForeign && _info.method == ZipConstants::STORED) {
             extent = findStoredExtent(*_buffer, start);
         } else {
@@ -320,7 +322,7 @@ void ZipUnarchiver::copyStored(const ZipDataExtent& extent, OutputStream& out) {
 
 void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& out) {
     if (extent.hasContent && !_decompression) {
-        for (const std::string& piece : extent.content) out.write(piece.data(), static_cast<int>(piece.size()));
+        extent.writeContent(out);
         return;
     }
     if (!extent.known) {
@@ -330,9 +332,11 @@ void ZipUnarchiver::unpackDeflated(const ZipDataExtent& extent, OutputStream& ou
     }
     // Where the end is not known for sure, damaged data is read as far as it goes.
     const bool isSound = extent.failure.empty();
+    const std::uint32_t checkSum = _info.hasDataDescriptor() ? extent.checkSum : _info.checkSum;
+    const InflatedAs announced{static_cast<std::uint32_t>(extent.unpackedSize), checkSum};
     const std::int64_t unused =
         DeflateDecompressor(true, _decompression)
-            .decompress(*_in, isSound ? extent.packedSize : DeflateDecompressor::kUnknownSize, out);
+            .decompress(*_in, isSound ? extent.packedSize : DeflateDecompressor::kUnknownSize, out, announced);
     if (unused > 0) tell(ArchiveTrouble::damaged, zipTroubles::left(unused));
 }
 

@@ -14,6 +14,7 @@
 
 namespace ZOV_SPACE {
 
+class DescriptorFinder;
 struct ZipDataExtent;
 
 class ZipEntryInfo : public ArchiveEntryInfo {
@@ -99,6 +100,7 @@ private:
     BufferBase* _buffer = nullptr;  // Null: the source is a stream.
     std::unique_ptr<InputStream> _bufferStream;
     std::unique_ptr<PositionInputStream> _in;
+    std::unique_ptr<DescriptorFinder> _descriptors;  // Over a buffer.
     ArchiveEntryProcessor& _entries;
     DecompressProcessor* _decompression;
     unsigned _flags;

@@ -4,6 +4,7 @@
 #ifndef COMMON_STL_IO_OUTPUTSTREAM_H
 #define COMMON_STL_IO_OUTPUTSTREAM_H
 
+#include <cstdint>
 #include <span>
 
 #include "CPObject.h"
@@ -33,6 +34,9 @@ public:
     // The first `n` of the bytes that were lent last have been written. IOException when none were.
     virtual void commitSpace(long n);
     virtual bool discards() const;  // Whether nobody looks at what is written. Default: false.
+    // Whether so many lent bytes can be committed at once, because nothing would happen within them if they came in
+    // pieces. Default: false.
+    virtual bool takesAtOnce(std::int64_t n) const;
 };
 
 }  // namespace ZOV_SPACE

@@ -34,7 +34,8 @@ ZipDeepUnarchiver::ZipDeepUnarchiver(BufferBase* buffer, ArchiveEntryProcessor& 
       _headers(_bytes),
       _directoryBytes(*buffer),
       _directories(_directoryBytes),
-      _reader(_bytes, entries) {}
+      _reader(_bytes, entries),
+      _descriptors(*buffer) {}
 
 ZipDeepUnarchiver::~ZipDeepUnarchiver() = default;
 
@@ -199,7 +200,7 @@ std::int64_t ZipDeepUnarchiver::passOverEncrypted(const ZipClaim& claim) {
 
 ZipDataExtent ZipDeepUnarchiver::measure(const ZipClaim& claim) {
     const auto start = static_cast<long>(claim.dataStart);
-    if (claim.method == ZipConstants::DEFLATED) return findDeflatedExtent(_buffer, start);
+    if (claim.method == ZipConstants::DEFLATED) return findDeflatedExtent(_buffer, start, _descriptors);
     if (claim.method == ZipConstants::STORED) return findStoredOrOddExtent(_buffer, start);
     return findForeignExtent(_buffer, start);
 }

@@ -17,6 +17,7 @@
 #include "ContentBytes.h"
 #include "CoveredRanges.h"
 #include "unarchiver/Pakfold.h"
+#include "zip/DescriptorFinder.h"
 #include "zip/ZipDescriptor.h"
 #include "zip/deep/ZipClaim.h"
 #include "zip/deep/ZipDirectoryView.h"
@@ -80,6 +81,7 @@ private:
     ContentBytes _directoryBytes;
     ZipDirectoryView _directories;
     ZipReader _reader;
+    DescriptorFinder _descriptors;
     std::set<ZipReading> _readings;          // That were decoded, or tried.
     std::optional<std::int64_t> _endRecord;  // The last one, or one that leads to a directory.
     std::int64_t _chainEnd = -1;             // Behind the latest member: where another one needs no other evidence.

@@ -31,7 +31,8 @@ std::int64_t copyStored(InputStream& in, const ZipPacked& packed, OutputStream& 
 }
 
 std::int64_t inflate(InputStream& in, const ZipPacked& packed, OutputStream& out) {
-    return DeflateDecompressor(true, nullptr).decompress(in, packed.packedSize, out);
+    return DeflateDecompressor(true, nullptr)
+        .decompress(in, packed.packedSize, out, {packed.unpackedSize, packed.checkSum});
 }
 
 constinit std::array<ZipMethod, 8> methods{{

@@ -13,6 +13,7 @@ struct ZipPacked {
     std::int64_t packedSize;
     std::int64_t unpackedSize;  // As it is announced; for methods that need to know it.
     unsigned flags;             // Of the member.
+    std::uint32_t checkSum;     // As it is announced.
 };
 
 struct ZipMethod {

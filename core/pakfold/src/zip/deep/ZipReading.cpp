@@ -121,10 +121,9 @@ private:
     void move(OutputStream& out, const ZipDataExtent* measured) {
         try {
             if (_action == kActionCopy) {
-                findZipMethod(ZipConstants::STORED)->decode(_in, {_reading.packedSize, 0, 0}, out);
+                findZipMethod(ZipConstants::STORED)->decode(_in, {_reading.packedSize, 0, 0, 0}, out);
             } else if (measured && measured->hasContent) {
-                for (const std::string& piece : measured->content)
-                    out.write(piece.data(), static_cast<int>(piece.size()));
+                measured->writeContent(out);
             } else if (_reading.packedSize > 0) {
                 decode(out);
             }
@@ -141,7 +140,7 @@ private:
         if (!_method) {
             kZipUnit.raise<CompressionException>("Unknown algorithm: " + std::to_string(_reading.method) + " in zip");
         }
-        _left = _method->decode(_in, {_reading.packedSize, _claim.unpackedSize, _claim.flags}, out);
+        _left = _method->decode(_in, {_reading.packedSize, _claim.unpackedSize, _claim.flags, _claim.checkSum}, out);
         _outcome.dataEnd -= _left;
     }
 
