@@ -63,9 +63,21 @@ void MemberSink::commitSpace(long n) {
     taken(_lent, n);
 }
 
+void MemberSink::commitSummed(long n, std::uint32_t checkSum) {
+    if (_bytes > 0) return commitSpace(n);
+    _content.commitAppend(n);
+    advance(n);
+    _crc = ZOV_SPACE::Iso3309Crc(checkSum);
+    counted(n);
+}
+
 void MemberSink::taken(const char* bytes, long n) {
     if (n <= 0) return;
     if (_countsCheckSum) _crc.add(bytes, static_cast<unsigned>(n));
+    counted(n);
+}
+
+void MemberSink::counted(long n) {
     _bytes += n;
     _face.onUnpacked(n);
 }

@@ -30,6 +30,7 @@ public:
     std::span<char> lendSpace() override;
     void commitSpace(long n) override;
     bool takesAtOnce(std::int64_t n) const override { return _face.mayUnpack(n); }
+    void commitSummed(long n, std::uint32_t checkSum) override;
 
     // The member's end: nothing is written any more, and the content is the caller's to deal with.
     void complete() { _complete = true; }
@@ -43,6 +44,7 @@ public:
 
 private:
     void taken(const char* bytes, long n);
+    void counted(long n);
 
     ScanFace& _face;
     WorkList& _workList;

@@ -120,6 +120,11 @@ bool TakenOutputStream::takesAtOnce(std::int64_t n) const {
     return n <= ScanBudget::takenBytesLeft() && _out->takesAtOnce(n);
 }
 
+void TakenOutputStream::commitSummed(long n, std::uint32_t checkSum) {
+    charge(n);
+    _out->commitSummed(n, checkSum);
+}
+
 void TakenOutputStream::charge(std::int64_t n) {
     ScanBudget::chargeTakenBytes(n);
     _taken += n;

@@ -82,6 +82,7 @@ public:
     void commitSpace(long n) override;
     bool discards() const override;
     bool takesAtOnce(std::int64_t n) const override;
+    void commitSummed(long n, std::uint32_t checkSum) override;
 
     std::int64_t taken() const { return _taken; }  // Bytes so far.
 

@@ -31,5 +31,6 @@ std::span<char> OutputStream::lendSpace() { return {}; }
 void OutputStream::commitSpace(long) { raiseUnimplemented(); }
 bool OutputStream::discards() const { return false; }
 bool OutputStream::takesAtOnce(std::int64_t) const { return false; }
+void OutputStream::commitSummed(long n, std::uint32_t) { commitSpace(n); }
 
 }  // namespace ZOV_SPACE

@@ -24,6 +24,9 @@ public:
 
 class Iso3309Crc : public Crc {
 public:
+    Iso3309Crc() = default;
+    explicit Iso3309Crc(std::uint32_t soFar) : _register(~soFar) {}  // Of what was fed to another one.
+
     std::uint32_t add(char c) override;
     std::uint32_t add(const void* p, unsigned int n) override;
     std::uint32_t crc() const override { return ~_register; }

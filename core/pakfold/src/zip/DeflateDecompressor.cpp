@@ -167,7 +167,7 @@ public:
     }
 
     void commit() {
-        if (!_own) return _out.commitSpace(static_cast<long>(_space.size()));
+        if (!_own) return _out.commitSummed(static_cast<long>(_space.size()), _announced.checkSum);
         for (std::size_t at = 0; at < _space.size(); at += DeflateDecompressor::kOutputPiece) {
             const std::size_t count = std::min<std::size_t>(_space.size() - at, DeflateDecompressor::kOutputPiece);
             _out.write(_space.data() + at, static_cast<int>(count));

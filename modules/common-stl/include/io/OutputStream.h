@@ -37,6 +37,8 @@ public:
     // Whether so many lent bytes can be committed at once, because nothing would happen within them if they came in
     // pieces. Default: false.
     virtual bool takesAtOnce(std::int64_t n) const;
+    // As commitSpace(), with the CRC-32 of the bytes, for who counts it. Default: ignores that.
+    virtual void commitSummed(long n, std::uint32_t checkSum);
 };
 
 }  // namespace ZOV_SPACE
