@@ -18,6 +18,7 @@ namespace fs = std::filesystem;
 using Command = std::vector<std::string>;
 
 constexpr double kMebibyte = 1048576;
+constexpr double kMostOfBsdtar = 0.45;  // Of its CPU time, where members are deflated.
 
 Command bsdtar(const std::string& archive) { return {"bsdtar", "-xOf", archive}; }
 Command unar(const std::string& archive) { return {"unar", "-q", "-o", "-", "-f", archive}; }
@@ -86,24 +87,24 @@ public:
             "cache, starting counts, no limit on unpacking. Wall time is only right on a machine without other work.");
         const std::string mixed = _folder / "mixed.zip";
         corpus::writeZip(mixed, _mixed);
-        zipRows("deflated, mixed sizes", mixed, _mixed);
+        zipRows("deflated, mixed sizes", mixed, _mixed, kMostOfBsdtar);
         memoryRow("peak memory of that scan", mixed);
 
         const std::string streamed = _folder / "streamed.zip";
         corpus::writeStreamedZip(streamed, _mixed);
         const Comparison times = compareZip(streamed, _mixed);
         _report.info("the same, sizes behind the data", times.wall);
-        _report.info("the same, sizes behind the data, CPU time", times.cpu);
+        _report.ratio("the same, sizes behind the data, CPU time", times.cpu, kMostOfBsdtar);
         memoryRow("peak memory of that scan", streamed);
 
         const std::string stored = _folder / "stored.zip";
         corpus::writeZip(stored, _mixed, "-0");
-        zipRows("the same, stored", stored, _mixed);
+        zipRows("the same, stored", stored, _mixed, 1);
 
         const corpus::Members equal = corpus::cutEqually(_mixed, _folder.sub("equal"));
         const std::string equalZip = _folder / "equal.zip";
         corpus::writeZip(equalZip, equal);
-        zipRows("the same, cut into equal sizes", equalZip, equal);
+        zipRows("the same, cut into equal sizes", equalZip, equal, kMostOfBsdtar);
     }
 
     void rar() {
@@ -135,15 +136,15 @@ private:
         return compare(rounds(9), {bsdtar(archive)}, vole(_patterns, archive));
     }
 
-    void zipRows(const std::string& what, const std::string& archive, const corpus::Members& members) {
+    void zipRows(const std::string& what, const std::string& archive, const corpus::Members& members, double target) {
         const Comparison times = compareZip(archive, members);
         _report.ratio(what, times.wall, 1);
-        _report.ratio(what + ", CPU time", times.cpu, 1);
+        _report.ratio(what + ", CPU time", times.cpu, target);
     }
 
     void memoryRow(const std::string& what, const std::string& archive) {
         const long kilobytes = peakKilobytes(vole(_patterns, archive), _folder / "peak");
-        _report.value(what, static_cast<double>(kilobytes) * 1024 / kMebibyte, "MiB", Bound::atMost, 64);
+        _report.value(what, static_cast<double>(kilobytes) * 1024 / kMebibyte, "MiB", Bound::atMost, 24);
     }
 
     void rarRows(const std::string& what, const std::string& name, corpus::Packer pack, int full, double target) {

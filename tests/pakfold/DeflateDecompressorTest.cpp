@@ -87,6 +87,40 @@ TEST(DeflateDecompressor, reportsDamageAfterWritingWhatCameBefore) {
     EXPECT_EQ(thrownBy<ArchivingException>([&] { inflate.decompress(unmarkable, out); }), "Unimplemented");
 }
 
+struct Lender : Pieces {
+    std::span<char> lendSpace() override { return space; }
+    void commitSpace(long n) override { write(space.data(), static_cast<int>(n)); }
+    bool takesAtOnce(std::int64_t n) const override { return n <= most; }
+    void commitSummed(long n, std::uint32_t) override { isWhole = true, commitSpace(n); }
+    std::string space;
+    std::int64_t most = 0;
+    bool isWhole = false;
+};
+
+TEST(DeflateDecompressor, inflatesInOneGoWhatComesOutAsAnnounced) {
+    const std::string content(90'000, 'x'), packed = deflated(content) + "behind";
+    constexpr std::int64_t kSize = 90'000;
+    const std::uint32_t sum = Iso3309Crc().add(content.data(), kSize);
+    // What is announced, how much is lent, how much is taken at once, and whether it comes so.
+    const std::tuple<InflatedAs, std::size_t, std::int64_t, bool> cases[] = {
+        {{kSize, sum}, kSize, kSize, true},        {{kSize, sum}, kSize, kSize - 1, false},
+        {{kSize, sum}, kSize - 1, kSize, false},   {{kSize, sum ^ 1}, kSize, kSize, false},
+        {{kSize - 1, sum}, kSize, kSize, false},   {{kSize + 1, sum}, kSize + 1, kSize + 1, false},
+        {{1 << 24, sum}, 1 << 24, 1 << 24, false},
+    };
+    for (const auto& [announced, loan, most, isWhole] : cases) {
+        SCOPED_TRACE(testing::Message() << announced.size << " " << loan << " " << most);
+        StringSource source(packed);
+        Lender out;
+        out.space.resize(loan);
+        out.most = most;
+        DeflateDecompressor inflate(true, nullptr);
+        EXPECT_EQ(inflate.decompress(source.stream, static_cast<std::int64_t>(packed.size()), out, announced), 6);
+        EXPECT_EQ(out.bytes, content);
+        EXPECT_EQ(out.isWhole, isWhole && announced.isTried(1));  // Which no data is in builds without libdeflate.
+    }
+}
+
 TEST(DeflateDecompressor, asksTheProcessorBeforeEachPiece) {
     const std::string packed = deflated(std::string(200'000, 'x'));
     for (const int pieces : {0, 1, 8}) {
