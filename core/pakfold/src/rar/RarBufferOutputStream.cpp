@@ -24,7 +24,9 @@ RarBufferOutputStream::RarBufferOutputStream(OutputStream* target, std::int64_t 
                                              RarBufferOutputStream* previous)
     : RarBufferOutputStream(
           target, previous ? previous->releaseWindow() : RarWindow(static_cast<std::uint32_t>(windowSize)), limit) {
-    if (previous) _flushed = _write = previous->_write;
+    if (!previous) return;
+    _flushed = _write = previous->_write;
+    _turned = previous->_turned;
 }
 
 RarBufferOutputStream::RarBufferOutputStream(OutputStream* target, RarWindow window, std::int64_t limit)
@@ -38,8 +40,9 @@ RarWindow RarBufferOutputStream::releaseWindow() {
 }
 
 void RarBufferOutputStream::wrap() {
-    _window.wroteTo(_window.size());
-    _write -= _window.size();
+    _window.wroteTo(_window.ringSize());
+    _write -= _window.ringSize();
+    _turned = (_turned + _window.ringSize()) % _window.size();
 }
 
 void RarBufferOutputStream::copyContent(unsigned int distance, unsigned int length) {
@@ -54,14 +57,15 @@ void RarBufferOutputStream::copyContent(unsigned int distance, unsigned int leng
 
 // REQUIRES: distance <= size of the window, length <= kPiece.
 void RarBufferOutputStream::copyPiece(std::uint32_t distance, std::uint32_t length) {
-    const std::uint32_t size = _window.size();
+    const std::uint32_t size = _window.ringSize();
+    if (distance == 0) distance = _window.size();  // What stood at the write position one turn ago.
     std::uint32_t from = _write >= distance ? _write - distance : _write + (size - distance);
-    if (length < size - std::max(from, _write) && distance != 0) {
+    if (length < size - std::max(from, _write)) {
         if (distance < kRarFarCopy && from < _write) {
             rarRepeatNear(_bytes + _write, distance, length);
             return advance(length);
         }
-        if (distance >= kRarFarCopy && size - distance >= kRarFarCopy) {
+        if (distance >= kRarFarCopy) {
             rarCopyFar(_bytes + _write, _bytes + from, length);
             return advance(length);
         }
@@ -87,7 +91,7 @@ void RarBufferOutputStream::writeToTarget(const unsigned char* bytes, std::uint3
 
 void RarBufferOutputStream::flushPlain(std::uint32_t n) {
     if (n == 0) return;
-    const std::uint32_t first = std::min(n, _window.size() - _flushed);
+    const std::uint32_t first = std::min(n, _window.ringSize() - _flushed);
     writeToTarget(_bytes + _flushed, first);
     writeToTarget(_bytes, n - first);
     passFlushed(n);
@@ -95,7 +99,7 @@ void RarBufferOutputStream::flushPlain(std::uint32_t n) {
 
 void RarBufferOutputStream::passFlushed(std::uint32_t n) {
     _flushed += n;
-    if (_flushed >= _window.size()) _flushed -= _window.size();
+    if (_flushed >= _window.ringSize()) _flushed -= _window.ringSize();
     _flushedCount += n;
 }
 

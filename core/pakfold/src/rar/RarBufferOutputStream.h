@@ -51,7 +51,8 @@ public:
     }
 
     std::uint32_t windowSize() const { return _window.size(); }
-    std::uint32_t writePosition() const { return _write; }                 // In the window.
+    // In a window without the bytes that its ring has more.
+    std::uint32_t writePosition() const { return (_write + _turned) % _window.size(); }
     std::int64_t writeCount() const { return _flushedCount + pending(); }  // Bytes put into the window.
     std::int64_t flushedCount() const { return _flushedCount; }            // Of them, flushed or replaced.
     std::int64_t flushedTotal() const { return _flushedTotal; }            // Bytes written to the target.
@@ -61,7 +62,7 @@ public:
     RarWindow releaseWindow();
 
 protected:
-    std::uint32_t pending() const { return _write - _flushed + (_write < _flushed ? _window.size() : 0); }
+    std::uint32_t pending() const { return _write - _flushed + (_write < _flushed ? _window.ringSize() : 0); }
     void writeToTarget(const unsigned char* bytes, std::uint32_t n);
     // Writes the next n pending bytes as they are. REQUIRES: n <= pending().
     void flushPlain(std::uint32_t n);
@@ -69,13 +70,14 @@ protected:
     void passFlushed(std::uint32_t n);
     const unsigned char* window() const { return _bytes; }
     std::uint32_t flushedPosition() const { return _flushed; }
+    std::uint32_t ringSize() const { return _window.ringSize(); }
 
 private:
     friend class RarWindowCursor;
 
     void advance(std::uint32_t n) {
         _write += n;
-        if (_write >= _window.size()) wrap();
+        if (_write >= _window.ringSize()) wrap();
     }
     void wrap();
     void copyPiece(std::uint32_t distance, std::uint32_t length);
@@ -84,8 +86,9 @@ private:
     std::int64_t _limit;
     RarWindow _window;
     unsigned char* _bytes;
-    std::uint32_t _flushed = 0;  // Window position of the first byte not flushed.
-    std::uint32_t _write = 0;    // Window position of the next byte.
+    std::uint32_t _flushed = 0;  // Position in the ring of the first byte not flushed.
+    std::uint32_t _write = 0;    // Position in the ring of the next byte.
+    std::uint32_t _turned = 0;   // Which position of a dictionary the ring begins with by now.
     std::int64_t _flushedCount = 0;
     std::int64_t _flushedTotal = 0;
     bool _outputFailed = false;

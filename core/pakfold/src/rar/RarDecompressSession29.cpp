@@ -46,8 +46,8 @@ bool RarDecompressSession::step29() {
         _out->putch(byte);
         return true;
     }
-    const std::uint32_t symbol = _rar29.readSymbol(*_in);
-    if (Rar29::isControl(symbol)) return obey29(symbol);
+    const RarMeaning symbol = _rar29.readSymbol(*_in);
+    if (Rar29::isControl(symbol.value())) return obey29(symbol.value());
     _rar29.writeSymbol(symbol, *_in, *_out);
     return true;
 }
@@ -58,7 +58,7 @@ void RarDecompressSession::readTail29() {
     try {
         for (bool goesOn = true; goesOn;) {
             if (_mode == BlockMode::kLz) {
-                const std::uint32_t symbol = _rar29.readSymbol(*_in);
+                const std::uint32_t symbol = _rar29.readSymbol(*_in).value();
                 goesOn = Rar29::isControl(symbol) && obey29(symbol);
             } else {
                 goesOn = _model.DecodeChar() == _escapeChar && obeyPpmControl(_model.DecodeChar());

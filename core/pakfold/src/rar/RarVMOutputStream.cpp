@@ -68,7 +68,7 @@ void RarVMOutputStream::runFirstFilter() {
     const std::unique_ptr<RarOutputFilter> filter = std::move(_filters.front().filter);
     _filters.erase(_filters.begin());
     const std::uint32_t length = filter->getLength();
-    const std::uint32_t first = std::min(length, windowSize() - flushedPosition());
+    const std::uint32_t first = std::min(length, ringSize() - flushedPosition());
     filter->copy(window() + flushedPosition(), first);
     if (!filter->ready()) filter->copy(window(), length - first);
     filter->execute(this, &_filters);

@@ -10,9 +10,11 @@ namespace ZOV_SPACE {
 
 static constexpr ThrowUnit kUnit{"../../core/pakfold/src/utils/RarStream"};
 
-RarWindow::RarWindow(std::uint32_t size) : _bytes(static_cast<char*>(std::calloc(size, 1))), _size(size) {
+RarWindow::RarWindow(std::uint32_t size) : _size(size) {
+    const std::size_t bytes = ringSize() + kOverrun;
+    _bytes.reset(static_cast<char*>(std::calloc(bytes, 1)));
     if (!_bytes) kUnit.raise<OutOfMemoryException>("Out of memory");
-    preferLargePages(_bytes.get(), size);
+    preferLargePages(_bytes.get(), bytes);
 }
 
 void RarWindow::clear() {

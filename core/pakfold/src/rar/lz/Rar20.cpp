@@ -4,21 +4,21 @@
 #include "rar/lz/Rar20.h"
 
 #include <algorithm>
-#include <string>
 
-#include "Raise.h"
+#include "Exception.h"
 
 namespace ZOV_SPACE {
 namespace {
 
-constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/RarCompressor"};
-
-constexpr int kCodeLengthSymbols = 19;
+constexpr std::size_t kCodeLengthSymbols = 19;
 
 constexpr std::array<unsigned char, 48> kDistanceBits{0,  0,  0,  0,  1,  1,  2,  2,  3,  3,  4,  4,  5,  5,  6,  6,
                                                       7,  7,  8,  8,  9,  9,  10, 10, 11, 11, 12, 12, 13, 13, 14, 14,
                                                       15, 15, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16};
-constexpr auto kDistances = makeRarNumberCode<48>(1, kDistanceBits);
+constexpr auto kMainCode = makeRarMainCode<298>(261, 270);
+constexpr auto kDistances = makeRarNumbers<48>(1, kDistanceBits);
+constexpr auto kAudioDeltas = makeRarSymbols<257>();
+constexpr auto kCodeLengths = makeRarSymbols<kCodeLengthSymbols>();
 
 }  // namespace
 
@@ -35,15 +35,15 @@ bool Rar20::ReadTables20(RarBitInputStream& in) {
     if (!_audioMode) {
         if (!readLengths(in, kMainSymbols + kDistanceSymbols + kRarLengthSymbols)) return false;
         const unsigned char* lengths = _lengths.data();
-        MakeDecodeTables(lengths, &_main, kMainSymbols);
-        MakeDecodeTables(lengths += kMainSymbols, &_distances, kDistanceSymbols);
-        MakeDecodeTables(lengths + kDistanceSymbols, &_repeats, kRarLengthSymbols);
+        MakeDecodeTables(lengths, kMainCode, &_main);
+        MakeDecodeTables(lengths += kMainSymbols, kDistances, &_distances);
+        MakeDecodeTables(lengths + kDistanceSymbols, kRarRepeatLengths, &_repeats);
         return true;
     }
     _audio.setChannels(in.readBits(2) + 1);
     if (!readLengths(in, kAudioSymbols * _audio.channels())) return false;
     for (std::size_t i = 0; i < _audio.channels(); ++i) {
-        MakeDecodeTables(_lengths.data() + i * kAudioSymbols, &_channels[i], kAudioSymbols);
+        MakeDecodeTables(_lengths.data() + i * kAudioSymbols, kAudioDeltas, &_channels[i]);
     }
     return true;
 }
@@ -53,7 +53,7 @@ bool Rar20::readLengths(RarBitInputStream& in, std::size_t count) {
     std::array<unsigned char, kCodeLengthSymbols> codeLengths;
     for (auto& length : codeLengths) length = static_cast<unsigned char>(in.readBits(4));
     Decode code;
-    MakeDecodeTables(codeLengths.data(), &code, kCodeLengthSymbols);
+    MakeDecodeTables(codeLengths.data(), kCodeLengths, &code);
 
     for (std::size_t i = 0; i < count;) {
         const std::uint32_t symbol = DecodeNumber(&code, in);
@@ -85,26 +85,28 @@ void Rar20::ReadLastTables(RarBitInputStream& in) {
 }
 
 template <class Bits, class Window>
-[[gnu::always_inline]] inline void Rar20::copyMatch(std::uint32_t symbol, Bits& bits, Window& window) {
+[[gnu::always_inline]] inline void Rar20::copyMatch(RarMeaning entry, RarHistory& history, Bits& bits,
+                                                    Window& window) const {
     std::uint32_t distance, length;
-    if (symbol >= kMatch) {
-        length = kRarLengths.read(symbol - kMatch, bits) + 3;
+    if (entry.value() >= kRarMatch) {
+        length = takeRarNumber(entry, bits) - kRarMatch;
         bits.refill();
-        distance = kDistances.read(DecodeNumber(&_distances, bits), bits);
+        distance = takeRarNumber(readCode(_distances, bits), bits);
         length += rarFarBonus(distance);
-    } else if (symbol == kRepeatLast) {
-        distance = _history.lastDistance;
-        length = _history.lastLength;
-    } else if (symbol < kShortDistance) {
-        distance = _history.distances[(_history.next - (symbol - kRepeatLast)) & 3];
-        length = kRarLengths.read(DecodeNumber(&_repeats, bits), bits) + 2;
-        if (distance > 256) length += 1 + rarFarBonus(distance);
-    } else {
-        distance = kRarShortDistances.read(symbol - kShortDistance, bits);
+    } else if (entry.value() >= kRarShortMatch) {
+        distance = takeRarNumber(entry, bits) - kRarShortMatch;
         length = 2;
+    } else if (entry.value() == kRepeatLast) {
+        distance = history.lastDistance;
+        length = history.lastLength;
+    } else {
+        distance = history.distances[(history.next - (entry.value() - kRepeatLast)) & 3];
+        bits.refill();
+        length = takeRarNumber(readCode(_repeats, bits), bits);
+        if (distance > 256) length += 1 + rarFarBonus(distance);
     }
-    _history.distances[_history.next++ & 3] = _history.lastDistance = distance;
-    _history.lastLength = length;
+    history.distances[history.next++ & 3] = history.lastDistance = distance;
+    history.lastLength = length;
     window.copy(distance, length);
 }
 
@@ -137,17 +139,15 @@ bool Rar20::step(RarBitInputStream& in, RarBufferOutputStream& out) {
         out.putch(_audio.DecodeAudio(symbol));
         return true;
     }
-    const std::uint32_t symbol = DecodeNumber(&_main, in);
-    if (symbol < 256) {
-        out.putch(static_cast<int>(symbol));
-    } else if (symbol == kNewTables) {
+    const RarMeaning symbol = readCode(_main, in);
+    if (symbol.value() < 256) {
+        out.putch(static_cast<int>(symbol.value()));
+    } else if (isControl(symbol.value())) {
         return ReadTables20(in);
-    } else if (symbol > kLastSymbol) {
-        kUnit.raise<CompressionException>("Decoding overfilow: Number=" + std::to_string(symbol));
     } else {
         RarCheckedBits bits(in);
         RarCheckedWindow window(out);
-        copyMatch(symbol, bits, window);
+        copyMatch(symbol, _history, bits, window);
     }
     return true;
 }

@@ -27,14 +27,14 @@ public:
     bool step(RarBitInputStream& in, RarBufferOutputStream& out);
 
     // For runRarLz().
-    const Decode* main() const { return &_main; }
+    const Decode& main() const { return _main; }
+    RarHistory& history() { return _history; }
     static bool isControl(std::uint32_t symbol) { return symbol == kNewTables; }
     template <class Bits, class Window>
-    void copyMatch(std::uint32_t symbol, Bits& bits, Window& window);
+    void copyMatch(RarMeaning entry, RarHistory& history, Bits& bits, Window& window) const;
 
 private:
-    static constexpr std::uint32_t kRepeatLast = 256, kOldDistance = 257, kShortDistance = 261, kNewTables = 269,
-                                   kMatch = 270, kLastSymbol = 297;
+    static constexpr std::uint32_t kRepeatLast = 256, kNewTables = 269;
     static constexpr std::size_t kMainSymbols = 298, kDistanceSymbols = 48, kAudioSymbols = 257;
     static constexpr std::uint32_t kNewAudioTables = 256;
 

@@ -3,17 +3,12 @@
 #include "rar/lz/Rar29.h"
 
 #include <algorithm>
-#include <string>
-
-#include "Raise.h"
 
 namespace ZOV_SPACE {
 namespace {
 
-constexpr ThrowUnit kUnit{"../../core/pakfold/src/unarchiver/RarCompressor"};
-
-constexpr int kCodeLengthSymbols = 20;
-constexpr std::uint32_t kFirstCodedLow = 10;  // From this distance symbol on, the low four bits have a code.
+constexpr std::size_t kCodeLengthSymbols = 20;
+constexpr std::size_t kFirstCodedLow = 10;  // From this distance symbol on, the low four bits have a code.
 constexpr std::uint32_t kLowBits = 4;
 constexpr std::uint32_t kRepeatLow = 16;       // Of that code: the last low bits again,
 constexpr std::uint32_t kLowRepeatCount = 15;  // and for so many more distances.
@@ -28,23 +23,32 @@ constexpr std::array<unsigned char, 60> distanceBits() {
     return bits;
 }
 
-constexpr auto kDistances = makeRarNumberCode<60>(1, distanceBits());
-
-[[noreturn]] void raiseOverflow(const char* what, std::uint32_t number) {
-    kUnit.raise<CompressionException>(what + std::to_string(number));
+// Of the far ones, without the low bits.
+constexpr auto distanceMeanings() {
+    auto meanings = makeRarNumbers<60>(1, distanceBits());
+    for (std::size_t symbol = kFirstCodedLow; symbol < meanings.size(); ++symbol) {
+        meanings[symbol] = RarMeaning(meanings[symbol].value(), distanceBits()[symbol] - kLowBits);
+    }
+    return meanings;
 }
+
+constexpr auto kMainCode = makeRarMainCode<299>(263, 271);
+constexpr auto kDistances = distanceMeanings();
+constexpr auto kLowDistances = makeRarSymbols<17>();
+constexpr auto kCodeLengths = makeRarSymbols<kCodeLengthSymbols>();
+constexpr std::uint32_t kFirstFarDistance = kDistances[kFirstCodedLow].value();
 
 }  // namespace
 
 bool Rar29::readTables(RarBitInputStream& in) {
-    _lowDistance = _lowRepeats = 0;
+    _history.lowDistance = _history.lowRepeats = 0;
     if ((in.readBits(2) & 1) == 0) _lengths.fill(0);
     if (!readLengths(in)) return false;
     const unsigned char* lengths = _lengths.data();
-    MakeDecodeTables(lengths, &_main, kMainSymbols);
-    MakeDecodeTables(lengths += kMainSymbols, &_distances, kDistanceSymbols);
-    MakeDecodeTables(lengths += kDistanceSymbols, &_lowDistances, kLowDistanceSymbols);
-    MakeDecodeTables(lengths + kLowDistanceSymbols, &_repeats, kRarLengthSymbols);
+    MakeDecodeTables(lengths, kMainCode, &_main);
+    MakeDecodeTables(lengths += kMainSymbols, kDistances, &_distances);
+    MakeDecodeTables(lengths += kDistanceSymbols, kLowDistances, &_lowDistances);
+    MakeDecodeTables(lengths + kLowDistanceSymbols, kRarRepeatLengths, &_repeats);
     return true;
 }
 
@@ -66,7 +70,7 @@ bool Rar29::readLengths(RarBitInputStream& in) {
     std::array<unsigned char, kCodeLengthSymbols> codeLengths;
     readCodeLengths(in, codeLengths);
     Decode code;
-    MakeDecodeTables(codeLengths.data(), &code, kCodeLengthSymbols);
+    MakeDecodeTables(codeLengths.data(), kCodeLengths, &code);
 
     for (std::size_t i = 0; i < kAllSymbols;) {
         const std::uint32_t symbol = DecodeNumber(&code, in);
@@ -86,88 +90,77 @@ bool Rar29::readLengths(RarBitInputStream& in) {
 }
 
 template <class Bits>
-[[gnu::always_inline]] inline std::uint32_t Rar29::readLength(const Decode& code, Bits& bits) const {
-    const std::uint32_t number = DecodeNumber(&code, bits);
-    if (number >= kRarLengthSymbols) [[unlikely]] {
-        raiseOverflow("Rar decompression out of bound: LengthNumber=", number);
-    }
-    return kRarLengths.read(number, bits);
+[[gnu::always_inline]] inline std::uint32_t Rar29::readDistance(RarHistory& history, Bits& bits) const {
+    const RarMeaning entry = readCode(_distances, bits);
+    const std::uint32_t number = bits.takeNumber(entry.extraBits());
+    if (entry.value() < kFirstFarDistance) return entry.value() + number;
+    return entry.value() + (number << kLowBits) + readLowDistance(history, bits);
 }
 
 template <class Bits>
-[[gnu::always_inline]] inline std::uint32_t Rar29::readDistance(Bits& bits) {
-    const std::uint32_t number = DecodeNumber(&_distances, bits);
-    if (number >= kDistanceSymbols) [[unlikely]]
-        raiseOverflow("Decoding overfilow: DistNumber=", number);
-    if (number < kFirstCodedLow) return kDistances.read(number, bits);
-    std::uint32_t distance = kDistances.base[number];
-    const std::uint32_t high = kDistances.bits[number] - kLowBits;
-    if (high > 0) {
-        distance += bits.getBits() >> (16 - high) << kLowBits;
-        bits.addBits(static_cast<int>(high));
-    }
-    return distance + readLowDistance(bits);
-}
-
-template <class Bits>
-[[gnu::always_inline]] inline std::uint32_t Rar29::readLowDistance(Bits& bits) {
-    if (_lowRepeats > 0) {
-        --_lowRepeats;
-        return _lowDistance;
+[[gnu::always_inline]] inline std::uint32_t Rar29::readLowDistance(RarHistory& history, Bits& bits) const {
+    if (history.lowRepeats > 0) {
+        --history.lowRepeats;
+        return history.lowDistance;
     }
     const std::uint32_t low = DecodeNumber(&_lowDistances, bits);
     if (low == kRepeatLow) {
-        _lowRepeats = kLowRepeatCount;
+        history.lowRepeats = kLowRepeatCount;
     } else {
-        _lowDistance = low;
+        history.lowDistance = low;
     }
-    return _lowDistance;
+    return history.lowDistance;
 }
 
-// Puts the distance in front of those before it; the one at `from` drops out.
-inline void Rar29::remember(std::uint32_t distance, std::size_t from) {
-    auto& distances = _history.distances;
-    for (std::size_t i = from; i > 0; --i) distances[i] = distances[i - 1];
-    distances[0] = _history.lastDistance = distance;
+// Puts the distance in front of those before it; the one at `from` drops out. Without branches, because which one it is
+// is anyone's guess.
+[[gnu::always_inline]] static inline void remember(RarHistory& history, std::uint32_t distance, std::size_t from) {
+    auto& distances = history.distances;
+    distances[3] = from > 2 ? distances[2] : distances[3];
+    distances[2] = from > 1 ? distances[1] : distances[2];
+    distances[1] = from > 0 ? distances[0] : distances[1];
+    distances[0] = history.lastDistance = distance;
 }
 
 template <class Bits, class Window>
-[[gnu::always_inline]] inline void Rar29::copyMatch(std::uint32_t symbol, Bits& bits, Window& window) {
+[[gnu::always_inline]] inline void Rar29::copyMatch(RarMeaning entry, RarHistory& history, Bits& bits,
+                                                    Window& window) const {
+    constexpr std::size_t kNew = 3;  // Where a distance that was not there drops out.
     std::uint32_t distance, length;
-    if (symbol >= kMatch) {
-        length = kRarLengths.read(symbol - kMatch, bits) + 3;
+    if (entry.value() >= kRarMatch) {
+        length = takeRarNumber(entry, bits) - kRarMatch;
         bits.refill();
-        distance = readDistance(bits);
+        distance = readDistance(history, bits);
         length += rarFarBonus(distance);
-        remember(distance, 3);
-    } else if (symbol == kRepeatLast) {
-        distance = _history.lastDistance;
-        length = _history.lastLength;
-    } else if (symbol < kShortDistance) {
-        const std::size_t index = symbol - kOldDistance;
-        distance = _history.distances[index];
-        length = readLength(_repeats, bits) + 2;
-        remember(distance, index);
-    } else {
-        distance = kRarShortDistances.read(symbol - kShortDistance, bits);
+        remember(history, distance, kNew);
+    } else if (entry.value() >= kRarShortMatch) {
+        distance = takeRarNumber(entry, bits) - kRarShortMatch;
         length = 2;
-        remember(distance, 3);
+        remember(history, distance, kNew);
+    } else if (entry.value() >= kOldDistance) {
+        const std::size_t index = entry.value() - kOldDistance;
+        distance = history.distances[index];
+        bits.refill();
+        length = takeRarNumber(readCode(_repeats, bits), bits);
+        remember(history, distance, index);
+    } else {
+        distance = history.lastDistance;
+        length = history.lastLength;
     }
-    _history.lastLength = length;
+    history.lastLength = length;
     window.copy(distance, length);
 }
 
 std::uint32_t Rar29::run(RarBitInputStream& in, RarBufferOutputStream& out) { return runRarLz(*this, in, out); }
 
-void Rar29::writeSymbol(std::uint32_t symbol, RarBitInputStream& in, RarBufferOutputStream& out) {
-    if (symbol < 256) {
-        out.putch(static_cast<int>(symbol));
+void Rar29::writeSymbol(RarMeaning symbol, RarBitInputStream& in, RarBufferOutputStream& out) {
+    if (symbol.value() < 256) {
+        out.putch(static_cast<int>(symbol.value()));
         return;
     }
-    if (symbol > kLastSymbol) raiseOverflow("Decoding overfilow: Number=", symbol);
     RarCheckedBits bits(in);
     RarCheckedWindow window(out);
-    copyMatch(symbol, bits, window);
+    copyMatch(symbol, _history, bits, window);
 }
 
 }  // namespace ZOV_SPACE

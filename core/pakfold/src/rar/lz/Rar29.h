@@ -24,35 +24,31 @@ public:
     // Decodes as far as no check is due, which may be nothing. Returns the control symbol that ended it, which is
     // consumed, or kRarNoSymbol.
     std::uint32_t run(RarBitInputStream& in, RarBufferOutputStream& out);
-    // The next symbol, which is consumed, and what it writes unless it is a control symbol.
-    std::uint32_t readSymbol(RarBitInputStream& in) const { return DecodeNumber(&_main, in); }
-    void writeSymbol(std::uint32_t symbol, RarBitInputStream& in, RarBufferOutputStream& out);
+    // The next symbol, whose code is consumed, and what it writes unless it is a control symbol.
+    RarMeaning readSymbol(RarBitInputStream& in) const { return readCode(_main, in); }
+    void writeSymbol(RarMeaning symbol, RarBitInputStream& in, RarBufferOutputStream& out);
+    static bool isControl(std::uint32_t symbol) { return symbol - kEndOfBlock <= kVmCode - kEndOfBlock; }
 
     // For runRarLz().
-    const Decode* main() const { return &_main; }
-    static bool isControl(std::uint32_t symbol) { return symbol - kEndOfBlock <= kVmCode - kEndOfBlock; }
+    const Decode& main() const { return _main; }
+    RarHistory& history() { return _history; }
     template <class Bits, class Window>
-    void copyMatch(std::uint32_t symbol, Bits& bits, Window& window);
+    void copyMatch(RarMeaning entry, RarHistory& history, Bits& bits, Window& window) const;
 
 private:
-    static constexpr std::uint32_t kRepeatLast = 258, kOldDistance = 259, kShortDistance = 263, kMatch = 271,
-                                   kLastSymbol = 298;
+    static constexpr std::uint32_t kRepeatLast = 258, kOldDistance = 259;
+    static constexpr std::size_t kShortDistance = 263, kMatch = 271;
     static constexpr std::size_t kMainSymbols = 299, kDistanceSymbols = 60, kLowDistanceSymbols = 17;
     static constexpr std::size_t kAllSymbols =
         kMainSymbols + kDistanceSymbols + kLowDistanceSymbols + kRarLengthSymbols;
 
     bool readLengths(RarBitInputStream& in);
     template <class Bits>
-    std::uint32_t readLength(const Decode& code, Bits& bits) const;
+    std::uint32_t readDistance(RarHistory& history, Bits& bits) const;
     template <class Bits>
-    std::uint32_t readDistance(Bits& bits);
-    template <class Bits>
-    std::uint32_t readLowDistance(Bits& bits);
-    void remember(std::uint32_t distance, std::size_t from);
+    std::uint32_t readLowDistance(RarHistory& history, Bits& bits) const;
 
     RarHistory& _history;
-    std::uint32_t _lowDistance = 0;  // The last one coded,
-    std::uint32_t _lowRepeats = 0;   // and how often it still holds without being coded.
     std::array<unsigned char, kAllSymbols> _lengths{};
     Decode _main, _distances, _lowDistances, _repeats;
 };

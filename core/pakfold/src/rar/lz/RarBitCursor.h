@@ -38,6 +38,12 @@ public:
         _bits <<= n;
         _count -= n;
     }
+    // Takes a number of n bits, 0 to 16. Without a branch, because how often there are none is anyone's guess.
+    std::uint32_t takeNumber(int n) {
+        const auto first = static_cast<std::uint32_t>(_bits >> 33);
+        addBits(n);
+        return first >> (31 - n);
+    }
     void sync() {
         const auto consumed = (_next - _in._buffer.data()) * 8 - _count;
         _in._position = static_cast<std::uint32_t>(consumed / 8);
@@ -59,6 +65,7 @@ public:
     void refill() const {}
     unsigned int getBits() const { return _in.getBits(); }
     void addBits(int n) const { _in.addBits(n); }
+    std::uint32_t takeNumber(int n) const { return n == 0 ? 0 : _in.readBits(n); }
 
 private:
     RarBitInputStream& _in;

@@ -1,6 +1,6 @@
 // Canonical codes: those of the same length are consecutive numbers in the order of the symbols, and each length begins
 // where the shorter ones end. Left-aligned in 16 bits, a code's length is therefore found by comparing it with where
-// each length ends, and its symbol by its distance from the first of its length. For the first ten bits a table has the
+// each length ends, and its symbol by its distance from the first of its length. For the first bits a table has the
 // answer ready.
 #include "rar/lz/RarHuffman.h"
 
@@ -11,9 +11,9 @@ namespace {
 
 constexpr std::uint32_t kFull = 0x10000;  // Behind the last 16-bit pattern.
 
-// The symbol with the index; beyond the alphabet, the first.
-std::uint32_t symbolAt(const Decode& decode, std::uint32_t index) {
-    return decode.symbols[index < decode.size ? index : 0];
+// What the symbol with the index means; beyond the alphabet, the first.
+RarMeaning meaningAt(const Decode& decode, std::uint32_t index) {
+    return decode.meanings[index < decode.size ? index : 0];
 }
 
 void makeLimits(const unsigned char* lengths, Decode& decode) {
@@ -29,11 +29,11 @@ void makeLimits(const unsigned char* lengths, Decode& decode) {
     }
 }
 
-void makeSymbols(const unsigned char* lengths, Decode& decode) {
+void sortMeanings(const unsigned char* lengths, const RarMeaning* meanings, Decode& decode) {
     auto next = decode.position;
-    decode.symbols.fill(0);
+    decode.meanings.fill(meanings[0]);
     for (std::uint32_t i = 0; i < decode.size; ++i) {
-        if (lengths[i] != 0) decode.symbols[next[lengths[i]]++] = static_cast<std::uint16_t>(i);
+        if (lengths[i] != 0) decode.meanings[next[lengths[i]]++] = meanings[i];
     }
 }
 
@@ -43,28 +43,27 @@ void makeQuickTable(Decode& decode) {
         const std::uint32_t codes = (decode.limit[length] - decode.limit[length - 1]) >> (16 - length);
         const std::uint32_t run = 1U << (Decode::kQuickBits - length);
         for (std::uint32_t i = 0; i < codes; ++i) {
-            const std::uint32_t symbol = symbolAt(decode, decode.position[length] + i);
-            entry = std::fill_n(entry, run, static_cast<std::uint16_t>(symbol << 4 | length));
+            entry = std::fill_n(entry, run, meaningAt(decode, decode.position[length] + i).withLength(length));
         }
     }
-    std::fill(entry, decode.quick.end(), std::uint16_t{0});
+    std::fill(entry, decode.quick.end(), RarMeaning());
 }
 
 }  // namespace
 
-void MakeDecodeTables(const unsigned char* lengths, Decode* decode, int size) {
-    decode->size = static_cast<std::uint32_t>(size);
-    makeLimits(lengths, *decode);
-    makeSymbols(lengths, *decode);
-    makeQuickTable(*decode);
+void makeDecodeTables(const unsigned char* lengths, const RarMeaning* meanings, std::size_t size, Decode& decode) {
+    decode.size = static_cast<std::uint32_t>(size);
+    makeLimits(lengths, decode);
+    sortMeanings(lengths, meanings, decode);
+    makeQuickTable(decode);
 }
 
-std::uint32_t decodeLongCode(const Decode& decode, std::uint32_t bits) {
+RarMeaning decodeLongCode(const Decode& decode, std::uint32_t bits) {
     const std::uint32_t code = bits & 0xFFFE;
     unsigned length = 1;
     while (length < Decode::kLongestCode && code >= decode.limit[length]) ++length;
     const std::uint32_t index = decode.position[length] + ((code - decode.limit[length - 1]) >> (16 - length));
-    return symbolAt(decode, index) << 4 | length;
+    return meaningAt(decode, index).withLength(length);
 }
 
 }  // namespace ZOV_SPACE

@@ -11,36 +11,77 @@
 
 namespace ZOV_SPACE {
 
+// What a symbol means: a value, to which the number in the bits behind the code is added. As an entry of a code it has
+// the code's length, too, so that one look into a table answers how much there is to consume.
+struct RarMeaning {
+    static constexpr std::uint32_t kLargestValue = (1U << 23) - 1;
+
+    constexpr RarMeaning(std::uint32_t value = 0, std::uint32_t extraBits = 0)
+        : _packed(value << kValueShift | extraBits << kExtraShift) {}
+    constexpr RarMeaning withLength(std::uint32_t length) const { return RarMeaning(*this, length); }
+
+    constexpr std::uint32_t value() const { return _packed >> kValueShift; }
+    constexpr int extraBits() const { return static_cast<int>(_packed >> kExtraShift & 31); }
+    constexpr int length() const { return static_cast<int>(_packed & 15); }  // 0: no entry.
+
+private:
+    static constexpr unsigned kExtraShift = 4, kValueShift = 9;
+
+    constexpr RarMeaning(RarMeaning meaning, std::uint32_t length) : _packed(meaning._packed | length) {}
+
+    std::uint32_t _packed;
+};
+
+// Symbols that mean themselves.
+template <std::size_t N>
+constexpr std::array<RarMeaning, N> makeRarSymbols() {
+    std::array<RarMeaning, N> meanings{};
+    for (std::uint32_t i = 0; i < N; ++i) meanings[i] = RarMeaning(i);
+    return meanings;
+}
+
 // One code, ready for decoding. Codes are looked at left-aligned in 16 bits, of which the last is always 0.
 struct Decode {
     static constexpr int kLongestCode = 15;
     static constexpr std::size_t kMostSymbols = 299;
-    static constexpr int kQuickBits = 10;
+    static constexpr int kQuickBits = 11;
 
-    // Codes of i bits lie below limit[i] and at or above limit[i - 1]; the first of them has symbols[position[i]].
+    // Codes of i bits lie below limit[i] and at or above limit[i - 1]; the first of them has meanings[position[i]].
     std::array<std::uint32_t, kLongestCode + 1> limit{};
     std::array<std::uint32_t, kLongestCode + 1> position{};
     std::uint32_t size = 0;  // Of the alphabet.
-    std::array<std::uint16_t, kMostSymbols> symbols{};
-    // By the first kQuickBits: symbol << 4 | length of its code; 0 for longer codes.
-    std::array<std::uint16_t, std::size_t{1} << kQuickBits> quick{};
+    std::array<RarMeaning, kMostSymbols> meanings{};
+    // By the first kQuickBits; without length for longer codes.
+    std::array<RarMeaning, std::size_t{1} << kQuickBits> quick{};
 };
 
-// REQUIRES: `size` lengths below 16; 0 < size <= Decode::kMostSymbols.
-void MakeDecodeTables(const unsigned char* lengths, Decode* decode, int size);
+// REQUIRES: `size` lengths below 16, and as many meanings; 0 < size <= Decode::kMostSymbols.
+void makeDecodeTables(const unsigned char* lengths, const RarMeaning* meanings, std::size_t size, Decode& decode);
 
-// A code of more than kQuickBits, or a pattern that is none: symbol << 4 | length.
-std::uint32_t decodeLongCode(const Decode& decode, std::uint32_t bits);
+template <std::size_t N>
+void MakeDecodeTables(const unsigned char* lengths, const std::array<RarMeaning, N>& meanings, Decode* decode) {
+    static_assert(0 < N && N <= Decode::kMostSymbols);
+    makeDecodeTables(lengths, meanings.data(), N, *decode);
+}
 
-// Reads one symbol; `Bits` has getBits() and addBits() like a RarBitInputStream.
+// A code of more than kQuickBits, or a pattern that is none.
+RarMeaning decodeLongCode(const Decode& decode, std::uint32_t bits);
+
+// Reads one code, without the bits behind it; `Bits` has getBits() and addBits() like a RarBitInputStream.
+template <class Bits>
+inline RarMeaning readCode(const Decode& decode, Bits& in) {
+    const std::uint32_t bits = in.getBits();
+    RarMeaning entry = decode.quick[bits >> (16 - Decode::kQuickBits)];
+    if (entry.length() == 0) [[unlikely]]
+        entry = decodeLongCode(decode, bits);
+    in.addBits(entry.length());
+    return entry;
+}
+
+// A code whose symbols mean themselves.
 template <class Bits>
 inline std::uint32_t DecodeNumber(const Decode* decode, Bits& in) {
-    const std::uint32_t bits = in.getBits();
-    std::uint32_t entry = decode->quick[bits >> (16 - Decode::kQuickBits)];
-    if (entry == 0) [[unlikely]]
-        entry = decodeLongCode(*decode, bits);
-    in.addBits(static_cast<int>(entry & 15));
-    return entry >> 4;
+    return readCode(*decode, in).value();
 }
 
 }  // namespace ZOV_SPACE

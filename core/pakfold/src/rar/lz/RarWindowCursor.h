@@ -17,19 +17,15 @@ class RarWindowCursor {
 public:
     // The longest match that may be copied, and the literals that may be put, between two calls of ready().
     static constexpr std::uint32_t kLongestMatch = 260;
-    static constexpr std::uint32_t kMostLiterals = 2;
+    static constexpr std::uint32_t kMostLiterals = 3;
 
     // With `limit`, ready() holds only while fewer bytes than the stream's limit are written and pending.
     explicit RarWindowCursor(RarBufferOutputStream& out)
-        : _out(out),
-          _bytes(out._bytes),
-          _size(out.windowSize()),
-          _farthest(_size - std::min(_size, kRarFarCopy)),
-          _write(out._write) {
+        : _out(out), _bytes(out._bytes), _ringSize(out.ringSize()), _write(out._write) {
         constexpr std::uint32_t kReserve = RarBufferOutputStream::kMargin + 2 * kLongestMatch;
         const std::int64_t pending = out.pending();
         const std::int64_t untilFlush = std::int64_t{out.windowSize()} - kReserve - pending;
-        const std::int64_t untilWrap = std::int64_t{out.windowSize()} - kReserve - _write;
+        const std::int64_t untilWrap = std::int64_t{_ringSize} - kReserve - _write;
         const std::int64_t untilLimit = out._limit - out._flushedTotal - pending - kMostLiterals;
         const std::int64_t room = std::min({untilFlush, untilWrap, untilLimit});
         _readyEnd = _write + static_cast<std::uint32_t>(std::max<std::int64_t>(room, 0));
@@ -40,9 +36,12 @@ public:
     void put(unsigned int byte) { _bytes[_write++] = static_cast<unsigned char>(byte); }
     // REQUIRES: distance is at most the window's size.
     [[gnu::always_inline]] void copy(std::uint32_t distance, std::uint32_t length) {
-        const std::uint32_t from = _write - distance + (distance > _write ? _size : 0);
-        if (distance >= kRarFarCopy && distance <= _farthest && length <= _size - from) [[likely]] {
+        const std::uint32_t from = _write - distance + (distance > _write ? _ringSize : 0);
+        if (distance >= kRarFarCopy && length <= _ringSize - from) [[likely]] {
             rarCopyFar(_bytes + _write, _bytes + from, length);
+            _write += length;
+        } else if (distance - 1 < std::min(_write, kRarFarCopy - 1)) {
+            rarRepeatNear(_bytes + _write, distance, length);
             _write += length;
         } else {
             _write = copySlowly(_out, _write, distance, length);
@@ -61,9 +60,8 @@ private:
 
     RarBufferOutputStream& _out;
     unsigned char* _bytes;
-    std::uint32_t _size;
-    std::uint32_t _farthest;  // The largest distance that leaves kRarFarCopy bytes to the source, the other way round.
-    std::uint32_t _write;     // In the window.
+    std::uint32_t _ringSize;
+    std::uint32_t _write;  // In the ring.
     std::uint32_t _readyEnd;
 };
 
