@@ -52,7 +52,7 @@ bool Rar20::ReadTables20(RarBitInputStream& in) {
 bool Rar20::readLengths(RarBitInputStream& in, std::size_t count) {
     std::array<unsigned char, kCodeLengthSymbols> codeLengths;
     for (auto& length : codeLengths) length = static_cast<unsigned char>(in.readBits(4));
-    Decode code;
+    Decode<8> code;
     MakeDecodeTables(codeLengths.data(), kCodeLengths, &code);
 
     for (std::size_t i = 0; i < count;) {

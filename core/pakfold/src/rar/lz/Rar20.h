@@ -27,7 +27,7 @@ public:
     bool step(RarBitInputStream& in, RarBufferOutputStream& out);
 
     // For runRarLz().
-    const Decode& main() const { return _main; }
+    const auto& main() const { return _main; }
     RarHistory& history() { return _history; }
     static bool isControl(std::uint32_t symbol) { return symbol == kNewTables; }
     template <class Bits, class Window>
@@ -45,8 +45,10 @@ private:
     bool _audioMode = false;
     RarAudio _audio;
     std::array<unsigned char, kAudioSymbols * RarAudio::kMostChannels> _lengths{};
-    Decode _main, _distances, _repeats;
-    std::array<Decode, RarAudio::kMostChannels> _channels;
+    Decode<11> _main;
+    Decode<9> _distances;
+    Decode<8> _repeats;
+    std::array<Decode<10>, RarAudio::kMostChannels> _channels;
 };
 
 }  // namespace ZOV_SPACE

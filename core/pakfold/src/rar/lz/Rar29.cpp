@@ -69,7 +69,7 @@ static void readCodeLengths(RarBitInputStream& in, std::array<unsigned char, kCo
 bool Rar29::readLengths(RarBitInputStream& in) {
     std::array<unsigned char, kCodeLengthSymbols> codeLengths;
     readCodeLengths(in, codeLengths);
-    Decode code;
+    Decode<8> code;
     MakeDecodeTables(codeLengths.data(), kCodeLengths, &code);
 
     for (std::size_t i = 0; i < kAllSymbols;) {
@@ -112,13 +112,17 @@ template <class Bits>
     return history.lowDistance;
 }
 
-// Puts the distance in front of those before it; the one at `from` drops out. Without branches, because which one it is
-// is anyone's guess.
+// Puts the distance in front of those before it; the one at `from` drops out.
 [[gnu::always_inline]] static inline void remember(RarHistory& history, std::uint32_t distance, std::size_t from) {
     auto& distances = history.distances;
-    distances[3] = from > 2 ? distances[2] : distances[3];
-    distances[2] = from > 1 ? distances[1] : distances[2];
-    distances[1] = from > 0 ? distances[0] : distances[1];
+    // By masks, because a branch on the place, which is anyone's guess, would cost more.
+    const auto takeOver = [&](std::size_t at) {
+        const std::uint32_t mask = from >= at ? ~0U : 0U;
+        distances[at] ^= (distances[at] ^ distances[at - 1]) & mask;
+    };
+    takeOver(3);
+    takeOver(2);
+    takeOver(1);
     distances[0] = history.lastDistance = distance;
 }
 

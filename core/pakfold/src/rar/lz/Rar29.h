@@ -30,7 +30,7 @@ public:
     static bool isControl(std::uint32_t symbol) { return symbol - kEndOfBlock <= kVmCode - kEndOfBlock; }
 
     // For runRarLz().
-    const Decode& main() const { return _main; }
+    const auto& main() const { return _main; }
     RarHistory& history() { return _history; }
     template <class Bits, class Window>
     void copyMatch(RarMeaning entry, RarHistory& history, Bits& bits, Window& window) const;
@@ -50,7 +50,10 @@ private:
 
     RarHistory& _history;
     std::array<unsigned char, kAllSymbols> _lengths{};
-    Decode _main, _distances, _lowDistances, _repeats;
+    Decode<11> _main;
+    Decode<9> _distances;
+    Decode<7> _lowDistances;
+    Decode<8> _repeats;
 };
 
 }  // namespace ZOV_SPACE

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace ZOV_SPACE {
 
@@ -40,47 +41,56 @@ constexpr std::array<RarMeaning, N> makeRarSymbols() {
     return meanings;
 }
 
-// One code, ready for decoding. Codes are looked at left-aligned in 16 bits, of which the last is always 0.
-struct Decode {
+// A code, for the patterns that no table answers. Codes are looked at left-aligned in 16 bits, of which the last is
+// always 0.
+struct RarCodeRanges {
     static constexpr int kLongestCode = 15;
     static constexpr std::size_t kMostSymbols = 299;
-    static constexpr int kQuickBits = 11;
 
     // Codes of i bits lie below limit[i] and at or above limit[i - 1]; the first of them has meanings[position[i]].
     std::array<std::uint32_t, kLongestCode + 1> limit{};
     std::array<std::uint32_t, kLongestCode + 1> position{};
     std::uint32_t size = 0;  // Of the alphabet.
     std::array<RarMeaning, kMostSymbols> meanings{};
-    // By the first kQuickBits; without length for longer codes.
+};
+
+// One code, ready for decoding, with a table by the first kQuickBits, whose entries for longer codes are without
+// length. All of a table is looked at, and all tables together should leave room in the first cache.
+template <int kQuickBits>
+struct Decode {
+    RarCodeRanges ranges;
     std::array<RarMeaning, std::size_t{1} << kQuickBits> quick{};
 };
 
-// REQUIRES: `size` lengths below 16, and as many meanings; 0 < size <= Decode::kMostSymbols.
-void makeDecodeTables(const unsigned char* lengths, const RarMeaning* meanings, std::size_t size, Decode& decode);
+// REQUIRES: as many lengths, below 16, as meanings; the latter are 1 to RarCodeRanges::kMostSymbols.
+void makeCodeRanges(const unsigned char* lengths, std::span<const RarMeaning> meanings, RarCodeRanges& ranges);
+void makeQuickTable(const RarCodeRanges& ranges, unsigned bits, RarMeaning* table);
 
-template <std::size_t N>
-void MakeDecodeTables(const unsigned char* lengths, const std::array<RarMeaning, N>& meanings, Decode* decode) {
-    static_assert(0 < N && N <= Decode::kMostSymbols);
-    makeDecodeTables(lengths, meanings.data(), N, *decode);
+template <std::size_t N, int kQuickBits>
+void MakeDecodeTables(const unsigned char* lengths, const std::array<RarMeaning, N>& meanings,
+                      Decode<kQuickBits>* decode) {
+    static_assert(0 < N && N <= RarCodeRanges::kMostSymbols);
+    makeCodeRanges(lengths, meanings, decode->ranges);
+    makeQuickTable(decode->ranges, kQuickBits, decode->quick.data());
 }
 
-// A code of more than kQuickBits, or a pattern that is none.
-RarMeaning decodeLongCode(const Decode& decode, std::uint32_t bits);
+// A code that is too long for the table, or a pattern that is none.
+RarMeaning decodeLongCode(const RarCodeRanges& ranges, std::uint32_t bits);
 
 // Reads one code, without the bits behind it; `Bits` has getBits() and addBits() like a RarBitInputStream.
-template <class Bits>
-inline RarMeaning readCode(const Decode& decode, Bits& in) {
+template <int kQuickBits, class Bits>
+inline RarMeaning readCode(const Decode<kQuickBits>& decode, Bits& in) {
     const std::uint32_t bits = in.getBits();
-    RarMeaning entry = decode.quick[bits >> (16 - Decode::kQuickBits)];
+    RarMeaning entry = decode.quick[bits >> (16 - kQuickBits)];
     if (entry.length() == 0) [[unlikely]]
-        entry = decodeLongCode(decode, bits);
+        entry = decodeLongCode(decode.ranges, bits);
     in.addBits(entry.length());
     return entry;
 }
 
 // A code whose symbols mean themselves.
-template <class Bits>
-inline std::uint32_t DecodeNumber(const Decode* decode, Bits& in) {
+template <int kQuickBits, class Bits>
+inline std::uint32_t DecodeNumber(const Decode<kQuickBits>* decode, Bits& in) {
     return readCode(*decode, in).value();
 }
 

@@ -65,9 +65,10 @@ struct RarHistory {
     std::uint32_t lowRepeats = 0;   // and how often they still hold without being coded.
 };
 
-// Far matches are longer than their code says.
+// Far matches are longer than their code says. The sign of a difference says it without a branch.
+// REQUIRES: distance < 2^31.
 inline std::uint32_t rarFarBonus(std::uint32_t distance) {
-    return (distance >= 0x2000 ? 1U : 0U) + (distance >= 0x40000 ? 1U : 0U);
+    return ((0x1FFF - distance) >> 31) + ((0x3FFFF - distance) >> 31);
 }
 
 constexpr std::uint32_t kRarNoSymbol = 0xFFFFFFFF;
@@ -80,7 +81,7 @@ std::uint32_t runRarLz(Method& method, RarBitInputStream& in, RarBufferOutputStr
     RarBitCursor bits(in);
     RarWindowCursor window(out);
     if (!bits.ready() || !window.ready()) return kRarNoSymbol;
-    const Decode& main = method.main();
+    const auto& main = method.main();
     RarHistory history = method.history();  // A copy: bytes that are written cannot be part of it.
     std::uint32_t control = kRarNoSymbol;
     do {
