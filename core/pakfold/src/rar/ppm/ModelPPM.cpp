@@ -122,14 +122,12 @@ void ModelPPM::hit(PPM_CONTEXT& context, STATE* state) {
     if (_found->frequency > kMostFrequency) context.rescale(this);
 }
 
-void ModelPPM::ruleOut(const STATE* states, unsigned count) {
-    for (unsigned i = 0; i < count; ++i) _candidate[states[i].symbol] = 0;
-}
+void ModelPPM::ruleOut(const STATE* states, unsigned count) { _ruledOutSymbols.add({states, count}); }
 
 // The first escape of a symbol.
 void ModelPPM::escape(const PPM_CONTEXT& context, const STATE* states) {
     _previousSuccess = 0;
-    _candidate.fill(0xFF);
+    _ruledOutSymbols.clear();
     _ruledOut = context.stateCount;
     ruleOut(states, _ruledOut);
     _found = nullptr;
@@ -206,15 +204,9 @@ bool PPM_CONTEXT::decodeSymbol2(ModelPPM* model) {
     STATE* const states = model->statesOf(*this);
     SEE2_CONTEXT* const estimate = states ? model->escapeEstimate(*this) : nullptr;
     if (!estimate) return false;
-    std::array<STATE*, ModelPPM::kMostStates> candidates;
-    std::uint32_t sum = 0;
-    unsigned count = 0;
-    for (STATE *state = states, *const end = states + stateCount; state != end; ++state) {
-        const unsigned char mask = model->_candidate[state->symbol];
-        candidates[count] = state;
-        sum += state->frequency & mask;
-        count += mask & 1;
-    }
+    const std::span<STATE> all(states, stateCount);
+    RuledOutSymbols::Frequencies frequencies;
+    const std::uint32_t sum = model->_ruledOutSymbols.sumOfOthers(all, frequencies);
     RangeCoder& coder = model->_coder;
     const std::uint32_t total = sum + estimate->takeMean();
     const std::uint32_t part = coder.split(total);
@@ -226,11 +218,11 @@ bool PPM_CONTEXT::decodeSymbol2(ModelPPM* model) {
         return true;
     }
     std::uint32_t start = 0;
-    for (STATE* const state : std::span(candidates.data(), count)) {
-        const std::uint32_t length = part * state->frequency;
+    for (unsigned i = 0; i < all.size(); ++i) {
+        const std::uint32_t length = part * frequencies[i];
         if (code - start < length) {
             coder.take(start, length);
-            model->hitAgain(*this, state, *estimate);
+            model->hitAgain(*this, &all[i], *estimate);
             return true;
         }
         start += length;
@@ -415,6 +407,7 @@ bool ModelPPM::UpdateModel() {
 int ModelPPM::finishSymbol() {
     const unsigned char symbol = _found->symbol;
     const Offset successor = _found->successor;
+    __builtin_prefetch(_allocator.at(successor));  // The next context, or the text behind which it is made.
     _previousSymbol = symbol;
     if (_orderFall == 0 && isContext(successor)) {
         _minContext = _maxContext = contextAt(successor);

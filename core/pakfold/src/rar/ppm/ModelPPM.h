@@ -15,6 +15,7 @@
 #include "rar/RarBitInputStream.h"
 #include "rar/ppm/PpmContext.h"
 #include "rar/ppm/RangeCoder.h"
+#include "rar/ppm/RuledOutSymbols.h"
 #include "rar/ppm/SeeContext.h"
 #include "rar/ppm/SubAllocator.h"
 
@@ -85,7 +86,7 @@ protected:  // For an encoder, which goes through the same model.
         if (count - 1 >= kMostStates || !_allocator.contains(at, count * sizeof(STATE))) return corrupt();
         return reinterpret_cast<STATE*>(_allocator.at(at));
     }
-    bool isCandidate(const STATE& state) const { return _candidate[state.symbol] != 0; }
+    bool isCandidate(const STATE& state) const { return !_ruledOutSymbols.contains(state.symbol); }
 
     PPM_CONTEXT* _minContext = nullptr;  // The one that the next step is taken in,
     PPM_CONTEXT* _maxContext = nullptr;  // and where the symbol's first step was.
@@ -121,7 +122,7 @@ private:
     unsigned _ruledOut = 0;  // Number of states in the context that was escaped from.
     unsigned char _previousSymbol = 0;
     SubAllocator _allocator;
-    std::array<unsigned char, 256> _candidate{};  // By symbol: 0 when ruled out, otherwise all bits.
+    RuledOutSymbols _ruledOutSymbols;
     SEE2_CONTEXT _dummySee{};
     std::array<std::array<SEE2_CONTEXT, 16>, 25> _see{};
     std::array<std::array<std::uint16_t, 64>, 128> _binEstimates{};
