@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
@@ -73,6 +74,32 @@ std::string mixedText(std::size_t size, unsigned seed) {
     }
     text.resize(size);
     return text;
+}
+
+TEST(RarModel, everySumOfFrequenciesLeavesOutWhatIsRuledOut) {
+    std::mt19937 random(29);
+    std::array<STATE, 256> states;
+    for (unsigned i = 0; i < states.size(); ++i) {
+        states[i].symbol = static_cast<unsigned char>(167 * i);
+        states[i].frequency = static_cast<unsigned char>(i < 64 ? 255 : random());
+        states[i].successor = static_cast<SubAllocator::Offset>(random());
+    }
+    for (unsigned count = 1; count <= states.size(); ++count) {
+        RuledOutSymbols::Bits ruledOut{};
+        for (unsigned char& bits : ruledOut) bits = static_cast<unsigned char>(random() & random());
+        for (const RuledOutSymbols::Sum sum : RuledOutSymbols::availableSums()) {
+            RuledOutSymbols::Frequencies found;
+            std::uint32_t expected = 0;
+            const std::uint32_t total = sum(ruledOut, states.data(), count, found);
+            for (unsigned i = 0; i < count; ++i) {
+                const unsigned symbol = states[i].symbol;
+                const bool isRuledOut = ruledOut[symbol % 16 + symbol / 128 * 16] >> symbol / 16 % 8 & 1;
+                EXPECT_EQ(found[i], isRuledOut ? 0 : states[i].frequency) << i << " of " << count;
+                expected += found[i];
+            }
+            EXPECT_EQ(total, expected) << count;
+        }
+    }
 }
 
 TEST(RarModel, blockHeaders) {
