@@ -1,4 +1,4 @@
-// RarCopy.h: how matches are copied within the window. Up to 15 bytes behind a copy are overwritten with anything,
+// RarCopy.h: how matches are copied within the window. Up to 31 bytes behind a copy are overwritten with anything,
 // because steps of a fixed size need no decisions about the length, which nothing could predict.
 #ifndef PAKFOLD_RAR_RARCOPY_H
 #define PAKFOLD_RAR_RARCOPY_H
@@ -21,12 +21,15 @@ constexpr std::uint32_t kRarFarCopy = 16;
     } bytes;
     static_assert(sizeof bytes == kRarFarCopy);
     const unsigned char* const end = to + length;
-    do {
+    const auto step = [&] {
         std::memcpy(&bytes, from, sizeof bytes);
         std::memcpy(to, &bytes, sizeof bytes);
         from += sizeof bytes;
         to += sizeof bytes;
-    } while (to < end);
+    };
+    step();  // Longer matches than this are frequent, and longer ones than two steps are not.
+    do step();
+    while (to < end);
 }
 
 // Repeats the `distance` bytes before the target. REQUIRES: 0 < distance < kRarFarCopy.

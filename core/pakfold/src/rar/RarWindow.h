@@ -16,7 +16,7 @@ namespace ZOV_SPACE {
 // is too far away to be referred to.
 class RarWindow {
 public:
-    static constexpr std::uint32_t kOverrun = 16;
+    static constexpr std::uint32_t kOverrun = 32;
 
     RarWindow() = default;
     explicit RarWindow(std::uint32_t size);  // Throws OutOfMemoryException "Out of memory".
