@@ -31,9 +31,8 @@ public:
     // Decodes the next entry: at most `packedSize` bytes from the stream, to at most `unpackedSize` bytes. `solid` is
     // not 0 for an entry that continues the one before it. Data that makes no sense to the method ends the entry
     // quietly; not everything may have been read then.
-    //   Throws:  CompressionException "Unsupported RAR unpack version:<number>", and other texts for codes beyond their
-    //            alphabet; IOException as RarBitInputStream and RarBufferOutputStream do; OutOfMemoryException; what
-    //            the streams throw.
+    //   Throws:  CompressionException "Unsupported RAR unpack version:<number>"; IOException as RarBitInputStream and
+    //            RarBufferOutputStream do; OutOfMemoryException; what the streams throw.
     void decompress(InputStream& in, std::int64_t packedSize, OutputStream& out, std::int64_t unpackedSize,
                     int unpackVersion, int solid);
     static bool supports(int unpackVersion);
