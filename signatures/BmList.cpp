@@ -65,22 +65,23 @@ std::size_t BmList::bucketKey(const unsigned char* digest) {
 }
 
 // Makes room for `n` more records. Blocks stay untouched until they are filled, so room costs no memory yet.
-bool BmList::reserveNodes(std::size_t n) {
-    const std::size_t blocksBefore = _blocks.size();
+bool BmList::reserveRecords(std::size_t n) {
+    const std::size_t blocksBefore = _starts.size();
     try {
-        while (_blocks.size() * kBlockRecords < _currentSig + n) {
-            _blocks.emplace_back(kBlockRecords);
+        while (_starts.size() * kBlockRecords < _currentSig + n) {
+            _starts.push_back(_blocks.emplace_back(kBlockRecords).data());
         }
         return true;
     } catch (const std::bad_alloc&) {
         _blocks.resize(blocksBefore);
+        _starts.resize(blocksBefore);
         return false;
     }
 }
 
 void BmList::allocate(int n, std::size_t plausible) {
     if (n <= 0) return;
-    if (!reserveNodes(std::min(static_cast<std::size_t>(n), plausible))) {
+    if (!reserveRecords(std::min(static_cast<std::size_t>(n), plausible))) {
         kDiag.at().err("fail to allocate bmNodes");
         return;
     }
@@ -113,13 +114,13 @@ std::optional<RecordFault> BmList::append(std::string_view line) {
         kDiag.at().err("%s", kTooManyRecords);
         return RecordFault{kTooManyRecords};
     }
-    if (!reserveNodes(1)) raiseOutOfMemory("Alloacate bm pattern fail");
-    BmPattern& pattern = node(_currentSig).pattern;
-    if (auto fault = PatternParser::tryHex2str(line.substr(0, kDigestDigits), pattern.digest, kDigestDigits)) {
+    if (!reserveRecords(1)) raiseOutOfMemory("Alloacate bm pattern fail");
+    BmRecord& record = ownRecord(_currentSig);
+    if (auto fault = PatternParser::tryHex2str(line.substr(0, kDigestDigits), record.digest, kDigestDigits)) {
         return fault;
     }
     try {
-        pattern.name = _names.store(name);
+        record.name = _names.store(name);
     } catch (const std::bad_alloc&) {
         raiseOutOfMemory("Alloacate patternNode fail");
     }
@@ -152,8 +153,8 @@ void BmList::init() {
     const std::size_t wanted = std::bit_ceil(std::max<std::size_t>(_currentSig, kFewestChains));
     if (wanted <= bm_suffix.size()) return;
     try {
-        if (bm_shift.empty()) bm_shift.assign(kBucketCount, true);
-        decltype(bm_suffix)(wanted).swap(bm_suffix);
+        if (bm_shift.empty()) bm_shift = Table<std::uint32_t>(kBucketWords);
+        bm_suffix = Chains(wanted);
     } catch (const std::bad_alloc&) {
         raiseOutOfMemory(" allocate bm_shift&bm_suffix fail ");
     }
@@ -166,7 +167,7 @@ void BmList::indexRecords() {
     init();
     for (std::uint32_t number = _indexedSigs; number < _currentSig; ++number) {
         if (_currentSig - number > kPrefetchAhead) {
-            const std::uint64_t hash = hashOf(node(number + kPrefetchAhead).pattern.digest);
+            const std::uint64_t hash = hashOf(record(number + kPrefetchAhead).digest);
             __builtin_prefetch(&bm_suffix[chainOf(hash, _chainShift)], 1);
         }
         addPattern(number);
@@ -175,42 +176,65 @@ void BmList::indexRecords() {
 }
 
 void BmList::addPattern(std::uint32_t number) {
-    BmPatternNode& added = node(number);
-    bm_shift[bucketKey(added.pattern.digest)] = false;
-    const std::uint64_t hash = hashOf(added.pattern.digest);
-    Chain& chain = bm_suffix[chainOf(hash, _chainShift)];
-    added.next = chain.newest == 0 ? nullptr : &node(chain.newest - 1);
+    BmRecord& added = ownRecord(number);
+    const std::size_t key = bucketKey(added.digest);
+    bm_shift.at(key / 32) |= std::uint32_t{1} << key % 32;
+    const std::uint64_t hash = hashOf(added.digest);
+    Chain& chain = bm_suffix.at(chainOf(hash, _chainShift));
+    added.next = chain.newest;
     chain.newest = number + 1;
     chain.filter |= filterBit(hash, _chainShift);
 }
 
-// The newest record of the chain that records with this digest are in; null when there are none.
-const BmPatternNode* BmList::chainFor(const unsigned char* digest) const {
-    if (bm_shift.empty() || bm_shift[bucketKey(digest)]) return nullptr;
+// The newest record of the chain that records with this digest are in, counted from 1; 0 when there are none.
+std::uint32_t BmList::chainFor(const unsigned char* digest) const {
+    const std::size_t key = bucketKey(digest);
+    if (bm_shift.empty() || !(bm_shift[key / 32] >> key % 32 & 1)) return 0;
     const std::uint64_t hash = hashOf(digest);
     const Chain& chain = bm_suffix[chainOf(hash, _chainShift)];
-    if (!(chain.filter & filterBit(hash, _chainShift))) return nullptr;
-    return &node(chain.newest - 1);
+    if (!(chain.filter & filterBit(hash, _chainShift))) return 0;
+    return chain.newest <= _currentSig ? chain.newest : 0;
 }
 
-const BmPattern* BmList::virusFoundMD5(const unsigned char* digest) const {
-    return matchPatternListMD5(digest, chainFor(digest));
+const char* BmList::virusFoundMD5(const unsigned char* digest) const {
+    const std::uint32_t found = firstWith(digest, chainFor(digest));
+    return found ? _names.at(record(found - 1).name) : nullptr;
 }
 
-const BmPattern* BmList::matchPatternListMD5(const unsigned char* digest, const BmPatternNode* head) {
-    const BmPatternNode* const found = firstWith(digest, head);
-    return found ? &found->pattern : nullptr;
-}
-
-const BmPatternNode* BmList::firstWith(const unsigned char* digest, const BmPatternNode* node) {
-    while (node && std::memcmp(node->pattern.digest, digest, Md5::kDigestSize) != 0) node = node->next;
-    return node;
+std::uint32_t BmList::firstWith(const unsigned char* digest, std::uint32_t number) const {
+    while (number && std::memcmp(record(number - 1).digest, digest, Md5::kDigestSize) != 0) number = olderThan(number);
+    return number;
 }
 
 std::size_t BmList::memoryBytes() const {
-    return _blocks.size() * kBlockRecords * sizeof(BmPatternNode) + _blocks.capacity() * sizeof(Block) +
-           bm_suffix.capacity() * sizeof(Chain) + bm_shift.capacity() / CHAR_BIT +
+    return _blocks.size() * kBlockRecords * sizeof(BmRecord) + _blocks.capacity() * sizeof(Block) +
+           _starts.capacity() * sizeof(_starts[0]) + bm_suffix.memoryBytes() + bm_shift.memoryBytes() +
            _newSizes.size() * sizeof(std::uint32_t) + _sizes.memoryBytes() + _names.memoryBytes();
+}
+
+void BmList::save(TableSink& sink) const {
+    sink.beginTable(sizeof(BmRecord));
+    for (std::size_t first = 0; first < _currentSig; first += kBlockRecords) {
+        sink.append(std::span(&record(first), std::min<std::size_t>(kBlockRecords, _currentSig - first)));
+    }
+    sink.table(bm_shift.elements());
+    sink.table(bm_suffix.elements());
+    _sizes.save(sink);
+    _names.save(sink);
+}
+
+void BmList::map(TableSource& source) {
+    const auto records = source.table<BmRecord>();
+    bm_shift = Table(source.table<std::uint32_t>());
+    bm_suffix = Chains(source.table<Chain>());
+    TableSource::require(records.size() < UINT32_MAX && bm_shift.size() == (records.empty() ? 0 : kBucketWords));
+    TableSource::require(records.empty() ||
+                         (bm_suffix.size() >= kFewestChains && std::has_single_bit(bm_suffix.size())));
+    _chainShift = 64 - static_cast<unsigned>(std::countr_zero(bm_suffix.size()));
+    _currentSig = _indexedSigs = static_cast<std::uint32_t>(records.size());
+    for (std::size_t i = 0; i < records.size(); i += kBlockRecords) _starts.push_back(&records[i]);
+    _sizes.map(source);
+    _names.map(source);
 }
 
 void BmList::reset() {
@@ -219,6 +243,7 @@ void BmList::reset() {
     _chainShift = 0;
     _currentSig = _totalSigs = _indexedSigs = 0;
     _blocks.clear();
+    _starts.clear();
     _newSizes.clear();
     _lastSize.reset();
     _sizes.clear();

@@ -1,13 +1,14 @@
 // BmList: the MD5 signatures of one pattern container, and the file sizes that occur in any of them.
 //
-// Records live in blocks, in the order in which they were added, and are found through a hash table of chains. Adding
-// only appends; index() enters what was added since it last ran, in one pass that sizes its tables once. Loading
-// therefore costs the same per record at a thousand records and at ten million, whatever their order, and so does each
-// lookup: a digest that is no signature costs one look at the table in most cases, because a chain's head tells
-// which hashes its records have. On x86-64 a record costs 32 bytes, plus 8 to 16 for its chain's head, plus 5 to 11 for
-// its size, plus its name; the tables lie in large pages where the system has them.
+// Records live in blocks, in the order in which they were added, and are found through a hash table of chains. They
+// refer to each other and to their names by numbers, so the list can be written to a file and searched in it as it
+// lies. Adding only appends; index() enters what was added since it last ran, in one pass that sizes its tables once.
+// Loading therefore costs the same per record at a thousand records and at ten million, whatever their order, and so
+// does each lookup: a digest that is no signature costs one look at the table in most cases, because a chain's head
+// tells which hashes its records have. A record costs 24 bytes, plus 8 to 16 for its chain's head, plus 5 to 11 for its
+// size, plus its name; the tables lie in large pages where the system has them.
 //
-// Filled by one thread, then shared read-only by any number.
+// Filled by one thread, or mapped, then shared read-only by any number.
 #ifndef SIGNATURES_BMLIST_H
 #define SIGNATURES_BMLIST_H
 
@@ -23,18 +24,17 @@
 #include "NameArena.h"
 #include "RecordFault.h"
 #include "SizeSet.h"
+#include "Table.h"
+#include "TableFile.h"
 
-// One signature: the digest of a file's bytes, and the name to report. The name belongs to the list.
-struct BmPattern {
+// One signature: the digest of a file's bytes, the number of the name to report, and the chain's next record, counted
+// from 1, which is always an older one; 0: there is none.
+struct BmRecord {
     unsigned char digest[Md5::kDigestSize];
-    const char* name;
+    std::uint32_t name;
+    std::uint32_t next;
 };
-
-// A record with its chain link. Newer records stand ahead of older ones with the same key.
-struct BmPatternNode {
-    BmPattern pattern;
-    const BmPatternNode* next;
-};
+static_assert(sizeof(BmRecord) == 24, "files have it so");
 
 class BmList {
 public:
@@ -70,15 +70,12 @@ public:
     // Whether any signature has this file size.
     bool verifyFileSize(std::uint32_t size) const { return _sizes.contains(size); }
 
-    // The newest signature with this 16-byte digest, or null. Owned by the list.
-    const BmPattern* virusFoundMD5(const unsigned char* digest) const;
+    // The name of the newest signature with this 16-byte digest, or null. Owned by the list.
+    const char* virusFoundMD5(const unsigned char* digest) const;
 
-    // Passes all signatures with this digest to `visit`, newest first, until it answers true: then true.
+    // Passes the names of all signatures with this digest to `visit`, newest first, until it answers true: then true.
     template <class Visit>
     bool visitFoundMD5(const unsigned char* digest, Visit visit) const;
-
-    // The first record of the chain that begins at `head` with this 16-byte digest, or null.
-    static const BmPattern* matchPatternListMD5(const unsigned char* digest, const BmPatternNode* head);
 
     // Signatures added so far.
     std::uint32_t count() const { return _currentSig; }
@@ -89,39 +86,54 @@ public:
     // Back to the empty list.
     void reset();
 
+    // REQUIRES: index() has run since the latest record.
+    void save(TableSink& sink) const;
+    // Throws Exception when the tables do not fit together, and leaves the list useless then. What is in them is looked
+    // at when it is used; no lookup leaves them, whatever that is.
+    // REQUIRES: the list is empty, and nothing is added later.
+    void map(TableSource& source);
+
 private:
-    static const BmPatternNode* firstWith(const unsigned char* digest, const BmPatternNode* node);
-    const BmPatternNode* chainFor(const unsigned char* digest) const;
+    std::uint32_t firstWith(const unsigned char* digest, std::uint32_t number) const;
+    std::uint32_t chainFor(const unsigned char* digest) const;
 
-    static constexpr std::size_t kBucketCount = 65536;  // The bucket key's range.
-    static constexpr std::size_t kBlockRecords = ZOV_SPACE::kLargePage / sizeof(BmPatternNode);
+    static constexpr std::size_t kBucketWords = 65536 / 32;  // A bit for each bucket key.
+    static constexpr std::size_t kBlockRecords = ZOV_SPACE::kLargePage / sizeof(BmRecord);
 
-    using Block = std::vector<BmPatternNode, ZOV_SPACE::LargePageAllocator<BmPatternNode>>;
+    using Block = std::vector<BmRecord, ZOV_SPACE::LargePageAllocator<BmRecord>>;
 
     struct Chain {
-        std::uint32_t newest = 0;  // The number of its first record, counted from 1; 0: the chain is empty.
+        std::uint32_t newest = 0;  // Its first record, counted from 1; 0: the chain is empty.
         std::uint32_t filter = 0;  // One bit for each record's hash.
     };
 
     static std::size_t bucketKey(const unsigned char* digest);
-    BmPatternNode& node(std::size_t number) { return _blocks[number / kBlockRecords][number % kBlockRecords]; }
-    const BmPatternNode& node(std::size_t number) const {
-        return _blocks[number / kBlockRecords][number % kBlockRecords];
+    // Counted from 0.
+    BmRecord& ownRecord(std::size_t i) { return _blocks[i / kBlockRecords][i % kBlockRecords]; }
+    const BmRecord& record(std::size_t i) const { return _starts[i / kBlockRecords][i % kBlockRecords]; }
+    // The record behind the one with that number, both counted from 1. In a damaged file a link may lead anywhere;
+    // where only older records follow, chains end and stay in the list.
+    std::uint32_t olderThan(std::uint32_t number) const {
+        const std::uint32_t next = record(number - 1).next;
+        return next < number ? next : 0;
     }
-    bool reserveNodes(std::size_t n);
+    bool reserveRecords(std::size_t n);
     void init();
     void indexSizes();
     void indexRecords();
     void addPattern(std::uint32_t number);
 
-    std::vector<bool> bm_shift;  // By bucket key: true = no signature has it. Empty before the first record.
-    std::vector<Chain, ZOV_SPACE::LargePageAllocator<Chain>> bm_suffix;  // By hash; their number is a power of two.
-    unsigned _chainShift = 0;                                            // 64 - log2 of that number.
+    using Chains = Table<Chain, ZOV_SPACE::LargePageAllocator<Chain>>;
+
+    Table<std::uint32_t> bm_shift;  // A bit by bucket key: whether a signature has it. Empty before the first record.
+    Chains bm_suffix;               // By hash; their number is a power of two.
+    unsigned _chainShift = 0;       // 64 - log2 of that number.
     std::uint32_t _currentSig = 0;
-    std::uint32_t _totalSigs = 0;         // Where the announced records end; 0: nothing was announced.
-    std::vector<Block> _blocks;           // All records, oldest first, numbered from 0.
-    std::uint32_t _indexedSigs = 0;       // How many of them the chains hold.
-    std::deque<std::uint32_t> _newSizes;  // Sizes that the set does not hold yet.
+    std::uint32_t _totalSigs = 0;          // Where the announced records end; 0: nothing was announced.
+    std::vector<Block> _blocks;            // The list's own records, oldest first.
+    std::vector<const BmRecord*> _starts;  // Of the blocks, which lie behind each other where they come from a file.
+    std::uint32_t _indexedSigs = 0;        // How many records the chains hold.
+    std::deque<std::uint32_t> _newSizes;   // Sizes that the set does not hold yet.
     std::optional<std::uint32_t> _lastSize;
     SizeSet _sizes;
     NameArena _names;
@@ -129,8 +141,8 @@ private:
 
 template <class Visit>
 bool BmList::visitFoundMD5(const unsigned char* digest, Visit visit) const {
-    for (auto found = firstWith(digest, chainFor(digest)); found; found = firstWith(digest, found->next)) {
-        if (visit(found->pattern)) return true;
+    for (auto found = firstWith(digest, chainFor(digest)); found; found = firstWith(digest, olderThan(found))) {
+        if (visit(_names.at(record(found - 1).name))) return true;
     }
     return false;
 }

@@ -72,7 +72,7 @@ Fault getWord(std::string_view digits, std::uint32_t& out) {
     return fault;
 }
 
-Fault getOffsetType(std::string_view digits, CheckSumPattern& pattern) {
+Fault getOffsetType(std::string_view digits, CheckSumFields& pattern) {
     unsigned char bytes[kOffsetTypeDigits / 2];
     Fault fault = PatternParser::tryHex2str(digits, bytes, kOffsetTypeDigits);
     if (!fault) {
@@ -82,7 +82,7 @@ Fault getOffsetType(std::string_view digits, CheckSumPattern& pattern) {
     return fault;
 }
 
-Fault convert(Field field, std::string_view digits, CheckSumPattern& pattern) {
+Fault convert(Field field, std::string_view digits, CheckSumFields& pattern) {
     switch (field) {
         case kTarget:
             return getNumber<std::uint8_t>(field, digits, pattern.target);
@@ -109,7 +109,7 @@ Fault convert(Field field, std::string_view digits, CheckSumPattern& pattern) {
     return {};
 }
 
-Fault validate(const CheckSumPattern& pattern) {
+Fault validate(const CheckSumFields& pattern) {
     static_assert(kTargetCount == 9);
     if (pattern.target >= kTargetCount) {
         return RecordFault{"Malformed chk-sum :target[%d] is greater than 9", {}, pattern.target};
@@ -126,7 +126,7 @@ Fault validate(const CheckSumPattern& pattern) {
 }  // namespace
 
 std::optional<RecordFault> CheckSumList::append(std::string_view line) {
-    CheckSumPattern pattern;
+    CheckSumFields pattern;
     const auto fields = text::splitFields<kFieldCount>(line, kFieldSeparator);
     for (std::size_t i = 0; i < fields.size(); ++i) {
         const auto field = static_cast<Field>(i);
@@ -136,9 +136,9 @@ std::optional<RecordFault> CheckSumList::append(std::string_view line) {
     return enter(pattern, fields[kVirusName]);
 }
 
-std::optional<RecordFault> CheckSumList::enter(const CheckSumPattern& pattern, std::string_view name) {
+std::optional<RecordFault> CheckSumList::enter(const CheckSumFields& pattern, std::string_view name) {
     if (Fault fault = validate(pattern)) return fault;
-    CheckSumPattern record = pattern;
+    CheckSumRecord record{pattern};
     try {
         record.name = _names.store(name);
     } catch (const std::bad_alloc&) {
@@ -163,16 +163,16 @@ void CheckSumList::addPattern(const CheckSumPattern& pattern) {
 void CheckSumList::index() {
     try {
         for (std::size_t target = 0; target < kTargetCount; ++target) {
-            if (!indexOf(static_cast<TARGET_TYPE>(target))) _indexes[target] = ChkIndex(_records[target]);
+            if (!indexOf(static_cast<TARGET_TYPE>(target))) _indexes[target] = ChkIndex(_records[target].elements());
         }
     } catch (const std::bad_alloc&) {
         ZOV_SPACE::raise<ZOV_SPACE::OutOfMemoryException>(" allocate check-sum pattern head fail ");
     }
 }
 
-std::span<const CheckSumPattern> CheckSumList::records(TARGET_TYPE target) const {
+std::span<const CheckSumRecord> CheckSumList::records(TARGET_TYPE target) const {
     if (target >= kTargetCount) return {};
-    return _records[target];
+    return _records[target].elements();
 }
 
 const ChkIndex* CheckSumList::indexOf(TARGET_TYPE target) const {
@@ -187,7 +187,7 @@ std::size_t CheckSumList::count() const {
 
 std::size_t CheckSumList::memoryBytes() const {
     std::size_t bytes = _names.memoryBytes();
-    for (const auto& records : _records) bytes += records.capacity() * sizeof(records[0]);
+    for (const auto& records : _records) bytes += records.memoryBytes();
     for (const ChkIndex& index : _indexes) bytes += index.memoryBytes();
     return bytes;
 }
@@ -196,4 +196,21 @@ void CheckSumList::reset() {
     _records = {};
     _indexes = {};
     _names.clear();
+}
+
+void CheckSumList::save(TableSink& sink) const {
+    for (const auto& records : _records) sink.table(records.elements());
+    for (const ChkIndex& index : _indexes) index.save(sink);
+    _names.save(sink);
+}
+
+void CheckSumList::map(TableSource& source) {
+    for (auto& records : _records) {
+        records = Table(source.table<CheckSumRecord>());
+        TableSource::require(records.size() <= UINT32_MAX);
+    }
+    for (std::size_t target = 0; target < kTargetCount; ++target) {
+        _indexes[target].map(source, _records[target].size());
+    }
+    _names.map(source);
 }

@@ -4,7 +4,7 @@
 // offset type places. Records of one target are tried newest first. To spare a scan the walk over all of them, index()
 // arranges them as ChkIndex.h tells.
 //
-// Filled by one thread, then shared read-only by any number.
+// Filled by one thread, or mapped, then shared read-only by any number.
 #ifndef SIGNATURES_CHECKSUMLIST_H
 #define SIGNATURES_CHECKSUMLIST_H
 
@@ -15,12 +15,13 @@
 #include <optional>
 #include <span>
 #include <string_view>
-#include <vector>
 
 #include "CheckSumPattern.h"
 #include "ChkIndex.h"
 #include "NameArena.h"
 #include "RecordFault.h"
+#include "Table.h"
+#include "TableFile.h"
 
 class CheckSumList {
 public:
@@ -42,7 +43,9 @@ public:
     void index();
 
     // The records of a target, oldest first; empty for a target of kTargetCount and above.
-    std::span<const CheckSumPattern> records(TARGET_TYPE target) const;
+    std::span<const CheckSumRecord> records(TARGET_TYPE target) const;
+    // Owned by the list, which the record is of.
+    const char* nameOf(const CheckSumRecord& record) const { return _names.at(record.name); }
     // The same records arranged for searching; null when index() has not run since the latest was added.
     const ChkIndex* indexOf(TARGET_TYPE target) const;
 
@@ -51,10 +54,14 @@ public:
     std::size_t memoryBytes() const;
     void reset();
 
-private:
-    std::optional<RecordFault> enter(const CheckSumPattern& pattern, std::string_view name);
+    // As in BmList.
+    void save(TableSink& sink) const;
+    void map(TableSource& source);
 
-    std::array<std::vector<CheckSumPattern>, kTargetCount> _records;
+private:
+    std::optional<RecordFault> enter(const CheckSumFields& pattern, std::string_view name);
+
+    std::array<Table<CheckSumRecord>, kTargetCount> _records;
     std::array<ChkIndex, kTargetCount> _indexes;
     NameArena _names;
 };

@@ -10,11 +10,14 @@
 #include "ChkIndex.h"
 
 #include <algorithm>
+#include <functional>
 #include <tuple>
 
 #include "ByteOrder.h"
 
 namespace {
+
+constexpr std::size_t kMostPlanes = kOffsetTypeCount * 256;  // By type and parameter.
 
 struct Entry {
     std::uint8_t offsetType;
@@ -31,11 +34,11 @@ struct Entry {
 std::uint64_t filterBit(std::uint32_t checkString) { return std::uint64_t{1} << ((checkString * 0x9E3779B1U) >> 26); }
 
 // Records whose position cannot resolve are left out: from either end of a file, only forward into it.
-std::vector<Entry> sortedEntries(const std::vector<CheckSumPattern>& records) {
+std::vector<Entry> sortedEntries(std::span<const CheckSumRecord> records) {
     std::vector<Entry> entries;
     entries.reserve(records.size());
     for (std::size_t i = 0; i < records.size(); ++i) {
-        const CheckSumPattern& record = records[i];
+        const CheckSumRecord& record = records[i];
         if (record.offsetType <= kFromEnd && record.offset1 < 0) continue;
         const auto slot = static_cast<std::int16_t>(record.offsetType == kFromEnd ? -record.offset1 : record.offset1);
         // Elsewhere the parameter means nothing, and records that differ in it alone share a base.
@@ -48,7 +51,7 @@ std::vector<Entry> sortedEntries(const std::vector<CheckSumPattern>& records) {
 
 }  // namespace
 
-ChkIndex::ChkIndex(const std::vector<CheckSumPattern>& records) : _recordCount(records.size()) {
+ChkIndex::ChkIndex(std::span<const CheckSumRecord> records) : _recordCount(records.size()) {
     const std::vector<Entry> entries = sortedEntries(records);
     const Entry* previous = nullptr;
     for (const Entry& entry : entries) {
@@ -64,14 +67,15 @@ ChkIndex::ChkIndex(const std::vector<CheckSumPattern>& records) : _recordCount(r
             plane._filters.push_back(0);
             plane._firstEntries.push_back(static_cast<std::uint32_t>(plane._records.size()));
         }
-        plane._filters.back() |= filterBit(entry.checkString);
+        plane._filters.at(plane._filters.size() - 1) |= filterBit(entry.checkString);
         plane._checkStrings.push_back(entry.checkString);
         plane._records.push_back(entry.record);
         previous = &entry;
     }
     for (Plane& plane : _planes) {
         plane._firstEntries.push_back(static_cast<std::uint32_t>(plane._records.size()));
-        plane._slotFilter = SlotFilter(plane._slots, plane._firstEntries, plane._checkStrings);
+        plane._slotFilter =
+            SlotFilter(plane._slots.elements(), plane._firstEntries.elements(), plane._checkStrings.elements());
     }
 }
 
@@ -97,28 +101,72 @@ void ChkIndex::Plane::collect(Range range, std::span<const char> window, std::ve
     std::vector<std::uint32_t> groups;
     groups.reserve(64);  // Chance hits, rarely more.
     _slotFilter.collect(range.first, range.last, window, groups);
-    for (const std::uint32_t group : groups) testGroup(group, bytesOf(group), candidates);
+    for (const std::uint32_t group : groups) {
+        // Outside only where a file is damaged.
+        if (group >= range.first && group < range.last) testGroup(group, bytesOf(group), candidates);
+    }
 }
 
 void ChkIndex::Plane::testGroup(std::size_t group, const char* bytes, std::vector<std::uint32_t>& candidates) const {
     const std::uint32_t checkString = ZOV_SPACE::loadU32(bytes);
     if (!(_filters[group] & filterBit(checkString))) return;
-    const auto begin = _checkStrings.begin() + _firstEntries[group];
-    const auto end = _checkStrings.begin() + _firstEntries[group + 1];
-    const auto [first, last] = std::equal_range(begin, end, checkString);
+    const std::size_t begin = _firstEntries[group], end = _firstEntries[group + 1];
+    if (begin > end || end > _checkStrings.size()) return;  // Only where a file is damaged.
+    const auto strings = _checkStrings.elements().subspan(begin, end - begin);
+    const auto [first, last] = std::equal_range(strings.begin(), strings.end(), checkString);
     for (auto entry = first; entry != last; ++entry) {
-        candidates.push_back(_records[static_cast<std::size_t>(entry - _checkStrings.begin())]);
+        candidates.push_back(_records[begin + static_cast<std::size_t>(entry - strings.begin())]);
     }
 }
 
 std::size_t ChkIndex::Plane::memoryBytes() const {
-    return _slots.capacity() * sizeof(_slots[0]) + _filters.capacity() * sizeof(_filters[0]) +
-           _firstEntries.capacity() * sizeof(_firstEntries[0]) + _checkStrings.capacity() * sizeof(_checkStrings[0]) +
-           _records.capacity() * sizeof(_records[0]) + _slotFilter.memoryBytes();
+    return _slots.memoryBytes() + _filters.memoryBytes() + _firstEntries.memoryBytes() + _checkStrings.memoryBytes() +
+           _records.memoryBytes() + _slotFilter.memoryBytes();
+}
+
+void ChkIndex::Plane::save(TableSink& sink) const {
+    sink.table(_slots.elements());
+    sink.table(_filters.elements());
+    sink.table(_firstEntries.elements());
+    sink.table(_checkStrings.elements());
+    sink.table(_records.elements());
+    _slotFilter.save(sink);
+}
+
+void ChkIndex::Plane::map(TableSource& source) {
+    _slots = Table(source.table<std::int16_t>());
+    _filters = Table(source.table<std::uint64_t>());
+    _firstEntries = Table(source.table<std::uint32_t>());
+    _checkStrings = Table(source.table<std::uint32_t>());
+    _records = Table(source.table<std::uint32_t>());
+    TableSource::require(_offsetType < kOffsetTypeCount && !_slots.empty() && _slots.size() <= UINT32_MAX);
+    TableSource::require(std::adjacent_find(_slots.begin(), _slots.end(), std::greater_equal<>()) == _slots.end());
+    TableSource::require(_filters.size() == _slots.size() && _firstEntries.size() == _slots.size() + 1);
+    TableSource::require(_checkStrings.size() == _records.size());
+    _slotFilter.map(source, _slots.elements());
 }
 
 std::size_t ChkIndex::memoryBytes() const {
     std::size_t bytes = _planes.capacity() * sizeof(_planes[0]);
     for (const Plane& plane : _planes) bytes += plane.memoryBytes();
     return bytes;
+}
+
+void ChkIndex::save(TableSink& sink) const {
+    std::vector<std::uint8_t> types;
+    for (const Plane& plane : _planes) types.insert(types.end(), {plane._offsetType, plane._offsetParameter});
+    sink.table(std::span<const std::uint8_t>(types));
+    for (const Plane& plane : _planes) plane.save(sink);
+}
+
+void ChkIndex::map(TableSource& source, std::size_t recordCount) {
+    _recordCount = recordCount;
+    const auto types = source.table<std::uint8_t>();
+    TableSource::require(types.size() % 2 == 0 && types.size() <= 2 * kMostPlanes);
+    _planes.resize(types.size() / 2);
+    for (std::size_t i = 0; i < _planes.size(); ++i) {
+        _planes[i]._offsetType = types[2 * i];
+        _planes[i]._offsetParameter = types[2 * i + 1];
+        _planes[i].map(source);
+    }
 }

@@ -8,7 +8,7 @@
 // groups asks a SlotFilter first, which looks at 32 positions at a time.
 //
 // The index only finds candidates. Whether one matches is for the caller to verify.
-// Immutable once built; shared by any number of threads.
+// Immutable once built or mapped; shared by any number of threads.
 #ifndef SIGNATURES_CHKINDEX_H
 #define SIGNATURES_CHKINDEX_H
 
@@ -19,6 +19,8 @@
 
 #include "CheckSumPattern.h"
 #include "SlotFilter.h"
+#include "Table.h"
+#include "TableFile.h"
 
 class ChkIndex {
 public:
@@ -54,25 +56,34 @@ public:
     private:
         friend class ChkIndex;
 
+        void save(TableSink& sink) const;
+        void map(TableSource& source);
+
         void testGroup(std::size_t group, const char* bytes, std::vector<std::uint32_t>& candidates) const;
 
         std::uint8_t _offsetType = 0;
         std::uint8_t _offsetParameter = 0;
-        std::vector<std::int16_t> _slots;          // By group, ascending.
-        std::vector<std::uint64_t> _filters;       // By group.
-        std::vector<std::uint32_t> _firstEntries;  // By group, and one more: where its entries begin.
-        std::vector<std::uint32_t> _checkStrings;  // By entry, ascending within a group.
-        std::vector<std::uint32_t> _records;       // By entry.
-        SlotFilter _slotFilter;                    // Over all groups; empty when they are few.
+        Table<std::int16_t> _slots;          // By group, ascending.
+        Table<std::uint64_t> _filters;       // By group.
+        Table<std::uint32_t> _firstEntries;  // By group, and one more: where its entries begin.
+        Table<std::uint32_t> _checkStrings;  // By entry, ascending within a group.
+        Table<std::uint32_t> _records;       // By entry.
+        SlotFilter _slotFilter;              // Over all groups; empty when they are few.
     };
 
     ChkIndex() = default;
     // Record numbers are indexes into `records`.
-    explicit ChkIndex(const std::vector<CheckSumPattern>& records);
+    explicit ChkIndex(std::span<const CheckSumRecord> records);
 
     std::size_t recordCount() const { return _recordCount; }
     std::span<const Plane> planes() const { return _planes; }
     std::size_t memoryBytes() const;
+
+    void save(TableSink& sink) const;
+    // Throws Exception. Looks at the slots, which are few, and leaves everything else to whoever searches: collect()
+    // never leaves them, but may give numbers that no record has.
+    // REQUIRES: the index is empty.
+    void map(TableSource& source, std::size_t recordCount);
 
 private:
     std::size_t _recordCount = 0;

@@ -102,7 +102,7 @@ bool ChkScanner::getOffset(IOBuffer* buf, unsigned short target, unsigned char t
     return true;
 }
 
-bool ChkScanner::getOffset(IOBuffer* buf, const CheckSumPattern* pattern, unsigned int* off1, unsigned int* off2) {
+bool ChkScanner::getOffset(IOBuffer* buf, const CheckSumFields* pattern, unsigned int* off1, unsigned int* off2) {
     const auto resolve = [&](short offset, unsigned int* out) {
         return getOffset(buf, pattern->target, pattern->offsetType, pattern->offsetParameter, offset, out);
     };
@@ -143,7 +143,7 @@ std::optional<std::uint32_t> ChkScanner::crcOf(IOBuffer* buf, std::uint32_t offs
     return memo.crc;
 }
 
-ChkScanner::Verdict ChkScanner::compare(IOBuffer* buf, const CheckSumPattern& pattern, unsigned int& off1) {
+ChkScanner::Verdict ChkScanner::compare(IOBuffer* buf, const CheckSumFields& pattern, unsigned int& off1) {
     unsigned int off2;
     if (!getOffset(buf, &pattern, &off1, &off2)) return Verdict::mismatch;
     if (off1 > _size || pattern.length1 > _size - off1) return Verdict::mismatch;
@@ -162,10 +162,10 @@ ChkScanner::Verdict ChkScanner::compare(IOBuffer* buf, const CheckSumPattern& pa
 }
 
 // As compare() says, but a match which is not enough for the visitor is passed over like a mismatch.
-ChkScanner::Verdict ChkScanner::tryRecord(IOBuffer* buf, const CheckSumPattern& pattern, MatchVisitor& visitor) {
+ChkScanner::Verdict ChkScanner::tryRecord(IOBuffer* buf, const CheckSumRecord& record, MatchVisitor& visitor) {
     unsigned int off1;
-    const Verdict verdict = compare(buf, pattern, off1);
-    if (verdict == Verdict::match && !visitor.onMatch({pattern.name, off1})) return Verdict::mismatch;
+    const Verdict verdict = compare(buf, record, off1);
+    if (verdict == Verdict::match && !visitor.onMatch({_list.nameOf(record), off1})) return Verdict::mismatch;
     return verdict;
 }
 
@@ -198,6 +198,7 @@ bool ChkScanner::tryCandidates(IOBuffer* buf, TARGET_TYPE target, const ChkIndex
     candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
     const auto records = _list.records(target);
     for (const std::uint32_t number : candidates) {
+        if (number >= records.size()) continue;  // Only where a file is damaged.
         const Verdict verdict = tryRecord(buf, records[number], visitor);
         if (verdict != Verdict::mismatch) return verdict == Verdict::match;
     }

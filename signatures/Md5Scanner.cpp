@@ -40,9 +40,7 @@ void Md5Scanner::hash(const char* piece, std::size_t length) {
 bool Md5Scanner::lookUp(MatchVisitor& visitor) {
     unsigned char digest[Md5::kDigestSize];
     _md5.MD5Final(digest);
-    return _list.visitFoundMD5(digest, [&](const BmPattern& found) {
-        return visitor.onMatch({found.name, std::nullopt});
-    });
+    return _list.visitFoundMD5(digest, [&](const char* name) { return visitor.onMatch({name, std::nullopt}); });
 }
 
 bool Md5Scanner::scan(IOBuffer* buf, unsigned int size, std::string& virusName) {

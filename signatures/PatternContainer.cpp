@@ -164,6 +164,19 @@ void PatternContainer::loadMd5Lines(PatternLineReader& lines, LoadObserver* obse
     _md5List.index();
 }
 
+void PatternContainer::save(TableSink& sink) const {
+    _md5List.save(sink);
+    _checkSumList.save(sink);
+}
+
+void PatternContainer::map(TableSource& source) {
+    _md5List.map(source);
+    _checkSumList.map(source);
+    const std::uint64_t count = std::uint64_t{_md5List.count()} + _checkSumList.count();
+    TableSource::require(count <= INT_MAX);
+    _loadedCount = static_cast<int>(count);
+}
+
 int PatternContainer::scomp(const void* a, const void* b) {
     return static_cast<int>(ZOV_SPACE::loadU32(a) - ZOV_SPACE::loadU32(b));
 }

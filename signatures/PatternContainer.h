@@ -38,6 +38,10 @@ public:
     // Exception when memory is short.
     void prepare() { _checkSumList.index(); }
 
+    // A set that prepare() has run for goes to a file, and comes back from one into an empty container: see BmList.h.
+    void save(TableSink& sink) const;
+    void map(TableSource& source);
+
     // Data lines that were accepted, over all files.
     int loadedCount() const { return _loadedCount; }
 

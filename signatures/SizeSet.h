@@ -1,24 +1,31 @@
 // SizeSet: a set of 32-bit file sizes with constant-time lookup: open addressing with linear probing, at most three
 // quarters full. 5 to 11 bytes a size. Where a size goes depends on a number that differs from process to process, so
-// that no pattern file can be made whose sizes all go to the same place. Filled by one thread, then only read.
+// that no pattern file can be made whose sizes all go to the same place. Filled by one thread, or mapped from a file
+// with that process's number, then only read.
 #ifndef SIGNATURES_SIZESET_H
 #define SIGNATURES_SIZESET_H
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <random>
+#include <span>
 #include <utility>
-#include <vector>
+
+#include "Table.h"
+#include "TableFile.h"
 
 class SizeSet {
 public:
     bool contains(std::uint32_t size) const {
         if (size == kFree) return _hasZero;
         if (_slots.empty()) return false;
-        for (std::size_t i = slotOf(size);; i = (i + 1) & (_slots.size() - 1)) {
+        std::size_t i = slotOf(size);
+        for (std::size_t left = _slots.size(); left > 0; --left, i = (i + 1) & (_slots.size() - 1)) {
             if (_slots[i] == size) return true;
             if (_slots[i] == kFree) return false;
         }
+        return false;  // A set always has a free slot, a damaged file may have none.
     }
 
     // REQUIRES: room, see reserve().
@@ -30,7 +37,7 @@ public:
         std::size_t i = slotOf(size);
         while (_slots[i] != kFree && _slots[i] != size) i = (i + 1) & (_slots.size() - 1);
         _count += _slots[i] == kFree;
-        _slots[i] = size;
+        _slots.at(i) = size;
     }
 
     // Makes room for `extra` more sizes. Throws std::bad_alloc and leaves the set as it was.
@@ -40,7 +47,7 @@ public:
         unsigned bits = kSmallestBits;
         while ((std::size_t{1} << bits) < wanted) ++bits;
         SizeSet larger;
-        larger._slots.resize(std::size_t{1} << bits);
+        larger._slots = Table<std::uint32_t>(std::size_t{1} << bits);
         larger._shift = 32 - bits;
         larger._hasZero = _hasZero;
         for (const std::uint32_t size : _slots) {
@@ -53,7 +60,25 @@ public:
 
     void clear() { *this = SizeSet(); }
 
-    std::size_t memoryBytes() const { return _slots.capacity() * sizeof(_slots[0]); }
+    std::size_t memoryBytes() const { return _slots.memoryBytes(); }
+
+    void save(TableSink& sink) const {
+        const std::uint32_t facts[] = {_seed, _hasZero};
+        sink.table(std::span<const std::uint32_t>(facts));
+        sink.table(_slots.elements());
+    }
+
+    // REQUIRES: the set is empty.
+    void map(TableSource& source) {
+        const auto facts = source.table<std::uint32_t>();
+        _slots = Table(source.table<std::uint32_t>());
+        TableSource::require(facts.size() == 2 && (_slots.empty() || std::has_single_bit(_slots.size())));
+        const std::uint64_t count = _slots.size();
+        TableSource::require(count == 0 || (count >= 1U << kSmallestBits && count <= std::uint64_t{1} << 32));
+        _seed = facts[0];
+        _hasZero = facts[1] != 0;
+        _shift = 32 - static_cast<unsigned>(std::countr_zero(_slots.size()));
+    }
 
 private:
     static constexpr std::uint32_t kFree = 0;  // Marks a free slot; the size 0 itself is kept aside.
@@ -71,7 +96,7 @@ private:
         return seed;
     }
 
-    std::vector<std::uint32_t> _slots;
+    Table<std::uint32_t> _slots;
     std::size_t _count = 0;
     unsigned _shift = 0;
     std::uint32_t _seed = processSeed();

@@ -27,15 +27,19 @@ unsigned fittingValues(std::uint8_t set) {
 
 }  // namespace
 
+std::size_t SlotFilter::blockCountFor(std::span<const std::int16_t> slots) {
+    return static_cast<std::size_t>(slots.back() - slots.front()) / kBlockSlots + 1;
+}
+
 SlotFilter::SlotFilter(std::span<const std::int16_t> slots, std::span<const std::uint32_t> firstEntries,
                        std::span<const std::uint32_t> checkStrings) {
     if (slots.size() < kFewestGroups) return;
-    const std::size_t blockCount = static_cast<std::size_t>(slots.back() - slots.front()) / kBlockSlots + 1;
+    const std::size_t blockCount = blockCountFor(slots);
     if (blockCount * kBlockCost >= slots.size() * kGroupCost) return;
 
-    _slots.assign(slots.begin(), slots.end());
-    _ranks.resize(blockCount);
-    for (auto& rows : _rows) rows.resize(blockCount);
+    _slots = slots;
+    _ranks = Table<Rank>(blockCount);
+    for (auto& rows : _rows) rows = Table<BlockRows>(blockCount);
     for (std::size_t group = 0; group < slots.size(); ++group) {
         enter(group, checkStrings.subspan(firstEntries[group], firstEntries[group + 1] - firstEntries[group]));
     }
@@ -45,12 +49,12 @@ SlotFilter::SlotFilter(std::span<const std::int16_t> slots, std::span<const std:
 void SlotFilter::enter(std::size_t group, std::span<const std::uint32_t> checkStrings) {
     const std::size_t block = place(group) / kBlockSlots;
     const std::size_t slot = place(group) % kBlockSlots;
-    Rank& rank = _ranks[block];
+    Rank& rank = _ranks.at(block);
     if (rank.occupied == 0) rank.groupsBefore = static_cast<std::uint32_t>(group);
     rank.occupied |= std::uint32_t{1} << slot;
     for (const std::uint32_t checkString : checkStrings) {
         for (unsigned i = 0; i < 4; ++i) {
-            _rows[i / 2][block].sets[i % 2][slot] |= byteCode(static_cast<std::uint8_t>(checkString >> (8 * i)));
+            _rows[i / 2].at(block).sets[i % 2][slot] |= byteCode(static_cast<std::uint8_t>(checkString >> (8 * i)));
         }
     }
 }
@@ -88,8 +92,8 @@ void SlotFilter::collect(std::size_t first, std::size_t last, std::span<const ch
     std::array<BlockHits, kMostBlocks> hits;
     const char* const bytes = window.data() + (firstBlock * kBlockSlots - begin);
     const auto count = static_cast<std::uint32_t>(endBlock - firstBlock);
-    const std::size_t hitCount =
-        test(bytes, _rows[0].data() + firstBlock, _rows[1].data() + firstBlock, count, hits.data());
+    const std::size_t hitCount = test(bytes, _rows[0].elements().data() + firstBlock,
+                                      _rows[1].elements().data() + firstBlock, count, hits.data());
     for (std::size_t i = 0; i < hitCount; ++i) appendHits(firstBlock + hits[i].block, hits[i].slots, groups);
     for (; first < last && place(first) < firstBlock * kBlockSlots; ++first) {
         groups.push_back(static_cast<std::uint32_t>(first));
@@ -100,6 +104,20 @@ void SlotFilter::collect(std::size_t first, std::size_t last, std::span<const ch
 }
 
 std::size_t SlotFilter::memoryBytes() const {
-    return _slots.capacity() * sizeof(_slots[0]) + _ranks.capacity() * sizeof(_ranks[0]) +
-           (_rows[0].capacity() + _rows[1].capacity()) * sizeof(BlockRows);
+    return _ranks.memoryBytes() + _rows[0].memoryBytes() + _rows[1].memoryBytes();
+}
+
+void SlotFilter::save(TableSink& sink) const {
+    sink.table(_ranks.elements());
+    for (const auto& rows : _rows) sink.table(rows.elements());
+}
+
+void SlotFilter::map(TableSource& source, std::span<const std::int16_t> slots) {
+    _slots = slots;
+    _ranks = Table(source.table<Rank>());
+    TableSource::require(_ranks.empty() || _ranks.size() == blockCountFor(slots));
+    for (auto& rows : _rows) {
+        rows = Table(source.table<BlockRows>());
+        TableSource::require(rows.size() == _ranks.size());
+    }
 }

@@ -6,7 +6,7 @@
 // its check strings have there; it is hit when all four bytes of the window are in the sets. So a slot takes four bytes
 // however many check strings it has; more of them only make chance hits likelier. A slot without a group is never hit.
 //
-// Immutable once built; shared by any number of threads.
+// Immutable once built or mapped; shared by any number of threads.
 #ifndef SIGNATURES_SLOTFILTER_H
 #define SIGNATURES_SLOTFILTER_H
 
@@ -17,6 +17,8 @@
 #include <vector>
 
 #include "BlockTest.h"
+#include "Table.h"
+#include "TableFile.h"
 
 class SlotFilter {
 public:
@@ -24,12 +26,17 @@ public:
 
     // For groups at ascending slots; group i expects the check strings [firstEntries[i], firstEntries[i + 1]), at least
     // one, as little-endian numbers. Stays empty when the groups are too few, too far apart or too crowded to gain
-    // anything.
+    // anything. The slots are borrowed.
     SlotFilter(std::span<const std::int16_t> slots, std::span<const std::uint32_t> firstEntries,
                std::span<const std::uint32_t> checkStrings);
 
     bool empty() const { return _ranks.empty(); }
     std::size_t memoryBytes() const;
+
+    void save(TableSink& sink) const;
+    // Throws Exception. In a damaged file, collect() may give any numbers.
+    // REQUIRES: the filter is empty, and the slots are one at least, ascending.
+    void map(TableSource& source, std::span<const std::int16_t> slots);
 
     // Appends the numbers of the groups in [first, last) that could be hit, in no order. The window begins at the first
     // group's slot and reaches the last byte of the last one's check string. All tests give the same result.
@@ -48,9 +55,11 @@ private:
     bool worthwhile() const;
     void appendHits(std::size_t block, std::uint32_t hits, std::vector<std::uint32_t>& groups) const;
 
-    std::vector<std::int16_t> _slots;
-    std::vector<Rank> _ranks;                     // By block.
-    std::array<std::vector<BlockRows>, 2> _rows;  // By block; for the first two bytes and for the others.
+    static std::size_t blockCountFor(std::span<const std::int16_t> slots);
+
+    std::span<const std::int16_t> _slots;
+    Table<Rank> _ranks;                     // By block.
+    std::array<Table<BlockRows>, 2> _rows;  // By block; for the first two bytes and for the others.
 };
 
 #endif  // SIGNATURES_SLOTFILTER_H

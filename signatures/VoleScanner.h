@@ -34,7 +34,7 @@ public:
     bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, MatchVisitor& visitor);
 
     bool verifyFileSize(unsigned int size) const { return _list.verifyFileSize(size); }
-    const BmPattern* virusFoundMD5(const unsigned char* digest) const { return _list.virusFoundMD5(digest); }
+    const char* virusFoundMD5(const unsigned char* digest) const { return _list.virusFoundMD5(digest); }
 
 private:
     // `read` is a callable that fills a buffer of the given size: bytes read, less only at the end, negative on
@@ -69,7 +69,7 @@ public:
 
     // Positions in the stream; false when they do not lie in it, or when the record is relative to PE structures that
     // cannot be read. The PE headers are read once per scan.
-    bool getOffset(ZOV_SPACE::IOBuffer* buf, const CheckSumPattern* pattern, unsigned int* off1, unsigned int* off2);
+    bool getOffset(ZOV_SPACE::IOBuffer* buf, const CheckSumFields* pattern, unsigned int* off1, unsigned int* off2);
     bool getOffset(ZOV_SPACE::IOBuffer* buf, unsigned short target, unsigned char type, unsigned char param,
                    short offset, unsigned int* out);
 
@@ -92,8 +92,8 @@ private:
     std::optional<std::int64_t> basePosition(ZOV_SPACE::IOBuffer* buf, std::uint8_t type, std::uint8_t parameter);
     std::span<const char> bytesAt(ZOV_SPACE::IOBuffer* buf, std::uint32_t offset, std::size_t length);
     std::optional<std::uint32_t> crcOf(ZOV_SPACE::IOBuffer* buf, std::uint32_t offset, std::uint32_t length);
-    Verdict compare(ZOV_SPACE::IOBuffer* buf, const CheckSumPattern& pattern, unsigned int& off1);
-    Verdict tryRecord(ZOV_SPACE::IOBuffer* buf, const CheckSumPattern& pattern, MatchVisitor& visitor);
+    Verdict compare(ZOV_SPACE::IOBuffer* buf, const CheckSumFields& pattern, unsigned int& off1);
+    Verdict tryRecord(ZOV_SPACE::IOBuffer* buf, const CheckSumRecord& record, MatchVisitor& visitor);
     bool tryAll(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE target, MatchVisitor& visitor);
     bool tryCandidates(ZOV_SPACE::IOBuffer* buf, TARGET_TYPE target, const ChkIndex& index, MatchVisitor& visitor);
     std::vector<std::uint32_t> findCandidates(ZOV_SPACE::IOBuffer* buf, const ChkIndex& index);

@@ -20,8 +20,8 @@ const Digest kDigest("\x00\x11\x22\x33\x44\x55\x66\x77\x88\x99\xaa\xbb\xcc\xdd\x
 
 // The name that the list has for a digest; empty when it has none.
 std::string found(const BmList& list, const Digest& digest) {
-    const BmPattern* const pattern = list.virusFoundMD5(reinterpret_cast<const unsigned char*>(digest.data()));
-    return pattern ? pattern->name : "";
+    const char* const name = list.virusFoundMD5(reinterpret_cast<const unsigned char*>(digest.data()));
+    return name ? name : "";
 }
 
 // What is wrong with the line, or "<nothing>".

@@ -89,8 +89,8 @@ TEST(CheckSumList, storesARecordOrSaysWhatIsWrongWithAField) {
         CheckSumList list;
         std::ostringstream answer;
         answer << ZOV_SPACE::thrownBy<ZOV_SPACE::Exception>([&] { list.addString(row[0].c_str()); });
-        for (const CheckSumPattern& p : list.records(kTargetPe)) {
-            answer << ' ' << p.name << ' ' << +p.target << ' ' << +p.offsetType << ' ' << +p.offsetParameter;
+        for (const CheckSumRecord& p : list.records(kTargetPe)) {
+            answer << ' ' << list.nameOf(p) << ' ' << +p.target << ' ' << +p.offsetType << ' ' << +p.offsetParameter;
             answer << ' ' << p.offset1 << ' ' << +p.length1 << ' ' << p.checkString << ' ' << p.checkSum1;
             answer << ' ' << p.offset2 << ' ' << +p.length2 << ' ' << p.checkSum2;
         }

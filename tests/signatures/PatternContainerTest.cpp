@@ -16,9 +16,8 @@ namespace {
 // The name of the record for the content "a".
 std::string nameFor(const PatternContainer& container) {
     const std::string digest = md5Of("a");
-    const auto* const pattern =
-        container.md5List().virusFoundMD5(reinterpret_cast<const unsigned char*>(digest.data()));
-    return pattern ? pattern->name : "";
+    const char* const name = container.md5List().virusFoundMD5(reinterpret_cast<const unsigned char*>(digest.data()));
+    return name ? name : "";
 }
 
 TEST(PatternContainer, readsLinesOfAtMost1023Bytes) {
