@@ -78,7 +78,7 @@ typedef struct vole_load_problem {
 typedef int (*vole_load_problem_fn)(void* context, const vole_load_problem* problem);
 
 /* Flags for loading. */
-#define VOLE_LOAD_STRICT 1u /* Any problem makes the load fail, once all files were looked at. */
+#define VOLE_LOAD_STRICT 1u /* Any problem makes the load fail, once all files were looked at, compiled sets whole. */
 
 typedef struct vole_load_options {
     size_t struct_size;
@@ -93,9 +93,24 @@ typedef struct vole_load_options {
 /* Loads every ".hdb" and ".chk" file of the directory, in byte order of the names, and the false alarms of its
  * "pattern_assistant.xml", if it has one. Records that cannot be used are left out and told as problems. A directory
  * without any record gives an empty set: look at vole_signatures_count(). `options` may be null.
+ *
+ * In place of a directory it takes a file that vole_signatures_save() wrote, under any name. That is mapped, not read:
+ * it is ready at once, and all processes that use it share its memory. The set is the same in every respect. Checksums
+ * of the file's header and directory are compared, those of its tables, which are all the rest, only under
+ * VOLE_LOAD_STRICT, since that reads the whole file. No damage makes a search leave the file; but what is damaged may
+ * not be found, or under another name. A file that cannot be used is a fatal problem and VOLE_E_SIGNATURES; one of any
+ * other kind is a problem and VOLE_E_NOT_FILE. Nothing may be written to a file in use, since cutting it off ends every
+ * process that searches it: have another one renamed to its name. Files that anybody may write to are refused.
+ *
  * The set comes with one reference, which is the caller's. */
-VOLE_API vole_error vole_signatures_load(const char* directory, const vole_load_options* options,
+VOLE_API vole_error vole_signatures_load(const char* path, const vole_load_options* options,
                                          vole_signatures** signatures);
+
+/* Writes the set to a file that vole_signatures_load() takes, on any machine of the same word order, 32 and 64 bits
+ * alike. It replaces what has that name only when all of it is on the disk. The checksums in it find accidents; whoever
+ * may write to the file decides what is found. VOLE_E_NOT_FILE when the name is that of anything but a file,
+ * VOLE_E_IO when the disk is full. */
+VOLE_API vole_error vole_signatures_save(const vole_signatures* signatures, const char* path);
 
 /* One reference more; returns its argument. One less: the last one releases the set. Null is allowed in both. */
 VOLE_API vole_signatures* vole_signatures_ref(vole_signatures* signatures);

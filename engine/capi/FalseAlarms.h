@@ -40,6 +40,11 @@ public:
     // Ignores ASCII letter case.
     bool contains(std::string_view name) const { return _names.find(name) != _names.end(); }
 
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (const std::string& name : _names) visit(name);
+    }
+
     std::size_t memoryBytes() const {
         std::size_t bytes = _names.bucket_count() * sizeof(void*);
         for (const std::string& name : _names) bytes += kNodeSize + name.capacity() + 1;

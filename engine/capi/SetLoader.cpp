@@ -6,9 +6,11 @@
 #include <cerrno>
 
 #include "Boundary.h"
+#include "CompiledSet.h"
 #include "Raise.h"
 #include "VirusList.h"
 #include "io/File.h"
+#include "io/RegularFile.h"
 #include "util/XMLTree.h"
 
 namespace {
@@ -17,9 +19,6 @@ using ZOV_SPACE::systemErrorText;
 
 // In byte order, so that equal directories give equal sets whatever order the file system lists them in.
 vole_error listDirectory(const char* directory, std::vector<std::string>& names) {
-    struct stat status;
-    if (::stat(directory, &status) != 0) return capi::errorOfPath(errno);
-    if (!S_ISDIR(status.st_mode)) return VOLE_E_NOT_FILE;
     if (!ZOV_SPACE::File(directory).list(names)) return capi::errorOfPath(errno);
     std::sort(names.begin(), names.end());
     return VOLE_OK;
@@ -36,18 +35,47 @@ bool isLink(const char* path) {
 
 }  // namespace
 
-vole_error SetLoader::load(const char* directory) {
-    std::vector<std::string> names;
-    if (const vole_error error = listDirectory(directory, names)) return error;
+vole_error SetLoader::load(const char* path) {
+    struct stat status;
+    if (::stat(path, &status) != 0) return capi::errorOfPath(errno);
+    if (!S_ISDIR(status.st_mode) && !S_ISREG(status.st_mode)) return VOLE_E_NOT_FILE;
+    _path = path;
     try {
-        loadAll(directory, names);
+        const vole_error error = S_ISDIR(status.st_mode) ? loadDirectory(path) : loadCompiled();
+        if (error != VOLE_OK) return error;
     } catch (const Stopped&) {
         return VOLE_E_SIGNATURES;
     }
     if (_failed) return VOLE_E_SIGNATURES;
+    _set.memoryBytes = sizeof _set + _set.file.bytes().size() + _set.patterns.memoryBytes() +
+                       _set.falseAlarms.memoryBytes() + _set.id.size();
+    return VOLE_OK;
+}
+
+vole_error SetLoader::loadDirectory(const char* directory) {
+    std::vector<std::string> names;
+    if (const vole_error error = listDirectory(directory, names)) return error;
+    loadAll(directory, names);
+    if (_failed) return VOLE_E_SIGNATURES;
     _set.patterns.prepare();
     _set.id = _digest.hex();
-    _set.memoryBytes = sizeof _set + _set.patterns.memoryBytes() + _set.falseAlarms.memoryBytes() + _set.id.size();
+    return VOLE_OK;
+}
+
+vole_error SetLoader::loadCompiled() {
+    const ZOV_SPACE::OwnFd file = ZOV_SPACE::openRegularFile(_path.c_str());
+    if (!file) return capi::errorOfPath(errno);
+    if (!compiled::isCompiledSet(file.get())) {
+        tellOfFile("It is neither a pattern directory nor a compiled set of signatures", true);
+        return VOLE_E_NOT_FILE;
+    }
+    try {
+        compiled::mapSet(file.get(), _options.flags & VOLE_LOAD_STRICT, _set);
+    } catch (const ZOV_SPACE::OutOfMemoryException&) {
+        throw;
+    } catch (ZOV_SPACE::Exception& e) {
+        tellOfFile(e.getMessage(), true);
+    }
     return VOLE_OK;
 }
 

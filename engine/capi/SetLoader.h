@@ -1,4 +1,5 @@
-// SetLoader: fills one set of signatures from a pattern directory, and tells the host of what it left out.
+// SetLoader: fills one set of signatures from a pattern directory or from a compiled set, and tells the host of what it
+// left out.
 //   Borrows: the set and the options.
 //   Throws:  std::bad_alloc, OutOfMemoryException. The set is useless then.
 //   Threads: one. The host's callback is called on it.
@@ -18,8 +19,8 @@ public:
     SetLoader(vole_signatures& set, const vole_load_options& options) : _set(set), _options(options) {}
 
     // VOLE_OK; VOLE_E_SIGNATURES when a problem is fatal or the host wants no more; or what is wrong with the
-    // directory.
-    vole_error load(const char* directory);
+    // path.
+    vole_error load(const char* path);
 
 private:
     struct Stopped {};  // Thrown once the host wants no more.
@@ -27,6 +28,8 @@ private:
     void onProblem(const PatternLine& line, const RecordFault& fault) override;
     void onRecords(RecordKind kind, std::string_view texts) override { _digest.addRecords(kind, texts); }
 
+    vole_error loadDirectory(const char* directory);
+    vole_error loadCompiled();
     void loadAll(const std::string& directory, const std::vector<std::string>& names);
     void loadFile();
     void readFile();

@@ -4,20 +4,26 @@
 #include <memory>
 
 #include "Boundary.h"
+#include "CompiledSet.h"
 #include "SetLoader.h"
 #include "StructSize.h"
 
-vole_error vole_signatures_load(const char* directory, const vole_load_options* options, vole_signatures** signatures) {
+vole_error vole_signatures_load(const char* path, const vole_load_options* options, vole_signatures** signatures) {
     if (!signatures) return VOLE_E_ARGUMENT;
     *signatures = nullptr;
     const auto known = capi::fromHost<vole_load_options>(options, VOLE_LOAD_OPTIONS_INIT);
-    if (!directory || !known || (known->flags & ~VOLE_LOAD_STRICT)) return VOLE_E_ARGUMENT;
+    if (!path || !known || (known->flags & ~VOLE_LOAD_STRICT)) return VOLE_E_ARGUMENT;
     return capi::guarded([&] {
         auto set = std::make_unique<vole_signatures>();
-        const vole_error error = SetLoader(*set, *known).load(directory);
+        const vole_error error = SetLoader(*set, *known).load(path);
         if (error == VOLE_OK) *signatures = set.release();
         return error;
     });
+}
+
+vole_error vole_signatures_save(const vole_signatures* signatures, const char* path) {
+    if (!signatures || !path) return VOLE_E_ARGUMENT;
+    return capi::guarded([&] { return compiled::saveSet(*signatures, path); });
 }
 
 vole_signatures* vole_signatures_ref(vole_signatures* signatures) {

@@ -7,12 +7,14 @@
 #include <string>
 
 #include "FalseAlarms.h"
+#include "MappedFile.h"
 #include "PatternContainer.h"
 #include "vole.h"
 
 // A set: filled by one thread before anybody else knows of it, then the same for ever and shared by any number. Deleted
 // by whoever gives the last reference back.
 struct vole_signatures {
+    MappedFile file;  // Of a compiled set, which the others refer to.
     PatternContainer patterns;
     FalseAlarms falseAlarms;
     std::string id;
