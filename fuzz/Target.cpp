@@ -41,7 +41,7 @@ Target* findTarget(std::string_view name) {
         {"rar20", unpackRar20},      {"rar29", unpackRar29},      {"scan_buffer", scanBuffer},
         {"scan_file", scanWhole},    {"vm", runVmProgram},        {"zip", walk<ZipUnarchiver>},
         {"rar_deep", walkRarDeep},   {"zip_deep", walkZipDeep},   {"streams", walkContainer},
-        {"tar", walkContainer},      {"deflate", inflateTwice},
+        {"tar", walkContainer},      {"deflate", inflateTwice},   {"vset", scanWithCompiledSet},
 #ifdef VOLE_FUZZ_HTTP_BODY
         {"http_body", readHttpBody},
 #endif

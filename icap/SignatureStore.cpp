@@ -13,22 +13,26 @@
 namespace icap {
 namespace {
 
-// What a change of the folder's files changes: a line of names, numbers, sizes and times.
-std::string filesOf(const std::string& folder) {
-    std::set<std::string> lines;
+// What a change of the file changes: a line of its name, number, size and time; nothing where there is none.
+std::string lineFor(const std::filesystem::path& path) {
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0) return {};
+    return path.filename().string() + '/' + std::to_string(status.st_ino) + '/' + std::to_string(status.st_size) + '/' +
+           std::to_string(status.st_mtim.tv_sec) + '.' + std::to_string(status.st_mtim.tv_nsec) + '\n';
+}
+
+// What a change of the folder's files changes, or of the compiled set.
+std::string filesOf(const std::string& path) {
     std::error_code error;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
+    if (std::filesystem::is_regular_file(path, error)) return lineFor(path);
+    std::set<std::string> lines;
+    for (std::filesystem::directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error)) {
         const std::string name = entry->path().filename();
-        struct stat status;
-        if (::stat(entry->path().c_str(), &status) != 0) continue;
         const bool counts = name.ends_with(".hdb") || name.ends_with(".chk") || name == "pattern_assistant.xml";
-        if (!counts) continue;
-        lines.insert(name + '/' + std::to_string(status.st_ino) + '/' + std::to_string(status.st_size) + '/' +
-                     std::to_string(status.st_mtim.tv_sec) + '.' + std::to_string(status.st_mtim.tv_nsec));
+        if (counts) lines.insert(lineFor(entry->path()));
     }
     std::string all;
-    for (const std::string& line : lines) all += line + '\n';
+    for (const std::string& line : lines) all += line;
     return all;
 }
 

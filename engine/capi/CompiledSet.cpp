@@ -141,13 +141,13 @@ void mapSet(int fd, bool compareAll, vole_signatures& set) {
     set.file.map(fd, static_cast<std::uint64_t>(status.st_size));
     FileSource source(set.file.bytes());
     const Header& header = source.checkedHeader();
-    if (compareAll) source.compareAll();
     set.patterns.map(source);
     readFalseAlarms(source, set.falseAlarms);
     source.requireEnd();
     TableSource::require(header.records == static_cast<std::uint64_t>(set.patterns.loadedCount()));
     set.id.assign(header.id, sizeof header.id);
     TableSource::require(set.id.find_first_not_of("0123456789abcdef") == std::string::npos);
+    if (compareAll) source.compareAll();
 }
 
 namespace {

@@ -6,6 +6,7 @@ namespace {
 
 // What is told while a set is loaded.
 struct Problems {
+    const std::string& path;  // Of the set.
     const NoteProblem& note;
     std::string fatal = {};  // The first problem for which loading fails.
 };
@@ -21,6 +22,10 @@ std::string textOf(const vole_load_problem& problem) {
 // The library is C to its callers: nothing may be thrown through it.
 int noteProblem(void* context, const vole_load_problem* problem) noexcept {
     Problems& problems = *static_cast<Problems*>(context);
+    if (problem->fatal != 0 && problems.path == problem->file) {
+        problems.fatal = problem->reason;  // Told with the set's path, and once.
+        return 0;
+    }
     const std::string text = textOf(*problem);
     if (problem->fatal != 0 && problems.fatal.empty()) problems.fatal = text;
     if (problems.note) problems.note(text);
@@ -90,20 +95,20 @@ Outcome outcomeOf(vole_outcome outcome) {
 
 }  // namespace
 
-SignaturesHandle loadSignatures(const std::string& directory, std::uint32_t flags, const NoteProblem& note) {
-    Problems problems{note};
+SignaturesHandle loadSignatures(const std::string& path, std::uint32_t flags, const NoteProblem& note) {
+    Problems problems{path, note};
     vole_load_options options = VOLE_LOAD_OPTIONS_INIT;
     options.flags = flags;
     options.on_problem = noteProblem;
     options.context = &problems;
     vole_signatures* signatures = nullptr;
-    const vole_error error = vole_signatures_load(directory.c_str(), &options, &signatures);
+    const vole_error error = vole_signatures_load(path.c_str(), &options, &signatures);
     SignaturesHandle handle(signatures);
     if (error != VOLE_OK) {
         const std::string reason = problems.fatal.empty() ? vole_error_text(error) : problems.fatal;
-        throw LoadError("cannot load signatures from " + directory + ": " + reason);
+        throw LoadError("cannot load signatures from " + path + ": " + reason);
     }
-    if (vole_signatures_count(signatures) == 0) throw LoadError("no signatures in " + directory);
+    if (vole_signatures_count(signatures) == 0) throw LoadError("no signatures in " + path);
     return handle;
 }
 

@@ -10,7 +10,14 @@ _vole() {
         before=${COMP_WORDS[COMP_CWORD - 2]}
     fi
     local options='-h --help --version' values kind=words
-    if [[ ${COMP_WORDS[1]} == scan && $COMP_CWORD -gt 1 ]]; then
+    if [[ ${COMP_WORDS[1]} == sig && $COMP_CWORD -gt 1 ]]; then
+        options='-h --help'
+        if [[ ${COMP_WORDS[2]} == compile ]]; then options+=' -o --output --strict'; fi
+        values="compile verify $options"
+        if [[ $COMP_CWORD -gt 2 ]]; then
+            if [[ $word == -* ]]; then values=$options; else kind='file'; fi
+        fi
+    elif [[ ${COMP_WORDS[1]} == scan && $COMP_CWORD -gt 1 ]]; then
         options='-h --help --files-from -0 --null --exclude --one-file-system -d --patterns -j --jobs --config --cache
             --all-matches --shallow --limits --incomplete -i --infected --no-summary --no-progress --json --debug --max-size
             --max-member --max-total --max-members --max-depth --max-ratio --time-limit --host-view --dump'
@@ -26,7 +33,7 @@ _vole() {
             *) if [[ $word == -* ]]; then values=$options; else kind='file'; fi ;;
         esac
     else
-        values="scan $options"
+        values="scan sig $options"
     fi
     if [[ $kind == words ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$values" -- "$word")

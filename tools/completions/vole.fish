@@ -4,6 +4,14 @@ complete -c vole -f
 complete -c vole -s h -l help -d 'Print the options'
 complete -c vole -n __fish_use_subcommand -l version -d 'Print the versions'
 complete -c vole -n __fish_use_subcommand -a scan -d 'Scan files and folders'
+complete -c vole -n __fish_use_subcommand -a sig -d 'Compile and verify sets of signatures'
+complete -c vole -n '__fish_seen_subcommand_from sig; and not __fish_seen_subcommand_from compile verify' \
+    -a 'compile verify'
+
+set -l compile -c vole -n '__fish_seen_subcommand_from compile verify'
+complete $compile -F
+complete $compile -s o -l output -rF -d 'File to write'
+complete $compile -l strict -d 'Write nothing when a record is not usable'
 
 set -l scan -c vole -n '__fish_seen_subcommand_from scan'
 complete $scan -F
@@ -11,7 +19,7 @@ complete $scan -l files-from -rF -d 'Scan what a list names, too'
 complete $scan -s 0 -l null -d 'NULs stand between the paths of the list'
 complete $scan -l exclude -x -d 'Leave out what fits a shell pattern'
 complete $scan -l one-file-system -d 'Do not enter other file systems'
-complete $scan -s d -l patterns -xa '(__fish_complete_directories)' -d 'Folder with the signatures'
+complete $scan -s d -l patterns -rF -d 'Folder with the signatures, or a compiled set'
 complete $scan -s j -l jobs -xa '(seq (nproc))' -d 'Files scanned at a time'
 complete $scan -l config -rF -d 'Take what is not given from a file'
 complete $scan -l cache -rF -d 'Pass over files known to be clean'

@@ -19,6 +19,7 @@
 #include "Messages.h"
 #include "ScanCommand.h"
 #include "SettingsFile.h"
+#include "SigCommand.h"
 #include "voleeng.h"
 
 namespace {
@@ -70,10 +71,10 @@ public:
     CommandLine() {
         _app.require_subcommand(1);
         _app.set_version_flag("--version", versionText, "Print the versions of program and engine, then exit");
-        _app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        _app.failure_message([this](const CLI::App*, const CLI::Error& error) {
             std::string line = "vole: ";
             appendEscaped(line, error.what());
-            return line + "; see vole scan --help\n";
+            return line + "; see vole " + (_sig.isAsked() ? "sig" : "scan") + " --help\n";
         });
         addWhat();
         addHow();
@@ -91,11 +92,12 @@ public:
             const bool answered = _app.exit(outcome) == 0;  // --help or --version
             return answered && std::cout.flush() ? kExitClean : kExitErrors;
         }
-        applySettings();
+        if (_scan.parsed()) applySettings();
         return -1;
     }
 
     int run() {
+        if (_sig.isAsked()) return _sig.run();
         // Taken as they were typed: a bound vector would be empty for a file named "{}".
         _options.paths = _paths->results();
         _options.rules.excluded = _exclude->results();
@@ -126,7 +128,7 @@ private:
 
     void addHow() {
         _settable.push_back(addText("-d,--patterns", _options.engine.patternDir, "DIR",
-                                    "Pattern directory (default: the bundled starter patterns)"));
+                                    "Pattern directory or compiled set (default: the bundled starter patterns)"));
         _settable.push_back(addValue("-j,--jobs", "N", "Files scanned at a time (default: one for each processor)",
                                      [this](const std::string& text) { return readJobs(text); }));
         _config = addText("--config", _settingsFile, "FILE",
@@ -258,6 +260,7 @@ private:
 
     CLI::App _app{"Scans files for known malware with the Vole Engine.", "vole"};
     CLI::App& _scan = *_app.add_subcommand("scan", "Scan files, and folders with all that is in them");
+    SigCommand _sig{_app};
     ScanOptions _options;
     std::string _listName;
     CLI::Option* _paths = nullptr;
