@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Boundary.h"
+#include "LargePages.h"
 #include "Raise.h"
 #include "TableFile.h"
 #include "io/FileIo.h"
@@ -186,7 +187,8 @@ public:
     }
 
 private:
-    static constexpr std::size_t kBufferSize = 1 << 20;
+    // What is written in whole large pages lies so in the system's cache, and is mapped so from there.
+    static constexpr std::size_t kBufferSize = ZOV_SPACE::kLargePage;
 
     struct Digest {
         XXH3_state_t xxh;

@@ -11,6 +11,8 @@
 #include <new>
 #include <span>
 
+#include "LargePages.h"
+
 class MappedFile {
 public:
     MappedFile() = default;
@@ -28,6 +30,7 @@ public:
         if (mapped == MAP_FAILED) throw std::bad_alloc();
         _bytes = mapped;
         _size = static_cast<std::size_t>(size);
+        ZOV_SPACE::preferLargePages(_bytes, _size);
     }
 
     std::span<const std::byte> bytes() const { return {static_cast<const std::byte*>(_bytes), _size}; }
