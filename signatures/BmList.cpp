@@ -18,7 +18,9 @@
 
 #include "ByteOrder.h"
 #include "Decimal.h"
+#include "PatternLineReader.h"
 #include "PatternParser.h"
+#include "PlainLine.h"
 #include "Raise.h"
 #include "Text.h"
 #include "util/Diag.h"
@@ -34,6 +36,8 @@ constexpr const char* kFieldSeparator = ":";
 constexpr std::size_t kNameField = 2;
 
 constexpr std::size_t kFewestChains = 1024;
+static_assert(PatternLineReader::kSlack >= plain::kSlack);
+
 constexpr std::uint32_t kPrefetchAhead = 16;  // Entries between a prefetch and its use.
 
 constexpr const char* kTooManyRecords = "current_sig >= total_sigs";
@@ -126,6 +130,24 @@ std::optional<RecordFault> BmList::append(std::string_view line) {
     }
     ++_currentSig;
     return std::nullopt;
+}
+
+std::size_t BmList::appendPlain(std::string_view text) {
+    constexpr std::size_t kSizeField = kDigestDigits + 1;
+    const bool hasRoom = _currentSig < _starts.size() * kBlockRecords && (_totalSigs == 0 || _currentSig < _totalSigs);
+    char* const copy = _names.room(PatternLineReader::kMaxLine + plain::kSlack);
+    if (!plain::kAvailable || !hasRoom || !copy || text.size() < kMinLineLength) return 0;
+    text = text.substr(0, PatternLineReader::kMaxLine);
+    BmRecord& record = ownRecord(_currentSig);
+    if (!plain::decodeDigest(text.data(), record.digest) || text[kDigestDigits] != ':') return 0;
+    const char* name = text.data() + kSizeField;
+    const plain::Number size = plain::takeSize(name);
+    if (size.digits == 0) return 0;
+    const std::size_t length = plain::copyName(name, text.data() + text.size(), copy);
+    if (length == 0 || !addNewMd5PatSize(size.value)) return 0;
+    record.name = _names.keep(length);
+    ++_currentSig;
+    return static_cast<std::size_t>(name + length + 1 - text.data());
 }
 
 void BmList::addString(const char* line) {

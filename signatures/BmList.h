@@ -64,6 +64,11 @@ public:
     std::optional<RecordFault> append(std::string_view line);
     void index();
 
+    // append() for the usual kind of line, out of a text that it begins: the line's length with its line feed; 0, and
+    // nothing is changed, when it takes append() to tell what the line is. plain::kSlack bytes behind the text are
+    // readable, and mean nothing.
+    std::size_t appendPlain(std::string_view text);
+
     // Adds a file size to those that verifyFileSize() knows once index() has run. False when memory is short.
     bool addNewMd5PatSize(std::uint32_t size);
 

@@ -19,14 +19,25 @@ class NameArena {
 public:
     // The name's number. Throws std::bad_alloc, also beyond 16 GiB of names and for one of 64 KiB, which no file has.
     std::uint32_t store(std::string_view name) {
-        const std::size_t taken = (name.size() + kUnit) / kUnit * kUnit;
+        const std::size_t taken = takenBy(name.size());
         if (_left < taken) addBlock(taken);
-        const std::uint64_t number = (startOf(_starts.size()) - _left) / kUnit;
-        if (number > UINT32_MAX) throw std::bad_alloc();
-        std::fill(std::copy(name.begin(), name.end(), _next), _next + taken, '\0');
+        if (position() / kUnit > UINT32_MAX) throw std::bad_alloc();
+        std::copy(name.begin(), name.end(), _next);
+        return keep(name.size());
+    }
+
+    // Where a name of up to `most` bytes, its NUL among them, can be put together, or null where store() has to make
+    // room first. What is left there is overwritten by the next name unless keep() is called.
+    char* room(std::size_t most) const { return _left >= most && position() / kUnit <= UINT32_MAX ? _next : nullptr; }
+
+    // The number of the name of that length that stands where there is room.
+    std::uint32_t keep(std::size_t length) {
+        const auto number = static_cast<std::uint32_t>(position() / kUnit);
+        const std::size_t taken = takenBy(length);
+        std::fill(_next + length, _next + taken, '\0');
         _next += taken;
         _left -= taken;
-        return static_cast<std::uint32_t>(number);
+        return number;
     }
 
     // Valid as long as the arena, and as the file where they come from one. A file that is damaged may have any number.
@@ -72,6 +83,10 @@ private:
     static constexpr std::size_t kSmallBlocks = 16;
     static constexpr std::size_t kSmallTotal = kSmallBlock * kSmallBlocks;
     static constexpr std::size_t kLargeBlock = ZOV_SPACE::kLargePage;
+
+    static std::size_t takenBy(std::size_t length) { return (length + kUnit) / kUnit * kUnit; }
+    // Of the next name.
+    std::uint64_t position() const { return startOf(_starts.size()) - _left; }
 
     static std::size_t sizeOf(std::size_t block) { return block < kSmallBlocks ? kSmallBlock : kLargeBlock; }
 

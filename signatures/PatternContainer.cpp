@@ -105,7 +105,15 @@ template <class List, class OnCount, class Reporting>
 void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount, Reporting&& report) {
     bool headerOpen = true;
     PatternLine line;
-    while (lines.next(line)) {
+    for (;;) {
+        if constexpr (requires { list.appendPlain(lines.unread()); }) {
+            while (const std::size_t length = list.appendPlain(lines.unread())) {
+                headerOpen = false;
+                ++accepted;
+                report.onData(lines.take(length), std::nullopt);
+            }
+        }
+        if (!lines.next(line)) break;
         if (line.kind == PatternLine::Kind::data) {
             headerOpen = false;
             // A malformed line is dropped; the load goes on.

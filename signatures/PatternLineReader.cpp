@@ -48,7 +48,8 @@ void classify(std::string_view whole, PatternLine& line) {
 }  // namespace
 
 PatternLineReader::PatternLineReader(ZOV_SPACE::OwnFd file)
-    : _file(std::move(file)), _buffer(std::make_unique_for_overwrite<char[]>(kBufferSize)) {
+    : _file(std::move(file)), _buffer(std::make_unique_for_overwrite<char[]>(kBufferSize + kSlack)) {
+    std::fill_n(_buffer.get() + kBufferSize, kSlack, '\0');
     struct stat status;
     if (::fstat(_file.get(), &status) != 0) kUnit.raise<IOException>(ZOV_SPACE::systemErrorText());
     _size = static_cast<std::uint64_t>(std::max<off_t>(status.st_size, 0));

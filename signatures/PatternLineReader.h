@@ -35,10 +35,22 @@ class PatternLineReader {
 public:
     static constexpr std::size_t kMaxLine = 1023;  // Bytes of one line, its newline included.
 
+    static constexpr std::size_t kSlack = 16;
+
     explicit PatternLineReader(ZOV_SPACE::OwnFd file);
 
     // Gets the next line; false at the end of the file. Throws IOException when reading fails.
     bool next(PatternLine& line);
+
+    // The bytes that were read from the file and are not taken yet; kSlack more behind them are readable.
+    std::string_view unread() const { return {_buffer.get() + _begin, _end - _begin}; }
+    // Takes the next line, which the caller has found to be a data line without a NUL that ends within unread(), of so
+    // many bytes with its line feed.
+    PatternLine take(std::size_t length) {
+        const std::string_view text(_buffer.get() + _begin, length - 1);
+        _begin += length;
+        return {PatternLine::Kind::data, text, 0, _lineNumber++, false, false};
+    }
 
     // Once there are no more lines: gets the rest behind the last one; false when there is none.
     bool rest(PatternLine& line) const;

@@ -12,6 +12,7 @@
 #include <span>
 #include <utility>
 
+#include "LargePages.h"
 #include "Table.h"
 #include "TableFile.h"
 
@@ -47,7 +48,7 @@ public:
         unsigned bits = kSmallestBits;
         while ((std::size_t{1} << bits) < wanted) ++bits;
         SizeSet larger;
-        larger._slots = Table<std::uint32_t>(std::size_t{1} << bits);
+        larger._slots = Slots(std::size_t{1} << bits, kFree);
         larger._shift = 32 - bits;
         larger._hasZero = _hasZero;
         for (const std::uint32_t size : _slots) {
@@ -71,7 +72,7 @@ public:
     // REQUIRES: the set is empty.
     void map(TableSource& source) {
         const auto facts = source.table<std::uint32_t>();
-        _slots = Table(source.table<std::uint32_t>());
+        _slots = Slots(source.table<std::uint32_t>());
         TableSource::require(facts.size() == 2 && (_slots.empty() || std::has_single_bit(_slots.size())));
         const std::uint64_t count = _slots.size();
         TableSource::require(count == 0 || (count >= 1U << kSmallestBits && count <= std::uint64_t{1} << 32));
@@ -81,6 +82,8 @@ public:
     }
 
 private:
+    using Slots = Table<std::uint32_t, ZOV_SPACE::LargePageAllocator<std::uint32_t>>;
+
     static constexpr std::uint32_t kFree = 0;  // Marks a free slot; the size 0 itself is kept aside.
     static constexpr unsigned kSmallestBits = 6;
 
@@ -96,7 +99,7 @@ private:
         return seed;
     }
 
-    Table<std::uint32_t> _slots;
+    Slots _slots;
     std::size_t _count = 0;
     unsigned _shift = 0;
     std::uint32_t _seed = processSeed();

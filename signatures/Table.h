@@ -15,6 +15,7 @@ class Table {
 public:
     Table() = default;
     explicit Table(std::size_t size) : _own(size), _elements(_own) {}
+    Table(std::size_t size, const T& element) : _own(size, element), _elements(_own) {}
     // Borrows.
     explicit Table(std::span<const T> elements) : _elements(elements) {}
     Table(Table&& other) noexcept

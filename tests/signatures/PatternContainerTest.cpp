@@ -6,6 +6,9 @@
 #include <tuple>
 
 #include "Exception.h"
+#include "PatternLineReader.h"
+#include "PatternParser.h"
+#include "io/RegularFile.h"
 #include "support/CapturedLog.h"
 #include "support/GoldenRows.h"
 #include "support/SignatureText.h"
@@ -75,6 +78,57 @@ TEST(PatternContainer, tellsAFileThatIsGoneFromOneThatCannotBeOpenedOrRead) {
     EXPECT_EQ(container.loadPattern(dir / "link.hdb"), PatternContainer::kNoFile);
     EXPECT_EQ(container.loadPattern(dir / "folder.hdb"), PatternContainer::kCannotOpen);
     EXPECT_THROW(container.loadPattern(dir / "mem.chk"), ZOV_SPACE::IOException) << "no end of the file";
+}
+
+// Whole files against the same lines one by one, where every line of odd form stands among usual ones, and every place
+// of a usual line has had each of some bytes.
+TEST(PatternContainer, readsUsualLinesAsItReadsAllOthers) {
+    const std::string usual = "00112233445566778899aabbccddeEFf:2147483647:A name\n";
+    std::string all;
+    for (std::size_t at = 0; at < usual.size(); ++at) {
+        for (const char c : std::string("\0\n\r :#/0@9AGFag`f\xB1", 19)) {
+            std::string line = usual;
+            line[at] = c;
+            all += line + md5Record(line, std::to_string(all.size()));
+        }
+    }
+    for (const char* size :
+         {"", "0", "00000000001", "2147483648", "9999999999", "4294967297", "-1", "+7", " 7", "7x"}) {
+        all += usual.substr(0, 33) + size + ":" + std::string(size) + "-name\n";
+    }
+    for (std::size_t length = 900; length < 1100; ++length) {
+        all += usual.substr(0, 33) + "5:" + std::string(length - 36, 'n') + "\n";
+    }
+    const TempDir dir;
+    PatternContainer whole;
+    ASSERT_EQ(whole.loadPattern(dir.write("all.hdb", all)), 0);
+    BmList single;
+    PatternLineReader lines(ZOV_SPACE::openRegularFile((dir / "all.hdb").c_str()));
+    for (PatternLine line; lines.next(line);) {
+        if (line.kind == PatternLine::Kind::data) single.append(line.text);
+    }
+    single.index();
+    ASSERT_EQ(whole.md5List().count(), single.count());
+    ASSERT_EQ(whole.loadedCount(), static_cast<int>(single.count()));
+    const auto namesIn = [](const BmList& list, const unsigned char* digest) {
+        std::string names;
+        list.visitFoundMD5(digest, [&](const char* name) {
+            names.append(name).append("|");
+            return false;
+        });
+        return names;
+    };
+    PatternLineReader again(ZOV_SPACE::openRegularFile((dir / "all.hdb").c_str()));
+    for (PatternLine line; again.next(line);) {
+        unsigned char digest[Md5::kDigestSize] = {};
+        if (PatternParser::tryHex2str(line.text.substr(0, 32), digest, 32)) continue;
+        ASSERT_EQ(namesIn(whole.md5List(), digest), namesIn(single, digest)) << line.text;
+        const auto size = static_cast<std::uint32_t>(line.text.size());
+        ASSERT_EQ(whole.md5List().verifyFileSize(size), single.verifyFileSize(size));
+    }
+    for (const std::uint32_t size : {0U, 1U, 5U, 7U, 214748364U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU, 2147480647U}) {
+        EXPECT_EQ(whole.md5List().verifyFileSize(size), single.verifyFileSize(size)) << size;
+    }
 }
 
 }  // namespace
