@@ -89,7 +89,8 @@ TEST(CompiledSet, whatIsWrongWithAFileIsSaid) {
     const std::string sound = TempDir::contentOf(path);
     compiled::Header header;
     std::memcpy(&header, sound.data(), sizeof header);
-    const std::size_t directory = header.directory, entry = sizeof(compiled::DirectoryEntry);
+    const auto directory = static_cast<std::size_t>(header.directory);
+    const std::size_t entry = sizeof(compiled::DirectoryEntry);
     const std::string misfit = "The file is damaged: its tables do not fit together!";
     const std::string ofHeader = "The file is damaged: the checksum of its header is another one!";
     const struct {
