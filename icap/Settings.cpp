@@ -85,7 +85,8 @@ void setReasons(Settings& settings, Words words, bool blocked) {
 }
 
 constexpr SettingOption kOptions[] = {
-    {"PatternDir", "Folder with the signatures, or a compiled set", [](Settings& s, Words w) { s.patternDir = absolutePath(w); }},
+    {"PatternDir", "Folder with the signatures, or a compiled set",
+     [](Settings& s, Words w) { s.patternDir = absolutePath(w); }},
     {"StrictLoad", "on: refuse a set of which any record cannot be used",
      [](Settings& s, Words w) { s.strictLoad = onOrOff(w); }},
     {"WatchInterval", "Seconds between two looks at the folder for changes; 0: none",
