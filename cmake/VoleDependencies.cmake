@@ -1,5 +1,6 @@
-# Outside libraries: zlib inflates, libdeflate does so faster what it can hold whole, expat parses the list file, SQLite keeps the command line's cache. GoogleTest is
-# built from source with our flags, because a prebuilt one has another std::string layout than the 32-bit build.
+# Outside libraries: zlib inflates, libdeflate does so faster where data can be held whole, expat parses the list file,
+# SQLite keeps the command line's cache. GoogleTest is built from source with our flags, because a prebuilt one has
+# another std::string layout than the 32-bit build.
 
 find_package(ZLIB REQUIRED)
 
