@@ -242,10 +242,11 @@ std::string brokenEntry() {
     return RarBuilder::file(entry);
 }
 
-// Entries that each reach over all that follow, and that cannot be decoded.
+// Entries that each reach over all that follow, and that cannot be decoded, or to something that no signature is about:
+// that depends on the name.
 std::string overlappingEntries(int n) {
     RarFile entry;
-    entry.name = "o", entry.method = 0x33, entry.unpVer = 29, entry.unpackedSize = 1 << 20;
+    entry.name = "e", entry.method = 0x33, entry.unpVer = 29, entry.unpackedSize = 1 << 20;
     std::string all;
     for (int behind = 5'000 * n; behind > 0; --behind) {
         entry.packedSize = static_cast<std::uint32_t>(33 * behind);
