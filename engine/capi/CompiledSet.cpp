@@ -88,7 +88,7 @@ private:
     }
 
     DirectoryEntry entryOf(std::uint32_t i) const {
-        DirectoryEntry entry;
+        DirectoryEntry entry{};
         std::memcpy(&entry, _directory.data() + std::size_t{i} * sizeof entry, sizeof entry);
         return entry;
     }
