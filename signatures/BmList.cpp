@@ -230,7 +230,7 @@ std::uint32_t BmList::firstWith(const unsigned char* digest, std::uint32_t numbe
 
 std::size_t BmList::memoryBytes() const {
     return _blocks.size() * kBlockRecords * sizeof(BmRecord) + _blocks.capacity() * sizeof(Block) +
-           _starts.capacity() * sizeof(_starts[0]) + bm_suffix.memoryBytes() + bm_shift.memoryBytes() +
+           _starts.capacity() * sizeof(void*) + bm_suffix.memoryBytes() + bm_shift.memoryBytes() +
            _newSizes.size() * sizeof(std::uint32_t) + _sizes.memoryBytes() + _names.memoryBytes();
 }
 
