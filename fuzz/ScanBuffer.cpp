@@ -52,11 +52,22 @@ std::uint64_t readPath(const vole_path& path) {
     return path.count;
 }
 
+void readContent(const vole_content& content) {
+    char bytes[64];
+    const auto last = static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(content.size, sizeof bytes));
+    const std::uint64_t offset = content.size - static_cast<std::uint64_t>(last);
+    require(vole_content_read(&content, offset, bytes, sizeof bytes) == last);
+    note({bytes, static_cast<std::size_t>(last)});
+    note(content.method);
+}
+
 int onEvent(void* context, const vole_event* event) {
     Events& events = *static_cast<Events*>(context);
     const vole_limits& limits = events.parameters.limits;
     require((event->type == VOLE_EVENT_FINDING) == (event->finding != nullptr));
     require((event->type == VOLE_EVENT_REASON) == (event->reason != nullptr));
+    require((event->type == VOLE_EVENT_CONTENT) == (event->content != nullptr));
+    if (event->content) readContent(*event->content);
     require(event->bytes_done >= events.bytes);
     events.bytes = event->bytes_done;
     const std::uint64_t level = readPath(event->member);
@@ -122,7 +133,8 @@ void scanBuffer(std::string_view input) {
     vole_scanner* made = nullptr;
     require(vole_scanner_new(set, &parameters.limits, &made) == VOLE_OK);
     const std::unique_ptr<vole_scanner, decltype(&vole_scanner_free)> scanner(made, vole_scanner_free);
-    require(vole_scanner_set_flags(made, parameters.allMatches ? VOLE_SCAN_ALL_MATCHES : 0) == VOLE_OK);
+    require(vole_scanner_set_flags(made, VOLE_SCAN_CONTENTS | (parameters.allMatches ? VOLE_SCAN_ALL_MATCHES : 0)) ==
+            VOLE_OK);
     Events first{parameters}, second{parameters};
     for (Events* events : {&first, &second}) {
         vole_outcome outcome;

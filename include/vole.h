@@ -157,6 +157,7 @@ VOLE_API void vole_scanner_free(vole_scanner* scanner); /* Null is allowed. Not 
 /* Flags of a scanner. */
 #define VOLE_SCAN_ALL_MATCHES 1u /* Goes on behind the first finding, and reports all. */
 #define VOLE_SCAN_SHALLOW 2u     /* Opens ZIP and RAR archives alone, and by their formats' rules. */
+#define VOLE_SCAN_CONTENTS 4u    /* Shows the event callback each content: VOLE_EVENT_CONTENT. */
 
 /* VOLE_E_ARGUMENT, and nothing changed, for unknown flags; VOLE_E_BUSY from inside a scan. */
 VOLE_API vole_error vole_scanner_set_flags(vole_scanner* scanner, uint32_t flags);
@@ -272,17 +273,41 @@ typedef enum vole_event_type {
     VOLE_EVENT_MEMBER_DONE = 2,    /* It was unpacked and scanned. */
     VOLE_EVENT_FINDING = 3,
     VOLE_EVENT_REASON = 4,
-    VOLE_EVENT_PROGRESS = 5 /* 8 MiB more, or some more than that, went through. */
+    VOLE_EVENT_PROGRESS = 5, /* 8 MiB more, or some more than that, went through. */
+    VOLE_EVENT_CONTENT = 6   /* Bytes are about to be compared with signatures. Under VOLE_SCAN_CONTENTS only. */
 } vole_event_type;
+
+typedef enum vole_checksum_state {
+    VOLE_CHECKSUM_NONE = 0, /* The archive gives none of the member, or not all of it came out. */
+    VOLE_CHECKSUM_RIGHT = 1,
+    VOLE_CHECKSUM_WRONG = 2
+} vole_checksum_state;
+
+/* What is scanned itself, an archive member as it came out, or the normalised text of either, which comes behind the
+ * raw form. Members come when they are unpacked, which may be before their archive's other members are. A finding in
+ * one comes behind it; without VOLE_SCAN_ALL_MATCHES there is nothing behind the first. */
+typedef struct vole_content {
+    vole_form form;
+    uint64_t size;        /* Bytes. */
+    uint64_t packed_size; /* Of a member, as its archive has it; 2^32 - 1 stands for all that is more. Else 0. */
+    const char* method;   /* What packs a member, static: "stored", "deflate"; empty when it has no name, or is none. */
+    int is_packed;        /* 1: nobody here knows the method, and these are the packed bytes. */
+    vole_checksum_state checksum; /* What the archive's check-sum of a member says of these bytes. */
+} vole_content;
+
+/* Copies at most `size` of its bytes from there on, of which the first has offset 0: how many, fewer only at the end; a
+ * negative number when they cannot be read. During the event only, and on its thread. */
+VOLE_API ptrdiff_t vole_content_read(const vole_content* content, uint64_t offset, void* buffer, size_t size);
 
 /* Valid during the call. */
 typedef struct vole_event {
     vole_event_type type;
-    vole_path member;            /* Of members, findings and reasons. */
-    uint64_t size;               /* Of a member: bytes announced (entered), bytes unpacked (done). */
+    vole_path member;            /* Of members, contents, findings and reasons. */
+    uint64_t size;               /* Of a member: bytes announced (entered), bytes unpacked (done). Of a content. */
     const vole_finding* finding; /* Null unless it is one. */
     const vole_reason* reason;   /* Null unless it is one. */
     uint64_t bytes_done;         /* Read, hashed and unpacked so far, in this scan. */
+    const vole_content* content; /* Null unless it is one. */
 } vole_event;
 
 /* Called on the scanning thread. 0: go on; anything else ends the scan as vole_scanner_cancel() would, but only this

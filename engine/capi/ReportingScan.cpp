@@ -8,6 +8,7 @@
 
 #include "Raise.h"
 #include "ScanJob.h"
+#include "ShownContent.h"
 #include "WrappedLimitedBufferBase.h"
 #include "unarchiver/DeepFormats.h"
 #include "unarchiver/ForeignFormat.h"
@@ -66,9 +67,22 @@ void ReportingScan::conclude() {
     _result.counters.time_us = static_cast<std::uint64_t>(time.count());
 }
 
-Matched ReportingScan::match(ZOV_SPACE::IOBuffer& content, long size, MatchVisitor& visitor) {
+Matched ReportingScan::match(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& content, long size,
+                             MatchVisitor& visitor) {
     _givingUp = false;
+    if (_terms.onEvent && (_terms.flags & VOLE_SCAN_CONTENTS)) showContent(record, form, content);
     return matchSignatures(_signatures.patterns, content, size, visitor);
+}
+
+void ReportingScan::showContent(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& bytes) {
+    const ShownContent content(record, static_cast<vole_form>(form), bytes);
+    const KeptPath path(sharedName(record));
+    vole_event event{};
+    event.type = VOLE_EVENT_CONTENT;
+    event.member = path.view();
+    event.size = content.size;
+    event.content = &content;
+    tell(event);
 }
 
 bool ReportingScan::onFinding(const _st_ArchEntry& content, Form form, const SignatureMatch& match) {

@@ -47,7 +47,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    Matched match(ZOV_SPACE::IOBuffer& content, long size, MatchVisitor& visitor) override;
+    Matched match(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& content, long size,
+                  MatchVisitor& visitor) override;
     bool onFinding(const _st_ArchEntry& content, Form form, const SignatureMatch& match) override;
     void onUnseen(Unseen what, const _st_ArchEntry& content, const std::string* member, const char* text) override;
     std::optional<MemberTerms> admit(const _st_ArchEntry& archive, const ZOV_SPACE::ArchiveEntryInfo& entry,
@@ -64,6 +65,7 @@ private:
     std::unique_ptr<ZOV_SPACE::BufferBase> volume(const _st_ArchEntry& archive, int number) override;
     void onWork(std::int64_t bytes) override;
 
+    void showContent(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& bytes);
     void countMember(const _st_ArchEntry& archive);
     void limitReached(Unseen what, const _st_ArchEntry& archive, const char* text, bool& told);
     void unseen(Unseen what, const std::shared_ptr<const ContentName>& name, const char* text);

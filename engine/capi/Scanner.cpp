@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::uint32_t kKnownFlags = VOLE_SCAN_ALL_MATCHES | VOLE_SCAN_SHALLOW;
+constexpr std::uint32_t kKnownFlags = VOLE_SCAN_ALL_MATCHES | VOLE_SCAN_SHALLOW | VOLE_SCAN_CONTENTS;
 
 struct Unref {
     void operator()(vole_signatures* signatures) const { vole_signatures_unref(signatures); }

@@ -15,7 +15,7 @@ constexpr ZOV_SPACE::ThrowUnit kUnit{"Unarchive"};
 
 }  // namespace
 
-Matched HostFace::match(ZOV_SPACE::IOBuffer& content, long size, MatchVisitor& visitor) {
+Matched HostFace::match(const _st_ArchEntry&, Form, ZOV_SPACE::IOBuffer& content, long size, MatchVisitor& visitor) {
     const SlotLease slot = SlotLease::acquire();
     return slot ? matchSignatures(*slot->patterns, content, size, visitor) : Matched{};
 }

@@ -10,7 +10,8 @@ class HostFace : public ScanFace {
 public:
     explicit HostFace(const OptionValues& options) : _options(options) {}
 
-    Matched match(ZOV_SPACE::IOBuffer& content, long size, MatchVisitor& visitor) override;
+    Matched match(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& content, long size,
+                  MatchVisitor& visitor) override;
     bool onFinding(const _st_ArchEntry& content, Form form, const SignatureMatch& match) override;
     // An entry that breaks a limit of its own is reported to the host. Throws UnarchivePolicyException when there are
     // too many.

@@ -57,7 +57,7 @@ public:
 private:
     bool pass(Form form, IOBuffer& content, long size) {
         _form = form;
-        const Matched matched = _face.match(content, size, *this);
+        const Matched matched = _face.match(_record, form, content, size, *this);
         if (matched.failed) unseen(Unseen::io, "the content could not be read");
         return matched.enough;
     }

@@ -102,6 +102,7 @@ std::unique_ptr<OutputStream> EntryProcessor::queue(const ArchiveEntryInfo& entr
     _st_ArchEntry& record =
         _workList.append({std::move(buffer), _archive.level + 1, ContentName(_archiveName, entry.name, _sequence)});
     record.isPacked = !_unpacked;
+    record.member = {entry.method, static_cast<std::uint32_t>(entry.compressedSize), CheckSumState::none};
     const bool comparesCheckSum = entry.hasCheckSum && _unpacked && _face.comparesCheckSums();
     auto sink = std::make_unique<MemberSink>(_face, _workList, record, content, capacity, comparesCheckSum);
     _sink = sink.get();
@@ -115,8 +116,10 @@ void EntryProcessor::endEntry(const ArchiveEntryInfo& entry, OutputStream&) {
     sink.complete();
     if (sink.isCut()) {
         _face.onUnseen(_beyond, record, nullptr, beyondText(_beyond));
-    } else if (sink.countsCheckSum() && !_troubled && sink.checkSum() != entry.checkSum) {
-        _face.onUnseen(Unseen::checkSum, record, nullptr, "the check-sum of the unpacked data is wrong");
+    } else if (sink.countsCheckSum() && !_troubled) {
+        const bool isRight = sink.checkSum() == entry.checkSum;
+        record.member.checkSum = isRight ? CheckSumState::right : CheckSumState::wrong;
+        if (!isRight) _face.onUnseen(Unseen::checkSum, record, nullptr, "the check-sum of the unpacked data is wrong");
     }
     _spare = scanEarly(_face, record, sink.content());
     if (!_workList.recount(record)) giveUp(record);

@@ -66,8 +66,9 @@ public:
     ScanFace& operator=(const ScanFace&) = delete;
     virtual ~ScanFace() = default;
 
-    // Looks for the signatures that are in force now.
-    virtual Matched match(ZOV_SPACE::IOBuffer& content, long size, MatchVisitor& visitor) = 0;
+    // Looks for the signatures that are in force now, in one of the forms that a record's content has.
+    virtual Matched match(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& content, long size,
+                          MatchVisitor& visitor) = 0;
     // A content has a signature. True: that decides, and the scan ends with this content's turn.
     virtual bool onFinding(const _st_ArchEntry& content, Form form, const SignatureMatch& match) = 0;
     // A content, or a member of it by its name in the archive, was not seen, or not whole.

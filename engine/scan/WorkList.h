@@ -59,6 +59,16 @@ private:
     int _number = 0;
 };
 
+// What the check-sum that an archive gives of a member says of what came out.
+enum class CheckSumState : std::uint8_t { none, right, wrong };  // none: there is none, or not all came out.
+
+// What its archive says of a member.
+struct MemberFacts {
+    const char* method = "";       // As ArchiveEntryInfo has it.
+    std::uint32_t packedSize = 0;  // Bytes; the largest number stands for all that are larger.
+    CheckSumState checkSum = CheckSumState::none;
+};
+
 // One content on the work list.
 struct _st_ArchEntry {
     std::unique_ptr<ZOV_SPACE::BufferBase> buffer;  // Null once the content was scanned and is needed no more.
@@ -67,6 +77,7 @@ struct _st_ArchEntry {
     std::optional<EarlyScan> early = std::nullopt;
     std::int64_t countedBytes = 0;  // Kept by the list.
     bool isPacked = false;          // The bytes are what nobody here can unpack, and not the member's own.
+    MemberFacts member = {};
 };
 
 class WorkList {

@@ -54,6 +54,13 @@ int main(void) {
     FIELD(vole_event, finding);
     FIELD(vole_event, reason);
     FIELD(vole_event, bytes_done);
+    FIELD(vole_event, content);
+    SIZE(vole_content);
+    FIELD(vole_content, size);
+    FIELD(vole_content, packed_size);
+    FIELD(vole_content, method);
+    FIELD(vole_content, is_packed);
+    FIELD(vole_content, checksum);
     printf("limits %lu %lu %lu %lu %lu %lu %lu\n", (unsigned long)limits.max_content, (unsigned long)limits.max_member,
            (unsigned long)limits.max_total, (unsigned long)limits.max_members, (unsigned long)limits.max_depth,
            (unsigned long)limits.max_ratio, (unsigned long)limits.max_time_ms);
@@ -75,8 +82,13 @@ int main(void) {
     NUMBER(VOLE_EVENT_FINDING);
     NUMBER(VOLE_EVENT_REASON);
     NUMBER(VOLE_EVENT_PROGRESS);
+    NUMBER(VOLE_EVENT_CONTENT);
+    NUMBER(VOLE_CHECKSUM_NONE);
+    NUMBER(VOLE_CHECKSUM_RIGHT);
+    NUMBER(VOLE_CHECKSUM_WRONG);
     NUMBER(VOLE_LOAD_STRICT);
     NUMBER(VOLE_SCAN_ALL_MATCHES);
     NUMBER(VOLE_SCAN_SHALLOW);
+    NUMBER(VOLE_SCAN_CONTENTS);
     return 0;
 }

@@ -227,7 +227,7 @@ struct Ear {
 
     static int hear(void* context, const vole_event* event) {
         Ear& ear = *static_cast<Ear*>(context);
-        static constexpr const char* kSigns[] = {"", ">", "<", "!", "?", "."};
+        static constexpr const char* kSigns[] = {"", ">", "<", "!", "?", ".", "="};
         ear.heard += kSigns[event->type] + textOf(event->member) + " ";
         return ear.react(*event);
     }
@@ -260,6 +260,42 @@ TEST_F(Outcomes, eventsComeInOrderAndMayEndTheScan) {
     ear.react = [](const vole_event&) { return ::usleep(30'000); };
     vole_scanner_set_events(hurried.get(), Ear::hear, &ear);
     EXPECT_EQ(toldOf(hurried.get(), content), "incomplete encrypted@s time-limit");
+}
+
+// What is known of a content, then its bytes, read in two pieces, of which the second could be longer.
+std::string shown(const vole_content& content) {
+    std::string bytes(content.size + 1, '?');
+    const std::size_t half = content.size / 2;
+    EXPECT_EQ(vole_content_read(&content, 0, bytes.data(), half), std::ptrdiff_t(half));
+    EXPECT_EQ(vole_content_read(&content, half, &bytes[half], half + 2), std::ptrdiff_t(content.size - half));
+    EXPECT_EQ(vole_content_read(&content, content.size, bytes.data(), 1), 0);
+    bytes.resize(content.size);
+    const bool isRaw = content.form == VOLE_FORM_RAW;
+    return std::to_string(content.packed_size) + content.method + (isRaw ? "" : " normalised") +
+           (content.is_packed ? " packed" : "") + " " + "nrw"[content.checksum] + ":" + bytes;
+}
+
+TEST_F(Outcomes, contentsAreShownWithWhatIsKnownOfThem) {
+    const ZipMember wrong{"c", "CC", 0, 0, 0, {}, {}, {}, {}, 1U}, unknown{"d", "dd", 77};
+    const std::string zip = zipOf({{"a", "aa", 0}, {"b", "bb"}, wrong, unknown});
+    const std::string content = gzipOf(tarEntry({{"name", "z"}, {"content", zip}}));
+    std::string contents;
+    Ear ear;
+    ear.react = [&](const vole_event& event) {
+        EXPECT_EQ(event.content != nullptr, event.type == VOLE_EVENT_CONTENT);
+        if (event.content && event.member.count == 3) contents += shown(*event.content) + " ";
+        return 0;
+    };
+    const VoleScanner scanner = scannerOf(set);
+    vole_scanner_set_events(scanner.get(), Ear::hear, &ear);
+    for (const unsigned flags : {0U, VOLE_SCAN_CONTENTS}) {
+        EXPECT_EQ(vole_scanner_set_flags(scanner.get(), flags), VOLE_OK);
+        toldOf(scanner.get(), content);
+        EXPECT_EQ(contents.empty(), flags == 0);
+    }
+    EXPECT_EQ(contents,
+              "2stored r:aa 2stored normalised r:aa\n 4deflate r:bb 4deflate normalised r:bb\n "
+              "2stored w:CC 2stored normalised w:cc\n 2 packed n:dd 2 normalised packed n:dd\n ");
 }
 
 TEST_F(Outcomes, workThatNoLimitCoversIsBounded) {

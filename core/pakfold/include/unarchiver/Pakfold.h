@@ -52,6 +52,7 @@ public:
     int uncompressedSize = 0;         // Bytes once unpacked, in 32 bits.
     unsigned int checkSum = 0;        // CRC-32 of the unpacked bytes.
     bool hasCheckSum = true;          // Otherwise the archive gives none.
+    const char* method = "";          // What packs it, a static word such as "deflate"; empty when it has no name.
 };
 
 // What an entry processor tells the unarchiver to do with an entry. Any other value counts as kActionSkip.

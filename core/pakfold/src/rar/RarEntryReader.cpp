@@ -31,8 +31,16 @@ int size32(std::int64_t size) {
 // A zero byte and an encoded form may follow the name.
 std::string nameOf(const RarFileBlock& file) { return file.rawName().substr(0, file.rawName().find('\0')); }
 
+// By the version that is needed to unpack it: methods of one version differ in how hard the packer tried.
+const char* methodName(const RarFileBlock& file) {
+    if (file.isStored()) return "stored";
+    if (file.unp_ver < 20) return "rar 1.5";
+    return file.unp_ver < 29 ? "rar 2.0" : "rar 2.9";
+}
+
 void describe(const RarFileBlock& file, RarEntryInfo& info) {
     info.algorithm = kAlgorithmRar;
+    info.method = methodName(file);
     info.name = nameOf(file);
     info.flags = static_cast<int>(file.attr);
     info.time = file.ftime;

@@ -31,6 +31,7 @@ public:
         return {result == BZ_STREAM_END, {}};
     }
 
+    const char* method() const override { return "bzip2"; }
     bool isAt(ContentBytes& bytes, std::int64_t position) const override {
         const auto head = bytes.at(position, 4);
         return head.size() == 4 && head[0] == 'B' && head[1] == 'Z' && head[2] == 'h' && head[3] >= '1' &&

@@ -81,6 +81,7 @@ public:
         return {result == Z_STREAM_END, {}};
     }
 
+    const char* method() const override { return "deflate"; }
     bool isAt(ContentBytes& bytes, std::int64_t position) const override {
         constexpr unsigned char kMark[] = {0x1F, 0x8B, Z_DEFLATED};
         const std::span<const char> head = bytes.at(position, 4);

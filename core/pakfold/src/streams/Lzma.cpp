@@ -55,6 +55,7 @@ public:
 
     XzDecoder() { init(); }
 
+    const char* method() const override { return "xz"; }
     bool isAt(ContentBytes& bytes, std::int64_t position) const override {
         constexpr std::string_view kMark(
             "\xFD"
@@ -78,6 +79,7 @@ public:
 
     LzmaDecoder() { check(::lzma_alone_decoder(&_state, kMostDecoderMemory)); }
 
+    const char* method() const override { return "lzma"; }
     bool isAt(ContentBytes&, std::int64_t position) const override { return position == 0; }  // There is only one.
     std::int64_t begin(ContentBytes&, std::int64_t position) override { return position; }
 };

@@ -39,6 +39,8 @@ public:
     virtual Step step(std::span<const char>& input, std::span<char>& space) = 0;
 
     // The rest is for files. One holds any number of streams, whose contents are one.
+    // As ArchiveEntryInfo has it.
+    virtual const char* method() const = 0;
     // Whether a stream begins there.
     virtual bool isAt(ContentBytes& bytes, std::int64_t position) const = 0;
     // Gets ready for it. Returns where the bytes begin that step() is to be given.

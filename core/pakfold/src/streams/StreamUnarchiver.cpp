@@ -43,6 +43,7 @@ void StreamUnarchiver::start() {
     ArchiveEntryInfo entry;
     entry.name = contentName();
     entry.algorithm = kAlgorithmOther;
+    entry.method = _decoder->method();
     entry.compressedSize = entrySize(_bytes.size());
     entry.hasCheckSum = false;
     OfferedEntry offer(_entries, entry);

@@ -45,6 +45,7 @@ public:
     }
 
     // Frames that are to be skipped count: they stand between others, and in front.
+    const char* method() const override { return "zstd"; }
     bool isAt(ContentBytes& bytes, std::int64_t position) const override {
         constexpr std::uint32_t kSkipped = 0x184D2A50;
         const std::uint32_t mark = bytes.signatureAt(position);

@@ -174,6 +174,7 @@ void TarUnarchiver::offer(const TarHeader& header, const Content& content) {
     const std::int64_t available = std::min(content.size, _bytes.size() - content.start);
     ArchiveEntryInfo entry;
     entry.name = header.name;
+    entry.method = content.isSparse ? "sparse" : "stored";
     entry.compressedSize = entrySize(available);
     entry.uncompressedSize = entrySize(content.isSparse ? content.fileSize : available);
     entry.hasCheckSum = false;

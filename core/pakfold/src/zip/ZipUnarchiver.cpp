@@ -28,6 +28,7 @@
 #include "zip/DeflateDecompressor.h"
 #include "zip/DescriptorFinder.h"
 #include "zip/ZipDataExtent.h"
+#include "zip/ZipMethodName.h"
 #include "zip/ZipSupport.h"
 #include "zip/ZipTroubles.h"
 #include "zip/ZipUnarchiver.h"
@@ -260,6 +261,7 @@ void ZipUnarchiver::fill(ZipEntryInfo& entry, const ZipDataExtent& extent) const
     entry.uncompressedSize = measured ? clampedSize(extent.unpackedSize) : _info.uncompressedSize;
     entry.checkSum = measured ? extent.checkSum : _info.checkSum;
     entry.time = _info.time;
+    entry.method = zipMethodName(static_cast<unsigned>(_info.method));
     entry.algorithm = kAlgorithmUnknown;
     if (_info.method == ZipConstants::STORED) entry.algorithm = kAlgorithmStored;
     if (_info.method == ZipConstants::DEFLATED) entry.algorithm = kAlgorithmDeflate;

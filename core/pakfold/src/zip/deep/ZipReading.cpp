@@ -13,6 +13,7 @@
 #include "utils/Crc.h"
 #include "zip/ZipConstants.h"
 #include "zip/ZipDescriptor.h"
+#include "zip/ZipMethodName.h"
 #include "zip/ZipTroubles.h"
 #include "zip/ZipUnarchiver.h"
 #include "zip/deep/ZipMethods.h"
@@ -58,6 +59,7 @@ public:
           _in(&_bytes.buffer(), static_cast<long>(reading.start)) {
         _entry.name = name;
         _entry.time = claim.time;
+        _entry.method = zipMethodName(reading.method);
         _entry.algorithm = _method ? _method->algorithm : kAlgorithmUnknown;
         _entry.compressedSize = static_cast<int>(reading.packedSize);
         _entry.uncompressedSize = static_cast<int>(std::min({claim.unpackedSize, reading.keptSize, mostUnpacked()}));
