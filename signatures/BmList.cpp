@@ -17,12 +17,10 @@
 #include <new>
 
 #include "ByteOrder.h"
-#include "Decimal.h"
 #include "PatternLineReader.h"
-#include "PatternParser.h"
 #include "PlainLine.h"
 #include "Raise.h"
-#include "Text.h"
+#include "RecordText.h"
 #include "util/Diag.h"
 
 using ZOV_SPACE::Exception;
@@ -32,17 +30,12 @@ namespace {
 constexpr diag::Unit kDiag{"VolePattern"};
 
 constexpr std::size_t kDigestDigits = 2 * Md5::kDigestSize;
-constexpr const char* kFieldSeparator = ":";
-constexpr std::size_t kNameField = 2;
-
 constexpr std::size_t kFewestChains = 1024;
 static_assert(PatternLineReader::kSlack >= plain::kSlack);
 
 constexpr std::uint32_t kPrefetchAhead = 16;  // Entries between a prefetch and its use.
 
 constexpr const char* kTooManyRecords = "current_sig >= total_sigs";
-
-RecordFault malformed(std::string_view line) { return {"Malformed md5 pattern [%s]", line}; }
 
 // Such a record is sound: without it the list would be incomplete, so it must not be passed over like a malformed one.
 [[noreturn]] void raiseOutOfMemory(const char* text) { ZOV_SPACE::raise<ZOV_SPACE::OutOfMemoryException>(text); }
@@ -105,12 +98,11 @@ bool BmList::addNewMd5PatSize(std::uint32_t size) {
 }
 
 std::optional<RecordFault> BmList::append(std::string_view line) {
-    if (line.size() <= kDigestDigits || line[kDigestDigits] != ':') return malformed(line);
-    const std::string_view name = ZOV_SPACE::text::field(line, kNameField, kFieldSeparator);
-    if (name.empty()) return malformed(line);
+    Md5Text fields;
+    if (auto fault = splitMd5Record(line, fields)) return fault;
 
     // The size enters the list even when the rest of the line is refused below.
-    if (!addNewMd5PatSize(static_cast<std::uint32_t>(decimalPrefix(line.substr(kDigestDigits + 1))))) {
+    if (!addNewMd5PatSize(fields.size)) {
         kDiag.at().err("failed to addNewMd5PatSize");
         raiseOutOfMemory("failed to addNewMd5PatSize");
     }
@@ -120,11 +112,9 @@ std::optional<RecordFault> BmList::append(std::string_view line) {
     }
     if (!reserveRecords(1)) raiseOutOfMemory("Alloacate bm pattern fail");
     BmRecord& record = ownRecord(_currentSig);
-    if (auto fault = PatternParser::tryHex2str(line.substr(0, kDigestDigits), record.digest, kDigestDigits)) {
-        return fault;
-    }
+    if (auto fault = decodeMd5Digits(fields.digits, record.digest)) return fault;
     try {
-        record.name = _names.store(name);
+        record.name = _names.store(fields.name);
     } catch (const std::bad_alloc&) {
         raiseOutOfMemory("Alloacate patternNode fail");
     }

@@ -59,7 +59,7 @@ public:
     void map(TableSource& source);
 
 private:
-    std::optional<RecordFault> enter(const CheckSumFields& pattern, std::string_view name);
+    void enter(const CheckSumFields& pattern, std::string_view name);
 
     std::array<Table<CheckSumRecord>, kTargetCount> _records;
     std::array<ChkIndex, kTargetCount> _indexes;

@@ -3,6 +3,7 @@
 #ifndef SIGNATURES_LOADOBSERVER_H
 #define SIGNATURES_LOADOBSERVER_H
 
+#include <cstdint>
 #include <string_view>
 
 #include "PatternLineReader.h"
@@ -21,9 +22,9 @@ public:
     // ends the load of the file, with the lines before this one in the set.
     virtual void onProblem(const PatternLine& line, const RecordFault& fault) = 0;
 
-    // The texts of one or more records that were accepted, in their order and with a line feed between each two. Must
-    // not throw.
-    virtual void onRecords(RecordKind kind, std::string_view texts) = 0;
+    // The texts of one or more records that were accepted, in their order and with a line feed between each two; the
+    // first one's line. Must not throw.
+    virtual void onRecords(RecordKind kind, std::string_view texts, std::uint64_t firstLine) = 0;
 };
 
 #endif  // SIGNATURES_LOADOBSERVER_H

@@ -72,6 +72,7 @@ private:
         if (!goesOn) {
             endRun();
             _begin = line.text.data();
+            _firstLine = line.number;
         }
         _end = line.text.data() + line.text.size();
         if (line.hasNul) _observer.onProblem(line, kBehindNul);
@@ -84,7 +85,7 @@ private:
     }
 
     void endRun() {
-        if (_begin) _observer.onRecords(_kind, {_begin, static_cast<std::size_t>(_end - _begin)});
+        if (_begin) _observer.onRecords(_kind, {_begin, static_cast<std::size_t>(_end - _begin)}, _firstLine);
         _begin = nullptr;
         _end = &kNowhere;
     }
@@ -96,6 +97,7 @@ private:
     RecordKind _kind;
     const char* _begin = nullptr;  // The run; null when there is none.
     const char* _end = &kNowhere;  // Readable wherever a line's text follows.
+    std::uint64_t _firstLine = 0;  // Of the run.
     std::uint64_t _cutLine = 0;
 };
 

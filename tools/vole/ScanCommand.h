@@ -4,10 +4,8 @@
 
 #include <string>
 
+#include "ExitCode.h"
 #include "ScanOptions.h"
-
-// What the process returns. A finding outweighs errors: errors show only when nothing was found.
-enum ExitCode { kExitClean = 0, kExitFound = 1, kExitErrors = 2 };
 
 // The starter patterns that belong to this program: beside it, or where they were installed with it. Found from where
 // the program is, so both may be moved together.

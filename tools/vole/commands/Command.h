@@ -1,0 +1,43 @@
+// Command: one word of the command line, with the words and options behind it. Adds them to the program's parser when
+// it is made, and does what they say.
+#ifndef VOLE_TOOL_COMMAND_H
+#define VOLE_TOOL_COMMAND_H
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "ExitCode.h"
+
+class Command {
+public:
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+    virtual ~Command() = default;
+
+    // Whether that is what the parser has found.
+    bool isAsked() const { return _app.parsed(); }
+
+    // Answers on standard output; what it cannot do, on standard error. Throws LoadError and std::bad_alloc.
+    virtual ExitCode run() const = 0;
+
+protected:
+    // Borrows the parser of the word, which the one of the word before it owns.
+    explicit Command(CLI::App& app) : _app(app) {}
+
+    CLI::App& app() { return _app; }
+
+    // An argument without a name.
+    CLI::Option* addPath(const char* name, std::string& path, const char* help) {
+        return _app.add_option(name, path, help)->type_name("")->required();
+    }
+    CLI::Option* addPaths(const char* name, std::vector<std::string>& paths, const char* help) {
+        return _app.add_option(name, paths, help)->type_name("")->required();
+    }
+
+private:
+    CLI::App& _app;
+};
+
+using NewCommand = std::unique_ptr<Command>(CLI::App& parent);
+
+#endif  // VOLE_TOOL_COMMAND_H

@@ -1,0 +1,62 @@
+// "vole sig compile" and "vole sig verify".
+#include <iostream>
+
+#include "Escape.h"
+#include "Messages.h"
+#include "SigCommand.h"
+#include "VoleLibrary.h"
+
+namespace {
+
+// One line on standard output.
+ExitCode say(const std::string& path, const std::string& what, const SignaturesHandle& set) {
+    std::string line;
+    appendEscaped(line, path);
+    const auto count = vole_signatures_count(set.get());
+    std::cout << line << ": " << what << ", " << count << (count == 1 ? " signature, " : " signatures, ")
+              << vole_signatures_id(set.get()) << "\n";
+    return std::cout.flush() ? kExitClean : kExitErrors;
+}
+
+class SigCompile : public Command {
+public:
+    explicit SigCompile(CLI::App& sig)
+        : Command(*sig.add_subcommand("compile", "Write the signatures of a folder to one file, which loads at once")) {
+        addPath("DIR", _source, "Pattern directory");
+        app()
+            .add_option("-o,--output", _output, "File to write; what has its name is replaced when it is whole")
+            ->type_name("FILE")
+            ->required();
+        app().add_flag("--strict", _strict, "Write nothing when a record is not usable");
+    }
+
+    ExitCode run() const override {
+        const auto set = loadSignatures(_source, _strict ? VOLE_LOAD_STRICT : 0, complain);
+        if (const vole_error error = vole_signatures_save(set.get(), _output.c_str())) {
+            throw LoadError("cannot write " + _output + ": " + vole_error_text(error));
+        }
+        return say(_output, "written", set);
+    }
+
+private:
+    std::string _source, _output;
+    bool _strict = false;
+};
+
+class SigVerify : public Command {
+public:
+    explicit SigVerify(CLI::App& sig)
+        : Command(*sig.add_subcommand("verify", "Read a compiled set, or a folder, and compare all checksums in it")) {
+        addPath("SET", _source, "Compiled set, or pattern directory");
+    }
+
+    ExitCode run() const override { return say(_source, "sound", loadSignatures(_source, VOLE_LOAD_STRICT, complain)); }
+
+private:
+    std::string _source;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> newSigCompile(CLI::App& sig) { return std::make_unique<SigCompile>(sig); }
+std::unique_ptr<Command> newSigVerify(CLI::App& sig) { return std::make_unique<SigVerify>(sig); }
