@@ -40,21 +40,16 @@ std::size_t textBytes(const vole_path& path) {
     return bytes;
 }
 
-MemberPath copyOf(const vole_path& path) {
-    MemberPath names;
-    names.reserve(path.count);
-    for (std::size_t i = 0; i < path.count; ++i) names.emplace_back(path.components[i].data, path.components[i].size);
-    return names;
-}
-
 Finding copyOf(const vole_finding& finding) {
     Finding copy{finding.name, vole_kind_name(finding.kind), vole_form_name(finding.form), finding.allowed != 0,
-                 std::nullopt, copyOf(finding.member)};
+                 std::nullopt, memberOf(finding.member)};
     if (finding.offset != VOLE_NO_OFFSET) copy.offset = finding.offset;
     return copy;
 }
 
-Reason copyOf(const vole_reason& reason) { return {vole_reason_name(reason.code), reason.text, copyOf(reason.member)}; }
+Reason copyOf(const vole_reason& reason) {
+    return {vole_reason_name(reason.code), reason.text, memberOf(reason.member)};
+}
 
 bool isAllowed(const vole_finding& finding) { return finding.allowed != 0; }
 bool isAllowed(const vole_reason&) { return false; }
@@ -94,6 +89,13 @@ Outcome outcomeOf(vole_outcome outcome) {
 }
 
 }  // namespace
+
+MemberPath memberOf(const vole_path& path) {
+    MemberPath names;
+    names.reserve(path.count);
+    for (std::size_t i = 0; i < path.count; ++i) names.emplace_back(path.components[i].data, path.components[i].size);
+    return names;
+}
 
 SignaturesHandle loadSignatures(const std::string& path, std::uint32_t flags, const NoteProblem& note) {
     Problems problems{path, note};

@@ -38,6 +38,8 @@ inline Reason reasonFor(vole_reason_code code, std::string text) {
     return {vole_reason_name(code), std::move(text), {}};
 }
 
+MemberPath memberOf(const vole_path& path);
+
 ScannerHandle makeScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
 
 // What the scanner's latest scan, which returned `error`, came to, under this path. Names and texts beyond 1 MiB are

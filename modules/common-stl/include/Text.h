@@ -1,5 +1,6 @@
 // Text.h: what every parser of texts needs: trimming, fields, hexadecimal digits, letter case. Works on views,
-// allocates nothing and throws nothing; letters and blanks are ASCII's (Ascii.h), whatever the host's locale.
+// allocates nothing and throws nothing, except for hexOf(); letters and blanks are ASCII's (Ascii.h), whatever the
+// host's locale.
 //
 // StringHelper, Utils and VoleUtil offer the same under the names and with the oddities that they have always had.
 #ifndef COMMON_STL_TEXT_H
@@ -10,6 +11,8 @@
 #include <concepts>
 #include <cstddef>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 
 #include "Ascii.h"
@@ -113,6 +116,15 @@ constexpr std::size_t decodeHex(std::string_view digits, unsigned char* out) {
         out[count] = static_cast<unsigned char>(byte);
     }
     return count;
+}
+
+// Two lower-case digits for each byte. Throws std::bad_alloc.
+inline std::string hexOf(std::span<const unsigned char> bytes) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string digits;
+    digits.reserve(2 * bytes.size());
+    for (const unsigned char byte : bytes) digits.append({kDigits[byte >> 4], kDigits[byte & 15]});
+    return digits;
 }
 
 // The number that hexadecimal digits make, of which the lowest ones count when they are too many for the type. Nothing

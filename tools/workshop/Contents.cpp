@@ -1,0 +1,80 @@
+#include "Contents.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+
+#include "Escape.h"
+#include "Exception.h"
+#include "Md5.h"
+#include "Text.h"
+
+namespace {
+
+// What the library calls, and nothing may be thrown through.
+struct Walk {
+    ContentVisitor& visitor;
+    std::exception_ptr failure = nullptr;
+
+    static int onEvent(void* context, const vole_event* event) noexcept {
+        Walk& walk = *static_cast<Walk*>(context);
+        if (event->content && !walk.failure) {
+            try {
+                walk.visitor.onContent({memberOf(event->member), *event->content});
+            } catch (...) {
+                walk.failure = std::current_exception();
+            }
+        }
+        return walk.failure ? 1 : 0;
+    }
+};
+
+}  // namespace
+
+FileReport walkContents(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags,
+                        const std::string& path, ContentVisitor& visitor) {
+    Walk walk{visitor};
+    const ScannerHandle scanner = makeScanner(signatures, limits, flags | VOLE_SCAN_ALL_MATCHES | VOLE_SCAN_CONTENTS);
+    vole_scanner_set_events(scanner.get(), Walk::onEvent, &walk);
+    const vole_error error = vole_scan_path(scanner.get(), path.c_str(), nullptr);
+    if (walk.failure) std::rethrow_exception(walk.failure);
+    return reportOf(scanner.get(), path, error);
+}
+
+std::size_t contents::readPiece(const vole_content& content, std::uint64_t offset, char* buffer) {
+    const std::ptrdiff_t count = vole_content_read(&content, offset, buffer, kPiece);
+    if (count <= 0) throw LoadError("the content cannot be read");
+    return static_cast<std::size_t>(count);
+}
+
+std::unique_ptr<ZOV_SPACE::SmartBufferBase> copyOf(const vole_content& content) {
+    constexpr long kMostInMemory = 64L << 20;
+    const auto size = static_cast<long>(std::min<std::uint64_t>(content.size, std::numeric_limits<long>::max()));
+    auto copy = std::make_unique<ZOV_SPACE::SmartBufferBase>(size, ZOV_SPACE::kMemoryOrFilePolicy, kMostInMemory);
+    try {
+        readPieces(content, [&copy](const char* piece, std::size_t count) {
+            copy->write(copy->getSize(), piece, static_cast<int>(count));
+        });
+    } catch (ZOV_SPACE::Exception& e) {
+        throw LoadError(std::string("the content cannot be kept: ") + e.getMessage());
+    }
+    return copy;
+}
+
+std::string md5Of(const vole_content& content) {
+    Md5 md5;
+    readPieces(content, [&md5](const char* piece, std::size_t count) { md5.MD5Update(piece, count); });
+    unsigned char digest[Md5::kDigestSize];
+    md5.MD5Final(digest);
+    return ZOV_SPACE::text::hexOf(digest);
+}
+
+std::string displayName(const std::string& file, const MemberPath& member) {
+    std::string name;
+    appendEscaped(name, file);
+    for (const std::string& component : member) {
+        name += '/';
+        appendEscaped(name, component);
+    }
+    return name;
+}
