@@ -108,7 +108,7 @@ std::optional<RecordFault> BmList::append(std::string_view line) {
     }
     if (_totalSigs != 0 && _currentSig >= _totalSigs) {
         kDiag.at().err("%s", kTooManyRecords);
-        return RecordFault{kTooManyRecords};
+        return RecordFault{kTooManyRecords, {}, 0, RecordFault::Kind::unannounced};
     }
     if (!reserveRecords(1)) raiseOutOfMemory("Alloacate bm pattern fail");
     BmRecord& record = ownRecord(_currentSig);

@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <deque>
 #include <optional>
 #include <string_view>
@@ -81,6 +82,14 @@ public:
     // Passes the names of all signatures with this digest to `visit`, newest first, until it answers true: then true.
     template <class Visit>
     bool visitFoundMD5(const unsigned char* digest, Visit visit) const;
+
+    // Passes each two records with one digest of which none lies between them, by their numbers from 0, the older one
+    // first; what is older is never found. False when records are so many and so alike that it would take too long to
+    // find all, which takes somebody who makes them so.
+    // REQUIRES: index() has run since the latest record.
+    template <class Visit>
+    bool visitRepeats(Visit visit) const;
+    const char* nameOf(std::uint32_t number) const { return _names.at(record(number).name); }
 
     // Signatures added so far.
     std::uint32_t count() const { return _currentSig; }
@@ -150,6 +159,25 @@ bool BmList::visitFoundMD5(const unsigned char* digest, Visit visit) const {
         if (visit(_names.at(record(found - 1).name))) return true;
     }
     return false;
+}
+
+template <class Visit>
+bool BmList::visitRepeats(Visit visit) const {
+    constexpr std::uint32_t kPrefetchAhead = 16;
+    std::uint64_t stepsLeft = std::uint64_t{64} * (_currentSig + 1024U);
+    for (std::uint32_t number = 1; number <= _currentSig; ++number) {
+        if (number + kPrefetchAhead <= _currentSig) {
+            const std::uint32_t next = olderThan(number + kPrefetchAhead);
+            if (next) __builtin_prefetch(&record(next - 1));
+        }
+        for (std::uint32_t older = olderThan(number); older; older = olderThan(older)) {
+            if (stepsLeft-- == 0) return false;
+            if (std::memcmp(record(older - 1).digest, record(number - 1).digest, Md5::kDigestSize) != 0) continue;
+            visit(older - 1, number - 1);
+            break;
+        }
+    }
+    return true;
 }
 
 #endif  // SIGNATURES_BMLIST_H

@@ -22,6 +22,9 @@ public:
     // ends the load of the file, with the lines before this one in the set.
     virtual void onProblem(const PatternLine& line, const RecordFault& fault) = 0;
 
+    // A line "#count:", and whether it stands where such lines count. Must not throw. Default: nothing.
+    virtual void onCount(const PatternLine&, bool) {}
+
     // The texts of one or more records that were accepted, in their order and with a line feed between each two; the
     // first one's line. Must not throw.
     virtual void onRecords(RecordKind kind, std::string_view texts, std::uint64_t firstLine) = 0;

@@ -17,13 +17,15 @@
 
 namespace {
 
-constexpr RecordFault kNoLineFeed{"The file ends without a line feed, so its last line is left out"};
-constexpr RecordFault kCut{"A line of more than 1023 bytes is cut: what follows is read as another line"};
-constexpr RecordFault kBehindNul{"What stands behind a NUL is left out"};
+constexpr RecordFault kNoLineFeed{
+    "The file ends without a line feed, so its last line is left out", {}, 0, RecordFault::Kind::noLineFeed};
+constexpr RecordFault kCut{
+    "A line of more than 1023 bytes is cut: what follows is read as another line", {}, 0, RecordFault::Kind::longLine};
+constexpr RecordFault kBehindNul{"What stands behind a NUL is left out", {}, 0, RecordFault::Kind::nul};
 
 // Stands in for an observer where there is none. Costs nothing.
 struct NoReport {
-    void onComment(const PatternLine&) {}
+    void onComment(const PatternLine&, bool) {}
     void onData(const PatternLine&, const std::optional<RecordFault>&) {}
     void onEnd() {}
 };
@@ -42,8 +44,9 @@ public:
         endRun();
     }
 
-    void onComment(const PatternLine& line) {
+    void onComment(const PatternLine& line, bool heeded) {
         if (line.cut) onCut(line);
+        if (line.kind == PatternLine::Kind::count) _observer.onCount(line, heeded);
     }
 
     void onData(const PatternLine& line, const std::optional<RecordFault>& fault) {
@@ -124,7 +127,7 @@ void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount on
             report.onData(line, fault);
         } else {
             if (line.kind == PatternLine::Kind::count && headerOpen) onCount(line.count);
-            report.onComment(line);
+            report.onComment(line, headerOpen);
         }
     }
     report.onEnd();

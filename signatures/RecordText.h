@@ -1,5 +1,5 @@
-// RecordText.h: record lines of pattern files, taken apart: for the lists that records go into, and for tools that check
-// and explain them. Stateless.
+// RecordText.h: record lines of pattern files, taken apart: for the lists that records go into, and for tools that
+// check and explain them. Stateless.
 #ifndef SIGNATURES_RECORDTEXT_H
 #define SIGNATURES_RECORDTEXT_H
 

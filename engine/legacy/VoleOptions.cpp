@@ -6,6 +6,7 @@
 #include "ConfigUtil.h"
 #include "Decimal.h"
 #include "NoCancel.h"
+#include "OptionText.h"
 #include "VoleUtil.h"
 #include "io/RegularFile.h"
 #include "util/Diag.h"
@@ -28,11 +29,11 @@ struct Option {
 
 // Kept as is: the ratio's error message names another key; hosts know the text.
 constexpr Option kOptions[] = {
-    {"MaxUnarEntries", &OptionValues::maxEntries, "MaxUnarEntries", 220, 284},
-    {"MaxUnarRatio", &OptionValues::maxRatio, "MaxUnarRadio", 232, 285},
-    {"MaxUnarLevelEntries", &OptionValues::maxLevelEntries, "MaxUnarLevelEntries", 244, 286},
-    {"MaxUnarDepth", &OptionValues::maxDepth, "MaxUnarDepth", 256, 287},
-    {"MaxUnarSize", &OptionValues::maxSize, "MaxUnarSize", 268, 288, " bytes"},
+    {options::kMaxEntries, &OptionValues::maxEntries, "MaxUnarEntries", 220, 284},
+    {options::kMaxRatio, &OptionValues::maxRatio, "MaxUnarRadio", 232, 285},
+    {options::kMaxLevelEntries, &OptionValues::maxLevelEntries, "MaxUnarLevelEntries", 244, 286},
+    {options::kMaxDepth, &OptionValues::maxDepth, "MaxUnarDepth", 256, 287},
+    {options::kMaxSize, &OptionValues::maxSize, "MaxUnarSize", 268, 288, " bytes"},
 };
 
 struct CloseFile {

@@ -19,6 +19,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 // What every command of the transcript finds in its working folder.
 void fillSandbox(const TempDir& box) {
@@ -43,6 +44,18 @@ void fillSandbox(const TempDir& box) {
         {"spoilt/x.hdb", "nonsense\n" + ownRecord + "zz2483a95bdf581f3a966cab73e607d6:13:Bad-Digest\n"},
         {"only-lists/pattern_assistant.xml", "<l><Spyware><i name=\"x\"/></Spyware></l>"},
         // The digests of the file "clean" and of the last member of nested.zip.
+        {"odd/a.hdb", "#count:5\n" + ownRecord + ownRecord + "44d88612fea8a8f36de82e1278abb02f:0:Zero:x\n#count:7\n" +
+                          "44d88612fea8a8f36de82e1278abb02f:6z:Nul\0x\n"s + std::string(1030, 'L') +
+                          "\nda2483a9:1:Cut"},
+        {"odd/b.hdb", "#count:1\n\n" + ownRecord.substr(0, 36) + "Other\n" + ownRecord},
+        {"odd/c.chk",
+         "00:0000:0000:44:58354f21:3ccf5168:0022:22:bc7cdfd7:A\n00:0000:0000:44:58354f21:3ccf5168:0022:22:bc7cdfd7:B\n"
+         "07:0100:0003:2:58354f21:3ccf5168:ffff:0:bc7cdfd7:C\n00:0200:0003:2:58354f21:3ccf5168:0:0:bc7cdfd7:D\n"
+         "00:0000:0000:zz:58354f21:3ccf5168:0022:22:bc7cdfd7:E\n00:0000:0000:44:58354f21:3ccf5168\n"},
+        {"odd/voleeng.ini",
+         "MaxUnarSize = 12\nMaxUnarSize=13\n Foo = 1\nMaxUnarDepth = x ; y\nMaxUnarRatio =\n; c\n"
+         "MaxUnarEntries = 99999999999\n"},
+        {"odd/pattern_assistant.xml", "<l><FalseAlarm><i name='a'/><i name='a'/></FalseAlarm></l>"},
         {"own/own.hdb", ownRecord + "addec426932e71323700afa1911f8f1c:4:Own-False\n"},
         {"own/pattern_assistant.xml", "<l><FalseAlarm><i name=\"own-FALSE\"/></FalseAlarm></l>"},
         {"own/voleeng.ini", "MaxUnarDepth=7\n"},

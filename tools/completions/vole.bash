@@ -12,8 +12,11 @@ _vole() {
     local options='-h --help --version' values kind=words
     if [[ ${COMP_WORDS[1]} == sig && $COMP_CWORD -gt 1 ]]; then
         options='-h --help'
-        if [[ ${COMP_WORDS[2]} == compile ]]; then options+=' -o --output --strict'; fi
-        values="compile verify $options"
+        case ${COMP_WORDS[2]} in
+            check) options+=' --strict --json --names' ;;
+            compile) options+=' -o --output --strict' ;;
+        esac
+        values="check compile verify $options"
         if [[ $COMP_CWORD -gt 2 ]]; then
             if [[ $word == -* ]]; then values=$options; else kind='file'; fi
         fi

@@ -4,9 +4,15 @@ complete -c vole -f
 complete -c vole -s h -l help -d 'Print the options'
 complete -c vole -n __fish_use_subcommand -l version -d 'Print the versions'
 complete -c vole -n __fish_use_subcommand -a scan -d 'Scan files and folders'
-complete -c vole -n __fish_use_subcommand -a sig -d 'Compile and verify sets of signatures'
-complete -c vole -n '__fish_seen_subcommand_from sig; and not __fish_seen_subcommand_from compile verify' \
-    -a 'compile verify'
+complete -c vole -n __fish_use_subcommand -a sig -d 'Check and compile signatures'
+complete -c vole -n '__fish_seen_subcommand_from sig; and not __fish_seen_subcommand_from check compile verify' \
+    -a 'check compile verify'
+
+set -l check -c vole -n '__fish_seen_subcommand_from check'
+complete $check -F
+complete $check -l strict -d 'Warnings count for the exit status'
+complete $check -l json -d 'Report in lines of JSON'
+complete $check -l names -x -d 'Names have to fit this shell pattern'
 
 set -l compile -c vole -n '__fish_seen_subcommand_from compile verify'
 complete $compile -F

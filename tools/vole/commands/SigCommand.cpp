@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr NewCommand* kCommands[] = {newSigCompile, newSigVerify};
+constexpr NewCommand* kCommands[] = {newSigCheck, newSigCompile, newSigVerify};
 
 }  // namespace
 

@@ -7,7 +7,7 @@
 
 #include "Command.h"
 
-NewCommand newSigCompile, newSigVerify;
+NewCommand newSigCheck, newSigCompile, newSigVerify;
 
 class SigCommand : public Command {
 public:
