@@ -41,6 +41,12 @@ void VirusList::addSpyware(const std::string& name) {
     spywareList.emplace_back(name.c_str(), name.c_str() + name.size() + 1);
 }
 
+std::vector<std::string> VirusList::spyware() const {
+    std::vector<std::string> names;
+    for (const std::vector<char>& text : spywareList) names.emplace_back(text.data());
+    return names;
+}
+
 bool VirusList::isFalseAlarm(const char* name) const {
     return name && std::any_of(faList.begin(), faList.end(), [name](const std::string& entry) {
                return ZOV_SPACE::text::sameIgnoringCase(entry, name);

@@ -26,6 +26,7 @@ public:
     void addSpyware(const std::string& name);
 
     const std::vector<std::string>& falseAlarms() const { return faList; }
+    std::vector<std::string> spyware() const;
 
     std::size_t falseAlarmCount() const { return faList.size(); }
     std::size_t spywareCount() const { return spywareList.size(); }

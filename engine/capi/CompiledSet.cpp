@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "Raise.h"
 #include "TableFile.h"
 #include "io/FileIo.h"
+#include "io/NewFile.h"
 #include "io/RegularFile.h"
 
 #define XXH_INLINE_ALL
@@ -229,39 +229,6 @@ private:
     std::vector<DirectoryEntry> _directory;
 };
 
-// A file with a name of its own beside the one that it is to become; gone unless it does.
-class NewFile {
-public:
-    explicit NewFile(const char* path)
-        : _path(path), _newPath(_path + "." + std::to_string(std::random_device()()) + ".new") {
-        constexpr mode_t kReadableByAll = 0644;
-        _file = ZOV_SPACE::openFile(_newPath.c_str(), O_RDWR | O_CREAT | O_EXCL, kReadableByAll);
-    }
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-    ~NewFile() {
-        if (_file) ::unlink(_newPath.c_str());
-    }
-
-    int fd() const { return _file.get(); }
-    explicit operator bool() const { return static_cast<bool>(_file); }
-
-    // False with errno set. What is on the disk under the name, after a power failure too, is the old file or this.
-    bool takeName() {
-        if (::fsync(_file.get()) != 0 || ::rename(_newPath.c_str(), _path.c_str()) != 0) return false;
-        _file.reset();
-        const std::size_t slash = _path.rfind('/');
-        const std::string folder = slash == std::string::npos ? "." : _path.substr(0, slash + 1);
-        const auto directory = ZOV_SPACE::openForReading(folder.c_str());
-        return directory && ::fsync(directory.get()) == 0;
-    }
-
-private:
-    std::string _path;
-    std::string _newPath;
-    ZOV_SPACE::OwnFd _file;
-};
-
 // Of a failed system call, for whoever asked for the file.
 vole_error errorOf(int systemError) { return systemError == EISDIR ? VOLE_E_NOT_FILE : capi::errorOfPath(systemError); }
 
@@ -276,7 +243,7 @@ void saveFalseAlarms(const FalseAlarms& falseAlarms, TableSink& sink) {
 vole_error saveSet(const vole_signatures& set, const char* path) {
     struct stat status;
     if (::stat(path, &status) == 0 && !S_ISREG(status.st_mode)) return VOLE_E_NOT_FILE;
-    NewFile file(path);
+    ZOV_SPACE::NewFile file(path);
     if (!file) return errorOf(errno);
     FileSink sink(file.fd());
     set.patterns.save(sink);

@@ -11,6 +11,7 @@
 #include "RecordText.h"
 #include "VoleLibrary.h"
 #include "io/File.h"
+#include "util/XMLTree.h"
 
 namespace {
 
@@ -74,7 +75,7 @@ void addFilesOf(const std::string& folder, std::vector<std::string>& files) {
     if (!ZOV_SPACE::File(folder.c_str()).list(names)) throw LoadError(folder + ": " + systemText(errno));
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
-        const std::string path = folder + (folder.ends_with('/') ? "" : "/") + name;
+        const std::string path = inFolder(folder, name);
         struct stat status;
         const bool isFile =
             PatternContainer::isPatternName(name) && ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
@@ -83,6 +84,10 @@ void addFilesOf(const std::string& folder, std::vector<std::string>& files) {
 }
 
 }  // namespace
+
+std::string inFolder(const std::string& folder, const std::string& name) {
+    return folder + (folder.ends_with('/') ? "" : "/") + name;
+}
 
 void RecordVisitor::onProblem(const std::string&, const PatternLine&, const RecordFault&) {}
 
@@ -101,6 +106,20 @@ std::vector<std::string> patternFilesAt(const std::vector<std::string>& paths) {
         }
     }
     return files;
+}
+
+void readListsOf(const std::string& folder, VirusList& list) {
+    const auto parser = ZOV_SPACE::XMLParser::createDefaultXMLParser();
+    if (!parser) throw std::bad_alloc();
+    const std::string file = inFolder(folder, kVirusListFile);
+    try {
+        const bool opened = readVirusList(*parser, file, list);
+        if (!opened && !PatternContainer::meansNoFile(errno)) throw LoadError(file + ": " + systemText(errno));
+    } catch (const ZOV_SPACE::OutOfMemoryException&) {
+        throw std::bad_alloc();
+    } catch (ZOV_SPACE::Exception& e) {
+        throw LoadError(file + ": " + e.getMessage());
+    }
 }
 
 void readRecords(const std::string& file, PatternContainer& set, RecordVisitor& visitor) {

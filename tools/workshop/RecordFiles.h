@@ -11,6 +11,7 @@
 #include "LoadObserver.h"
 #include "Md5.h"
 #include "PatternContainer.h"
+#include "VirusList.h"
 
 // One record that the loader accepts. The views are valid during the call that it is given to.
 struct Record {
@@ -37,9 +38,15 @@ public:
     virtual void onProblem(const std::string& file, const PatternLine& line, const RecordFault& fault);
 };
 
+// The path of what has that name in the folder.
+std::string inFolder(const std::string& folder, const std::string& name);
+
 // What each path stands for: a folder for its pattern files, in byte order of their names, as a load takes them; a
 // pattern file for itself. Throws LoadError for what is neither, or cannot be looked at.
 std::vector<std::string> patternFilesAt(const std::vector<std::string>& paths);
+
+// Adds the names in a folder's lists, if it has any. Throws LoadError when the file of that name cannot be used.
+void readListsOf(const std::string& folder, VirusList& list);
 
 // Loads one of them into a set and tells of its lines, problems in the order of lines, and records in theirs. Throws
 // LoadError when the file cannot be read.

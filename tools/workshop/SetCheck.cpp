@@ -44,9 +44,9 @@ void sortOut(const std::string& path, SetFiles& files) {
     const auto patterns = patternFilesAt({path});
     files.patterns.insert(files.patterns.end(), patterns.begin(), patterns.end());
     if (!S_ISDIR(status.st_mode)) return;
-    const std::string folder = path + (path.ends_with('/') ? "" : "/");
     for (const auto& [beside, kind] : {std::pair(options::kFileName, &files.options), {kVirusListFile, &files.lists}}) {
-        if (::lstat((folder + beside).c_str(), &status) == 0) kind->push_back(folder + beside);
+        const std::string file = inFolder(path, beside);
+        if (::lstat(file.c_str(), &status) == 0) kind->push_back(file);
     }
 }
 

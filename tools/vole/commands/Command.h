@@ -3,9 +3,15 @@
 #ifndef VOLE_TOOL_COMMAND_H
 #define VOLE_TOOL_COMMAND_H
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
 
+#include "Escape.h"
 #include "ExitCode.h"
 
 class Command {
@@ -25,6 +31,15 @@ protected:
     explicit Command(CLI::App& app) : _app(app) {}
 
     CLI::App& app() { return _app; }
+
+    // What a record's line is printed as: as it stands, so that it can be used, but on a terminal, which it could
+    // steer.
+    static std::string printable(std::string_view record) {
+        if (::isatty(STDOUT_FILENO) == 0) return std::string(record);
+        std::string text;
+        appendEscaped(text, record);
+        return text;
+    }
 
     // An argument without a name.
     CLI::Option* addPath(const char* name, std::string& path, const char* help) {

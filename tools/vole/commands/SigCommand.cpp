@@ -4,7 +4,8 @@
 
 namespace {
 
-constexpr NewCommand* kCommands[] = {newSigCheck, newSigCompile, newSigVerify};
+constexpr NewCommand* kCommands[] = {newSigCheck, newSigCompile, newSigDiff, newSigFind,
+                                     newSigList,  newSigMerge,   newSigStat, newSigVerify};
 
 }  // namespace
 

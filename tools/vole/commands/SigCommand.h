@@ -7,7 +7,7 @@
 
 #include "Command.h"
 
-NewCommand newSigCheck, newSigCompile, newSigVerify;
+NewCommand newSigCheck, newSigCompile, newSigDiff, newSigFind, newSigList, newSigMerge, newSigStat, newSigVerify;
 
 class SigCommand : public Command {
 public:
