@@ -1,10 +1,12 @@
 // SizeSet: a set of 32-bit file sizes with constant-time lookup: open addressing with linear probing, at most three
 // quarters full. 5 to 11 bytes a size. Where a size goes depends on a number that differs from process to process, so
-// that no pattern file can be made whose sizes all go to the same place. Filled by one thread, or mapped from a file
-// with that process's number, then only read.
+// that no pattern file can be made whose sizes all go to the same place. On the way to where a size lies there are only
+// smaller ones, so that equal sets of as many slots are the same slots, in whatever order and steps they were filled.
+// Filled by one thread, or mapped from a file with that process's number, then only read.
 #ifndef SIGNATURES_SIZESET_H
 #define SIGNATURES_SIZESET_H
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -36,25 +38,24 @@ public:
             return;
         }
         std::size_t i = slotOf(size);
-        while (_slots[i] != kFree && _slots[i] != size) i = (i + 1) & (_slots.size() - 1);
-        _count += _slots[i] == kFree;
+        for (; _slots[i] != kFree; i = (i + 1) & (_slots.size() - 1)) {
+            if (_slots[i] == size) return;
+            const std::uint32_t there = _slots[i];
+            _slots.at(i) = std::min(there, size);
+            size = std::max(there, size);
+        }
+        ++_count;
         _slots.at(i) = size;
     }
 
     // Makes room for `extra` more sizes. Throws std::bad_alloc and leaves the set as it was.
     void reserve(std::size_t extra) {
-        const std::size_t wanted = (_count + extra) + (_count + extra) / 3 + 1;
-        if (wanted <= _slots.size()) return;
-        unsigned bits = kSmallestBits;
-        while ((std::size_t{1} << bits) < wanted) ++bits;
-        SizeSet larger;
-        larger._slots = Slots(std::size_t{1} << bits, kFree);
-        larger._shift = 32 - bits;
-        larger._hasZero = _hasZero;
-        for (const std::uint32_t size : _slots) {
-            if (size != kFree) larger.insert(size);
-        }
-        *this = std::move(larger);
+        if (slotsFor(_count + extra) > _slots.size()) moveTo(slotsFor(_count + extra));
+    }
+
+    // Gives back the room that turned out not to be needed. Throws std::bad_alloc and leaves the set as it was.
+    void fit() {
+        if (!_slots.empty() && slotsFor(_count) < _slots.size()) moveTo(slotsFor(_count));
     }
 
     void prefetch(std::uint32_t size) const { __builtin_prefetch(&_slots[slotOf(size)], 1); }
@@ -92,6 +93,21 @@ private:
         std::uint32_t hash = (size ^ _seed) * 0x9E3779B1U;
         hash = (hash ^ (hash >> 15)) * 0x85EBCA6BU;
         return hash >> _shift;
+    }
+
+    static std::size_t slotsFor(std::size_t sizes) {
+        return std::bit_ceil(std::max(sizes + sizes / 3 + 1, std::size_t{1} << kSmallestBits));
+    }
+
+    void moveTo(std::size_t slots) {
+        SizeSet moved;
+        moved._slots = Slots(slots, kFree);
+        moved._shift = 32 - static_cast<unsigned>(std::countr_zero(slots));
+        moved._hasZero = _hasZero;
+        for (const std::uint32_t size : _slots) {
+            if (size != kFree) moved.insert(size);
+        }
+        *this = std::move(moved);
     }
 
     static std::uint32_t processSeed() {
