@@ -14,9 +14,9 @@
  *     if (vole_scan_path(scanner, "suspect.zip", &outcome) == VOLE_OK && outcome == VOLE_OUTCOME_FOUND) ...
  *
  * Threads. A set may be used by any number of threads at once; a scanner by one at a time, but vole_scanner_cancel(),
- * which any thread may call. There is no other state: nothing is process-wide. The library starts no threads, handles
- * no signals, writes to no descriptor, never ends the process, and no C++ exception leaves it. A forked child may use
- * what it has a copy of, if no call into the library was under way in another thread.
+ * which any thread may call. There is no other state: nothing is process-wide. The library starts no threads unless
+ * VOLE_LOAD_THREADS allows it, handles no signals, writes to no descriptor, never ends the process, and no C++ exception
+ * leaves it. A forked child may use what it has a copy of, if no call into the library was under way in another thread.
  *
  * Strings are bytes that end with a NUL, in no particular encoding. Names of archive members are given with a length,
  * as they stand in the archive, and may have any byte in them.
@@ -79,6 +79,9 @@ typedef int (*vole_load_problem_fn)(void* context, const vole_load_problem* prob
 
 /* Flags for loading. */
 #define VOLE_LOAD_STRICT 1u /* Any problem makes the load fail, once all files were looked at, compiled sets whole. */
+/* The load may use threads of its own, which block all signals and have ended when the call returns. The set, the
+ * problems and their order are the same, and on_problem is called on the caller's thread. For a spare processor. */
+#define VOLE_LOAD_THREADS 2u
 
 typedef struct vole_load_options {
     size_t struct_size;

@@ -7,6 +7,10 @@
 // How sizes are kept: repeats of the one before are dropped on the way in, as files sorted by size have them; the rest
 // waits in a queue until index() can make room for all at once.
 //
+// How two threads share the work: what is added is handed over in batches, each of which has all that entering it takes
+// to know; the blocks that its records lie in do not move. Links and tables depend on the records, their order and
+// their number only, so it makes no difference who entered which.
+//
 // Both tables are far larger than the caches when they are filled, so the entry that comes 16 later is fetched ahead.
 #include "BmList.h"
 
@@ -14,13 +18,16 @@
 #include <bit>
 #include <climits>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "ByteOrder.h"
 #include "PatternLineReader.h"
 #include "PlainLine.h"
 #include "Raise.h"
 #include "RecordText.h"
+#include "SecondThread.h"
 #include "util/Diag.h"
 
 using ZOV_SPACE::Exception;
@@ -49,6 +56,8 @@ std::uint64_t hashOf(const unsigned char* digest) {
 
 // The chain, of 2^(64 - chainShift), that the hash belongs to.
 std::size_t chainOf(std::uint64_t hash, unsigned chainShift) { return static_cast<std::size_t>(hash >> chainShift); }
+
+std::size_t chainsFor(std::size_t records) { return std::bit_ceil(std::max(records, kFewestChains)); }
 
 std::uint32_t filterBit(std::uint64_t hash, unsigned chainShift) {
     return std::uint32_t{1} << ((hash >> (chainShift - 5)) & 31);
@@ -147,23 +156,78 @@ void BmList::addString(const char* line) {
 }
 
 void BmList::index() {
-    indexSizes();
+    if (_second) {
+        SecondThread& second = *_second;
+        handOver(_currentSig);
+        _second = nullptr;
+        second.finish();
+        if (chainsFor(_currentSig) != bm_suffix.size()) dropChains();  // Not that both take memory at once.
+    }
+    enterSizes(_newSizes);
+    _newSizes.clear();
+    _newSizes.shrink_to_fit();
     indexRecords();
 }
 
-void BmList::indexSizes() {
-    _sizes.reserve(_newSizes.size());
-    for (auto size = _newSizes.cbegin(); size != _newSizes.cend(); ++size) {
-        if (_newSizes.cend() - size > std::ptrdiff_t{kPrefetchAhead}) _sizes.prefetch(size[kPrefetchAhead]);
-        _sizes.insert(*size);
+void BmList::finish() {
+    index();
+    try {
+        _sizes.fit();
+    } catch (const std::bad_alloc&) {
+        // Then it stays as it is.
     }
-    _newSizes.clear();
-    _newSizes.shrink_to_fit();
 }
 
-void BmList::init() {
-    const std::size_t wanted = std::bit_ceil(std::max<std::size_t>(_currentSig, kFewestChains));
-    if (wanted <= bm_suffix.size()) return;
+void BmList::handOver(std::uint64_t expected) {
+    const auto records =
+        std::max<std::size_t>(static_cast<std::size_t>(std::min(expected, kMostExpected)), _currentSig);
+    if (_handedOver == 0) _second->post([this, records] { expect(records); });
+    do {
+        const auto batch = std::make_shared<Batch>();
+        batch->records = blockFrom(_handedOver);
+        batch->first = _handedOver;
+        batch->sizes = std::exchange(_newSizes, {});
+        _second->post([this, batch] { enter(*batch); });
+        _handedOver += static_cast<std::uint32_t>(batch->records.size());
+    } while (_handedOver < _currentSig);
+}
+
+// Sets room aside, as much as index() would if it came to that many records. What is wrong with that is put right in
+// the end: what is short grows, and chains of another number are made anew.
+void BmList::expect(std::size_t records) {
+    try {
+        _sizes.reserve(records);
+        init(chainsFor(records));
+    } catch (const std::bad_alloc&) {
+        // Then what is entered has to do without.
+    } catch (const ZOV_SPACE::OutOfMemoryException&) {
+    }
+}
+
+void BmList::enter(const Batch& batch) {
+    enterSizes(batch.sizes);
+    if (bm_suffix.empty()) return;
+    enterRecords(batch.records, batch.first);
+    _indexedSigs = batch.first + static_cast<std::uint32_t>(batch.records.size());
+}
+
+void BmList::enterSizes(const Sizes& sizes) {
+    _sizes.reserve(sizes.size());
+    for (auto size = sizes.cbegin(); size != sizes.cend(); ++size) {
+        if (sizes.cend() - size > std::ptrdiff_t{kPrefetchAhead}) _sizes.prefetch(size[kPrefetchAhead]);
+        _sizes.insert(*size);
+    }
+}
+
+void BmList::dropChains() {
+    bm_shift = {};
+    bm_suffix = {};
+    _indexedSigs = 0;
+}
+
+// Has so many chains, which hold no record then unless there were as many before.
+void BmList::init(std::size_t wanted) {
+    if (wanted == bm_suffix.size()) return;
     try {
         if (bm_shift.empty()) bm_shift = Table<std::uint32_t>(kBucketWords);
         bm_suffix = Chains(wanted);
@@ -171,30 +235,44 @@ void BmList::init() {
         raiseOutOfMemory(" allocate bm_shift&bm_suffix fail ");
     }
     _chainShift = 64 - static_cast<unsigned>(std::countr_zero(wanted));
-    _indexedSigs = 0;  // Every record goes into the new chains.
+    _indexedSigs = 0;
 }
 
 void BmList::indexRecords() {
     if (_indexedSigs == _currentSig) return;
-    init();
-    for (std::uint32_t number = _indexedSigs; number < _currentSig; ++number) {
-        if (_currentSig - number > kPrefetchAhead) {
-            const std::uint64_t hash = hashOf(record(number + kPrefetchAhead).digest);
-            __builtin_prefetch(&bm_suffix[chainOf(hash, _chainShift)], 1);
-        }
-        addPattern(number);
+    init(chainsFor(_currentSig));
+    while (_indexedSigs < _currentSig) {
+        const auto records = blockFrom(_indexedSigs);
+        enterRecords(records, _indexedSigs);
+        _indexedSigs += static_cast<std::uint32_t>(records.size());
     }
-    _indexedSigs = _currentSig;
 }
 
-void BmList::addPattern(std::uint32_t number) {
-    BmRecord& added = ownRecord(number);
+// The records from that one on that lie behind it.
+std::span<BmRecord> BmList::blockFrom(std::uint32_t first) {
+    if (first == _currentSig) return {};
+    const std::size_t left = kBlockRecords - first % kBlockRecords;
+    return {&ownRecord(first), std::min<std::size_t>(left, _currentSig - first)};
+}
+
+void BmList::enterRecords(std::span<BmRecord> records, std::uint32_t first) {
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        if (records.size() - i > kPrefetchAhead) {
+            const std::uint64_t hash = hashOf(records[i + kPrefetchAhead].digest);
+            __builtin_prefetch(&bm_suffix[chainOf(hash, _chainShift)], 1);
+        }
+        enterRecord(records[i], first + static_cast<std::uint32_t>(i) + 1);
+    }
+}
+
+// The number is counted from 1.
+void BmList::enterRecord(BmRecord& added, std::uint32_t number) {
     const std::size_t key = bucketKey(added.digest);
     bm_shift.at(key / 32) |= std::uint32_t{1} << key % 32;
     const std::uint64_t hash = hashOf(added.digest);
     Chain& chain = bm_suffix.at(chainOf(hash, _chainShift));
     added.next = chain.newest;
-    chain.newest = number + 1;
+    chain.newest = number;
     chain.filter |= filterBit(hash, _chainShift);
 }
 
@@ -260,4 +338,6 @@ void BmList::reset() {
     _lastSize.reset();
     _sizes.clear();
     _names.clear();
+    _second = nullptr;
+    _handedOver = 0;
 }

@@ -8,7 +8,7 @@
 // tells which hashes its records have. A record costs 24 bytes, plus 8 to 16 for its chain's head, plus 5 to 11 for its
 // size, plus its name; the tables lie in large pages where the system has them.
 //
-// Filled by one thread, or mapped, then shared read-only by any number.
+// Filled by one thread, which may have a second one enter what it adds, or mapped; then shared read-only by any number.
 #ifndef SIGNATURES_BMLIST_H
 #define SIGNATURES_BMLIST_H
 
@@ -17,6 +17,7 @@
 #include <cstring>
 #include <deque>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -36,6 +37,8 @@ struct BmRecord {
     std::uint32_t next;
 };
 static_assert(sizeof(BmRecord) == 24, "files have it so");
+
+class SecondThread;
 
 class BmList {
 public:
@@ -64,6 +67,18 @@ public:
     // leaves the record out of searches until index() is called. Throws OutOfMemoryException.
     std::optional<RecordFault> append(std::string_view line);
     void index();
+
+    // From here to the next index(), which waits for it and throws what it threw, the thread enters what handOver()
+    // gives it. What it comes to is the same.
+    void shareWith(SecondThread& second) { _second = &second; }
+    bool isShared() const { return _second; }
+    // Whether that is worth the while now.
+    bool hasMuch() const { return _second && _currentSig - _handedOver >= kHandedOver; }
+    // Room is made for that many records in all when this is called first. Throws what the thread threw before.
+    void handOver(std::uint64_t expected);
+
+    // index() when nothing more is to come: gives back what room turned out not to be needed.
+    void finish();
 
     // append() for the usual kind of line, out of a text that it begins: the line's length with its line feed; 0, and
     // nothing is changed, when it takes append() to tell what the line is. plain::kSlack bytes behind the text are
@@ -113,8 +128,18 @@ private:
 
     static constexpr std::size_t kBucketWords = 65536 / 32;  // A bit for each bucket key.
     static constexpr std::size_t kBlockRecords = ZOV_SPACE::kLargePage / sizeof(BmRecord);
+    static constexpr std::uint32_t kHandedOver = 2048;       // Records, at least.
+    static constexpr std::uint64_t kMostExpected = 1 << 25;  // Records. Files that are no pattern files can be large.
 
     using Block = std::vector<BmRecord, ZOV_SPACE::LargePageAllocator<BmRecord>>;
+    using Sizes = std::deque<std::uint32_t>;
+
+    // What is handed over: records that lie behind each other, the first one's place in the list, and new sizes.
+    struct Batch {
+        std::span<BmRecord> records;
+        std::uint32_t first = 0;
+        Sizes sizes;
+    };
 
     struct Chain {
         std::uint32_t newest = 0;  // Its first record, counted from 1; 0: the chain is empty.
@@ -132,10 +157,15 @@ private:
         return next < number ? next : 0;
     }
     bool reserveRecords(std::size_t n);
-    void init();
-    void indexSizes();
+    std::span<BmRecord> blockFrom(std::uint32_t first);
+    void init(std::size_t wanted);
+    void dropChains();
+    void expect(std::size_t records);
+    void enter(const Batch& batch);
+    void enterSizes(const Sizes& sizes);
     void indexRecords();
-    void addPattern(std::uint32_t number);
+    void enterRecords(std::span<BmRecord> records, std::uint32_t first);
+    void enterRecord(BmRecord& added, std::uint32_t number);
 
     using Chains = Table<Chain, ZOV_SPACE::LargePageAllocator<Chain>>;
 
@@ -147,10 +177,13 @@ private:
     std::vector<Block> _blocks;            // The list's own records, oldest first.
     std::vector<const BmRecord*> _starts;  // Of the blocks, which lie behind each other where they come from a file.
     std::uint32_t _indexedSigs = 0;        // How many records the chains hold.
-    std::deque<std::uint32_t> _newSizes;   // Sizes that the set does not hold yet.
+    Sizes _newSizes;                       // Sizes that the set does not hold yet.
     std::optional<std::uint32_t> _lastSize;
     SizeSet _sizes;
     NameArena _names;
+    // Null unless it is sharing. Then it alone has the tables, _indexedSigs, the set of sizes and what was handed over.
+    SecondThread* _second = nullptr;
+    std::uint32_t _handedOver = 0;  // Records.
 };
 
 template <class Visit>

@@ -105,9 +105,11 @@ private:
 };
 
 // Adds the file's data lines to the list and counts those that it accepts.
-// `onCount` takes the number of a "#count:" header; one counts only before the first data line.
-template <class List, class OnCount, class Reporting>
-void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount, Reporting&& report) {
+// `onCount` takes the number of a "#count:" header; one counts only before the first data line. `onPause` is called
+// every now and then, if the list takes plain lines.
+template <class List, class OnCount, class OnPause, class Reporting>
+void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount, OnPause onPause,
+                 Reporting&& report) {
     bool headerOpen = true;
     PatternLine line;
     for (;;) {
@@ -117,6 +119,7 @@ void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount on
                 ++accepted;
                 report.onData(lines.take(length), std::nullopt);
             }
+            onPause();
         }
         if (!lines.next(line)) break;
         if (line.kind == PatternLine::Kind::data) {
@@ -133,13 +136,13 @@ void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount on
     report.onEnd();
 }
 
-template <class List, class OnCount>
-void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount, LoadObserver* observer,
-                 RecordKind kind) {
+template <class List, class OnCount, class OnPause>
+void appendLines(PatternLineReader& lines, List& list, int& accepted, OnCount onCount, OnPause onPause,
+                 LoadObserver* observer, RecordKind kind) {
     if (observer) {
-        appendLines(lines, list, accepted, onCount, Report(lines, *observer, kind));
+        appendLines(lines, list, accepted, onCount, onPause, Report(lines, *observer, kind));
     } else {
-        appendLines(lines, list, accepted, onCount, NoReport());
+        appendLines(lines, list, accepted, onCount, onPause, NoReport());
     }
 }
 
@@ -152,12 +155,12 @@ int PatternContainer::loadPattern(const std::string& path, LoadObserver* observe
     const bool isMd5 = path.ends_with(kMd5FileSuffix);
     ZOV_SPACE::OwnFd file = ZOV_SPACE::openRegularFile(path.c_str());
     if (!file) return meansNoFile(errno) ? kNoFile : kCannotOpen;
-    PatternLineReader lines(std::move(file));
+    PatternLineReader lines(std::move(file), _second);
     if (isMd5) {
         loadMd5Lines(lines, observer);
     } else {
         appendLines(
-            lines, _checkSumList, _loadedCount, [](int) {}, observer, RecordKind::checkSum);
+            lines, _checkSumList, _loadedCount, [](int) {}, [] {}, observer, RecordKind::checkSum);
     }
     return 0;
 }
@@ -168,13 +171,36 @@ void PatternContainer::loadMd5Lines(PatternLineReader& lines, LoadObserver* obse
         const auto plausible = std::min<std::uint64_t>(lines.bytesLeft() / BmList::kMinLineLength + 1, INT_MAX);
         _md5List.allocate(count, static_cast<std::size_t>(plausible));
     };
+    _bytesLeft -= std::min(_bytesLeft, lines.bytesLeft());
+    const auto share = [&] {
+        if (_md5List.hasMuch()) handOver(lines.bytesLeft());
+    };
     try {
-        appendLines(lines, _md5List, _loadedCount, announce, observer, RecordKind::md5);
+        appendLines(lines, _md5List, _loadedCount, announce, share, observer, RecordKind::md5);
     } catch (...) {
-        _md5List.index();  // What was read before the file failed stays, and is found.
+        if (!_second) _md5List.index();  // What was read before the file failed stays, and is found.
         throw;
     }
-    _md5List.index();
+    if (!_second) _md5List.index();
+}
+
+void PatternContainer::shareWith(SecondThread& second, std::uint64_t bytes) {
+    _second = &second;
+    _md5List.shareWith(second);
+    _bytes = _bytesLeft = bytes;
+}
+
+// All records that there are to be are guessed from those that the bytes up to here had.
+void PatternContainer::handOver(std::uint64_t bytesLeft) {
+    const std::uint64_t left = std::min(_bytes, _bytesLeft + bytesLeft);
+    const double sofar = static_cast<double>(_bytes - left), records = _md5List.count();
+    _md5List.handOver(static_cast<std::uint64_t>(sofar > 0 ? records * static_cast<double>(_bytes) / sofar : records));
+}
+
+void PatternContainer::prepare() {
+    _checkSumList.index();
+    _md5List.finish();
+    _second = nullptr;
 }
 
 void PatternContainer::save(TableSink& sink) const {

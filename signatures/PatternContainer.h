@@ -2,6 +2,7 @@
 #ifndef SIGNATURES_PATTERNCONTAINER_H
 #define SIGNATURES_PATTERNCONTAINER_H
 
+#include <cstdint>
 #include <string>
 
 #include "BmList.h"
@@ -13,6 +14,7 @@ constexpr const char* kCheckSumFileSuffix = ".chk";
 
 class LoadObserver;
 class PatternLineReader;
+class SecondThread;
 
 class PatternContainer {
 public:
@@ -34,9 +36,13 @@ public:
     // when the file cannot be read to its end; the lines before that stay. The observer may be null.
     int loadPattern(const std::string& path, LoadObserver* observer = nullptr);
 
+    // From here to prepare() the thread takes a share of the work, and the container is not searched. Files with
+    // so many bytes of MD5 records follow, as far as that is known. The set that comes out is the same.
+    void shareWith(SecondThread& second, std::uint64_t bytes);
+
     // Called by the owner after the last file, also when one failed. Until then scans are right, only slow. Throws
-    // Exception when memory is short.
-    void prepare() { _checkSumList.index(); }
+    // Exception or std::bad_alloc when memory is short.
+    void prepare();
 
     // A set that prepare() has run for goes to a file, and comes back from one into an empty container: see BmList.h.
     void save(TableSink& sink) const;
@@ -56,8 +62,12 @@ public:
 
 private:
     void loadMd5Lines(PatternLineReader& lines, LoadObserver* observer);
+    void handOver(std::uint64_t bytesLeft);
 
     int _loadedCount = 0;
+    SecondThread* _second = nullptr;  // Null unless it has a share.
+    std::uint64_t _bytes = 0;         // Of MD5 records, in all files.
+    std::uint64_t _bytesLeft = 0;     // Of these, in the files behind the one at hand.
     BmList _md5List;
     CheckSumList _checkSumList;
 };

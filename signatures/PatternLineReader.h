@@ -7,6 +7,8 @@
 #ifndef SIGNATURES_PATTERNLINEREADER_H
 #define SIGNATURES_PATTERNLINEREADER_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -31,23 +33,29 @@ struct PatternLine {
     bool hasNul;            // There may be more behind the text.
 };
 
+class SecondThread;
+
 class PatternLineReader {
 public:
     static constexpr std::size_t kMaxLine = 1023;  // Bytes of one line, its newline included.
 
     static constexpr std::size_t kSlack = 16;
 
-    explicit PatternLineReader(ZOV_SPACE::OwnFd file);
+    // The second thread, if there is one, reads ahead when it has nothing better to do.
+    explicit PatternLineReader(ZOV_SPACE::OwnFd file, SecondThread* second = nullptr);
+    PatternLineReader(const PatternLineReader&) = delete;
+    PatternLineReader& operator=(const PatternLineReader&) = delete;
+    ~PatternLineReader();
 
     // Gets the next line; false at the end of the file. Throws IOException when reading fails.
     bool next(PatternLine& line);
 
     // The bytes that were read from the file and are not taken yet; kSlack more behind them are readable.
-    std::string_view unread() const { return {_buffer.get() + _begin, _end - _begin}; }
+    std::string_view unread() const { return {_buffer + _begin, _end - _begin}; }
     // Takes the next line, which the caller has found to be a data line without a NUL that ends within unread(), of so
     // many bytes with its line feed.
     PatternLine take(std::size_t length) {
-        const std::string_view text(_buffer.get() + _begin, length - 1);
+        const std::string_view text(_buffer + _begin, length - 1);
         _begin += length;
         return {PatternLine::Kind::data, text, 0, _lineNumber++, false, false};
     }
@@ -62,12 +70,24 @@ public:
     std::uint64_t bytesLeft() const;
 
 private:
+    // What one reading of the file gave, with room in front of it for the start of a line.
+    struct Block {
+        std::unique_ptr<char[]> buffer;
+        ssize_t got = 0;
+        int error = 0;  // The reason when `got` is negative.
+    };
+
     bool refill();
+    void readInto(Block& block) const;
+    void readAhead();
     bool takeEmptyLines(PatternLine& line);
 
     ZOV_SPACE::OwnFd _file;
-    std::unique_ptr<char[]> _buffer;
-    std::size_t _begin = 0;  // The unread bytes in _buffer.
+    SecondThread* _second;
+    Block _block;
+    Block _ahead;  // Of the second thread, while it reads.
+    char* _buffer = nullptr;
+    std::size_t _begin = 0;  // The unread bytes in _buffer, which is the block's.
     std::size_t _end = 0;
     std::uint64_t _size;            // Of the file.
     std::uint64_t _read = 0;        // Bytes of it that have been read so far.

@@ -28,6 +28,17 @@ std::string pathOf(const std::string& directory, const std::string& name) {
     return directory + (directory.ends_with('/') ? "" : "/") + name;
 }
 
+// Bytes of all files of MD5 records, as far as they can be told.
+std::uint64_t md5Bytes(const std::string& directory, const std::vector<std::string>& names) {
+    std::uint64_t bytes = 0;
+    for (const std::string& name : names) {
+        struct stat status;
+        if (!name.ends_with(kMd5FileSuffix) || ::stat(pathOf(directory, name).c_str(), &status) != 0) continue;
+        if (S_ISREG(status.st_mode)) bytes += static_cast<std::uint64_t>(std::max<off_t>(status.st_size, 0));
+    }
+    return bytes;
+}
+
 bool isLink(const char* path) {
     struct stat status;
     return ::lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
@@ -55,6 +66,7 @@ vole_error SetLoader::load(const char* path) {
 vole_error SetLoader::loadDirectory(const char* directory) {
     std::vector<std::string> names;
     if (const vole_error error = listDirectory(directory, names)) return error;
+    const auto second = sharing(directory, names);
     loadAll(directory, names);
     if (_failed) return VOLE_E_SIGNATURES;
     _set.patterns.prepare();
@@ -77,6 +89,18 @@ vole_error SetLoader::loadCompiled() {
         tellOfFile(e.getMessage(), true);
     }
     return VOLE_OK;
+}
+
+// The second thread, if the host allows one, there is enough to do for it, and it could be started.
+std::unique_ptr<SecondThread> SetLoader::sharing(const std::string& directory, const std::vector<std::string>& names) {
+    constexpr std::uint64_t kWorthTwo = 256 * 1024;  // Bytes that are loaded in the time that a thread takes to start.
+    if (!(_options.flags & VOLE_LOAD_THREADS)) return nullptr;
+    const std::uint64_t bytes = md5Bytes(directory, names);
+    if (bytes <= kWorthTwo) return nullptr;
+    auto second = std::make_unique<SecondThread>();
+    if (!*second) return nullptr;
+    _set.patterns.shareWith(*second, bytes);
+    return second;
 }
 
 void SetLoader::loadAll(const std::string& directory, const std::vector<std::string>& names) {

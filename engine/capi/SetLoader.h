@@ -2,14 +2,16 @@
 // left out.
 //   Borrows: the set and the options.
 //   Throws:  std::bad_alloc, OutOfMemoryException. The set is useless then.
-//   Threads: one. The host's callback is called on it.
+//   Threads: one, on which the host's callback is called; another one for the time of the load if the host allows it.
 #ifndef ENGINE_CAPI_SETLOADER_H
 #define ENGINE_CAPI_SETLOADER_H
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "LoadObserver.h"
+#include "SecondThread.h"
 #include "SetDigest.h"
 #include "Signatures.h"
 #include "vole.h"
@@ -33,6 +35,7 @@ private:
     vole_error loadDirectory(const char* directory);
     vole_error loadCompiled();
     void loadAll(const std::string& directory, const std::vector<std::string>& names);
+    std::unique_ptr<SecondThread> sharing(const std::string& directory, const std::vector<std::string>& names);
     void loadFile();
     void readFile();
     void loadFalseAlarms();

@@ -12,7 +12,7 @@ vole_error vole_signatures_load(const char* path, const vole_load_options* optio
     if (!signatures) return VOLE_E_ARGUMENT;
     *signatures = nullptr;
     const auto known = capi::fromHost<vole_load_options>(options, VOLE_LOAD_OPTIONS_INIT);
-    if (!path || !known || (known->flags & ~VOLE_LOAD_STRICT)) return VOLE_E_ARGUMENT;
+    if (!path || !known || (known->flags & ~(VOLE_LOAD_STRICT | VOLE_LOAD_THREADS))) return VOLE_E_ARGUMENT;
     return capi::guarded([&] {
         auto set = std::make_unique<vole_signatures>();
         const vole_error error = SetLoader(*set, *known).load(path);

@@ -107,7 +107,7 @@ TEST(Signatures, optionsOfOtherVersionsAreRead) {
                                  {kSize, 0, {}, 1, VOLE_E_ARGUMENT},
                                  {sizeof(vole_load_options), 0, {}, 1, VOLE_OK},
                                  {sizeof(std::size_t), 99, {}, 0, VOLE_OK},  // The flags are not in it.
-                                 {kSize, 2, {}, 0, VOLE_E_ARGUMENT},
+                                 {kSize, 4, {}, 0, VOLE_E_ARGUMENT},
                                  {sizeof(std::size_t) - 1, 0, {}, 0, VOLE_E_ARGUMENT},
                                  {SIZE_MAX, 0, {}, 0, VOLE_E_ARGUMENT}}) {
         vole_signatures* set = nullptr;
@@ -115,6 +115,53 @@ TEST(Signatures, optionsOfOtherVersionsAreRead) {
         EXPECT_EQ(vole_signatures_load(dir.path().c_str(), options, &set), given.error) << given.size;
         vole_signatures_unref(vole_signatures_ref(set));
         vole_signatures_unref(set);
+    }
+}
+
+// Lines for records with digests that are all different, but for every ninth, which all newer ones stand ahead of.
+std::string records(int from, int to, const std::string& name) {
+    std::string lines;
+    for (int i = from; i < to; ++i) {
+        char line[64];
+        std::snprintf(line, sizeof line, "%08x%024d:%u:", i % 9 ? i * 0x9E3779B1U : 0, i % 9 ? i : 0,
+                      i * 77777U % 4999);
+        lines += line + name + std::to_string(i) + "\n";
+    }
+    return lines;
+}
+
+TEST(Signatures, aSecondThreadMakesNoDifference) {
+    const std::string comments(600'000, '#'), longName(900, 'n');
+    const struct {
+        const char* what;
+        std::string first, second;
+    } kSets[] = {
+        {"as many as guessed", records(0, 60'000, "N"), ""},
+        {"fewer", records(0, 6000, "N") + comments + "\n" + records(6000, 7000, "N"), "?\n"},
+        {"more", records(0, 3000, longName) + records(3000, 60'000, "N"), records(60'000, 62'000, "N")},
+        {"more at the end of the first file", comments + "\n" + records(0, 2500, longName), records(0, 40'000, "M")},
+        {"lines of all kinds", "#count:9000\n" + records(0, 9000, "N") + "no record\r\n\n" + records(0, 8000, "a:b"),
+         "?\n" + records(7, 8000, "N") + "\n" + std::string(3000, 'x') + "\n\0\n"s + records(0, 9, "L\r") + "rest"},
+    };
+    for (const auto& [what, first, second] : kSets) {
+        const TempDir dir, saved;
+        dir.write("a.hdb", first);
+        dir.write("b.hdb", second);
+        dir.write("c.chk", "?\n");
+        const auto compare = [&, what = what](uint32_t flags, int enough) {
+            const Load one(dir.path(), flags, enough), two(dir.path(), flags | VOLE_LOAD_THREADS, enough);
+            EXPECT_EQ(two.problems, one.problems) << what;
+            EXPECT_EQ(two.error, one.error) << what;
+            EXPECT_EQ(vole_signatures_memory(two.set), vole_signatures_memory(one.set)) << what;
+            vole_signatures_save(one.set, (saved / "one").c_str());
+            vole_signatures_save(two.set, (saved / "two").c_str());
+        };
+        compare(0, 1000);
+        EXPECT_TRUE(TempDir::contentOf(saved / "two") == TempDir::contentOf(saved / "one")) << what;
+        compare(VOLE_LOAD_STRICT, 1000);
+        compare(0, 1);
+        fs::create_symlink("/proc/self/mem", dir / "ab.hdb");  // Cannot be read.
+        compare(0, 1000);
     }
 }
 
