@@ -208,16 +208,65 @@ TEST_F(SystemFaults, theCInterfaceNeverCallsCleanWhatItCouldNotRead) {
 }
 
 TEST_F(AllocationFaults, aSetLoadsWholeThroughTheCInterfaceOrFails) {
-    const std::string id = vole_signatures_id(loadedSet(one.path()).get());
-    for (const Plan& kind : {kNoMemory, kNoMoreMemory, kErrors, kNoDescriptors}) {
-        failInTurn("C interface, a set", kind, [&](const Plan& plan) {
-            vole_signatures* set = nullptr;
+    std::string more;  // So many that a second thread takes part.
+    for (int i = 0; i < 5000; ++i)
+        more += md5Record(std::to_string(i), "A name of some length, so that these are fewer");
+    const auto loads = [&](const char* what, uint32_t flags) {
+        const vole_load_options options{sizeof options, flags, nullptr, nullptr};
+        const std::string id = vole_signatures_id(loadedSet(one.path()).get());
+        for (const Plan& kind : {kNoMemory, kNoMoreMemory, kErrors, kNoDescriptors}) {
+            const auto descriptors = openDescriptors();
+            failInTurn(what, kind, [&](const Plan& plan) {
+                vole_signatures* set = nullptr;
+                faults::begin(plan);
+                const vole_error error = vole_signatures_load(one.path().c_str(), &options, &set);
+                const unsigned met = faults::end();
+                const VoleSet owner(set);
+                EXPECT_EQ(error == VOLE_OK, set != nullptr);
+                EXPECT_TRUE(error != VOLE_E_INTERNAL && (error == VOLE_OK || met >= plan.first)) << error;
+                EXPECT_EQ(set ? vole_signatures_id(set) : id, id);
+                EXPECT_EQ(openDescriptors(), descriptors);
+                return met;
+            });
+        }
+    };
+    loads("C interface, a set", 0);
+    one.write("more.hdb", more);
+    loads("C interface, a set, by two threads", VOLE_LOAD_THREADS);
+}
+
+TEST_F(SystemFaults, whatCannotBeSavedLeavesTheOldFile) {
+    const VoleSet older = loadedSet(one.path()), newer = loadedSet(two.path());
+    const TempDir folder;
+    const std::string path = folder / "set";
+    const auto saved = [&](const VoleSet& set) {
+        EXPECT_EQ(vole_signatures_save(set.get(), path.c_str()), VOLE_OK);
+        return TempDir::contentOf(path);
+    };
+    const std::string whole = saved(newer), before = saved(older);
+    const auto descriptors = openDescriptors();
+    for (const auto& [kind, expected] : {std::pair(kNoMemory, VOLE_E_MEMORY),
+                                         {kNoMoreMemory, VOLE_E_MEMORY},
+                                         {kErrors, VOLE_E_IO},
+                                         {kNoDescriptors, VOLE_E_IO},
+                                         {kFullDisk, VOLE_E_IO},
+                                         {Plan{Target::calls, 0, false, EACCES}, VOLE_E_PERMISSION},
+                                         {Plan{Target::interrupted}, VOLE_OK},
+                                         {Plan{Target::shortened}, VOLE_OK}}) {
+        unsigned calls = 0;
+        failInTurn("a set is saved", kind, [&, &kind = kind, &expected = expected](const Plan& plan) {
             faults::begin(plan);
-            const vole_error error = vole_signatures_load(one.path().c_str(), nullptr, &set);
+            const vole_error error = vole_signatures_save(newer.get(), path.c_str());
             const unsigned met = faults::end();
-            const VoleSet owner(set);
-            EXPECT_EQ(error == VOLE_OK, set != nullptr);
-            EXPECT_EQ(set ? vole_signatures_id(set) : id, id);
+            calls = std::max(calls, met);
+            EXPECT_TRUE(error == VOLE_OK || error == expected) << error;
+            // The very last call makes sure of the folder, in which the new file has the name by then.
+            const bool isLast = kind.target == Target::calls && plan.first == calls;
+            const std::string content = TempDir::contentOf(path);
+            EXPECT_TRUE(content == (error ? before : whole) || (isLast && content == whole)) << error;
+            EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 1);
+            EXPECT_EQ(openDescriptors(), descriptors);
+            saved(older);
             return met;
         });
     }

@@ -1,10 +1,12 @@
 #include "Faults.h"
 
 #include <dirent.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -14,13 +16,13 @@ namespace faults {
 namespace {
 
 constinit Plan plan;
-constinit unsigned calls = 0;
+constinit std::atomic<unsigned> calls = 0;  // Of all threads.
 
 // Counts a call of the plan's target; true when it is to fail.
 bool meets(Target target) {
     if (plan.target != target) return false;
-    ++calls;
-    return plan.lasting ? calls >= plan.first : calls == plan.first;
+    const unsigned number = ++calls;
+    return plan.lasting ? number >= plan.first : number == plan.first;
 }
 
 bool refusesMemory() {
@@ -103,6 +105,9 @@ void* calloc(std::size_t count, std::size_t n) noexcept { return refusesMemory()
 void* realloc(void* memory, std::size_t n) noexcept { return refusesMemory() ? nullptr : __libc_realloc(memory, n); }
 #endif
 
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
+int __real_fsync(int fd);
+int __real_rename(const char* from, const char* to);
 void* __real_mmap64(void* at, std::size_t n, int protection, int flags, int fd, off_t offset);
 int __real_open64(const char* path, int flags, mode_t mode);
 int __real_openat64(int folder, const char* path, int flags, mode_t mode);
@@ -120,6 +125,11 @@ ssize_t __real_preadv64(int fd, const iovec* pieces, int count, off_t at);
 ssize_t __real_write(int fd, const void* from, std::size_t n);
 ssize_t __real_pwrite64(int fd, const void* from, std::size_t n, off_t at);
 
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
+    return fails() ? EAGAIN : __real_pthread_create(thread, attributes, start, argument);
+}
+int __wrap_fsync(int fd) { return fails() ? -1 : __real_fsync(fd); }
+int __wrap_rename(const char* from, const char* to) { return fails() ? -1 : __real_rename(from, to); }
 void* __wrap_mmap64(void* at, std::size_t n, int protection, int flags, int fd, off_t offset) {
     if (refusesMemory()) return reinterpret_cast<void*>(-1);
     return __real_mmap64(at, n, protection, flags, fd, offset);

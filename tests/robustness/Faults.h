@@ -2,7 +2,8 @@
 //
 // Without a sanitizer, malloc, calloc and realloc of the whole process are replaced, so that operator new, zlib, expat
 // and the C library's own allocations are met, too. With one, which brings its own: operator new, and those three where
-// our objects call them. System calls are met where our objects make them. One thread at a time.
+// our objects call them. System calls are met where our objects make them. One thread at a
+// time begins and ends plans, while no other runs; all that run in between are met.
 #ifndef TESTS_ROBUSTNESS_FAULTS_H
 #define TESTS_ROBUSTNESS_FAULTS_H
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <random>
 
@@ -21,12 +22,13 @@ NewFile::~NewFile() {
 }
 
 bool NewFile::takeName() {
-    if (::fsync(_file.get()) != 0 || ::rename(_newPath.c_str(), _path.c_str()) != 0) return false;
-    _file.reset();
     const std::size_t slash = _path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : _path.substr(0, slash + 1);
     const OwnFd directory = openForReading(folder.c_str());
-    return directory && ::fsync(directory.get()) == 0;
+    if (!directory && errno != EACCES) return false;  // Not everybody who may write to it may read it.
+    if (::fsync(_file.get()) != 0 || ::rename(_newPath.c_str(), _path.c_str()) != 0) return false;
+    _file.reset();
+    return !directory || ::fsync(directory.get()) == 0;
 }
 
 }  // namespace ZOV_SPACE
