@@ -10,6 +10,7 @@ from typing import Any
 
 OK = 0
 LOAD_STRICT = 1
+LOAD_THREADS = 2
 SCAN_ALL_MATCHES = 1
 SCAN_SHALLOW = 2
 NO_OFFSET = 2**64 - 1
@@ -106,6 +107,8 @@ _FUNCTIONS: dict[str, tuple[Any, list[Any]]] = {
     "vole_error_text": (c_char_p, [c_int]),
     "vole_version": (c_char_p, []),
     "vole_signatures_load": (c_int, [c_char_p, POINTER(LoadOptionsStruct), POINTER(c_void_p)]),
+    "vole_signatures_save": (c_int, [c_void_p, c_char_p]),
+    "vole_signatures_ref": (c_void_p, [c_void_p]),
     "vole_signatures_unref": (None, [c_void_p]),
     "vole_signatures_count": (c_uint64, [c_void_p]),
     "vole_signatures_memory": (c_uint64, [c_void_p]),
@@ -133,6 +136,7 @@ _FUNCTIONS: dict[str, tuple[Any, list[Any]]] = {
 # These may take long, and release the interpreter's lock. For the others, getting it back would be most of the work.
 _LONG = {
     "vole_signatures_load",
+    "vole_signatures_save",
     "vole_signatures_unref",
     "vole_scanner_free",
     "vole_scan_path",

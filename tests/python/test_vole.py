@@ -135,6 +135,9 @@ class Vole(unittest.TestCase):
             self.assertEqual((signatures.count, len(signatures.id)), (self.set.count + 1, 32))
             self.assertTrue(signatures.memory and signatures.is_false_alarm("example-FALSE-alarm"))
             self.assertFalse(signatures.is_false_alarm("Eicar-Test-File"))
+            signatures.save(self.folder / "saved")
+            with vole.Signatures(self.folder / "saved", strict=True, threads=True) as saved:
+                self.assertEqual(saved.id, signatures.id)
             scanner = vole.Scanner(signatures, vole.Limits(max_depth=1), all_matches=True)
         self.assertEqual(told(scanner.scan_bytes(b"harmless")), "clean Example-False-Alarm!=md5,raw")
         self.assertEqual(told(scanner.scan_bytes(zipped("a", zipped("b", EICAR)))), "incomplete depth-limit@a")
@@ -166,6 +169,9 @@ class Vole(unittest.TestCase):
             (lambda: closed.scan_bytes(b""), (vole.ClosedError, ValueError), "Scanner is closed"),
             (closed.cancel, (vole.ClosedError,), "closed"),
             (closed.__enter__, (vole.ClosedError,), "closed"),
+            (lambda: self.set.save(self.folder), (vole.NotFileError, OSError), str(self.folder)),
+            (lambda: self.set.save(self.folder / "gone/set"), (vole.NotFoundError,), "gone/set"),
+            (lambda: gone.save("x"), (vole.ClosedError,), "Signatures is closed"),
             (lambda: gone.count, (vole.ClosedError,), "Signatures is closed"),
             (lambda: vole.Scanner(gone), (vole.ClosedError,), "closed"),
             (lambda: vole.Scanner(STARTER), (TypeError,), "signatures"),
