@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "Processors.h"
+
 namespace {
 
 // What is told while a set is loaded.
@@ -100,7 +102,7 @@ MemberPath memberOf(const vole_path& path) {
 SignaturesHandle loadSignatures(const std::string& path, std::uint32_t flags, const NoteProblem& note) {
     Problems problems{path, note};
     vole_load_options options = VOLE_LOAD_OPTIONS_INIT;
-    options.flags = flags;
+    options.flags = flags | (processors() > 1 ? VOLE_LOAD_THREADS : 0);
     options.on_problem = noteProblem;
     options.context = &problems;
     vole_signatures* signatures = nullptr;

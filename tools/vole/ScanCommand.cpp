@@ -1,6 +1,5 @@
 #include "ScanCommand.h"
 
-#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +21,7 @@
 #include "Messages.h"
 #include "NameList.h"
 #include "Output.h"
+#include "Processors.h"
 #include "Progress.h"
 #include "ReadAhead.h"
 #include "ScanReport.h"
@@ -50,12 +50,6 @@ private:
     std::unique_ptr<FileScanner> _scanner;
     Progress& _progress;
 };
-
-unsigned processors() {
-    cpu_set_t set;
-    if (::sched_getaffinity(0, sizeof set, &set) == 0) return static_cast<unsigned>(CPU_COUNT(&set));
-    return std::max(std::thread::hardware_concurrency(), 1u);  // More of them than the set has room for.
-}
 
 // The older interface tells of one scan at a time, and archives of one name share a folder.
 unsigned jobsFor(const ScanOptions& options) {
