@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -12,6 +14,7 @@
 #include "Corpus.h"
 #include "PatternContainer.h"
 #include "Process.h"
+#include "vole.h"
 
 namespace {
 
@@ -36,6 +39,23 @@ LoadTime timeToLoad(const std::string& path, std::uint64_t count) {
     return time;
 }
 
+using Set = std::unique_ptr<vole_signatures, decltype(&vole_signatures_unref)>;
+
+// Of the folder that the file is alone in.
+Set loadedSet(const std::string& path, std::uint64_t count, std::uint32_t flags) {
+    vole_load_options options = VOLE_LOAD_OPTIONS_INIT;
+    options.flags = flags;
+    vole_signatures* set = nullptr;
+    vole_signatures_load(std::filesystem::path(path).parent_path().c_str(), &options, &set);
+    if (!set || vole_signatures_count(set) != count) throw std::runtime_error("loading of " + path);
+    return {set, vole_signatures_unref};
+}
+
+double timeToLoadSet(const std::string& path, std::uint64_t count, std::uint32_t flags) {
+    Set set{nullptr, vole_signatures_unref};
+    return secondsOf([&] { set = loadedSet(path, count, flags); });
+}
+
 // A line of /proc/self/status that counts in KiB.
 double statusBytes(const std::string& field) {
     std::ifstream status("/proc/self/status");
@@ -51,23 +71,21 @@ struct Memory {
     double reload = -1;    // The peak of loading it again, the first set kept until the second one is there.
 };
 
-Memory memoryToLoad(const std::string& path, std::uint64_t count) {
+Memory memoryToLoad(const std::string& path, std::uint64_t count, std::uint32_t flags) {
     Memory memory;
-    PatternContainer first;
-    PatternContainer second;
     const double before = statusBytes("VmRSS");
-    load(first, path, count);
+    const Set first = loadedSet(path, count, flags);
     memory.peak = statusBytes("VmHWM") - before;
     const double between = statusBytes("VmRSS");
     memory.resident = between - before;
-    load(second, path, count);
+    const Set second = loadedSet(path, count, flags);
     memory.reload = statusBytes("VmHWM") - between;
     return memory;
 }
 
 // How far loading drives the process's resident memory. A process of its own, because the parent's heap has free room
 // that would hide a part.
-Memory measuredMemory(const std::string& path, std::uint64_t count) {
+Memory measuredMemory(const std::string& path, std::uint64_t count, std::uint32_t flags) {
     int pipeEnds[2];
     if (::pipe(pipeEnds) != 0) throw std::runtime_error("no pipe");
     ::malloc_trim(0);
@@ -75,7 +93,7 @@ Memory measuredMemory(const std::string& path, std::uint64_t count) {
     Memory memory;
     if (child == 0) {
         try {
-            memory = memoryToLoad(path, count);
+            memory = memoryToLoad(path, count, flags);
         } catch (const std::exception&) {
         }
         const bool told = ::write(pipeEnds[1], &memory, sizeof memory) == sizeof memory;
@@ -90,12 +108,14 @@ Memory measuredMemory(const std::string& path, std::uint64_t count) {
 }
 
 void reportMemory(Report& report, const std::string& records, const std::string& path, std::uint64_t count) {
-    const Memory memory = measuredMemory(path, count);
+    const Memory memory = measuredMemory(path, count, 0);
+    const Memory byTwo = measuredMemory(path, count, VOLE_LOAD_THREADS);
     const double perRecord = memory.peak / static_cast<double>(count);
     report.value("memory, " + records, perRecord - static_cast<double>(Md5Records::kNameLength + 1), "bytes a record",
                  Bound::atMost, 64);
     const std::string among = " of " + records + ", among what is left of it";
     report.value("peak of a load" + among, memory.peak / memory.resident, "", Bound::atMost, 1.15);
+    report.value("same, by two threads" + among, byTwo.peak / byTwo.resident, "", Bound::atMost, 1.15);
     report.value("peak of a reload above the old set" + among, memory.reload / memory.resident, "", Bound::atMost,
                  1.15);
 }
@@ -115,10 +135,10 @@ void benchLoading(const Settings& settings, Report& report) {
         "largest growth of resident memory, less the names with their NULs. 10,000,000 records take so long that wall "
         "time is only right on a machine without other work; CPU time decides.");
     const corpus::Folder folder;
-    const std::string fewRandom = folder / "few.hdb";
-    const std::string manyRandom = folder / "many.hdb";
-    const std::string fewAscending = folder / "few-ascending.hdb";
-    const std::string manyAscending = folder / "many-ascending.hdb";
+    const std::string fewRandom = folder.sub("few") / "a.hdb";
+    const std::string manyRandom = folder.sub("many") / "a.hdb";
+    const std::string fewAscending = folder.sub("few-ascending") / "a.hdb";
+    const std::string manyAscending = folder.sub("many-ascending") / "a.hdb";
     corpus::writeHdb(fewRandom, {few});
     corpus::writeHdb(manyRandom, {many});
     corpus::writeHdb(fewAscending, {few, corpus::Sizes::ascending});
@@ -150,6 +170,15 @@ void benchLoading(const Settings& settings, Report& report) {
     };
     manyVersusFew("random", manyRandom, fewRandom);
     manyVersusFew("ascending", manyAscending, fewAscending);
+
+    const auto twoVersusOne = [&](int turns, const std::string& path, std::uint64_t count) {
+        return bestOf(
+            turns, [&] { return timeToLoadSet(path, count, 0); },
+            [&] { return timeToLoadSet(path, count, VOLE_LOAD_THREADS); });
+    };
+    const std::string two = " records, two threads, against the speed of one";
+    report.speed(fewText + two, twoVersusOne(2 * rounds, fewRandom, few), 1.6);
+    report.speed(manyText + two, twoVersusOne((rounds + 1) / 2, manyRandom, many), 1.6);
 
     reportMemory(report, fewText + " records", fewRandom, few);
     reportMemory(report, manyText + " records", manyRandom, many);
