@@ -12,6 +12,7 @@
 #ifndef SIGNATURES_BMLIST_H
 #define SIGNATURES_BMLIST_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -169,25 +170,26 @@ private:
 
     using Chains = Table<Chain, ZOV_SPACE::LargePageAllocator<Chain>>;
 
-    // What adding changes, and what entering changes: with two threads, each has one part. Apart by so many bytes,
-    // since the processors would take a cache line that both need from each other with every record.
-    static constexpr std::size_t kApart = 128;
-
+    // What adding changes with every record.
     std::uint32_t _currentSig = 0;
-    std::uint32_t _totalSigs = 0;          // Where the announced records end; 0: nothing was announced.
-    std::vector<Block> _blocks;            // The list's own records, oldest first.
-    std::vector<const BmRecord*> _starts;  // Of the blocks, which lie behind each other where they come from a file.
-    Sizes _newSizes;                       // Sizes that the set does not hold yet.
+    std::uint32_t _totalSigs = 0;  // Where the announced records end; 0: nothing was announced.
+    Sizes _newSizes;               // Sizes that the set does not hold yet.
     std::optional<std::uint32_t> _lastSize;
     NameArena _names;
-    SecondThread* _second = nullptr;  // Null unless it is sharing.
-    std::uint32_t _handedOver = 0;    // Records.
 
-    alignas(kApart) Table<std::uint32_t> bm_shift;  // A bit by bucket key: whether a signature has it. Empty before the
-                                                    // first record.
-    Chains bm_suffix;                               // By hash; their number is a power of two.
-    unsigned _chainShift = 0;                       // 64 - log2 of that number.
-    std::uint32_t _indexedSigs = 0;                 // How many records the chains hold.
+    // What hardly changes. With the gap it keeps the others so far apart that they share no cache line, nor two that
+    // are fetched together: two threads would take it from each other with every record.
+    std::vector<Block> _blocks;            // The list's own records, oldest first.
+    std::vector<const BmRecord*> _starts;  // Of the blocks, which lie behind each other where they come from a file.
+    SecondThread* _second = nullptr;       // Null unless it is sharing.
+    std::uint32_t _handedOver = 0;         // Records.
+    [[maybe_unused]] std::array<std::byte, 64> _gap{};
+
+    // What entering changes: the second thread's, if there is one.
+    Table<std::uint32_t> bm_shift;   // A bit by bucket key: whether a signature has it. Empty before the first record.
+    Chains bm_suffix;                // By hash; their number is a power of two.
+    unsigned _chainShift = 0;        // 64 - log2 of that number.
+    std::uint32_t _indexedSigs = 0;  // How many records the chains hold.
     SizeSet _sizes;
 };
 
