@@ -28,9 +28,7 @@ private:
     struct Stopped {};  // Thrown once the host wants no more.
 
     void onProblem(const PatternLine& line, const RecordFault& fault) override;
-    void onRecords(RecordKind kind, std::string_view texts, std::uint64_t) override {
-        _digest.addRecords(kind, texts);
-    }
+    void onRecords(RecordKind kind, std::string_view texts, std::uint64_t) override { _digest.addRecords(kind, texts); }
 
     vole_error loadDirectory(const char* directory);
     vole_error loadCompiled();
