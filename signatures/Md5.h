@@ -11,7 +11,11 @@ public:
     static constexpr std::size_t kDigestSize = 16;
     static constexpr std::size_t kBlockSize = 64;
 
+    using State = std::array<std::uint32_t, 4>;
+
     Md5() { MD5Init(); }
+    // Goes on behind whole blocks, of so many bytes in all, that are mixed into the state already.
+    Md5(const State& state, std::uint64_t byteCount) : _state(state), _byteCount(byteCount) {}
 
     void MD5Init();
     void MD5Update(const char* data, std::size_t length);
@@ -22,9 +26,11 @@ public:
 private:
     void MD5Transform(const unsigned char* blocks, std::size_t blockCount);
 
-    std::array<std::uint32_t, 4> _state;
+    State _state;
     std::uint64_t _byteCount;
     std::array<unsigned char, kBlockSize> _block;  // The start of a block that is not complete yet.
 };
+
+using Md5Digest = std::array<unsigned char, Md5::kDigestSize>;
 
 #endif  // SIGNATURES_MD5_H

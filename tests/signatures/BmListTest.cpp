@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Md5Lanes.h"
 #include "support/GoldenRows.h"
 #include "support/SignatureText.h"
 #include "support/Thrown.h"
@@ -47,6 +48,24 @@ TEST(Md5, givesKnownDigestsHoweverTheBytesAreCutUp) {
         md5.MD5Init();  // A context may be used again.
     }
     EXPECT_EQ(toHex(md5Of(digests)), "e3064b4a8a2aa7a755ef18f8faf582bb");
+}
+
+TEST(Md5, givesTheSameDigestsForManyContentsTogether) {
+    std::mt19937 random(3);
+    std::string bytes(300, '\0');
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
+    for (std::size_t round = 0; round < 2000; ++round) {
+        std::vector<Md5Content> contents(round % 21);
+        for (Md5Content& content : contents) {
+            const std::size_t length = round % 2 ? random() % 301 : 64 * (random() % 4) + random() % 3;
+            content.bytes = std::span(bytes).subspan(random() % (301 - length), length);
+        }
+        digestTogether(contents);
+        for (const Md5Content& content : contents) {
+            const std::string_view digest(reinterpret_cast<const char*>(content.digest.data()), content.digest.size());
+            ASSERT_EQ(digest, md5Of({content.bytes.data(), content.bytes.size()})) << contents.size();
+        }
+    }
 }
 
 TEST(BmList, takesARecordLineOrSaysWhatIsWrongWithIt) {
