@@ -330,6 +330,18 @@ VOLE_API vole_error vole_scanner_set_events(vole_scanner* scanner, vole_event_fn
  * not as links; max_content holds for their bytes, too. */
 VOLE_API vole_error vole_scan_path(vole_scanner* scanner, const char* path, vole_outcome* outcome);
 
+/* Told of each file that vole_scan_paths() has scanned: which of the paths it is, counted from 0, and what
+ * vole_scan_path() answers of it. vole_scanner_result() is that file's. 0: go on; anything else leaves the rest. The
+ * callback may not use the scanner otherwise, except to cancel it. */
+typedef int (*vole_scanned_fn)(void* context, size_t index, vole_error error, vole_outcome outcome);
+
+/* Files in order, each as vole_scan_path() scans it, with the same result, but in less time where many are small: those
+ * are read some at a time, so that what happens to one while those before it are scanned may not be seen. Give all that
+ * there are, or some dozens. VOLE_OK when nothing is left that the callback wanted; VOLE_E_ARGUMENT, and nothing is
+ * scanned, when a path or the callback is null. */
+VOLE_API vole_error vole_scan_paths(vole_scanner* scanner, const char* const* paths, size_t count,
+                                    vole_scanned_fn on_scanned, void* context);
+
 /* All bytes of an open file, whatever its position, which stays where it is. The descriptor stays the caller's. What
  * others write to the file meanwhile may or may not be seen; what they cut off is a reason. */
 VOLE_API vole_error vole_scan_fd(vole_scanner* scanner, int fd, vole_outcome* outcome);

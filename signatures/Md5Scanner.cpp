@@ -38,9 +38,13 @@ void Md5Scanner::hash(const char* piece, std::size_t length) {
 }
 
 bool Md5Scanner::lookUp(MatchVisitor& visitor) {
-    unsigned char digest[Md5::kDigestSize];
-    _md5.MD5Final(digest);
-    return _list.visitFoundMD5(digest, [&](const char* name) { return visitor.onMatch({name, std::nullopt}); });
+    Md5Digest digest;
+    _md5.MD5Final(digest.data());
+    return lookUp(digest, visitor);
+}
+
+bool Md5Scanner::lookUp(const Md5Digest& digest, MatchVisitor& visitor) {
+    return _list.visitFoundMD5(digest.data(), [&](const char* name) { return visitor.onMatch({name, std::nullopt}); });
 }
 
 bool Md5Scanner::scan(IOBuffer* buf, unsigned int size, std::string& virusName) {
@@ -61,6 +65,12 @@ bool Md5Scanner::scan(IOBuffer* buf, unsigned int size, MatchVisitor& visitor) {
         feed([buf](char* piece, int length) { return VoleUtil::readn(buf, piece, length); });
     }
     return lookUp(visitor);
+}
+
+bool Md5Scanner::scan(const Md5Digest& digest, unsigned int size, MatchVisitor& visitor) {
+    if (size == 0 || !verifyFileSize(size)) return false;
+    ZOV_SPACE::ScanBudget::worked(size);
+    return lookUp(digest, visitor);
 }
 
 bool Md5Scanner::scan(int fd, unsigned int size, std::string& virusName) {

@@ -32,6 +32,8 @@ public:
     // The same for all signatures with that digest, newest first, until the visitor has enough: then true.
     // All forms tell the thread's ScanBudget of what was hashed, piece by piece, so that its watch may stop them.
     bool scan(ZOV_SPACE::IOBuffer* buf, unsigned int size, MatchVisitor& visitor);
+    // The same for a stream whose digest is known.
+    bool scan(const Md5Digest& digest, unsigned int size, MatchVisitor& visitor);
 
     bool verifyFileSize(unsigned int size) const { return _list.verifyFileSize(size); }
     const char* virusFoundMD5(const unsigned char* digest) const { return _list.virusFoundMD5(digest); }
@@ -43,6 +45,7 @@ private:
     void feed(Read read);
     void hash(const char* piece, std::size_t length);
     bool lookUp(MatchVisitor& visitor);
+    bool lookUp(const Md5Digest& digest, MatchVisitor& visitor);
 
     const BmList& _list;
     Md5 _md5;

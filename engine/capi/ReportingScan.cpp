@@ -71,7 +71,8 @@ Matched ReportingScan::match(const _st_ArchEntry& record, Form form, ZOV_SPACE::
                              MatchVisitor& visitor) {
     _givingUp = false;
     if (_terms.onEvent && (_terms.flags & VOLE_SCAN_CONTENTS)) showContent(record, form, content);
-    return matchSignatures(_signatures.patterns, content, size, visitor);
+    const bool isKnown = _digest && record.level == 0 && form == Form::raw;
+    return matchSignatures(_signatures.patterns, content, size, visitor, isKnown ? &*_digest : nullptr);
 }
 
 void ReportingScan::showContent(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& bytes) {

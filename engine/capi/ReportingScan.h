@@ -41,6 +41,8 @@ public:
     void checkpoint() { onWork(0); }
     // Where other volumes of the content may lie.
     void lookBeside(VolumeFiles volumes) { _volumes = std::move(volumes); }
+    // The MD5 digest of the content that run() gets.
+    void know(const Md5Digest& digest) { _digest = digest; }
     // The outcome, and the time. Last of all.
     void conclude();
 
@@ -79,6 +81,7 @@ private:
     const Clock::time_point _start = Clock::now();
     const std::shared_ptr<const ContentName> _root = std::make_shared<const ContentName>("");
     std::optional<VolumeFiles> _volumes;
+    std::optional<Md5Digest> _digest;
     std::uint64_t _bytesDone = 0;
     std::uint64_t _bytesTold = 0;  // Of those, by progress events.
     bool _found = false;

@@ -4,10 +4,12 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <span>
 #include <utility>
 
 #include "Boundary.h"
 #include "ContentSource.h"
+#include "FilesAhead.h"
 #include "ReportingScan.h"
 #include "Result.h"
 #include "Signatures.h"
@@ -72,14 +74,11 @@ vole_error scanContentOf(vole_scanner& scanner, Open open) {
     return VOLE_OK;
 }
 
+// The same with all that is thrown become errors, for a scanner that is kept.
 template <class Open>
-vole_error scan(vole_scanner* scanner, vole_outcome* outcome, bool argumentsAreValid, Open open) {
-    if (outcome) *outcome = VOLE_OUTCOME_FAILED;
-    if (!scanner || !argumentsAreValid) return VOLE_E_ARGUMENT;
-    const Turn turn(*scanner);
-    if (!turn) return VOLE_E_BUSY;
-    const vole_error error = capi::guarded([&] { return scanContentOf(*scanner, open); });
-    vole_result& result = scanner->result;
+vole_error scanInTurn(vole_scanner& scanner, Open open) {
+    const vole_error error = capi::guarded([&] { return scanContentOf(scanner, open); });
+    vole_result& result = scanner.result;
     if (error != VOLE_OK) {
         result.outcome = VOLE_OUTCOME_FAILED;
         if (result.errorText.empty()) {
@@ -89,8 +88,40 @@ vole_error scan(vole_scanner* scanner, vole_outcome* outcome, bool argumentsAreV
             }));
         }
     }
-    if (outcome) *outcome = result.outcome;
     return error;
+}
+
+template <class Open>
+vole_error scan(vole_scanner* scanner, vole_outcome* outcome, bool argumentsAreValid, Open open) {
+    if (outcome) *outcome = VOLE_OUTCOME_FAILED;
+    if (!scanner || !argumentsAreValid) return VOLE_E_ARGUMENT;
+    const Turn turn(*scanner);
+    if (!turn) return VOLE_E_BUSY;
+    const vole_error error = scanInTurn(*scanner, open);
+    if (outcome) *outcome = scanner->result.outcome;
+    return error;
+}
+
+// Makes the content of a path, from what was read of it ahead, if anything was.
+auto opening(const vole_scanner& scanner, const char* path, const FilesAhead::File* ahead = nullptr) {
+    return [&scanner, path, ahead](ReportingScan& scan) {
+        const std::uint64_t most = scanner.terms.limits.max_content;
+        scan.lookBeside(VolumeFiles(path, most));
+        if (!ahead) return contentOfPath(path, most, scan);
+        if (ahead->digest) scan.know(*ahead->digest);
+        return contentOfMemory(ahead->bytes.data(), ahead->bytes.size(), most, scan);
+    };
+}
+
+// Scans that are cancelled end before they read anything. Without memory each file is read at its turn.
+const FilesAhead::File* fileAhead(FilesAhead& files, std::size_t index, const vole_scanner& scanner) {
+    const FilesAhead::File* file = nullptr;
+    if (scanner.terms.cancelled.load()) return file;
+    static_cast<void>(capi::guarded([&] {
+        file = files.at(index);
+        return VOLE_OK;
+    }));
+    return file;
 }
 
 }  // namespace
@@ -150,11 +181,23 @@ const vole_result* vole_scanner_result(const vole_scanner* scanner) {
 }
 
 vole_error vole_scan_path(vole_scanner* scanner, const char* path, vole_outcome* outcome) {
-    return scan(scanner, outcome, path != nullptr, [&](ReportingScan& of) {
-        const std::uint64_t most = scanner->terms.limits.max_content;
-        of.lookBeside(VolumeFiles(path, most));
-        return contentOfPath(path, most, of);
-    });
+    return scan(scanner, outcome, path != nullptr, [&](ReportingScan& of) { return opening(*scanner, path)(of); });
+}
+
+vole_error vole_scan_paths(vole_scanner* scanner, const char* const* paths, size_t count, vole_scanned_fn on_scanned,
+                           void* context) {
+    if (!scanner || !on_scanned || (!paths && count != 0)) return VOLE_E_ARGUMENT;
+    const std::span all(paths, count);
+    if (std::find(all.begin(), all.end(), nullptr) != all.end()) return VOLE_E_ARGUMENT;
+    const Turn turn(*scanner);
+    if (!turn) return VOLE_E_BUSY;
+    FilesAhead files(scanner->signatures->patterns.md5List(), all);
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto* const ahead = fileAhead(files, i, *scanner);
+        const vole_error error = scanInTurn(*scanner, opening(*scanner, paths[i], ahead));
+        if (on_scanned(context, i, error, scanner->result.outcome) != 0) break;
+    }
+    return VOLE_OK;
 }
 
 vole_error vole_scan_fd(vole_scanner* scanner, int fd, vole_outcome* outcome) {

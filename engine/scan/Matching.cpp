@@ -12,10 +12,12 @@ using ZOV_SPACE::IOBuffer;
 
 constexpr diag::Unit kDiag{"pattern_assistant"};
 
-void matchMd5(const BmList& list, IOBuffer& content, unsigned int size, MatchVisitor& visitor, Matched& matched) {
+void matchMd5(const BmList& list, IOBuffer& content, unsigned int size, const Md5Digest* digest, MatchVisitor& visitor,
+              Matched& matched) {
     if (list.count() == 0) return;
     try {
-        matched.enough = Md5Scanner(list).scan(&content, size, visitor);
+        Md5Scanner scanner(list);
+        matched.enough = digest ? scanner.scan(*digest, size, visitor) : scanner.scan(&content, size, visitor);
     } catch (const ZOV_SPACE::ScanStoppedException&) {
         throw;
     } catch (Exception& e) {
@@ -41,10 +43,11 @@ void matchCheckSums(const CheckSumList& list, IOBuffer& content, unsigned int si
 
 }  // namespace
 
-Matched matchSignatures(const PatternContainer& patterns, IOBuffer& content, long size, MatchVisitor& visitor) {
+Matched matchSignatures(const PatternContainer& patterns, IOBuffer& content, long size, MatchVisitor& visitor,
+                        const Md5Digest* digest) {
     const auto bytes = static_cast<unsigned int>(size);
     Matched matched;
-    matchMd5(patterns.md5List(), content, bytes, visitor, matched);
+    matchMd5(patterns.md5List(), content, bytes, digest, visitor, matched);
     if (!matched.enough) matchCheckSums(patterns.checkSumList(), content, bytes, visitor, matched);
     return matched;
 }

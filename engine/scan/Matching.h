@@ -12,8 +12,9 @@ struct Matched {
 };
 
 // Tells the visitor of the signatures of a set that the content has: MD5 first, then checksums. A scanner that fails
-// is logged, and the other one runs. Throws ScanStoppedException and std::bad_alloc.
+// is logged, and the other one runs. `digest` is the content's MD5 digest, if it is known already. Throws
+// ScanStoppedException and std::bad_alloc.
 Matched matchSignatures(const PatternContainer& patterns, ZOV_SPACE::IOBuffer& content, long size,
-                        MatchVisitor& visitor);
+                        MatchVisitor& visitor, const Md5Digest* digest = nullptr);
 
 #endif  // ENGINE_SCAN_MATCHING_H

@@ -350,6 +350,64 @@ TEST_F(Outcomes, everySourceGivesTheSameAnswer) {
     EXPECT_GT(counters.bytes_read, 0U) << "a file whose size is not known";
 }
 
+// What a host is told of each file.
+struct Account {
+    vole_scanner* scanner;
+    std::size_t last;  // That it wants.
+    std::string heard = {};
+    std::vector<std::string> told = {};
+
+    static int hear(void* context, const vole_event* event) {
+        return static_cast<Account*>(context)->heard.append(" " + std::to_string(event->bytes_done)), 0;
+    }
+    static int enter(void* context, std::size_t index, vole_error error, vole_outcome outcome) {
+        Account& of = *static_cast<Account*>(context);
+        of.heard += " " + std::to_string(vole_result_counters(vole_scanner_result(of.scanner))->bytes_read) + " of " +
+                    std::to_string(index) + ", " + vole_error_text(error) + ", " + vole_outcome_name(outcome);
+        of.told.push_back(::told(of.scanner) + std::exchange(of.heard, ""));
+        return index == of.last;
+    }
+};
+
+TEST_F(Outcomes, filesGivenTogetherAreToldAsEachAlone) {
+    ::mkfifo((files / "fifo").c_str(), 0600);
+    std::vector<std::string> names{files / "gone", files.path(), files / "fifo", "/proc/version",
+                                   "/sys/devices/system/cpu/online"};  // Shorter than the system says.
+    for (const std::string& content : {""s, kNeedle, "sum of this text and more"s, "harmless"s, "x"s, "both\n"s,
+                                       zipOf({{"n", kNeedle}}), std::string(65537, 'l')}) {
+        names.insert(names.end(), 4, files.write(std::to_string(names.size()), content));
+    }
+    names.insert(names.end(), 70, names[10]);
+    names.insert(names.end(), names.begin(), names.begin() + 30);
+    std::vector<const char*> paths;
+    for (const std::string& name : names) paths.push_back(name.c_str());
+    vole_limits small = VOLE_LIMITS_INIT;
+    small.max_content = 20;
+    for (const unsigned flags : {0U, VOLE_SCAN_ALL_MATCHES, VOLE_SCAN_SHALLOW}) {
+        const VoleScanner scanner = scannerOf(set, flags == VOLE_SCAN_SHALLOW ? &small : nullptr);
+        vole_scanner_set_flags(scanner.get(), flags);
+        Account alone{scanner.get(), names.size() - 2}, together = alone;
+        vole_scanner_set_events(scanner.get(), Account::hear, &alone);
+        for (std::size_t i = 0; i <= alone.last; ++i) {
+            vole_outcome outcome = VOLE_OUTCOME_CLEAN;
+            const vole_error error = vole_scan_path(scanner.get(), paths[i], &outcome);
+            Account::enter(&alone, i, error, outcome);
+        }
+        vole_scanner_set_events(scanner.get(), Account::hear, &together);
+        EXPECT_EQ(vole_scan_paths(scanner.get(), paths.data(), paths.size(), Account::enter, &together), VOLE_OK);
+        EXPECT_EQ(together.told, alone.told) << flags;
+    }
+    const VoleScanner scanner = scannerOf(set);
+    const auto cancel = [](void* of, std::size_t, vole_error, vole_outcome) {
+        vole_scanner_cancel(static_cast<vole_scanner*>(of));
+        return vole_scan_path(static_cast<vole_scanner*>(of), "x", nullptr) == VOLE_E_BUSY ? 0 : 1;
+    };
+    EXPECT_EQ(vole_scan_paths(scanner.get(), &paths[6], 6, cancel, scanner.get()), VOLE_OK);
+    EXPECT_EQ(told(scanner.get()), "incomplete cancelled");
+    paths[9] = nullptr;
+    EXPECT_EQ(vole_scan_paths(scanner.get(), paths.data(), 10, cancel, nullptr), VOLE_E_ARGUMENT);
+}
+
 TEST_F(Outcomes, whatCannotBeScannedFailsWithItsOwnCode) {
     const VoleScanner scanner = scannerOf(set);
     ::mkfifo((files / "fifo").c_str(), 0600);
