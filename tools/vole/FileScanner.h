@@ -3,8 +3,10 @@
 #define VOLE_TOOL_FILE_SCANNER_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,17 @@ public:
 
     // REQUIRES: target.error is empty.
     virtual FileReport scan(const Target& target) = 0;
+
+    // Told of each target in turn; false: the rest is not to be scanned. Throws nothing.
+    using Told = std::function<bool(FileReport report)>;
+
+    // The same for several.
+    // REQUIRES: standard input is not among them, unless alone.
+    virtual void scanAll(std::span<const Target> targets, const Told& told) {
+        for (const Target& target : targets) {
+            if (!told(scan(target))) return;
+        }
+    }
 };
 
 // Signatures and limits. Threads: any number at once. Outlives its scanners.

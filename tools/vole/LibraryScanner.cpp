@@ -5,7 +5,9 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <exception>
 #include <string>
+#include <vector>
 
 #include "Messages.h"
 
@@ -31,6 +33,29 @@ LibraryScanner::LibraryScanner(vole_signatures* signatures, const vole_limits& l
 FileReport LibraryScanner::scan(const Target& target) {
     if (target.standardInput) return scanStandardInput(target.path);
     return reportOn(target.path, vole_scan_path(_scanner.get(), target.path.c_str(), nullptr));
+}
+
+void LibraryScanner::scanAll(std::span<const Target> targets, const Told& told) {
+    if (targets.size() == 1) return FileScanner::scanAll(targets, told);
+    struct Turn {
+        const LibraryScanner& scanner;
+        std::span<const Target> targets;
+        const Told& told;
+        std::exception_ptr failure = nullptr;  // Which must not get into the library.
+    } turn{*this, targets, told};
+    const auto onScanned = [](void* context, std::size_t index, vole_error error, vole_outcome) {
+        Turn& of = *static_cast<Turn*>(context);
+        try {
+            return of.told(of.scanner.reportOn(of.targets[index].path, error)) ? 0 : 1;
+        } catch (...) {
+            of.failure = std::current_exception();
+            return 1;
+        }
+    };
+    std::vector<const char*> paths;
+    for (const Target& target : targets) paths.push_back(target.path.c_str());
+    vole_scan_paths(_scanner.get(), paths.data(), paths.size(), onScanned, &turn);
+    if (turn.failure) std::rethrow_exception(turn.failure);
 }
 
 FileReport LibraryScanner::scanOpen(const std::string& path, int fd) {

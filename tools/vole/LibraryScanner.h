@@ -5,6 +5,7 @@
 #define VOLE_TOOL_LIBRARY_SCANNER_H
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "FileScanner.h"
@@ -18,6 +19,7 @@ public:
     LibraryScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
 
     FileReport scan(const Target& target) override;
+    void scanAll(std::span<const Target> targets, const Told& told) override;
 
     // The file that the descriptor is of, reported under this path.
     FileReport scanOpen(const std::string& path, int fd);

@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -42,11 +43,25 @@ public:
     FileReport scan(const Target& target) override {
         _progress.started(target.path);
         FileReport report = _scanner->scan(target);
-        _progress.done(report.counters.bytesRead + report.cachedSize, report.counters.findings);
+        done(report);
         return report;
     }
 
+    void scanAll(std::span<const Target> targets, const Told& told) override {
+        std::size_t begun = 0;
+        _progress.started(targets[begun].path);
+        _scanner->scanAll(targets, [&](FileReport report) {
+            done(report);
+            if (++begun < targets.size()) _progress.started(targets[begun].path);
+            return told(std::move(report));
+        });
+    }
+
 private:
+    void done(const FileReport& report) {
+        _progress.done(report.counters.bytesRead + report.cachedSize, report.counters.findings);
+    }
+
     std::unique_ptr<FileScanner> _scanner;
     Progress& _progress;
 };

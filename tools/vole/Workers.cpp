@@ -1,6 +1,8 @@
 #include "Workers.h"
 
+#include <algorithm>
 #include <new>
+#include <span>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -12,6 +14,7 @@ namespace {
 
 constexpr std::size_t kTogether = 128;  // Targets fetched, and reports handed on, at once.
 constexpr std::size_t kFewTargets = 64;
+constexpr std::size_t kMostInHand = 32;
 // What may wait for one slow scan: many small files fit into the time of a large one.
 constexpr std::size_t kMostSlots = 65536;
 constexpr std::size_t kMostBytesWaiting = 16 * 1024 * 1024;
@@ -33,18 +36,15 @@ std::size_t memoryOf(const FileReport& report) {
     return bytes;
 }
 
-FileReport reportOf(FileScanner& scanner, const Target& target) {
+FileReport failed(const Target& target, std::string error) {
     FileReport report;
-    report.error = target.error;
-    try {
-        if (report.error.empty()) return scanner.scan(target);
-    } catch (const std::bad_alloc&) {
-        report.error = kMemoryRanOut;
-    }
     report.path = target.path;
+    report.error = std::move(error);
     report.outcome = Outcome::failed;
     return report;
 }
+
+bool isFile(const Target& target) { return target.error.empty() && !target.standardInput; }
 
 // What is done under the lock takes less time than putting a thread to sleep and waking it: try for some microseconds.
 std::unique_lock<std::mutex> lockSoon(std::mutex& mutex) {
@@ -61,63 +61,123 @@ std::unique_lock<std::mutex> lockSoon(std::mutex& mutex) {
 }  // namespace
 
 void Workers::run(const std::vector<std::unique_ptr<FileScanner>>& scanners) {
+    _hands.resize(scanners.size());
     std::vector<std::thread> threads;
     {
         const SignalsBlocked blocked;
         try {
             for (std::size_t i = 1; i < scanners.size(); ++i) {
-                threads.emplace_back([this, &scanner = *scanners[i]] { work(scanner); });
+                threads.emplace_back([this, &scanner = *scanners[i], &hand = _hands[i]] { work(scanner, hand); });
             }
         } catch (const std::system_error&) {
             // The system gives no more threads; those that there are do the work.
         }
     }
-    work(*scanners.front());
+    work(*scanners.front(), _hands.front());
     for (std::thread& thread : threads) thread.join();
+    // After a signal: what was scanned behind what was not begun.
+    for (auto slot = _slots.begin(); slot != _slots.end() && !_stopped; ++slot) {
+        if (slot->done) _stopped = !_sink(slot->report);
+    }
     if (_failure) std::rethrow_exception(_failure);
 }
 
-void Workers::work(FileScanner& scanner) {
+void Workers::work(FileScanner& scanner, Hand& hand) {
     try {
-        for (Slot* slot = next(nullptr); slot; slot = next(slot)) {
-            slot->report = reportOf(scanner, slot->target);
-            slot->bytes = memoryOf(slot->report);
-            slot->target = {};
-        }
+        while (take(hand)) scan(scanner, hand);
     } catch (...) {
         fail(std::current_exception());
     }
 }
 
-// Gives back a slot that was scanned, if any, and takes the next; null when this thread is done. One call for both, as
-// for small files the lock is what threads meet at most.
-Workers::Slot* Workers::next(Slot* scanned) {
-    Lock lock = lockSoon(_mutex);
-    if (scanned) {
-        scanned->done = true;
-        _bytesWaiting += scanned->bytes;
-        if (!_handingOn) handOn(lock);
+// As many of the targets in the hand as are left to this thread.
+void Workers::scan(FileScanner& scanner, Hand& hand) {
+    bool more = true;
+    const auto told = [&](FileReport report) {
+        try {
+            more = handIn(hand, std::move(report));
+        } catch (...) {
+            fail(std::current_exception());
+            more = false;
+        }
+        return more;
+    };
+    while (more) {
+        const auto targets = std::span<const Target>(hand.targets).subspan(hand.begun - 1);
+        if (!targets.front().error.empty()) {
+            told(failed(targets.front(), targets.front().error));
+            continue;
+        }
+        try {
+            scanner.scanAll(targets, told);
+        } catch (const std::bad_alloc&) {
+            told(failed(hand.targets[hand.begun - 1], kMemoryRanOut));
+        }
     }
+}
+
+// False when this thread is done.
+bool Workers::take(Hand& hand) {
+    Lock lock = lockSoon(_mutex);
+    hand = {};
     while (!_stopped && !isInterrupted()) {
         if (mayFetch()) {
             fetch(lock);
-        } else if (_taken < _slots.size()) {
-            return &_slots[_taken++];
+        } else if (!_waiting.empty() || takeBack()) {
+            fill(hand);
+            return true;
         } else if (_exhausted) {
-            return nullptr;
+            return false;
         } else {
             _changed.wait(lock);
         }
     }
     _changed.notify_all();
-    return nullptr;
+    return false;
+}
+
+// Several files, which a scanner may have ways to scan together, but no more than this thread's share.
+void Workers::fill(Hand& hand) {
+    const std::size_t most = std::min(kMostInHand, _waiting.size() / _hands.size());
+    do {
+        hand.slots.push_back(_waiting.front());
+        hand.targets.push_back(std::move(_waiting.front()->target));
+        _waiting.pop_front();
+    } while (hand.slots.size() < most && isFile(hand.targets.back()) && isFile(_waiting.front()->target));
+    hand.begun = 1;
+}
+
+// Has wait again what no thread has begun. False when there is nothing.
+bool Workers::takeBack() {
+    for (Hand& hand : _hands) {
+        for (; hand.slots.size() > hand.begun; hand.slots.pop_back()) {
+            hand.slots.back()->target = hand.targets[hand.slots.size() - 1];
+            _waiting.push_front(hand.slots.back());
+        }
+    }
+    return !_waiting.empty();
+}
+
+// The report of what was begun last. True when this thread has another one to scan, which is begun with that.
+bool Workers::handIn(Hand& hand, FileReport report) {
+    const std::size_t bytes = memoryOf(report);
+    Lock lock = lockSoon(_mutex);
+    Slot& slot = *hand.slots[hand.begun - 1];
+    slot.report = std::move(report);
+    slot.bytes = bytes;
+    slot.done = true;
+    _bytesWaiting += bytes;
+    if (!_handingOn) handOn(lock);
+    if (_stopped || isInterrupted() || hand.begun == hand.slots.size()) return false;
+    ++hand.begun;
+    return true;
 }
 
 bool Workers::mayFetch() const {
     const bool room = _slots.size() < kMostSlots && _bytesWaiting + _slots.size() * sizeof(Slot) < kMostBytesWaiting;
     // A source that gave fewer than it was asked for has them wait for it: what there is goes first.
     const std::size_t few = _sourceIsSlow ? 1 : kFewTargets;
-    return !_fetching && !_exhausted && room && _slots.size() - _taken < few;
+    return !_fetching && !_exhausted && room && _waiting.size() < few;
 }
 
 // What came before the source failed is scanned all the same.
@@ -134,7 +194,7 @@ void Workers::fetch(Lock& lock) {
     }
     lock.lock();
     if (failure && !_failure) _failure = std::move(failure);
-    for (Target& target : targets) _slots.push_back({std::move(target)});
+    for (Target& target : targets) _waiting.push_back(&_slots.emplace_back(Slot{std::move(target)}));
     _exhausted = !more;
     _sourceIsSlow = targets.size() < kTogether;
     _fetching = false;
@@ -163,7 +223,6 @@ std::vector<FileReport> Workers::takeReady() {
         _bytesWaiting -= slot.bytes;
         reports.push_back(std::move(slot.report));
         _slots.pop_front();
-        --_taken;
     }
     return reports;
 }

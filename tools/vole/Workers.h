@@ -1,7 +1,8 @@
 // Workers: scans targets on several threads and hands the reports on in the order of the targets.
 //
-// Every thread does whatever is due: it fetches the next targets when few are left, scans one, and hands reports on
-// when the first that is missing is its own. So one thread needs no other, and none waits for a coordinator.
+// Every thread does whatever is due: it fetches the next targets when few are left, scans some, one after the other,
+// and hands reports on when the first that is missing is its own. So one thread needs no other, and none waits for a
+// coordinator. One that finds nothing left takes what others have in hand and did not begin.
 //   Memory:  what was scanned and waits for a slow scan ahead of it is bounded by number and by bytes.
 //   Ends:    when there are no targets left, when a report is not taken, or by a signal; in the last case all scans
 //            that were begun are handed on.
@@ -41,10 +42,20 @@ private:
         bool done = false;
         std::size_t bytes = 0;  // Of memory, once done.
     };
+    // What one thread scans. Others only take slots from its end.
+    struct Hand {
+        std::vector<Target> targets;
+        std::vector<Slot*> slots;  // Of the first of the targets.
+        std::size_t begun = 0;     // The last of which is being scanned.
+    };
     using Lock = std::unique_lock<std::mutex>;
 
-    void work(FileScanner& scanner);
-    Slot* next(Slot* scanned);
+    void work(FileScanner& scanner, Hand& hand);
+    void scan(FileScanner& scanner, Hand& hand);
+    bool take(Hand& hand);
+    void fill(Hand& hand);
+    bool takeBack();
+    bool handIn(Hand& hand, FileReport report);
     bool mayFetch() const;
     void fetch(Lock& lock);
     void handOn(Lock& lock);
@@ -56,7 +67,8 @@ private:
     std::mutex _mutex;  // Guards what follows; not held while source or sink are called.
     std::condition_variable _changed;
     std::deque<Slot> _slots;
-    std::size_t _taken = 0;         // Of the slots, from the front.
+    std::deque<Slot*> _waiting;     // Slots that no thread has taken.
+    std::vector<Hand> _hands;       // One for each thread.
     std::size_t _bytesWaiting = 0;  // Of slots that are done.
     bool _fetching = false;
     bool _handingOn = false;
