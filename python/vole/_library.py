@@ -88,6 +88,17 @@ class CountersStruct(ctypes.Structure):
     ]
 
 
+class ContentStruct(ctypes.Structure):
+    _fields_ = [
+        ("form", c_int),
+        ("size", c_uint64),
+        ("packed_size", c_uint64),
+        ("method", c_char_p),
+        ("is_packed", c_int),
+        ("checksum", c_int),
+    ]
+
+
 class EventStruct(ctypes.Structure):
     _fields_ = [
         ("type", c_int),
@@ -96,6 +107,7 @@ class EventStruct(ctypes.Structure):
         ("finding", POINTER(FindingStruct)),
         ("reason", POINTER(ReasonStruct)),
         ("bytes_done", c_uint64),
+        ("content", POINTER(ContentStruct)),
     ]
 
 
