@@ -1,11 +1,14 @@
 // Files whose size is in the list, against "openssl md5", and one whose size is not, against reading it.
+#include <array>
 #include <filesystem>
 #include <fstream>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "Benches.h"
 #include "Corpus.h"
+#include "Md5Lanes.h"
 #include "Process.h"
 
 namespace {
@@ -37,6 +40,26 @@ void benchHashed(Report& report, const corpus::Folder& folder, const std::string
     for (const std::string& file : files) std::filesystem::remove(file);
 }
 
+// Contents in memory, against one stream of as many bytes.
+void benchTogether(Report& report, const corpus::Folder& folder, std::size_t bytes, int rounds) {
+    constexpr std::size_t kSize = 10 * 1024, kTogether = 8;
+    const std::string file = folder / "stream", all = corpus::randomBytes(3000, bytes - bytes % (kTogether * kSize));
+    corpus::writeFile(file, all);
+    const auto digestAll = [&] {
+        std::array<Md5Content, kTogether> contents;
+        for (std::span<const char> rest(all); !rest.empty();) {
+            for (Md5Content& content : contents) {
+                content.bytes = rest.first(kSize);
+                rest = rest.subspan(kSize);
+            }
+            digestTogether(contents);
+        }
+    };
+    const auto reference = [&] { return secondsToRun({"openssl", "md5", file}); };
+    report.speed("speed, contents of 10 KiB in memory, eight at once, and one file of as many bytes",
+                 bestOf(rounds, reference, [&] { return secondsOf(digestAll); }), 3);
+}
+
 void benchUnlisted(Report& report, const corpus::Folder& folder, int rounds) {
     const std::string file = folder / "unlisted";
     corpus::writeFile(file, "");
@@ -66,5 +89,9 @@ void benchHashing(const Settings& settings, Report& report) {
                 std::size_t{megabytes} << 20, 1, rounds);
     benchHashed(report, folder, "speed, " + std::to_string(megabytes) + " files of 1 MiB, size in the list",
                 std::size_t{1} << 20, megabytes, rounds);
+    const unsigned small = 4000 / scale;
+    benchHashed(report, folder, "speed, " + std::to_string(small) + " files of 10 KiB, size in the list", 10 * 1024,
+                small, rounds);
+    benchTogether(report, folder, std::size_t{megabytes} << 20, rounds);
     benchUnlisted(report, folder, settings.quick ? 2 : 5);
 }
