@@ -374,11 +374,11 @@ TEST_F(Outcomes, filesGivenTogetherAreToldAsEachAlone) {
     std::vector<std::string> names{files / "gone", files.path(), files / "fifo", "/proc/version",
                                    "/sys/devices/system/cpu/online"};  // Shorter than the system says.
     for (const std::string& content : {""s, kNeedle, "sum of this text and more"s, "harmless"s, "x"s, "both\n"s,
-                                       zipOf({{"n", kNeedle}}), std::string(65537, 'l')}) {
-        names.insert(names.end(), 4, files.write(std::to_string(names.size()), content));
+                                       std::string(65536, 's'), std::string(65537, 'l'), zipOf({{"n", kNeedle}})}) {
+        names.insert(names.end(), 6, files.write(std::to_string(names.size()), content));
     }
     names.insert(names.end(), 70, names[10]);
-    names.insert(names.end(), names.begin(), names.begin() + 30);
+    names.insert(names.end(), names.begin(), names.begin() + 60);
     std::vector<const char*> paths;
     for (const std::string& name : names) paths.push_back(name.c_str());
     vole_limits small = VOLE_LIMITS_INIT;
@@ -404,6 +404,7 @@ TEST_F(Outcomes, filesGivenTogetherAreToldAsEachAlone) {
     };
     EXPECT_EQ(vole_scan_paths(scanner.get(), &paths[6], 6, cancel, scanner.get()), VOLE_OK);
     EXPECT_EQ(told(scanner.get()), "incomplete cancelled");
+    EXPECT_EQ(vole_scan_paths(scanner.get(), paths.data(), 0, nullptr, nullptr), VOLE_E_ARGUMENT);
     paths[9] = nullptr;
     EXPECT_EQ(vole_scan_paths(scanner.get(), paths.data(), 10, cancel, nullptr), VOLE_E_ARGUMENT);
 }
