@@ -44,15 +44,6 @@ public:
         report.info(what + ", whole program / cat", all);
     }
 
-    // Files one by one, and as they come.
-    void runTogether(Report& report, const std::string& what, const std::string& patterns) const {
-        const auto oneByOne = [&] {
-            return secondsToRun({buildDir() + "/vole", "scan", "-j1", "-i", "--host-view", "-d", patterns, _files});
-        };
-        report.info(what + ", whole program / same with --host-view, which scans one by one",
-                    bestOf(_rounds, oneByOne, [&] { return secondsToScan(patterns, _files); }));
-    }
-
     // Whole programs.
     void runOnTwo(Report& report) const {
         const auto scan = [&] { return secondsToScan(STARTER_PATTERNS, _files, "-j2"); };
@@ -109,7 +100,5 @@ void benchSmallFiles(const Settings& settings, Report& report) {
     const Comparison comparison(folder, count, settings.quick ? 3 : 9);
     comparison.run(report, "starter patterns", STARTER_PATTERNS);
     comparison.run(report, "large set", largeSet);
-    comparison.runTogether(report, "large set", largeSet);
-    comparison.runTogether(report, "starter patterns", STARTER_PATTERNS);
     comparison.runOnTwo(report);
 }
