@@ -35,6 +35,7 @@ template <int Round, int I>
 [[gnu::target("avx2"), gnu::always_inline]] inline void step(Words& a, const Words& b, const Words& c, const Words& d,
                                                              const Words* block) {
     constexpr int kShift = md5::kShifts[Round][I % 4];
+    // cppcheck-suppress arrayIndexOutOfBounds
     a += block[md5::wordIndex<Round>(I)] + md5::kSines[Round * 16 + I];
     if constexpr (Round == 0) {
         a += d ^ (b & (c ^ d));
