@@ -104,6 +104,8 @@ class EventType(_Word):
     FINDING = 3
     REASON = 4
     PROGRESS = 5
+    CONTENT = 6
+    """Not told of here: scanners do not ask for it."""
 
     @classmethod
     def _missing_(cls, value: object) -> EventType:

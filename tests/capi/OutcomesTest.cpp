@@ -264,12 +264,12 @@ TEST_F(Outcomes, eventsComeInOrderAndMayEndTheScan) {
 
 // What is known of a content, then its bytes, read in two pieces, of which the second could be longer.
 std::string shown(const vole_content& content) {
-    std::string bytes(content.size + 1, '?');
-    const std::size_t half = content.size / 2;
+    const auto size = static_cast<std::size_t>(content.size), half = size / 2;
+    std::string bytes(size + 1, '?');
     EXPECT_EQ(vole_content_read(&content, 0, bytes.data(), half), std::ptrdiff_t(half));
-    EXPECT_EQ(vole_content_read(&content, half, &bytes[half], half + 2), std::ptrdiff_t(content.size - half));
-    EXPECT_EQ(vole_content_read(&content, content.size, bytes.data(), 1), 0);
-    bytes.resize(content.size);
+    EXPECT_EQ(vole_content_read(&content, half, &bytes[half], half + 2), std::ptrdiff_t(size - half));
+    EXPECT_EQ(vole_content_read(&content, size, bytes.data(), 1), 0);
+    bytes.resize(size);
     const bool isRaw = content.form == VOLE_FORM_RAW;
     return std::to_string(content.packed_size) + content.method + (isRaw ? "" : " normalised") +
            (content.is_packed ? " packed" : "") + " " + "nrw"[content.checksum] + ":" + bytes;

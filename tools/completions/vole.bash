@@ -15,8 +15,12 @@ _vole() {
         case ${COMP_WORDS[2]} in
             check) options+=' --strict --json --names' ;;
             compile) options+=' -o --output --strict' ;;
+            diff | stat) options+=' --json' ;;
+            find) options+=' -n --places --json --name --md5 --size --text --kind' ;;
+            list) options+=' -n --places --json' ;;
+            merge) options+=' -o --output --one-name' ;;
         esac
-        values="check compile verify $options"
+        values="check compile diff find list merge stat verify $options"
         if [[ $COMP_CWORD -gt 2 ]]; then
             if [[ $word == -* ]]; then values=$options; else kind='file'; fi
         fi

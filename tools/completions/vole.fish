@@ -5,8 +5,9 @@ complete -c vole -s h -l help -d 'Print the options'
 complete -c vole -n __fish_use_subcommand -l version -d 'Print the versions'
 complete -c vole -n __fish_use_subcommand -a scan -d 'Scan files and folders'
 complete -c vole -n __fish_use_subcommand -a sig -d 'Check and compile signatures'
-complete -c vole -n '__fish_seen_subcommand_from sig; and not __fish_seen_subcommand_from check compile verify' \
-    -a 'check compile verify'
+set -l words check compile diff find list merge stat verify
+complete -c vole -n "__fish_seen_subcommand_from sig; and not __fish_seen_subcommand_from $words" \
+    -a "$words"
 
 set -l check -c vole -n '__fish_seen_subcommand_from check'
 complete $check -F
@@ -18,6 +19,28 @@ set -l compile -c vole -n '__fish_seen_subcommand_from compile verify'
 complete $compile -F
 complete $compile -s o -l output -rF -d 'File to write'
 complete $compile -l strict -d 'Write nothing when a record is not usable'
+
+for word in list find
+    set -l list -c vole -n "__fish_seen_subcommand_from $word"
+    complete $list -F
+    complete $list -s n -l places -d 'Put file and line before each'
+    complete $list -l json -d 'Print lines of JSON'
+end
+set -l find -c vole -n '__fish_seen_subcommand_from find'
+complete $find -l name -x -d 'The name fits this shell pattern'
+complete $find -l md5 -x -d 'The digest begins so'
+complete $find -l size -x -d 'The content has that size'
+complete $find -l text -x -d 'That stands in the line'
+complete $find -l kind -x -a 'md5 checksum' -d 'What kind it is'
+
+set -l stat -c vole -n '__fish_seen_subcommand_from stat diff'
+complete $stat -F
+complete $stat -l json -d 'Print lines of JSON'
+
+set -l merge -c vole -n '__fish_seen_subcommand_from merge'
+complete $merge -F
+complete $merge -s o -l output -rF -d 'Folder to write to'
+complete $merge -l one-name -d 'Keep the last of records that differ in their names'
 
 set -l scan -c vole -n '__fish_seen_subcommand_from scan'
 complete $scan -F

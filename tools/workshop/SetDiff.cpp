@@ -38,7 +38,7 @@ Group groupAt(const Records& records, std::size_t begin) {
     return Group(records).subspan(begin, end - begin);
 }
 
-// What is in `all` under names that `others` does not have, in the order of names' hashes.
+// What is in `all` under names that `others` does not have, in the order of the set.
 std::vector<std::uint32_t> without(Group all, Group others) {
     std::vector<std::uint32_t> numbers;
     for (const KeyedRecord& record : all) {
@@ -47,6 +47,7 @@ std::vector<std::uint32_t> without(Group all, Group others) {
                              [](const KeyedRecord& other, std::uint64_t hash) { return other.nameHash < hash; });
         if (found == others.end() || found->nameHash != record.nameHash) numbers.push_back(record.number);
     }
+    std::sort(numbers.begin(), numbers.end());
     return numbers;
 }
 
