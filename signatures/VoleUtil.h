@@ -48,6 +48,7 @@ static_assert(sizeof(_SECTION) == 28);
 struct PeInfo2 {
     static constexpr unsigned kInlineSections = 15;
     static constexpr std::uint32_t kNoEntry = 0xFFFFFFFF;
+    static constexpr int kSectionHeaderSize = 40;  // Bytes of one in the file, which begins with its name.
 
     PeInfo2() = default;
     PeInfo2(const PeInfo2&) = delete;
@@ -57,7 +58,8 @@ struct PeInfo2 {
     std::uint16_t sectionCount = 0;                 // NumberOfSections.
     _SECTION inlineSections[kInlineSections] = {};  // In use when there are at most 15 sections.
     std::unique_ptr<_SECTION[]> heapSections;       // In use when there are more.
-    _SECTION* sections = nullptr;  // Whichever of the two is in use; null before the first table was read.
+    _SECTION* sections = nullptr;    // Whichever of the two is in use; null before the first table was read.
+    std::uint64_t sectionTable = 0;  // File position of the first section header.
 };
 
 class VoleUtil {

@@ -30,7 +30,7 @@ constexpr int kOptionalHeader = 24;
 constexpr int kAddressOfEntryPoint = 40;
 
 // A section header.
-constexpr int kSectionHeaderSize = 40;
+constexpr int kSectionHeaderSize = PeInfo2::kSectionHeaderSize;
 constexpr int kVirtualSize = 8;
 constexpr int kVirtualAddress = 12;
 constexpr int kSizeOfRawData = 16;
@@ -146,6 +146,7 @@ bool readSectionTable(Source& source, std::uint64_t position, std::uint16_t coun
     if (count > 0) sections[0].PointerToRawData = VoleUtil::alignDown(sections[0].PointerToRawData, kFileAlignment);
     if (count > 1) sections[0].SizeOfRawData = VoleUtil::alignUp(sections[0].SizeOfRawData, kFileAlignment);
     info.sections = sections;
+    info.sectionTable = position;
     info.sectionCount = count;
     return true;
 }
