@@ -42,12 +42,7 @@ std::size_t textBytes(const vole_path& path) {
     return bytes;
 }
 
-Finding copyOf(const vole_finding& finding) {
-    Finding copy{finding.name, vole_kind_name(finding.kind), vole_form_name(finding.form), finding.allowed != 0,
-                 std::nullopt, memberOf(finding.member)};
-    if (finding.offset != VOLE_NO_OFFSET) copy.offset = finding.offset;
-    return copy;
-}
+Finding copyOf(const vole_finding& finding) { return plainFinding(finding); }
 
 Reason copyOf(const vole_reason& reason) {
     return {vole_reason_name(reason.code), reason.text, memberOf(reason.member)};
@@ -91,6 +86,13 @@ Outcome outcomeOf(vole_outcome outcome) {
 }
 
 }  // namespace
+
+Finding plainFinding(const vole_finding& finding) {
+    Finding copy{finding.name, vole_kind_name(finding.kind), vole_form_name(finding.form), finding.allowed != 0,
+                 std::nullopt, memberOf(finding.member)};
+    if (finding.offset != VOLE_NO_OFFSET) copy.offset = finding.offset;
+    return copy;
+}
 
 MemberPath memberOf(const vole_path& path) {
     MemberPath names;

@@ -40,6 +40,7 @@ inline Reason reasonFor(vole_reason_code code, std::string text) {
 }
 
 MemberPath memberOf(const vole_path& path);
+Finding plainFinding(const vole_finding& finding);
 
 ScannerHandle makeScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
 

@@ -1,6 +1,10 @@
 #include "Contents.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <limits>
 
@@ -18,27 +22,65 @@ struct Walk {
 
     static int onEvent(void* context, const vole_event* event) noexcept {
         Walk& walk = *static_cast<Walk*>(context);
-        if (event->content && !walk.failure) {
+        if (!walk.failure) {
             try {
-                walk.visitor.onContent({memberOf(event->member), *event->content});
+                walk.tell(*event);
             } catch (...) {
                 walk.failure = std::current_exception();
             }
         }
         return walk.failure ? 1 : 0;
     }
+
+    void tell(const vole_event& event) {
+        if (event.content) {
+            visitor.onContent({memberOf(event.member), *event.content});
+        } else {
+            visitor.onOther(event);
+        }
+    }
 };
 
-}  // namespace
-
-FileReport walkContents(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags,
-                        const std::string& path, ContentVisitor& visitor) {
+// `scan(vole_scanner*)` scans what is called `name`.
+template <class Scan>
+FileReport walk(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags, const std::string& name,
+                ContentVisitor& visitor, Scan scan) {
     Walk walk{visitor};
     const ScannerHandle scanner = makeScanner(signatures, limits, flags | VOLE_SCAN_ALL_MATCHES | VOLE_SCAN_CONTENTS);
     vole_scanner_set_events(scanner.get(), Walk::onEvent, &walk);
-    const vole_error error = vole_scan_path(scanner.get(), path.c_str(), nullptr);
+    const vole_error error = scan(scanner.get());
     if (walk.failure) std::rethrow_exception(walk.failure);
-    return reportOf(scanner.get(), path, error);
+    return reportOf(scanner.get(), name, error);
+}
+
+ptrdiff_t readStandardInput(void*, void* buffer, std::size_t size) {
+    ssize_t count;
+    do {
+        count = ::read(STDIN_FILENO, buffer, size);
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+vole_error scanStandardInput(vole_scanner* scanner) {
+    struct stat status;
+    const bool isFile = ::fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode);
+    return isFile ? vole_scan_fd(scanner, STDIN_FILENO, nullptr)
+                  : vole_scan_stream(scanner, readStandardInput, nullptr, nullptr);
+}
+
+}  // namespace
+
+void ContentVisitor::onOther(const vole_event&) {}
+
+FileReport walkContents(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags,
+                        const std::string& path, ContentVisitor& visitor) {
+    return walk(signatures, limits, flags, path, visitor,
+                [&path](vole_scanner* scanner) { return vole_scan_path(scanner, path.c_str(), nullptr); });
+}
+
+FileReport walkStandardInput(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags,
+                             ContentVisitor& visitor) {
+    return walk(signatures, limits, flags, "-", visitor, scanStandardInput);
 }
 
 std::size_t contents::readPiece(const vole_content& content, std::uint64_t offset, char* buffer) {

@@ -30,12 +30,17 @@ public:
     // In the order in which the engine sees them: members when they are unpacked, the normalised text behind the raw
     // bytes. What it throws ends the walk, and comes out of it.
     virtual void onContent(const SeenContent& seen) = 0;
+    // Whatever else the engine tells of the walk, in its place between the contents. Default: nothing.
+    virtual void onOther(const vole_event& event);
 };
 
 // Scans a file with these signatures as "vole scan --all-matches" does, and shows all that it sees on the way. `flags`
 // are further VOLE_SCAN_... Throws LoadError when there can be no scan, else what the visitor throws.
 FileReport walkContents(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags,
                         const std::string& path, ContentVisitor& visitor);
+// The same with all bytes of standard input, which reports call "-".
+FileReport walkStandardInput(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags,
+                             ContentVisitor& visitor);
 
 // All of its bytes: in memory, or in a file without a name when they are many. Throws LoadError when they cannot be
 // read or kept.
