@@ -31,6 +31,8 @@ Json countersOf(const Counters& counters) {
             {"reasons", counters.reasons}};
 }
 
+}  // namespace
+
 const char* wordFor(Outcome outcome) {
     switch (outcome) {
         case Outcome::clean:
@@ -44,8 +46,6 @@ const char* wordFor(Outcome outcome) {
     }
     return "failed";
 }
-
-}  // namespace
 
 std::string jsonHeader(std::string_view engine, std::uint64_t signatures, std::string_view setId) {
     return json::lineOf({{"schema", "vole-scan"},

@@ -15,6 +15,9 @@
 // REQUIRES: `engine` and `setId` are UTF-8.
 std::string jsonHeader(std::string_view engine, std::uint64_t signatures, std::string_view setId);
 
+// "clean" and so on.
+const char* wordFor(Outcome outcome);
+
 std::string jsonLine(const FileReport& report);
 
 std::string jsonSummary(const Tally& tally, double seconds, bool interrupted);

@@ -24,13 +24,18 @@ _vole() {
         if [[ $COMP_CWORD -gt 2 ]]; then
             if [[ $word == -* ]]; then values=$options; else kind='file'; fi
         fi
-    elif [[ ${COMP_WORDS[1]} == scan && $COMP_CWORD -gt 1 ]]; then
-        options='-h --help --files-from -0 --null --exclude --one-file-system -d --patterns -j --jobs --config --cache
-            --all-matches --shallow --limits --incomplete -i --infected --no-summary --no-progress --json --debug --max-size
-            --max-member --max-total --max-members --max-depth --max-ratio --time-limit --host-view --dump'
+    elif [[ ${COMP_WORDS[1]} =~ ^(scan|inspect)$ && $COMP_CWORD -gt 1 ]]; then
+        options='-h --help -d --patterns --config --shallow --json --max-size --max-member --max-total --max-members
+            --max-depth --max-ratio --time-limit'
+        if [[ ${COMP_WORDS[1]} == inspect ]]; then
+            options+=' --extract --normalised'
+        else
+            options+=' --files-from -0 --null --exclude --one-file-system -j --jobs --cache --all-matches --limits
+                --incomplete -i --infected --no-summary --no-progress --debug --host-view --dump'
+        fi
         case " ${COMP_WORDS[*]:2:COMP_CWORD-2} " in *' -- '*) before=-- ;; esac
         case $before in
-            -d | --patterns | --dump) kind=directory ;;
+            -d | --patterns | --dump | --extract) kind=directory ;;
             --files-from | --config | --cache) kind='file' ;;
             --incomplete) values='error ok' ;;
             -j | --jobs) values=$(seq "$(nproc)") ;;
@@ -40,7 +45,7 @@ _vole() {
             *) if [[ $word == -* ]]; then values=$options; else kind='file'; fi ;;
         esac
     else
-        values="scan sig $options"
+        values="scan inspect sig $options"
     fi
     if [[ $kind == words ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$values" -- "$word")

@@ -8,16 +8,19 @@
 #include <cstdint>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Escape.h"
+#include "Inspect.h"
 #include "Interruption.h"
-#include "Limits.h"
 #include "Messages.h"
 #include "ScanCommand.h"
+#include "SearchOptions.h"
 #include "SettingsFile.h"
 #include "SigCommand.h"
 #include "voleeng.h"
@@ -63,9 +66,6 @@ std::vector<std::string> plainArguments(int argc, char** argv) {
     return arguments;
 }
 
-// An unset variable of a script must not stand for the default.
-const CLI::Validator kNotEmpty([](const std::string& value) { return value.empty() ? "must not be empty" : ""; }, "");
-
 class CommandLine {
 public:
     CommandLine() {
@@ -74,7 +74,7 @@ public:
         _app.failure_message([this](const CLI::App*, const CLI::Error& error) {
             std::string line = "vole: ";
             appendEscaped(line, error.what());
-            return line + "; see vole " + (_sig.isAsked() ? "sig" : "scan") + " --help\n";
+            return line + "; see vole " + wordAsked() + " --help\n";
         });
         addWhat();
         addHow();
@@ -98,6 +98,7 @@ public:
 
     int run() {
         if (_sig.isAsked()) return _sig.run();
+        if (_inspect->isAsked()) return _inspect->run();
         // Taken as they were typed: a bound vector would be empty for a file named "{}".
         _options.paths = _paths->results();
         _options.rules.excluded = _exclude->results();
@@ -107,6 +108,8 @@ public:
     }
 
 private:
+    const char* wordAsked() const { return _sig.isAsked() ? "sig" : _inspect->isAsked() ? "inspect" : "scan"; }
+
     void addWhat() {
         _scan.footer(
             "Exit status: 0 nothing found, 1 something found, 2 nothing found, but errors or incomplete files. A name\n"
@@ -122,7 +125,7 @@ private:
         _exclude = _scan.add_option("--exclude",
                                     "Leave out files and folders whose name fits the shell pattern, or whose path,\n"
                                     "when it has a slash; * fits slashes, too. May be given several times");
-        _exclude->type_name("GLOB")->take_all()->check(kNotEmpty);
+        _exclude->type_name("GLOB")->take_all()->check(notEmpty());
         _scan.add_flag("--one-file-system", _options.rules.oneFileSystem, "Do not enter folders on other file systems");
     }
 
@@ -145,13 +148,8 @@ private:
     }
 
     void addLimits() {
-        for (const LimitOption& limit : limitOptions()) {
-            const std::uint64_t usual = limit.get(_options.engine.limits);
-            CLI::Option* const option =
-                addValue(std::string("--") + limit.name, placeholderOf(limit.unit),
-                         std::string(limit.help) + " (default: " + showLimit(limit.unit, usual) + ")",
-                         [this, &limit](const std::string& text) { return readLimit(limit, text); });
-            _libraryOnly.push_back(option->group("Limits (SIZE with K, M or G; 0: unlimited)"));
+        for (CLI::Option* const option : addLimitOptions(_scan, _options.engine.limits)) {
+            _libraryOnly.push_back(option);
             _settable.push_back(option);
         }
         _limits = _scan.add_flag("--limits", _options.limits, "Print the limits that are in force");
@@ -184,19 +182,12 @@ private:
         }
     }
 
-    // An option whose value `read` takes over, or says what is wrong with it.
-    template <class Read>
-    CLI::Option* addValue(const std::string& names, const char* placeholder, const std::string& help, Read read) {
-        const std::string name = names.substr(names.find("--"));
-        const auto take = [read, name](const std::string& text) {
-            const std::string problem = read(text);
-            if (!problem.empty()) throw CLI::ValidationError(name, problem + ", not \"" + text + '"');
-        };
-        return _scan.add_option_function<std::string>(names, take, help)->type_name(placeholder);
+    CLI::Option* addValue(const std::string& names, const char* placeholder, const std::string& help, ReadValue read) {
+        return addValueOption(_scan, names, placeholder, help, std::move(read));
     }
 
     CLI::Option* addText(const char* names, std::string& value, const char* placeholder, const char* help) {
-        return _scan.add_option(names, value, help)->type_name(placeholder)->check(kNotEmpty);
+        return addTextOption(_scan, names, value, placeholder, help);
     }
 
     std::string readJobs(const std::string& text) {
@@ -205,13 +196,6 @@ private:
         const bool whole = error == std::errc() && end == text.data() + text.size();
         const bool good = whole && _options.jobs >= 1 && _options.jobs <= kMostJobs;
         return good ? "" : "must be a number from 1 to " + std::to_string(kMostJobs);
-    }
-
-    std::string readLimit(const LimitOption& limit, const std::string& text) {
-        const auto value = parseLimit(limit, text);
-        if (!value) return std::string("must be ") + descriptionOf(limit.unit);
-        limit.set(_options.engine.limits, *value);
-        return "";
     }
 
     CLI::Option& settableAs(const std::string& name) {
@@ -261,6 +245,7 @@ private:
     CLI::App _app{"Scans files for known malware with the Vole Engine.", "vole"};
     CLI::App& _scan = *_app.add_subcommand("scan", "Scan files, and folders with all that is in them");
     SigCommand _sig{_app};
+    std::unique_ptr<Command> _inspect = newInspect(_app);
     ScanOptions _options;
     std::string _listName;
     CLI::Option* _paths = nullptr;

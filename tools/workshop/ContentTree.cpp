@@ -1,0 +1,140 @@
+#include "ContentTree.h"
+
+#include <algorithm>
+
+#include "ContentBuffer.h"
+#include "ContentType.h"
+#include "Exception.h"
+
+namespace {
+
+// Archives of hundreds of thousands of members fit, and names of 64 KiB in each of them do not. The scan's limit on
+// members may be off.
+constexpr std::size_t kMostBytes = std::size_t{256} << 20;
+
+// What the engine's own readers find out. Those need no bytes that the scan does not.
+void identify(const vole_content& content, ContentFacts& facts) {
+    try {
+        ContentBuffer bytes(content);
+        facts.type = typeOf(bytes);
+        facts.pe = peFactsOf(bytes);
+    } catch (ZOV_SPACE::Exception& e) {
+        throw LoadError(std::string("the content cannot be read: ") + e.getMessage());
+    }
+}
+
+std::size_t bytesOf(const PeFacts& pe) { return pe.sections.size() * sizeof(PeSection); }
+
+// The latest of the contents that a finding can be in.
+ContentFacts* latestOf(ContentPlace& place, vole_form form) {
+    const auto fits = [form](const ContentFacts& facts) { return facts.isSeen && facts.form == form; };
+    const auto found = std::find_if(place.contents.rbegin(), place.contents.rend(), fits);
+    return found == place.contents.rend() ? nullptr : &*found;
+}
+
+}  // namespace
+
+const char* checksumWord(vole_checksum_state state) {
+    if (state == VOLE_CHECKSUM_NONE) return "none";
+    return state == VOLE_CHECKSUM_RIGHT ? "right" : "wrong";
+}
+
+ContentTree::ContentTree(MemberFolder* folder) : _folder(folder), _places(1) {}
+
+bool ContentTree::affords(std::size_t bytes) {
+    const bool fits = bytes <= kMostBytes - _bytes;
+    if (fits) {
+        _bytes += bytes;
+    } else {
+        ++_leftOut;
+    }
+    return fits;
+}
+
+// Null when there is no room for it.
+ContentPlace* ContentTree::placeOf(const MemberPath& member) {
+    std::size_t at = 0;
+    for (const std::string& name : member) {
+        at = childOf(at, name);
+        if (at == ContentPlace::kNone) return nullptr;
+    }
+    return &_places[at];
+}
+
+std::size_t ContentTree::childOf(std::size_t parent, const std::string& name) {
+    constexpr std::size_t kNode = 64;  // About what the map takes for one.
+    const auto known = _children.find({parent, name});
+    if (known != _children.end()) return known->second;
+    if (!affords(sizeof(ContentPlace) + name.size() + kNode)) return ContentPlace::kNone;
+    const std::size_t index = _places.size();
+    ContentPlace& place = _places.emplace_back();
+    place.name = name;
+    place.parent = parent;
+    place.level = _places[parent].level + 1;
+    std::size_t& last = _places[parent].lastChild;
+    (last == ContentPlace::kNone ? _places[parent].firstChild : _places[last].next) = index;
+    last = index;
+    _children.emplace(std::pair(parent, std::string_view(place.name)), index);
+    return index;
+}
+
+ContentFacts* ContentTree::addFacts(ContentPlace& place) {
+    constexpr std::size_t kTexts = 64;
+    return affords(sizeof(ContentFacts) + kTexts) ? &place.contents.emplace_back() : nullptr;
+}
+
+void ContentTree::onContent(const SeenContent& seen) {
+    ContentPlace* const place = placeOf(seen.member);
+    if (!place) return;
+    ContentFacts* const latest = place->contents.empty() ? nullptr : &place->contents.back();
+    const bool wasAnnounced = latest && !latest->isSeen && latest->size;
+    ContentFacts* const facts = wasAnnounced && seen.isRaw() ? latest : addFacts(*place);
+    if (!facts) return;
+    facts->isSeen = true;
+    facts->form = seen.content.form;
+    facts->size = seen.content.size;
+    facts->md5 = md5Of(seen.content);
+    if (!seen.isRaw()) return;
+    facts->packedSize = seen.content.packed_size;
+    facts->method = seen.content.method;
+    facts->checksum = seen.content.checksum;
+    facts->isPacked = seen.content.is_packed != 0;
+    identify(seen.content, *facts);
+    if (facts->pe && !affords(bytesOf(*facts->pe))) facts->pe.reset();
+    if (_folder && !seen.member.empty()) facts->extractedTo = _folder->write(seen.content, seen.member.back());
+}
+
+void ContentTree::onOther(const vole_event& event) {
+    const bool matters = event.type == VOLE_EVENT_MEMBER_ENTERED || event.finding || event.reason;
+    ContentPlace* const place = matters ? placeOf(memberOf(event.member)) : nullptr;
+    if (!place) return;
+    if (event.finding) {
+        addFinding(*place, *event.finding);
+    } else if (event.reason) {
+        addReason(*place, *event.reason);
+    } else if (ContentFacts* const facts = addFacts(*place)) {
+        facts->size = event.size;
+    }
+}
+
+void ContentTree::addFinding(ContentPlace& place, const vole_finding& finding) {
+    ContentFacts* const facts = latestOf(place, finding.form);
+    if (!facts || !affords(sizeof(Finding) + std::string_view(finding.name).size())) return;
+    facts->findings.push_back(plainFinding(finding));
+    facts->findings.back().member.clear();
+}
+
+void ContentTree::addReason(ContentPlace& place, const vole_reason& reason) {
+    ContentFacts* const facts = place.contents.empty() ? addFacts(place) : &place.contents.back();
+    if (!facts || !affords(sizeof(Reason) + std::string_view(reason.text).size())) return;
+    facts->reasons.push_back(reasonFor(reason.code, reason.text));
+}
+
+MemberPath ContentTree::pathOf(const ContentPlace& place) const {
+    MemberPath path;
+    for (const ContentPlace* at = &place; at->parent != ContentPlace::kNone; at = &_places[at->parent]) {
+        path.push_back(at->name);
+    }
+    std::reverse(path.begin(), path.end());
+    return path;
+}
