@@ -10,7 +10,7 @@ namespace {
 
 // Archives of hundreds of thousands of members fit, and names of 64 KiB in each of them do not. The scan's limit on
 // members may be off.
-constexpr std::size_t kMostBytes = std::size_t{256} << 20;
+constexpr std::size_t kMostBytes = std::size_t{128} << 20;
 
 // What the engine's own readers find out. Those need no bytes that the scan does not.
 void identify(const vole_content& content, ContentFacts& facts) {
@@ -25,11 +25,18 @@ void identify(const vole_content& content, ContentFacts& facts) {
 
 std::size_t bytesOf(const PeFacts& pe) { return pe.sections.size() * sizeof(PeSection); }
 
-// The latest of the contents that a finding can be in.
-ContentFacts* latestOf(ContentPlace& place, vole_form form) {
-    const auto fits = [form](const ContentFacts& facts) { return facts.isSeen && facts.form == form; };
-    const auto found = std::find_if(place.contents.rbegin(), place.contents.rend(), fits);
-    return found == place.contents.rend() ? nullptr : &*found;
+// Of the members that were announced at a place, the one whose content comes now: the first that nothing was told of,
+// since some wait for others; else the last. The number of contents when there is none.
+std::size_t announcedAt(const ContentPlace& place) {
+    constexpr std::size_t kFurthestBack = 64;  // More of one name do not wait, and looking costs time.
+    const std::size_t end = place.contents.size();
+    std::size_t found = end;
+    for (std::size_t i = end; i > end - std::min(end, kFurthestBack); --i) {
+        const ContentFacts& facts = place.contents[i - 1];
+        const bool isWaiting = !facts.isSeen && facts.size;
+        if (isWaiting && (found == end || facts.reasons.empty())) found = i - 1;
+    }
+    return found;
 }
 
 }  // namespace
@@ -78,17 +85,27 @@ std::size_t ContentTree::childOf(std::size_t parent, const std::string& name) {
     return index;
 }
 
-ContentFacts* ContentTree::addFacts(ContentPlace& place) {
+// Null when there is no room for them.
+ContentFacts* ContentTree::addFacts(ContentPlace& place, std::size_t position) {
     constexpr std::size_t kTexts = 64;
-    return affords(sizeof(ContentFacts) + kTexts) ? &place.contents.emplace_back() : nullptr;
+    if (!affords(sizeof(ContentFacts) + kTexts)) return nullptr;
+    place.latest = position;
+    return &*place.contents.emplace(place.contents.begin() + static_cast<std::ptrdiff_t>(position));
+}
+
+ContentFacts* ContentTree::factsFor(ContentPlace& place, const vole_content& content) {
+    const std::size_t end = place.contents.size();
+    if (content.form != VOLE_FORM_RAW) return addFacts(place, std::min(place.latest + 1, end));
+    const std::size_t announced = announcedAt(place);
+    if (announced == end) return addFacts(place, end);
+    place.latest = announced;
+    return &place.contents[announced];
 }
 
 void ContentTree::onContent(const SeenContent& seen) {
     ContentPlace* const place = placeOf(seen.member);
     if (!place) return;
-    ContentFacts* const latest = place->contents.empty() ? nullptr : &place->contents.back();
-    const bool wasAnnounced = latest && !latest->isSeen && latest->size;
-    ContentFacts* const facts = wasAnnounced && seen.isRaw() ? latest : addFacts(*place);
+    ContentFacts* const facts = factsFor(*place, seen.content);
     if (!facts) return;
     facts->isSeen = true;
     facts->form = seen.content.form;
@@ -112,22 +129,25 @@ void ContentTree::onOther(const vole_event& event) {
         addFinding(*place, *event.finding);
     } else if (event.reason) {
         addReason(*place, *event.reason);
-    } else if (ContentFacts* const facts = addFacts(*place)) {
+    } else if (ContentFacts* const facts = addFacts(*place, place->contents.size())) {
         facts->size = event.size;
     }
 }
 
+// Comes right behind its content.
 void ContentTree::addFinding(ContentPlace& place, const vole_finding& finding) {
-    ContentFacts* const facts = latestOf(place, finding.form);
-    if (!facts || !affords(sizeof(Finding) + std::string_view(finding.name).size())) return;
-    facts->findings.push_back(plainFinding(finding));
-    facts->findings.back().member.clear();
+    if (place.contents.empty() || !affords(sizeof(Finding) + std::string_view(finding.name).size())) return;
+    std::vector<Finding>& findings = place.contents[place.latest].findings;
+    findings.push_back(plainFinding(finding));
+    findings.back().member.clear();
 }
 
 void ContentTree::addReason(ContentPlace& place, const vole_reason& reason) {
-    ContentFacts* const facts = place.contents.empty() ? addFacts(place) : &place.contents.back();
-    if (!facts || !affords(sizeof(Reason) + std::string_view(reason.text).size())) return;
-    facts->reasons.push_back(reasonFor(reason.code, reason.text));
+    if (place.contents.empty() && !addFacts(place, 0)) return;
+    if (!affords(sizeof(Reason) + std::string_view(reason.text).size())) return;
+    std::size_t at = place.latest;
+    if (at > 0 && place.contents[at].form == VOLE_FORM_NORMALISED) --at;  // It is of what the text was made of.
+    place.contents[at].reasons.push_back(reasonFor(reason.code, reason.text));
 }
 
 MemberPath ContentTree::pathOf(const ContentPlace& place) const {

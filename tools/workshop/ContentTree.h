@@ -48,7 +48,8 @@ struct ContentPlace {
     unsigned level = 0;
     std::size_t parent = kNone;
     std::size_t firstChild = kNone, lastChild = kNone, next = kNone;
-    std::vector<ContentFacts> contents;
+    std::vector<ContentFacts> contents;  // Normalised texts right behind what they were made of.
+    std::size_t latest = 0;              // Of the contents, the one that was told of last.
 };
 
 class ContentTree : public ContentVisitor {
@@ -72,7 +73,8 @@ private:
     bool affords(std::size_t bytes);
     ContentPlace* placeOf(const MemberPath& member);
     std::size_t childOf(std::size_t parent, const std::string& name);
-    ContentFacts* addFacts(ContentPlace& place);
+    ContentFacts* addFacts(ContentPlace& place, std::size_t position);
+    ContentFacts* factsFor(ContentPlace& place, const vole_content& content);
     void addFinding(ContentPlace& place, const vole_finding& finding);
     void addReason(ContentPlace& place, const vole_reason& reason);
 

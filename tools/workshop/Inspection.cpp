@@ -90,10 +90,8 @@ private:
         if (_options.json) {
             writeJson(tree, report, _out);
         } else {
-            if (!_isFirst) _out << '\n';
             writeTable(tree, report, _out);
         }
-        _isFirst = false;
         return report;
     }
 
@@ -118,7 +116,6 @@ private:
     const InspectOptions& _options;
     std::ostream& _out;
     std::optional<MemberFolder> _folder;
-    bool _isFirst = true;
     bool _isFound = false;
     bool _isWhole = true;  // Nothing is missing of what was asked for.
 };
