@@ -44,9 +44,9 @@ private:
     void onCount(const PatternLine& line, bool heeded) override;
     void onRecords(RecordKind kind, std::string_view texts, std::uint64_t firstLine) override;
 
-    void checkMd5(std::string_view text, std::uint64_t line);
-    void checkCheckSum(std::string_view text, std::uint64_t line);
-    void checkName(std::string_view text, std::string_view name, std::uint64_t line);
+    void checkMd5(std::string_view line, std::uint64_t number);
+    void checkCheckSum(std::string_view line, std::uint64_t number);
+    void checkName(std::string_view line, std::string_view name, std::uint64_t number);
     void checkCount();
     void findRepeatedMd5();
     void findRepeatedCheckSums();

@@ -7,7 +7,8 @@
 
 #include "Command.h"
 
-NewCommand newSigCheck, newSigCompile, newSigDiff, newSigFind, newSigList, newSigMerge, newSigStat, newSigVerify;
+NewCommand newSigCheck, newSigCompile, newSigDiff, newSigFind, newSigList, newSigMerge, newSigStat, newSigTest,
+    newSigVerify;
 
 class SigCommand : public Command {
 public:
