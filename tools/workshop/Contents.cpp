@@ -10,7 +10,6 @@
 
 #include "Escape.h"
 #include "Exception.h"
-#include "Md5.h"
 #include "Text.h"
 
 namespace {
@@ -103,11 +102,15 @@ std::unique_ptr<ZOV_SPACE::SmartBufferBase> copyOf(const vole_content& content) 
     return copy;
 }
 
-std::string md5Of(const vole_content& content) {
+void digestOf(const vole_content& content, unsigned char (&digest)[Md5::kDigestSize]) {
     Md5 md5;
     readPieces(content, [&md5](const char* piece, std::size_t count) { md5.MD5Update(piece, count); });
-    unsigned char digest[Md5::kDigestSize];
     md5.MD5Final(digest);
+}
+
+std::string md5Of(const vole_content& content) {
+    unsigned char digest[Md5::kDigestSize];
+    digestOf(content, digest);
     return ZOV_SPACE::text::hexOf(digest);
 }
 

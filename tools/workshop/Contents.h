@@ -7,6 +7,7 @@
 #include <string>
 
 #include "FileReport.h"
+#include "Md5.h"
 #include "VoleLibrary.h"
 #include "io/SmartBufferBase.h"
 #include "vole.h"
@@ -51,7 +52,8 @@ std::unique_ptr<ZOV_SPACE::SmartBufferBase> copyOf(const vole_content& content);
 template <class Take>
 void readPieces(const vole_content& content, Take take);
 
-// The MD5 digest of a content, as 32 lower-case hexadecimal digits. Throws LoadError.
+// The MD5 digest of a content; as 32 lower-case hexadecimal digits. Both throw LoadError.
+void digestOf(const vole_content& content, unsigned char (&digest)[Md5::kDigestSize]);
 std::string md5Of(const vole_content& content);
 
 // "a.zip/b/c" for reports: the file and the member in it, escaped for one line of text.

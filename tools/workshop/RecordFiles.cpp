@@ -51,17 +51,10 @@ private:
     }
 
     void tell(RecordKind kind, std::string_view text, std::uint64_t line) {
-        Record record{kind, text, {}};
+        Record record{};
+        if (parseRecord(kind, text, record)) return;
         record.file = &_file;
         record.line = line;
-        if (kind == RecordKind::md5) {
-            Md5Text fields{};
-            if (splitMd5Record(text, fields) || decodeMd5Digits(fields.digits, record.digest)) return;
-            record.name = fields.name;
-            record.size = fields.size;
-        } else if (parseCheckSumRecord(text, record.checkSum, record.name)) {
-            return;
-        }
         _visitor.onRecord(record);
     }
 
@@ -87,6 +80,16 @@ void addFilesOf(const std::string& folder, std::vector<std::string>& files) {
 
 std::string inFolder(const std::string& folder, const std::string& name) {
     return folder + (folder.ends_with('/') ? "" : "/") + name;
+}
+
+std::optional<RecordFault> parseRecord(RecordKind kind, std::string_view text, Record& out) {
+    out = {kind, text, {}};
+    if (kind == RecordKind::checkSum) return parseCheckSumRecord(text, out.checkSum, out.name);
+    Md5Text fields{};
+    if (auto fault = splitMd5Record(text, fields)) return fault;
+    out.name = fields.name;
+    out.size = fields.size;
+    return decodeMd5Digits(fields.digits, out.digest);
 }
 
 void RecordVisitor::onProblem(const std::string&, const PatternLine&, const RecordFault&) {}

@@ -3,6 +3,7 @@
 #define VOLE_WORKSHOP_RECORD_FILES_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,9 @@ struct Record {
     const std::string* file = nullptr;            // Path.
     std::uint64_t line = 0;                       // From 1.
 };
+
+// Takes a line apart. `out` has views into it and no place.
+std::optional<RecordFault> parseRecord(RecordKind kind, std::string_view text, Record& out);
 
 // Is told of the lines of pattern files. What these throw comes out of readRecords().
 class RecordVisitor {
