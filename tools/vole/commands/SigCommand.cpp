@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr NewCommand* kCommands[] = {newSigCheck, newSigCompile, newSigDiff, newSigFind, newSigList,
-                                     newSigMake,  newSigMerge,   newSigStat, newSigTest, newSigVerify};
+constexpr NewCommand* kCommands[] = {newSigCheck, newSigCompile, newSigDiff, newSigExplain, newSigFind,  newSigList,
+                                     newSigMake,  newSigMerge,   newSigStat, newSigTest,    newSigVerify};
 
 }  // namespace
 

@@ -7,8 +7,8 @@
 
 #include "Command.h"
 
-NewCommand newSigCheck, newSigCompile, newSigDiff, newSigFind, newSigList, newSigMake, newSigMerge, newSigStat,
-    newSigTest, newSigVerify;
+NewCommand newSigCheck, newSigCompile, newSigDiff, newSigExplain, newSigFind, newSigList, newSigMake, newSigMerge,
+    newSigStat, newSigTest, newSigVerify;
 
 class SigCommand : public Command {
 public:
