@@ -11,17 +11,28 @@ _vole() {
     fi
     local options='-h --help --version' values kind=words
     if [[ ${COMP_WORDS[1]} == sig && $COMP_CWORD -gt 1 ]]; then
+        local reading=' --max-size --max-member --max-total --max-members --max-depth --max-ratio --time-limit --shallow
+            --incomplete' words='check compile diff explain find list make merge stat test verify' at=2
         options='-h --help'
-        case ${COMP_WORDS[2]} in
+        if [[ ${COMP_WORDS[2]} == make && $COMP_CWORD -gt 2 ]]; then
+            at=3 words='md5 checksum'
+        fi
+        case ${COMP_WORDS[at]} in
+            md5) options+=" --members --member --text --name --append $reading" ;;
+            checksum) options+=" --members --member --text --name --append --from --length --not-in $reading" ;;
+            explain) options+=" --hdb --chk -d --patterns --name --json $reading" ;;
             check) options+=' --strict --json --names' ;;
             compile) options+=' -o --output --strict' ;;
             diff | stat) options+=' --json' ;;
             find) options+=' -n --places --json --name --md5 --size --text --kind' ;;
             list) options+=' -n --places --json' ;;
             merge) options+=' -o --output --one-name' ;;
+            test) options+=" --clean --infected --manifest --json ${reading% --shallow*}" ;;
         esac
-        values="check compile diff find list merge stat verify $options"
-        if [[ $COMP_CWORD -gt 2 ]]; then
+        values="$words $options"
+        if [[ $COMP_CWORD -gt $at && $before == --from ]]; then
+            values='start end entry section:0'
+        elif [[ $COMP_CWORD -gt $at ]]; then
             if [[ $word == -* ]]; then values=$options; else kind='file'; fi
         fi
     elif [[ ${COMP_WORDS[1]} =~ ^(scan|inspect)$ && $COMP_CWORD -gt 1 ]]; then
