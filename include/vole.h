@@ -15,8 +15,9 @@
  *
  * Threads. A set may be used by any number of threads at once; a scanner by one at a time, but vole_scanner_cancel(),
  * which any thread may call. There is no other state: nothing is process-wide. The library starts no threads unless
- * VOLE_LOAD_THREADS allows it, handles no signals, writes to no descriptor, never ends the process, and no C++ exception
- * leaves it. A forked child may use what it has a copy of, if no call into the library was under way in another thread.
+ * VOLE_LOAD_THREADS allows it, handles no signals, writes to no descriptor, never ends the process, and no C++
+ * exception leaves it. A forked child may use what it has a copy of, if no call into the library was under way in
+ * another thread.
  *
  * Strings are bytes that end with a NUL, in no particular encoding. Names of archive members are given with a length,
  * as they stand in the archive, and may have any byte in them.

@@ -154,4 +154,3 @@ std::optional<RecordFault> faultOf(const CheckSumFields& pattern) {
     }
     return {};
 }
-

@@ -65,7 +65,7 @@ private:
 
 void addFilesOf(const std::string& folder, std::vector<std::string>& files) {
     std::vector<std::string> names;
-    if (!ZOV_SPACE::File(folder.c_str()).list(names)) throw LoadError(folder + ": " + systemText(errno));
+    if (!ZOV_SPACE::File(folder).list(names)) throw LoadError(folder + ": " + systemText(errno));
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
         const std::string path = inFolder(folder, name);
