@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -39,6 +40,11 @@ protected:
         std::string text;
         appendEscaped(text, record);
         return text;
+    }
+
+    // "1 file", "2 files".
+    static std::string counted(std::uint64_t number, const char* what) {
+        return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
     }
 
     // An argument without a name.

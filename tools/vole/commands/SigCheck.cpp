@@ -40,10 +40,6 @@ std::string jsonSummary(const CheckTally& tally) {
            "\n";
 }
 
-std::string counted(std::uint64_t number, const char* what) {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
-}
-
 class SigCheck : public Command {
 public:
     explicit SigCheck(CLI::App& sig)

@@ -8,20 +8,25 @@
 
 namespace {
 
-// One line on standard output.
-ExitCode say(const std::string& path, const std::string& what, const SignaturesHandle& set) {
-    std::string line;
-    appendEscaped(line, path);
-    const auto count = vole_signatures_count(set.get());
-    std::cout << line << ": " << what << ", " << count << (count == 1 ? " signature, " : " signatures, ")
-              << vole_signatures_id(set.get()) << "\n";
-    return std::cout.flush() ? kExitClean : kExitErrors;
-}
+class SetCommand : public Command {
+protected:
+    using Command::Command;
 
-class SigCompile : public Command {
+    // One line on standard output.
+    static ExitCode say(const std::string& path, const char* what, const SignaturesHandle& set) {
+        std::string line;
+        appendEscaped(line, path);
+        std::cout << line << ": " << what << ", " << counted(vole_signatures_count(set.get()), "signature") << ", "
+                  << vole_signatures_id(set.get()) << "\n";
+        return std::cout.flush() ? kExitClean : kExitErrors;
+    }
+};
+
+class SigCompile : public SetCommand {
 public:
     explicit SigCompile(CLI::App& sig)
-        : Command(*sig.add_subcommand("compile", "Write the signatures of a folder to one file, which loads at once")) {
+        : SetCommand(
+              *sig.add_subcommand("compile", "Write the signatures of a folder to one file, which loads at once")) {
         addPath("DIR", _source, "Pattern directory");
         app()
             .add_option("-o,--output", _output, "File to write; what has its name is replaced when it is whole")
@@ -43,10 +48,11 @@ private:
     bool _strict = false;
 };
 
-class SigVerify : public Command {
+class SigVerify : public SetCommand {
 public:
     explicit SigVerify(CLI::App& sig)
-        : Command(*sig.add_subcommand("verify", "Read a compiled set, or a folder, and compare all checksums in it")) {
+        : SetCommand(
+              *sig.add_subcommand("verify", "Read a compiled set, or a folder, and compare all checksums in it")) {
         addPath("SET", _source, "Compiled set, or pattern directory");
     }
 

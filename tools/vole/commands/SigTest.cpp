@@ -96,8 +96,8 @@ public:
         if (_json) {
             std::cout << jsonOf(tally);
         } else {
-            std::cout << tally.signatures << " signatures, " << tally.clean << " clean files, " << tally.infected
-                      << " infected files: "
+            std::cout << counted(tally.signatures, "signature") << ", " << counted(tally.clean, "clean file") << ", "
+                      << counted(tally.infected, "infected file") << ": "
                       << (tally.failures == 0 ? "passed" : std::to_string(tally.failures) + " failed")
                       << (tally.interrupted ? ", interrupted" : "") << "\n";
         }
