@@ -289,7 +289,7 @@ typedef enum vole_checksum_state {
 
 /* What is scanned itself, an archive member as it came out, or the normalised text of either, which comes behind the
  * raw form. Members come when they are unpacked, which may be before their archive's other members are. A finding in
- * one comes behind it; without VOLE_SCAN_ALL_MATCHES there is nothing behind the first. */
+ * one comes behind it; without VOLE_SCAN_ALL_MATCHES there is nothing behind the first that counts. */
 typedef struct vole_content {
     vole_form form;
     uint64_t size;        /* Bytes. */
@@ -337,7 +337,8 @@ VOLE_API vole_error vole_scan_path(vole_scanner* scanner, const char* path, vole
 typedef int (*vole_scanned_fn)(void* context, size_t index, vole_error error, vole_outcome outcome);
 
 /* Files in order, each as vole_scan_path() scans it, with the same result, but in less time where many are small: those
- * are read some at a time, so that what happens to one while those before it are scanned may not be seen. Give all that
+ * are read some at a time, so that what happens to one while those before it are scanned may not be seen, and neither
+ * its limit on time nor its time has reading in it. Give all that
  * there are, or some dozens. VOLE_OK when nothing is left that the callback wanted; VOLE_E_ARGUMENT, and nothing is
  * scanned, when a path or the callback is null. */
 VOLE_API vole_error vole_scan_paths(vole_scanner* scanner, const char* const* paths, size_t count,

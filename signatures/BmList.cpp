@@ -161,7 +161,8 @@ void BmList::index() {
         handOver(_currentSig);
         _second = nullptr;
         second.finish();
-        if (chainsFor(_currentSig) != bm_suffix.size()) dropChains();  // Not that both take memory at once.
+        // Not that both take memory at once; and none at all where there are no records after all.
+        if (_currentSig == 0 || chainsFor(_currentSig) != bm_suffix.size()) dropChains();
     }
     enterSizes(_newSizes);
     _newSizes.clear();

@@ -129,8 +129,9 @@ private:
 
     static constexpr std::size_t kBucketWords = 65536 / 32;  // A bit for each bucket key.
     static constexpr std::size_t kBlockRecords = ZOV_SPACE::kLargePage / sizeof(BmRecord);
-    static constexpr std::uint32_t kHandedOver = 2048;       // Records, at least.
-    static constexpr std::uint64_t kMostExpected = 1 << 25;  // Records. Files that are no pattern files can be large.
+    static constexpr std::uint32_t kHandedOver = 2048;  // Records, at least.
+    // Records. Files that are nearly all comments can be large, and address space is short where pointers are.
+    static constexpr std::uint64_t kMostExpected = sizeof(void*) == 8 ? 1 << 25 : 1 << 22;
 
     using Block = std::vector<BmRecord, ZOV_SPACE::LargePageAllocator<BmRecord>>;
     using Sizes = std::deque<std::uint32_t>;

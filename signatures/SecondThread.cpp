@@ -3,6 +3,8 @@
 #include <csignal>
 #include <utility>
 
+#include "NoCancel.h"
+
 SecondThread::SecondThread() {
     sigset_t all, before;
     sigfillset(&all);
@@ -17,6 +19,7 @@ SecondThread::SecondThread() {
 
 SecondThread::~SecondThread() {
     if (!_isRunning) return;
+    const ZOV_SPACE::NoCancel guard;
     {
         const std::lock_guard lock(_mutex);
         _ends = true;
@@ -55,6 +58,7 @@ void SecondThread::settle() {
 }
 
 void SecondThread::withdraw() {
+    const ZOV_SPACE::NoCancel guard;  // Destructors call this.
     std::unique_lock lock(_mutex);
     if (std::exchange(_offered, nullptr)) _hasOffered = false;
     _forLoader.wait(lock, [this] { return !_hasOffered; });

@@ -1,5 +1,7 @@
 #include "FilesAhead.h"
 
+#include <sys/stat.h>
+
 #include "Md5Lanes.h"
 #include "io/FileIo.h"
 #include "io/RegularFile.h"
@@ -23,6 +25,11 @@ void FilesAhead::readFrom(std::size_t index) {
 }
 
 std::optional<FilesAhead::File> FilesAhead::read(const char* path) {
+    // Opening a device or a pipe may do something, and large files are opened in their turn.
+    struct stat status;
+    if (::stat(path, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > std::int64_t{kLargestFile}) {
+        return std::nullopt;
+    }
     const ZOV_SPACE::OwnFd file = ZOV_SPACE::openForReading(path);
     const auto size = file ? ZOV_SPACE::regularFileSize(file.get()) : std::nullopt;
     if (!size || *size == 0 || *size > kLargestFile) return std::nullopt;

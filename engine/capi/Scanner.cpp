@@ -195,7 +195,13 @@ vole_error vole_scan_paths(vole_scanner* scanner, const char* const* paths, size
     for (std::size_t i = 0; i < count; ++i) {
         const auto* const ahead = fileAhead(files, i, *scanner);
         const vole_error error = scanInTurn(*scanner, opening(*scanner, paths[i], ahead));
-        if (on_scanned(context, i, error, scanner->result.outcome) != 0) break;
+        int answer = 0;
+        const vole_error fault = capi::guarded([&] {
+            answer = on_scanned(context, i, error, scanner->result.outcome);
+            return VOLE_OK;
+        });
+        if (fault != VOLE_OK) return fault;
+        if (answer != 0) break;
     }
     return VOLE_OK;
 }

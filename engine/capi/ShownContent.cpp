@@ -1,6 +1,7 @@
 #include "ShownContent.h"
 
 #include <algorithm>
+#include <climits>
 
 #include "Boundary.h"
 #include "VoleUtil.h"
@@ -14,6 +15,7 @@ vole_checksum_state stateOf(CheckSumState state) {
 
 }  // namespace
 
+// cppcheck-suppress uninitDerivedMemberVar ; it does not see that an aggregate's members are initialised there
 ShownContent::ShownContent(const _st_ArchEntry& record, vole_form shownForm, ZOV_SPACE::IOBuffer& bytes)
     : vole_content{shownForm,
                    static_cast<std::uint64_t>(bytes.getSize()),
@@ -24,11 +26,10 @@ ShownContent::ShownContent(const _st_ArchEntry& record, vole_form shownForm, ZOV
       _bytes(bytes) {}
 
 std::ptrdiff_t ShownContent::read(std::uint64_t offset, void* buffer, std::size_t count) const {
-    constexpr std::size_t kMost = std::size_t{1} << 30;
     if (offset >= size) return 0;
     _bytes.seek(SEEK_SET, static_cast<long>(offset));
-    const auto most = static_cast<int>(std::min<std::uint64_t>({count, kMost, size - offset}));
-    return VoleUtil::readn(&_bytes, static_cast<char*>(buffer), most);
+    const auto due = static_cast<int>(std::min<std::uint64_t>({count, INT_MAX, size - offset}));
+    return VoleUtil::readn(&_bytes, static_cast<char*>(buffer), due) == due ? due : -1;
 }
 
 ptrdiff_t vole_content_read(const vole_content* content, uint64_t offset, void* buffer, size_t size) {

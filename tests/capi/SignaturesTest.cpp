@@ -140,6 +140,7 @@ TEST(Signatures, aSecondThreadMakesNoDifference) {
         {"fewer", records(0, 6000, "N") + comments + "\n" + records(6000, 7000, "N"), "?\n"},
         {"more", records(0, 3000, longName) + records(3000, 60'000, "N"), records(60'000, 62'000, "N")},
         {"more at the end of the first file", comments + "\n" + records(0, 2500, longName), records(0, 40'000, "M")},
+        {"none at all", comments + "\n", comments + "\n"},
         {"lines of all kinds", "#count:9000\n" + records(0, 9000, "N") + "no record\r\n\n" + records(0, 8000, "a:b"),
          "?\n" + records(7, 8000, "N") + "\n" + std::string(3000, 'x') + "\n\0\n"s + records(0, 9, "L\r") + "rest"},
     };

@@ -52,8 +52,9 @@ public:
         _progress.started(targets[begun].path);
         _scanner->scanAll(targets, [&](FileReport report) {
             done(report);
-            if (++begun < targets.size()) _progress.started(targets[begun].path);
-            return told(std::move(report));
+            const bool more = told(std::move(report));
+            if (more && ++begun < targets.size()) _progress.started(targets[begun].path);
+            return more;
         });
     }
 

@@ -121,7 +121,8 @@ bool Workers::take(Hand& hand) {
     Lock lock = lockSoon(_mutex);
     hand = {};
     while (!_stopped && !isInterrupted()) {
-        if (mayFetch()) {
+        // A slow source is not waited for while there is something to do.
+        if (mayFetch() && !(_sourceIsSlow && takeBack())) {
             fetch(lock);
         } else if (!_waiting.empty() || takeBack()) {
             fill(hand);
@@ -139,6 +140,8 @@ bool Workers::take(Hand& hand) {
 // Several files, which a scanner may have ways to scan together, but no more than this thread's share.
 void Workers::fill(Hand& hand) {
     const std::size_t most = std::min(kMostInHand, _waiting.size() / _hands.size());
+    hand.slots.reserve(most + 1);
+    hand.targets.reserve(most + 1);  // What is in the one is in the other, also when memory is short.
     do {
         hand.slots.push_back(_waiting.front());
         hand.targets.push_back(std::move(_waiting.front()->target));

@@ -176,7 +176,7 @@ void RecordCheck::checkMd5(std::string_view line, std::uint64_t number) {
     const std::string_view behind = line.substr(kSizeColumn);
     const std::size_t colon = behind.find(':');
     const std::string_view digits = behind.substr(0, colon);
-    const bool isUsual = digits.size() < 10 && digits.size() > 0 && digits.front() > '0' && isPlainNumber(digits) &&
+    const bool isUsual = digits.size() < 10 && !digits.empty() && digits.front() > '0' && isPlainNumber(digits) &&
                          behind[colon + 1] != ':';
     if (!isUsual) {
         Md5Text fields{};

@@ -101,7 +101,7 @@ std::string xmlItem(const std::string& name) {
     std::string item = "    <item name=\"";
     for (const char c : name) {
         if (static_cast<unsigned char>(c) < ' ' || c == '&' || c == '<' || c == '"') {
-            item += "&#" + std::to_string(c) + ";";
+            item.append("&#").append(std::to_string(c)) += ';';
         } else {
             item += c;
         }

@@ -38,9 +38,10 @@ public:
     // Decodes from the one into the other, and moves both behind what it used, also when it fails.
     virtual Step step(std::span<const char>& input, std::span<char>& space) = 0;
 
-    // The rest is for files. One holds any number of streams, whose contents are one.
     // As ArchiveEntryInfo has it.
     virtual const char* method() const = 0;
+
+    // The rest is for files. One holds any number of streams, whose contents are one.
     // Whether a stream begins there.
     virtual bool isAt(ContentBytes& bytes, std::int64_t position) const = 0;
     // Gets ready for it. Returns where the bytes begin that step() is to be given.

@@ -44,8 +44,9 @@ public:
         return {result == 0, {}};
     }
 
-    // Frames that are to be skipped count: they stand between others, and in front.
     const char* method() const override { return "zstd"; }
+
+    // Frames that are to be skipped count: they stand between others, and in front.
     bool isAt(ContentBytes& bytes, std::int64_t position) const override {
         constexpr std::uint32_t kSkipped = 0x184D2A50;
         const std::uint32_t mark = bytes.signatureAt(position);
