@@ -27,7 +27,7 @@ _vole() {
             find) options+=' -n --places --json --name --md5 --size --text --kind' ;;
             list) options+=' -n --places --json' ;;
             merge) options+=' -o --output --one-name' ;;
-            test) options+=" --clean --infected --manifest --json ${reading% --shallow*}" ;;
+            test) options+=" --clean --infected --manifest --json $reading" ;;
         esac
         values="$words $options"
         if [[ $COMP_CWORD -gt $at && $before == --from ]]; then

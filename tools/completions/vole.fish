@@ -77,7 +77,7 @@ complete $searching -s d -l patterns -rF -d 'Folder with the signatures, or a co
 complete $searching -l config -rF -d 'Take what is not given from a file'
 complete $searching -l json -d 'Report in lines of JSON'
 
-set -l opening -c vole -n '__fish_seen_subcommand_from scan inspect md5 checksum explain'
+set -l opening -c vole -n '__fish_seen_subcommand_from scan inspect md5 checksum explain test'
 complete $opening -l shallow -d 'Do not look for members where other unpackers may'
 
 set -l reading -c vole -n '__fish_seen_subcommand_from scan inspect md5 checksum explain test'
@@ -89,7 +89,7 @@ complete $reading -l max-depth -x -d 'Archives within each other'
 complete $reading -l max-ratio -x -d 'Unpacked to packed size of a member'
 complete $reading -l time-limit -x -d 'Seconds for one file'
 
-set -l counting -c vole -n '__fish_seen_subcommand_from scan md5 checksum explain'
+set -l counting -c vole -n '__fish_seen_subcommand_from scan md5 checksum explain test'
 complete $counting -l incomplete -xa 'error ok' -d 'Whether incomplete files count for the exit status'
 
 set -l scan -c vole -n '__fish_seen_subcommand_from scan'

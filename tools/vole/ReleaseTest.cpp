@@ -1,11 +1,18 @@
 #include "ReleaseTest.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <set>
+#include <sstream>
+#include <system_error>
 
 #include "Interruption.h"
 #include "Messages.h"
@@ -19,24 +26,49 @@ namespace {
 using TakeFailure = std::function<void(const TestFailure&)>;
 using Names = std::set<std::string>;
 
-std::string withSlash(const std::string& folder) { return folder.ends_with('/') ? folder : folder + "/"; }
+// All of a file that people write.
+std::string readText(const std::string& path) {
+    constexpr std::uint64_t kMost = std::uint64_t{256} << 20;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat status;
+    const bool isFile = fd >= 0 && ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    const std::string why = fd < 0 ? systemText(errno) : isFile ? "" : "not a regular file";
+    if (fd >= 0) ::close(fd);
+    if (!why.empty()) throw LoadError(path + ": " + why);
+    if (static_cast<std::uint64_t>(status.st_size) > kMost) throw LoadError(path + ": too large for a manifest");
+    std::ifstream file(path);
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    if (!file.read(text.data(), static_cast<std::streamsize>(text.size()))) throw LoadError(path + ": cannot be read");
+    return text;
+}
+
+// The same for all ways to write it.
+std::string plainPath(const std::string& path) {
+    std::string plain = std::filesystem::path(path).lexically_normal().string();
+    if (plain.size() > 1 && plain.ends_with('/')) plain.pop_back();
+    return plain;
+}
+
+bool isSameFile(const std::string& a, const std::string& b) {
+    std::error_code none;
+    return std::filesystem::equivalent(a, b, none);
+}
 
 // Names by path.
 std::map<std::string, Names> readManifest(const std::string& path, const std::string& folder) {
-    std::ifstream file(path);
-    if (!file) throw LoadError(path + ": " + systemText(errno));
+    std::istringstream text(readText(path));
     std::map<std::string, Names> expected;
     std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
+    for (int number = 1; std::getline(text, line); ++number) {
+        const auto refuse = [&](const char* why) { throw LoadError(path + ":" + std::to_string(number) + ": " + why); };
         if (line.ends_with('\r')) line.pop_back();
         if (line.empty() || line.starts_with('#')) continue;
         const std::size_t tab = line.find('\t');
-        if (tab == std::string::npos || tab == 0 || tab + 1 == line.size()) {
-            throw LoadError(path + ":" + std::to_string(number) + ": no path, tab and name");
-        }
-        expected[folder + line.substr(0, tab)].insert(line.substr(tab + 1));
+        if (tab == std::string::npos || tab == 0 || tab + 1 == line.size()) refuse("no path, tab and name");
+        const std::string file = plainPath(line.substr(0, tab));
+        if (file.starts_with('/') || file == ".." || file.starts_with("../")) refuse("not below the folder");
+        expected[plainPath(folder + "/" + file)].insert(line.substr(tab + 1));
     }
-    if (file.bad()) throw LoadError(path + ": cannot be read");
     return expected;
 }
 
@@ -61,26 +93,30 @@ public:
     Tester(const Engine& engine, const ReleaseTestOptions& options, const TakeFailure& take)
         : _engine(engine), _options(options), _take(take) {}
 
-    void testClean() {
-        walk(_options.clean, [this](const FileReport& report) {
+    void testClean(const std::string& corpus) {
+        const std::uint64_t before = _tally.clean;
+        walk({corpus}, [this](const FileReport& report) {
             ++_tally.clean;
             const Names found = namesIn(report);
             if (!found.empty()) return fail(TestFailure::Kind::found, report, {}, found);
             checkSeen(report);
         });
+        if (_tally.clean == before && !isInterrupted()) raiseEmpty(corpus);
     }
 
     void testInfected(const std::string& corpus) {
-        const std::string folder = withSlash(corpus);
-        const std::string manifest = _options.manifest.empty() ? folder + kManifestName : _options.manifest;
+        const std::string folder = plainPath(corpus);
+        const std::string manifest = _options.manifest.empty() ? folder + "/" + kManifestName : _options.manifest;
         auto expected = readManifest(manifest, folder);
+        const std::uint64_t before = _tally.infected;
         walk({folder}, [&](const FileReport& report) {
-            if (report.path == manifest) return;
+            if (isSameFile(report.path, manifest)) return;
             ++_tally.infected;
-            const auto listed = expected.extract(report.path);
+            const auto listed = expected.extract(plainPath(report.path));
             if (listed.empty()) return fail(TestFailure::Kind::unlisted, report, {}, namesIn(report));
             checkFound(report, listed.mapped());
         });
+        if (_tally.infected == before && expected.empty() && !isInterrupted()) raiseEmpty(corpus);
         if (isInterrupted()) return;
         for (const auto& [path, names] : expected) {
             FileReport absent;
@@ -92,6 +128,9 @@ public:
     ReleaseTestTally tally() const { return _tally; }
 
 private:
+    // A release must not pass because a disk is not there.
+    [[noreturn]] static void raiseEmpty(const std::string& corpus) { throw LoadError(corpus + ": no files to test"); }
+
     template <class Check>
     void walk(const std::vector<std::string>& paths, Check check) {
         const WalkRules rules;
@@ -117,7 +156,8 @@ private:
     }
 
     void checkSeen(const FileReport& report) {
-        if (report.outcome == Outcome::incomplete) fail(TestFailure::Kind::unseen, report, {}, {});
+        const bool isUnseen = report.outcome == Outcome::incomplete && !_options.incompleteIsFine;
+        if (isUnseen) fail(TestFailure::Kind::unseen, report, {}, {});
         if (report.outcome == Outcome::failed) fail(TestFailure::Kind::unreadable, report, {}, {});
     }
 
@@ -142,7 +182,9 @@ ReleaseTestTally testRelease(const ReleaseTestOptions& options, const TakeFailur
     const LibraryEngine engine(engineOptions);
     noteSignals();
     Tester tester(engine, options, take);
-    tester.testClean();
+    for (const std::string& corpus : options.clean) {
+        if (!isInterrupted()) tester.testClean(corpus);
+    }
     for (const std::string& corpus : options.infected) {
         if (!isInterrupted()) tester.testInfected(corpus);
     }

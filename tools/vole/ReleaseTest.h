@@ -19,6 +19,7 @@ struct ReleaseTestOptions {
     std::vector<std::string> clean;     // Files and folders.
     std::vector<std::string> infected;  // Folders.
     std::string manifest;               // Empty: kManifestName in each folder, which then is none of its files.
+    bool incompleteIsFine = false;      // Clean files need not be seen whole.
     unsigned jobs = 0;                  // 0: as many as there are processors.
 };
 

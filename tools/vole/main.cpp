@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <csignal>
 #include <cstdint>
 #include <exception>
 #include <iostream>
@@ -265,6 +266,7 @@ private:
 
 int main(int argc, char** argv) {
     occupyStandardDescriptors();
+    std::signal(SIGXFSZ, SIG_IGN);  // A file that may not grow is a failed write.
     try {
         CommandLine commandLine;
         const int answered = commandLine.parse(argc, argv);

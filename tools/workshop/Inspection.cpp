@@ -85,7 +85,16 @@ private:
 
     FileReport writeTree(const std::string& path) {
         ContentTree tree(_folder ? &*_folder : nullptr);
-        FileReport report = walk(path, tree);
+        FileReport report;
+        try {
+            report = walk(path, tree);
+        } catch (const LoadError& error) {
+            // What was seen before is shown.
+            report.path = path;
+            report.outcome = Outcome::failed;
+            report.error = error.what();
+            complain(path + ": " + report.error);
+        }
         tellOfRest(report, tree.leftOut());
         if (_options.json) {
             writeJson(tree, report, _out);

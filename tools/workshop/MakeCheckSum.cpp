@@ -87,7 +87,9 @@ public:
             const auto proven = std::find_if(pair, end, [](const Candidate& c) { return c.isFound && !c.isRefuted; });
             const Subject& subject = _subjects[i];
             const std::string& file = _files[subject.file];
-            if (proven != end) {
+            if (!_isCorpusWhole) {
+                complain(file, subject.member, "not all of the corpus was seen");
+            } else if (proven != end) {
                 records.add(checkSumRecordLine(subject.source.recordOf(proven->first, proven->second),
                                                names.nameOf(file, subject.member, ++_number)));
             } else {
@@ -117,15 +119,21 @@ private:
         _isWhole = false;
     }
 
+    // Of both ranges. Fewer are found by chance, unless they were asked for.
+    int fewestBytes() const {
+        constexpr int kUsual = 12;
+        return std::min(kUsual, 2 * _how.length);
+    }
+
     std::vector<Candidate> pairsOfAll() const {
         constexpr std::size_t kMostPairs = 64;
         std::vector<Candidate> pairs;
         for (std::size_t i = 0; i < _subjects.size(); ++i) {
             const auto& ranges = _subjects[i].source.ranges;
             const std::size_t limit = pairs.size() + (_subjects[i].hasOwnRange ? 1 : kMostPairs);
-            if (ranges.size() == 1) pairs.push_back({i, ranges[0], ranges[0]});
             for (std::size_t second = 1; second < ranges.size(); ++second) {
                 for (std::size_t first = 0; first < second && pairs.size() < limit; ++first) {
+                    if (ranges[first].length + ranges[second].length < fewestBytes()) continue;
                     pairs.push_back({i, ranges[first], ranges[second]});
                 }
             }
@@ -142,7 +150,7 @@ private:
                 forFindings(path, set.get(), false, _wasCorpusSeen ? silent() : _terms, [&](const auto& found) {
                     if (Candidate* const candidate = candidateOf(found, candidates)) candidate->isRefuted = true;
                 });
-            _isWhole = _isWhole && wasSeen;
+            _isCorpusWhole = _isCorpusWhole && wasSeen;
         }
         _wasCorpusSeen = true;
     }
@@ -173,6 +181,7 @@ private:
     std::vector<Subject> _subjects;
     std::uint64_t _number = 0;
     bool _wasCorpusSeen = false;
+    bool _isCorpusWhole = true;
     bool _isWhole = true;
 };
 

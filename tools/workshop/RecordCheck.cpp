@@ -292,5 +292,5 @@ void RecordCheck::remarkOnRepeat(const Place& older, const Place& newer, std::st
     const bool isSame = olderName == newerName;
     _take({Severity::warning, isSame ? "repeated" : "shadowed", *older.file, older.line, 1,
            isSame ? where + " has the same"
-                  : where + " matches the same contents, and its name is told first: " + std::string(newerName)});
+                  : where + " matches the same contents, and hides this one: " + std::string(newerName)});
 }

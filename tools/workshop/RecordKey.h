@@ -30,7 +30,7 @@ struct KeyedRecord {
 // Of all files, in the order of the load. Throws LoadError, and for more than 2^32 - 1 records.
 std::vector<KeyedRecord> keyedRecords(const std::vector<std::string>& files);
 
-// Reads the files again and hands on each record with its number. Throws LoadError, also when there are fewer now.
+// Reads the files and hands on each record with its number. Throws LoadError.
 template <class Take>
 void eachRecord(const std::vector<std::string>& files, Take take);
 

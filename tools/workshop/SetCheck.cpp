@@ -89,13 +89,17 @@ private:
     }
 
     void takeLine(std::string_view line) {
-        line = text::upTo(line, '\0');
+        const std::string_view known = text::upTo(line, '\0');
+        if (known.size() < line.size()) {
+            remark(Severity::error, "nul", _line, known.size() + 1, "What stands behind a NUL is left out");
+        }
+        line = known;
         for (const char* const key : options::kKeys) {
             if (const auto value = options::valueOf(line, key)) return takeValue(key, *value, line);
         }
-        const std::string_view known = text::trim(line);
-        if (known.empty() || options::isComment(line)) return;
-        const auto column = static_cast<std::size_t>(known.data() - line.data()) + 1;
+        const std::string_view setting = text::trim(line);
+        if (setting.empty() || options::isComment(line)) return;
+        const auto column = static_cast<std::size_t>(setting.data() - line.data()) + 1;
         remark(Severity::warning, "option", _line, column, "sets nothing that the engine knows");
     }
 
@@ -141,10 +145,14 @@ void checkLists(const std::string& file, const TakeRemark& take) {
         return remark(Severity::error, e.getMessage());
     }
     if (list.empty()) remark(Severity::warning, "there is no entry in it, so it counts as not there");
-    std::map<std::string, int> seen;
-    for (const std::string& name : list.falseAlarms()) {
-        if (name.empty()) remark(Severity::warning, "an empty name is no signature's");
-        if (++seen[name] == 2) remark(Severity::warning, "\"" + name + "\" is listed more than once");
+    for (const auto& [kind, names] : {std::pair("false alarm", list.falseAlarms()), {"spyware", list.spyware()}}) {
+        std::map<std::string, int> seen;
+        for (const std::string& name : names) {
+            if (name.empty()) remark(Severity::warning, std::string("an empty name, listed as ") + kind);
+            if (++seen[name] == 2) {
+                remark(Severity::warning, "\"" + name + "\" is listed more than once as " + kind);
+            }
+        }
     }
 }
 

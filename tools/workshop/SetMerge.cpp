@@ -142,8 +142,12 @@ MergeTally mergeSets(const MergeOptions& options) {
             (record.kind == RecordKind::md5 ? md5s : checkSums).add(record.text);
         }
     });
+    if (tally.records + tally.repeated != repeated.size()) throw LoadError("the files changed meanwhile");
     md5s.finish();
     checkSums.finish();
-    if (!lists.empty()) writeLists(lists, inFolder(options.folder, kVirusListFile));
+    const std::string listFile = inFolder(options.folder, kVirusListFile);
+    if (!lists.empty() || std::filesystem::exists(std::filesystem::symlink_status(listFile))) {
+        writeLists(lists, listFile);  // An old one's false alarms are none of these sets'.
+    }
     return tally;
 }

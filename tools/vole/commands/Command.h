@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 
 #include "Escape.h"
 #include "ExitCode.h"
+#include "Messages.h"
 
 class Command {
 public:
@@ -40,6 +42,13 @@ protected:
         std::string text;
         appendEscaped(text, record);
         return text;
+    }
+
+    // The code, if all that was said on standard output was written; else errors, but for a finding, and says so.
+    static ExitCode written(ExitCode code) {
+        if (std::cout.flush()) return code;
+        complain("cannot write the report");
+        return code == kExitFound ? code : kExitErrors;
     }
 
     // "1 file", "2 files".

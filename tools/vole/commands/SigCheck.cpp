@@ -3,6 +3,7 @@
 
 #include "Escape.h"
 #include "JsonText.h"
+#include "SearchOptions.h"
 #include "SetCheck.h"
 #include "SigCommand.h"
 
@@ -46,7 +47,10 @@ public:
         : Command(*sig.add_subcommand("check", "Tell what is wrong in pattern files, or not as it may be meant")) {
         addPaths("PATH", _options.paths,
                  "Pattern directories and files, voleeng.ini and pattern_assistant.xml: one set together");
-        app().add_option("--names", _options.names, "Names have to fit this shell pattern")->type_name("GLOB");
+        app()
+            .add_option("--names", _options.names, "Names have to fit this shell pattern")
+            ->type_name("GLOB")
+            ->check(notEmpty());
         app().add_flag("--strict", _strict, "Warnings count for the exit status, too");
         app().add_flag("--json", _json, "Report in lines of JSON");
         app().footer(
@@ -64,8 +68,8 @@ public:
             std::cout << counted(tally.errors, "error") << ", " << counted(tally.warnings, "warning") << " in "
                       << counted(tally.records, "record") << " of " << counted(tally.files, "file") << "\n";
         }
-        if (!std::cout.flush() || tally.errors != 0) return kExitErrors;
-        return _strict && tally.warnings != 0 ? kExitFound : kExitClean;
+        if (tally.errors != 0) return written(kExitErrors);
+        return written(_strict && tally.warnings != 0 ? kExitFound : kExitClean);
     }
 
 private:

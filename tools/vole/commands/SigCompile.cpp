@@ -18,7 +18,7 @@ protected:
         appendEscaped(line, path);
         std::cout << line << ": " << what << ", " << counted(vole_signatures_count(set.get()), "signature") << ", "
                   << vole_signatures_id(set.get()) << "\n";
-        return std::cout.flush() ? kExitClean : kExitErrors;
+        return written(kExitClean);
     }
 };
 

@@ -38,7 +38,7 @@ public:
             files.erase(files.begin());
         }
         const ExitCode code = explainFiles(records, files, terms, std::cout);
-        return std::cout.flush() || code == kExitFound ? code : kExitErrors;
+        return written(code);
     }
 
 private:

@@ -62,8 +62,7 @@ public:
     ExitCode run() const override {
         Listing listing(_filter, _places, _json, printable);
         for (const std::string& file : patternFilesAt(_paths)) readRecords(file, listing);
-        if (!std::cout.flush()) return kExitErrors;
-        return _isSearch && listing.count() == 0 ? kExitFound : kExitClean;
+        return written(_isSearch && listing.count() == 0 ? kExitFound : kExitClean);
     }
 
 protected:
@@ -84,21 +83,23 @@ class SigFind : public SigList {
 public:
     explicit SigFind(CLI::App& sig)
         : SigList(*sig.add_subcommand("find", "Print the records that fit all that is asked"), true) {
-        addValue("--name", "GLOB", "The name fits this shell pattern, whatever its letters' case",
+        addValue("--name", "GLOB", "a shell pattern", "The name fits this shell pattern, whatever its letters' case",
                  [this](const std::string& text) { return !(_filter.name = text).empty(); });
-        addValue("--md5", "DIGITS", "The digest begins so", [this](const std::string& text) {
-            _filter.digest.resize(text.size() / 2);
-            const std::size_t bytes = ZOV_SPACE::text::decodeHex(text, _filter.digest.data());
-            return !text.empty() && text.size() % 2 == 0 && bytes == text.size() / 2 && bytes <= Md5::kDigestSize;
-        });
-        addValue("--size", "BYTES", "The content has that size", [this](const std::string& text) {
+        addValue("--md5", "DIGITS", "an even number of hexadecimal digits, at most 32", "The digest begins so",
+                 [this](const std::string& text) {
+                     _filter.digest.resize(text.size() / 2);
+                     const std::size_t bytes = ZOV_SPACE::text::decodeHex(text, _filter.digest.data());
+                     return !text.empty() && text.size() % 2 == 0 && bytes == text.size() / 2 &&
+                            bytes <= Md5::kDigestSize;
+                 });
+        addValue("--size", "BYTES", "a number", "The content has that size", [this](const std::string& text) {
             const char* const end = text.data() + text.size();
             const auto [rest, error] = std::from_chars(text.data(), end, _filter.size.emplace());
             return error == std::errc() && rest == end;
         });
-        addValue("--text", "TEXT", "That stands somewhere in the line",
+        addValue("--text", "TEXT", "a text", "That stands somewhere in the line",
                  [this](const std::string& text) { return !(_filter.text = text).empty(); });
-        addValue("--kind", "md5|checksum", "What kind it is", [this](const std::string& text) {
+        addValue("--kind", "md5|checksum", "md5 or checksum", "What kind it is", [this](const std::string& text) {
             _filter.kind = text == "md5" ? RecordKind::md5 : RecordKind::checkSum;
             return text == "md5" || text == "checksum";
         });
@@ -108,10 +109,9 @@ public:
 private:
     // `read` takes the text over; false when it is no such value.
     template <class Read>
-    void addValue(const char* name, const char* placeholder, const char* help, Read read) {
-        const auto take = [name, placeholder, read](const std::string& text) {
-            if (!read(text))
-                throw CLI::ValidationError(name, std::string("must be ") + placeholder + ", not \"" + text + '"');
+    void addValue(const char* name, const char* placeholder, const char* what, const char* help, Read read) {
+        const auto take = [name, what, read](const std::string& text) {
+            if (!read(text)) throw CLI::ValidationError(name, std::string("must be ") + what + ", not \"" + text + '"');
         };
         app().add_option_function<std::string>(name, take, help)->type_name(placeholder);
     }

@@ -26,7 +26,7 @@ public:
         } else {
             for (const std::string& line : records.lines()) std::cout << line << '\n';
         }
-        return std::cout.flush() && isWhole ? kExitClean : kExitErrors;
+        return written(isWhole ? kExitClean : kExitErrors);
     }
 
 protected:

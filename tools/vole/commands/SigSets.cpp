@@ -4,6 +4,7 @@
 
 #include "Escape.h"
 #include "JsonText.h"
+#include "SearchOptions.h"
 #include "SetDiff.h"
 #include "SetMerge.h"
 #include "SetStat.h"
@@ -62,8 +63,6 @@ Json jsonOf(const SetStat& stat) {
             {"places", places}};
 }
 
-ExitCode flushed(ExitCode code) { return std::cout.flush() ? code : kExitErrors; }
-
 class SigStat : public Command {
 public:
     explicit SigStat(CLI::App& sig)
@@ -79,7 +78,7 @@ public:
         } else {
             print(stat);
         }
-        return flushed(kExitClean);
+        return written(kExitClean);
     }
 
 private:
@@ -109,7 +108,7 @@ public:
                                {{"removed", tally.removed}, {"renamed", tally.renamed}, {"added", tally.added}}}})
                       << "\n";
         }
-        return flushed(differ ? kExitFound : kExitClean);
+        return written(differ ? kExitFound : kExitClean);
     }
 
 private:
@@ -143,7 +142,8 @@ public:
         app()
             .add_option("-o,--output", _options.folder, "Folder to write merged.hdb, merged.chk and the lists to")
             ->type_name("DIR")
-            ->required();
+            ->required()
+            ->check(notEmpty());
         app().add_flag("--one-name", _options.oneName,
                        "Of records that differ in nothing but their names, keep the last one");
     }
@@ -153,7 +153,7 @@ public:
         std::string folder;
         appendEscaped(folder, _options.folder);
         std::cout << folder << ": " << tally.records << " written, " << tally.repeated << " left out as repeated\n";
-        return flushed(kExitClean);
+        return written(kExitClean);
     }
 
 private:

@@ -4,6 +4,7 @@
 #include "Escape.h"
 #include "Interruption.h"
 #include "JsonText.h"
+#include "ReadingOptions.h"
 #include "ReleaseTest.h"
 #include "SearchOptions.h"
 #include "SigCommand.h"
@@ -74,7 +75,8 @@ std::string jsonOf(const ReleaseTestTally& tally) {
 class SigTest : public Command {
 public:
     explicit SigTest(CLI::App& sig)
-        : Command(*sig.add_subcommand("test", "Test a set on clean files and on known malware before it is released")) {
+        : Command(*sig.add_subcommand("test", "Test a set on clean files and on known malware before it is released")),
+          _reading(app()) {
         addPath("SET", _options.engine.patternDir, "Pattern directory or compiled set");
         _clean = app().add_option("--clean", _options.clean, "Files and folders in which nothing may be found");
         _infected =
@@ -84,13 +86,16 @@ public:
         _manifest = addTextOption(app(), "--manifest", _options.manifest, "FILE",
                                   "Says in each line a path below DIR, a tab, a name (default: manifest.tsv in DIR)");
         app().add_flag("--json", _json, "Report in lines of JSON");
-        addLimitOptions(app(), _options.engine.limits);
         app().footer("Exit status: 0 all files passed, 1 some failed, 2 errors.");
         app().callback([this] { check(); });
     }
 
     ExitCode run() const override {
-        const ReleaseTestTally tally = testRelease(_options, [this](const TestFailure& failure) {
+        ReleaseTestOptions options = _options;
+        options.engine.limits = _reading.limits();
+        options.engine.shallow = (_reading.flags() & VOLE_SCAN_SHALLOW) != 0;
+        options.incompleteIsFine = _reading.incompleteIsFine();
+        const ReleaseTestTally tally = testRelease(options, [this](const TestFailure& failure) {
             std::cout << (_json ? jsonOf(failure) : textOf(failure)) << std::flush;
         });
         if (_json) {
@@ -101,10 +106,9 @@ public:
                       << (tally.failures == 0 ? "passed" : std::to_string(tally.failures) + " failed")
                       << (tally.interrupted ? ", interrupted" : "") << "\n";
         }
-        const bool isWritten = static_cast<bool>(std::cout.flush());
+        const ExitCode code = written(tally.failures != 0 ? kExitFound : kExitClean);
         dieIfInterrupted();
-        if (!isWritten || tally.interrupted) return kExitErrors;
-        return tally.failures != 0 ? kExitFound : kExitClean;
+        return code;
     }
 
 private:
@@ -114,6 +118,7 @@ private:
             throw CLI::RequiresError("--manifest", "one --infected");
     }
 
+    ReadingOptions _reading;
     ReleaseTestOptions _options;
     CLI::Option *_clean, *_infected, *_manifest;
     bool _json = false;
