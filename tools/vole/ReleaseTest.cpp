@@ -67,7 +67,7 @@ std::map<std::string, Names> readManifest(const std::string& path, const std::st
         if (tab == std::string::npos || tab == 0 || tab + 1 == line.size()) refuse("no path, tab and name");
         const std::string file = plainPath(line.substr(0, tab));
         if (file.starts_with('/') || file == ".." || file.starts_with("../")) refuse("not below the folder");
-        expected[plainPath(folder + "/" + file)].insert(line.substr(tab + 1));
+        expected[plainPath(std::string(folder).append("/").append(file))].insert(line.substr(tab + 1));
     }
     return expected;
 }

@@ -70,10 +70,13 @@ void prepareFolder(const std::string& folder) {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (error) throw LoadError("cannot make " + folder + ": " + error.message());
-    for (const std::string& file : patternFilesAt({folder})) {
+    const auto files = patternFilesAt({folder});
+    const auto isOther = [](const std::string& file) {
         const std::string name = file.substr(file.rfind('/') + 1);
-        if (name != kMd5File && name != kCheckSumFile) throw LoadError(folder + " has other pattern files: " + name);
-    }
+        return name != kMd5File && name != kCheckSumFile;
+    };
+    const auto other = std::find_if(files.begin(), files.end(), isOther);
+    if (other != files.end()) throw LoadError(folder + " has other pattern files: " + *other);
 }
 
 // The names of both lists, each once, in the order in which they first stand there.
