@@ -101,10 +101,12 @@ MemberPath memberOf(const vole_path& path) {
     return names;
 }
 
+std::uint32_t spareProcessor() { return processors() > 1 ? VOLE_LOAD_THREADS : 0; }
+
 SignaturesHandle loadSignatures(const std::string& path, std::uint32_t flags, const NoteProblem& note) {
     Problems problems{path, note};
     vole_load_options options = VOLE_LOAD_OPTIONS_INIT;
-    options.flags = flags | (processors() > 1 ? VOLE_LOAD_THREADS : 0);
+    options.flags = flags;
     options.on_problem = noteProblem;
     options.context = &problems;
     vole_signatures* signatures = nullptr;

@@ -31,8 +31,11 @@ using ScannerHandle = std::unique_ptr<vole_scanner, ScannerFreer>;
 // Told of each problem while a set is loaded: "FILE:LINE: what is wrong: the line". Must not throw.
 using NoteProblem = std::function<void(const std::string& problem)>;
 
-// From a pattern directory or a compiled set, on two processors if this process may use them. `flags` are
-// VOLE_LOAD_... Sets without any signature are refused, too.
+// VOLE_LOAD_THREADS where this process may use more than one processor, else nothing; for programs that can do nothing
+// else until their signatures are there.
+std::uint32_t spareProcessor();
+
+// From a pattern directory or a compiled set. `flags` are VOLE_LOAD_... Sets without any signature are refused, too.
 SignaturesHandle loadSignatures(const std::string& path, std::uint32_t flags, const NoteProblem& note);
 
 inline Reason reasonFor(vole_reason_code code, std::string text) {

@@ -18,7 +18,7 @@ void tellOf(unsigned long long problems) {
 
 SignaturesHandle loadTelling(const LibraryOptions& options) {
     unsigned long long unlisted = 0;
-    SignaturesHandle signatures = loadSignatures(options.patternDir, 0, [&](const std::string& problem) {
+    SignaturesHandle signatures = loadSignatures(options.patternDir, spareProcessor(), [&](const std::string& problem) {
         if (options.listProblems)
             complain(problem);
         else

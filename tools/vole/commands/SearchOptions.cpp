@@ -72,5 +72,5 @@ void SearchOptions::applySettings() {
 }
 
 SignaturesHandle SearchOptions::load() const {
-    return loadSignatures(_patterns.empty() ? defaultPatternDir() : _patterns, 0, {});
+    return loadSignatures(_patterns.empty() ? defaultPatternDir() : _patterns, spareProcessor(), {});
 }

@@ -36,7 +36,7 @@ public:
     }
 
     ExitCode run() const override {
-        const auto set = loadSignatures(_source, _strict ? VOLE_LOAD_STRICT : 0, complain);
+        const auto set = loadSignatures(_source, spareProcessor() | (_strict ? VOLE_LOAD_STRICT : 0), complain);
         if (const vole_error error = vole_signatures_save(set.get(), _output.c_str())) {
             throw LoadError("cannot write " + _output + ": " + vole_error_text(error));
         }
@@ -56,7 +56,9 @@ public:
         addPath("SET", _source, "Compiled set, or pattern directory");
     }
 
-    ExitCode run() const override { return say(_source, "sound", loadSignatures(_source, VOLE_LOAD_STRICT, complain)); }
+    ExitCode run() const override {
+        return say(_source, "sound", loadSignatures(_source, spareProcessor() | VOLE_LOAD_STRICT, complain));
+    }
 
 private:
     std::string _source;
