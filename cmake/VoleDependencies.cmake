@@ -38,6 +38,22 @@ else()
   add_library(vole_sqlite ALIAS SQLite::SQLite3)
 endif()
 
+# Of the worker alone.
+if(DEFINED VOLE_EXPAT_ROOT)
+  find_path(VOLE_SECCOMP_INCLUDE seccomp.h PATHS "${VOLE_EXPAT_ROOT}/usr/include" NO_DEFAULT_PATH)
+  find_library(VOLE_SECCOMP_LIBRARY libseccomp.a PATHS "${VOLE_EXPAT_ROOT}/usr/lib/i386-linux-gnu" NO_DEFAULT_PATH)
+else()
+  find_path(VOLE_SECCOMP_INCLUDE seccomp.h)
+  find_library(VOLE_SECCOMP_LIBRARY seccomp)
+endif()
+if(NOT VOLE_SECCOMP_INCLUDE OR NOT VOLE_SECCOMP_LIBRARY)
+  message(FATAL_ERROR "No libseccomp; see scripts/install-packages and scripts/fetch-i386-libraries.")
+endif()
+add_library(vole_seccomp UNKNOWN IMPORTED)
+set_target_properties(vole_seccomp PROPERTIES
+  IMPORTED_LOCATION "${VOLE_SECCOMP_LIBRARY}"
+  INTERFACE_INCLUDE_DIRECTORIES "${VOLE_SECCOMP_INCLUDE}")
+
 option(VOLE_WITH_LIBDEFLATE "Inflate members of ZIP archives by libdeflate where that is possible" ON)
 if(VOLE_WITH_LIBDEFLATE)
   find_path(VOLE_LIBDEFLATE_INCLUDE libdeflate.h)

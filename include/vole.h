@@ -15,9 +15,9 @@
  *
  * Threads. A set may be used by any number of threads at once; a scanner by one at a time, but vole_scanner_cancel(),
  * which any thread may call. There is no other state: nothing is process-wide. The library starts no threads unless
- * VOLE_LOAD_THREADS allows it, handles no signals, writes to no descriptor, never ends the process, and no C++
- * exception leaves it. A forked child may use what it has a copy of, if no call into the library was under way in
- * another thread.
+ * VOLE_LOAD_THREADS allows it, and no processes but those of isolated scanners; it handles no signals, writes to no
+ * descriptor, never ends the process, and no C++ exception leaves it. A forked child may use what it has a copy of, if
+ * no call into the library was under way in another thread, but isolated scanners.
  *
  * Strings are bytes that end with a NUL, in no particular encoding. Names of archive members are given with a length,
  * as they stand in the archive, and may have any byte in them.
@@ -50,7 +50,9 @@ typedef enum vole_error {
     VOLE_E_IO = 6,         /* It could not be opened or read for another reason, or a read callback failed. */
     VOLE_E_SIGNATURES = 7, /* The set cannot be used; the problem callback has said why. */
     VOLE_E_BUSY = 8,       /* The scanner is in the middle of a scan. */
-    VOLE_E_INTERNAL = 9    /* A fault in the library. */
+    VOLE_E_INTERNAL = 9,   /* A fault in the library. */
+    VOLE_E_WORKER = 10,    /* The worker of an isolated scanner was lost over it: it ended, hung or made no sense. */
+    VOLE_E_ISOLATION = 11  /* No worker can be started, or be kept from what it may not do. */
 } vole_error;
 
 /* A short English text for the error, static; for unknown numbers, too. */
@@ -157,6 +159,37 @@ typedef struct vole_scanner vole_scanner;
 /* The scanner holds a reference to the set. `limits` may be null, for the defaults. */
 VOLE_API vole_error vole_scanner_new(vole_signatures* signatures, const vole_limits* limits, vole_scanner** scanner);
 VOLE_API void vole_scanner_free(vole_scanner* scanner); /* Null is allowed. Not during a scan. */
+
+/* How a scanner is isolated. */
+typedef struct vole_isolation {
+    size_t struct_size;
+    const char* worker;  /* Path of the worker program; null: "libvole/vole-worker" in the library's folder. */
+    uint64_t max_memory; /* Bytes of addresses that a worker may use besides what it starts with; 0: any number. */
+    uint64_t grace_ms;   /* Milliseconds beyond max_time_ms after which it counts as hung; at most an hour. */
+    char* why;           /* Of VOLE_E_ISOLATION, why, in English, cut off to fit and ended by a NUL; may be null. */
+    size_t why_size;     /* Bytes that fit there. */
+} vole_isolation;
+
+/* The worker of this library, 1 GiB, 5 s. */
+#define VOLE_ISOLATION_INIT \
+    { sizeof(vole_isolation), NULL, 1073741824u, 5000u, NULL, 0u }
+
+/* A scanner whose contents are looked at in a process of their own, a worker, which gets descriptors for reading and
+ * bytes, and can do nothing but scan them and report: not open, connect, fork, execute, or write to anything but memory
+ * and that report. So whatever a content may have in it that the engine is wrong about costs that one scan, which fails
+ * with VOLE_E_WORKER and a text; the next one has a new worker. After three in a row the next one is started only after
+ * a pause, which gets longer. Nothing that a worker says is believed beyond what it says of the content itself. All calls
+ * take such a scanner and mean the same. It needs Linux 5.4 with seccomp; Landlock is used where there is any.
+ *
+ * The worker is a small program, started by posix_spawn(), so other threads do not matter, and it has nothing of this
+ * process but the signatures: those of a compiled set it maps from the file, any others from a copy in memory, which
+ * all workers of the set share. It is a child of this process; whoever waits for just any child may take its status
+ * away, which only makes texts shorter. It runs as the user "_vole", or as nobody, if this process is root's.
+ * Each scanner has one worker, a socket and 0.5 MiB of memory. `isolation` and `limits` may be null, for the defaults;
+ * without max_time_ms a hung worker is not noticed unless the scan is cancelled. VOLE_E_ISOLATION where it cannot be
+ * had. */
+VOLE_API vole_error vole_isolated_scanner_new(vole_signatures* signatures, const vole_limits* limits,
+                                              const vole_isolation* isolation, vole_scanner** scanner);
 
 /* Flags of a scanner. */
 #define VOLE_SCAN_ALL_MATCHES 1u /* Goes on behind the first finding, and reports all. */

@@ -240,12 +240,8 @@ void saveFalseAlarms(const FalseAlarms& falseAlarms, TableSink& sink) {
 
 }  // namespace
 
-vole_error saveSet(const vole_signatures& set, const char* path) {
-    struct stat status;
-    if (::stat(path, &status) == 0 && !S_ISREG(status.st_mode)) return VOLE_E_NOT_FILE;
-    ZOV_SPACE::NewFile file(path);
-    if (!file) return errorOf(errno);
-    FileSink sink(file.fd());
+int writeSet(const vole_signatures& set, int fd) {
+    FileSink sink(fd);
     set.patterns.save(sink);
     saveFalseAlarms(set.falseAlarms, sink);
     Header header{};
@@ -254,7 +250,15 @@ vole_error saveSet(const vole_signatures& set, const char* path) {
     header.wordOrder = kWordOrder;
     header.records = static_cast<std::uint64_t>(set.patterns.loadedCount());
     set.id.copy(header.id, sizeof header.id);
-    if (const int error = sink.finish(header)) return errorOf(error);
+    return sink.finish(header);
+}
+
+vole_error saveSet(const vole_signatures& set, const char* path) {
+    struct stat status;
+    if (::stat(path, &status) == 0 && !S_ISREG(status.st_mode)) return VOLE_E_NOT_FILE;
+    ZOV_SPACE::NewFile file(path);
+    if (!file) return errorOf(errno);
+    if (const int error = writeSet(set, file.fd())) return errorOf(error);
     return file.takeName() ? VOLE_OK : errorOf(errno);
 }
 

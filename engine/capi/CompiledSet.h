@@ -58,6 +58,9 @@ bool isCompiledSet(int fd);
 // what is wrong with the file, std::bad_alloc and OutOfMemoryException; the set is useless then.
 void mapSet(int fd, bool compareAll, vole_signatures& set);
 
+// Writes the set to an empty file that is open for it. The number of the system's error, or 0.
+int writeSet(const vole_signatures& set, int fd);
+
 // Writes the set to a new file, which then takes the name over: nobody ever sees a part of it.
 vole_error saveSet(const vole_signatures& set, const char* path);
 

@@ -27,23 +27,6 @@ constexpr std::size_t kStreamPiece = std::size_t{256} << 10;
 
 ContentSource failed(vole_error error, std::string text) { return {nullptr, error, std::move(text)}; }
 
-ContentSource failedCall(int systemError) {
-    return failed(capi::errorOfPath(systemError), ZOV_SPACE::systemErrorText(systemError));
-}
-
-// Whether a content of that size is looked into; if not, the scan is told.
-bool fits(std::uint64_t size, std::uint64_t most, ReportingScan& scan) {
-    if (most != 0 && size > most) {
-        scan.refuse(Unseen::sizeLimit, "the content is larger than the limit");
-        return false;
-    }
-    if (size > kLargestContent) {
-        scan.refuse(Unseen::sizeLimit, "the content is larger than 2^31 - 1 bytes");
-        return false;
-    }
-    return true;
-}
-
 // The size in bytes of what can be read at any position; nothing, with errno set, where there is no such thing.
 std::optional<std::uint64_t> seekableSize(int fd) {
     struct stat status;
@@ -88,19 +71,43 @@ ContentSource notAFile() { return failed(VOLE_E_NOT_FILE, vole_error_text(VOLE_E
 
 }  // namespace
 
-ContentSource contentOfPath(const char* path, std::uint64_t most, ReportingScan& scan) {
-    const ZOV_SPACE::OwnFd file = ZOV_SPACE::openForReading(path);
+bool fits(std::uint64_t size, std::uint64_t most, ReportingScan& scan) {
+    if (most != 0 && size > most) {
+        scan.refuse(Unseen::sizeLimit, "the content is larger than the limit");
+        return false;
+    }
+    if (size > kLargestContent) {
+        scan.refuse(Unseen::sizeLimit, "the content is larger than 2^31 - 1 bytes");
+        return false;
+    }
+    return true;
+}
+
+OpenedContent openContent(const char* path) {
+    ZOV_SPACE::OwnFd file = ZOV_SPACE::openForReading(path);
     // A socket, and a device without its driver, cannot even be opened.
-    if (!file && (errno == ENXIO || errno == ENODEV)) return notAFile();
-    if (!file) return failedCall(errno);
-    const auto size = ZOV_SPACE::regularFileSize(file.get());
-    return size ? contentOfFile(file.get(), *size, most, scan) : notAFile();
+    const bool isNoFile = !file && (errno == ENXIO || errno == ENODEV);
+    if (!file && !isNoFile) return {{}, 0, capi::errorOfPath(errno), ZOV_SPACE::systemErrorText()};
+    const auto size = file ? ZOV_SPACE::regularFileSize(file.get()) : std::nullopt;
+    if (!size) return {{}, 0, VOLE_E_NOT_FILE, vole_error_text(VOLE_E_NOT_FILE)};
+    return {std::move(file), *size};
+}
+
+std::optional<ContentSource> whyNotSeekable(int fd) {
+    if (seekableSize(fd)) return std::nullopt;
+    return errno == EBADF ? failed(VOLE_E_ARGUMENT, ZOV_SPACE::systemErrorText(errno)) : notAFile();
+}
+
+ContentSource contentOfPath(const char* path, std::uint64_t most, ReportingScan& scan) {
+    OpenedContent opened = openContent(path);
+    if (opened.error != VOLE_OK) return failed(opened.error, std::move(opened.errorText));
+    return contentOfFile(opened.file.get(), opened.size, most, scan);
 }
 
 ContentSource contentOfDescriptor(int fd, std::uint64_t most, ReportingScan& scan) {
     const auto size = seekableSize(fd);
     if (size) return contentOfFile(fd, *size, most, scan);
-    return errno == EBADF ? failed(VOLE_E_ARGUMENT, ZOV_SPACE::systemErrorText(errno)) : notAFile();
+    return std::move(*whyNotSeekable(fd));
 }
 
 ContentSource contentOfMemory(const void* data, std::size_t size, std::uint64_t most, ReportingScan& scan) {
@@ -118,7 +125,7 @@ ContentSource contentOfStream(vole_read_fn read, void* context, std::uint64_t mo
         scan.checkpoint();
         const std::ptrdiff_t count = read(context, piece.data(), piece.size());
         if (count < 0 || static_cast<std::size_t>(count) > piece.size()) {
-            return failed(VOLE_E_IO, "the stream could not be read");
+            return failed(VOLE_E_IO, kUnreadableStream);
         }
         if (count == 0) break;
         size += static_cast<std::uint64_t>(count);

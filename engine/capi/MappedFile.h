@@ -4,6 +4,7 @@
 #ifndef ENGINE_CAPI_MAPPEDFILE_H
 #define ENGINE_CAPI_MAPPEDFILE_H
 
+#include <fcntl.h>
 #include <sys/mman.h>
 
 #include <cstddef>
@@ -12,6 +13,7 @@
 #include <span>
 
 #include "LargePages.h"
+#include "io/OwnFd.h"
 
 class MappedFile {
 public:
@@ -30,14 +32,19 @@ public:
         if (mapped == MAP_FAILED) throw std::bad_alloc();
         _bytes = mapped;
         _size = static_cast<std::size_t>(size);
+        _file.reset(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
         ZOV_SPACE::preferLargePages(_bytes, _size);
     }
+
+    // Another descriptor of the file; nothing, with errno set, when there cannot be one.
+    ZOV_SPACE::OwnFd duplicate() const { return ZOV_SPACE::OwnFd(::fcntl(_file.get(), F_DUPFD_CLOEXEC, 0)); }
 
     std::span<const std::byte> bytes() const { return {static_cast<const std::byte*>(_bytes), _size}; }
 
 private:
     void* _bytes = nullptr;
     std::size_t _size = 0;
+    ZOV_SPACE::OwnFd _file;
 };
 
 #endif  // ENGINE_CAPI_MAPPEDFILE_H

@@ -16,14 +16,14 @@ const char* nameOf(std::span<const char* const> names, long long number) {
 constexpr std::array kErrors{"no error",           "invalid argument",    "out of memory",
                              "not found",          "permission denied",   "not a regular file",
                              "input/output error", "unusable signatures", "the scanner is in use",
-                             "internal error"};
+                             "internal error",     "worker lost",         "no isolation"};
 constexpr std::array kOutcomes{"clean", "found", "incomplete", "failed"};
 constexpr std::array kKinds{"unknown", "md5", "checksum"};
 constexpr std::array kForms{"unknown", "raw", "normalised"};
 constexpr std::array kReasons{"unknown",     "encrypted",  "method",     "unsupported", "volume",       "damaged",
                               "truncated",   "checksum",   "size-limit", "ratio-limit", "member-limit", "total-limit",
                               "depth-limit", "time-limit", "cancelled",  "work-budget", "memory",       "io"};
-static_assert(kErrors.size() == VOLE_E_INTERNAL + 1);
+static_assert(kErrors.size() == VOLE_E_ISOLATION + 1);
 static_assert(kReasons.size() == VOLE_REASON_IO + 1);
 
 }  // namespace

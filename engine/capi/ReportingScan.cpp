@@ -37,8 +37,9 @@ std::shared_ptr<const ContentName> memberName(const _st_ArchEntry& archive, cons
 
 }  // namespace
 
-ReportingScan::ReportingScan(const vole_signatures& signatures, const ScanTerms& terms, vole_result& result)
-    : _signatures(signatures), _terms(terms), _result(result) {}
+ReportingScan::ReportingScan(const vole_signatures& signatures, const ScanTerms& terms, vole_result& result,
+                             std::chrono::microseconds spent)
+    : _signatures(signatures), _terms(terms), _result(result), _start(Clock::now() - spent) {}
 
 ReportingScan::~ReportingScan() = default;
 
@@ -76,7 +77,7 @@ Matched ReportingScan::match(const _st_ArchEntry& record, Form form, ZOV_SPACE::
 }
 
 void ReportingScan::showContent(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& bytes) {
-    const ShownContent content(record, static_cast<vole_form>(form), bytes);
+    const LocalContent content(record, static_cast<vole_form>(form), bytes);
     const KeptPath path(sharedName(record));
     vole_event event{};
     event.type = VOLE_EVENT_CONTENT;
@@ -225,7 +226,7 @@ void ReportingScan::onNoArchive(const _st_ArchEntry& content, ZOV_SPACE::ProbedC
 // What is inside of another archive has no other volumes beside it.
 std::unique_ptr<ZOV_SPACE::BufferBase> ReportingScan::volume(const _st_ArchEntry& archive, int number) {
     checkpoint();
-    return _volumes && archive.level == 0 ? _volumes->open(number) : nullptr;
+    return _volumes && archive.level == 0 ? _volumes(number) : nullptr;
 }
 
 void ReportingScan::onWork(std::int64_t bytes) {
@@ -236,7 +237,7 @@ void ReportingScan::onWork(std::int64_t bytes) {
         event.type = VOLE_EVENT_PROGRESS;
         tell(event);
     }
-    if (_hostStops || _terms.cancelled.load(std::memory_order_relaxed)) stop(Unseen::cancelled, "cancelled");
+    if (_hostStops || _terms.cancelledAt->load(std::memory_order_relaxed)) stop(Unseen::cancelled, "cancelled");
     if (_terms.limits.max_time_ms == 0) return;
     const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - _start);
     if (static_cast<std::uint64_t>(elapsed.count()) >= _terms.limits.max_time_ms) {

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,7 +15,6 @@
 #include "Result.h"
 #include "ScanFace.h"
 #include "Signatures.h"
-#include "VolumeFiles.h"
 #include "unarchiver/ScanBudget.h"
 #include "vole.h"
 
@@ -25,12 +25,15 @@ struct ScanTerms {
     vole_event_fn onEvent = nullptr;
     void* context = nullptr;
     std::atomic<bool> cancelled = false;
+    // Where it is said that the scan is to end: above, or in memory that another process shares.
+    const std::atomic<bool>* cancelledAt = &cancelled;
 };
 
 class ReportingScan final : private ScanFace, private ZOV_SPACE::ScanWatch {
 public:
-    // All are borrowed. The result is filled. The clock starts.
-    ReportingScan(const vole_signatures& signatures, const ScanTerms& terms, vole_result& result);
+    // All are borrowed. The result is filled. The clock starts, that much ahead.
+    ReportingScan(const vole_signatures& signatures, const ScanTerms& terms, vole_result& result,
+                  std::chrono::microseconds spent = {});
     ~ReportingScan() override;
 
     // Throws std::bad_alloc only before anything was looked at.
@@ -39,8 +42,9 @@ public:
     void refuse(Unseen what, const char* text);
     // For whoever gets the content ready: time limit and cancelling hold there, too. Throws ScanStoppedException.
     void checkpoint() { onWork(0); }
-    // Where other volumes of the content may lie.
-    void lookBeside(VolumeFiles volumes) { _volumes = std::move(volumes); }
+    // Who has other volumes of the content; null where there is no such volume.
+    using Volumes = std::function<std::unique_ptr<ZOV_SPACE::BufferBase>(int number)>;
+    void lookBeside(Volumes volumes) { _volumes = std::move(volumes); }
     // The MD5 digest of the content that run() gets.
     void know(const Md5Digest& digest) { _digest = digest; }
     // The outcome, and the time. Last of all.
@@ -78,9 +82,9 @@ private:
     const vole_signatures& _signatures;
     const ScanTerms& _terms;
     vole_result& _result;
-    const Clock::time_point _start = Clock::now();
+    const Clock::time_point _start;
     const std::shared_ptr<const ContentName> _root = std::make_shared<const ContentName>("");
-    std::optional<VolumeFiles> _volumes;
+    Volumes _volumes;
     std::optional<Md5Digest> _digest;
     std::uint64_t _bytesDone = 0;
     std::uint64_t _bytesTold = 0;  // Of those, by progress events.

@@ -20,6 +20,7 @@ public:
     KeptPath& operator=(const KeptPath&) = delete;
     KeptPath(KeptPath&&) = default;
 
+    const ContentName& name() const { return *_name; }
     vole_path view() const { return {_components.data(), _components.size()}; }
 
 private:

@@ -15,17 +15,12 @@ vole_checksum_state stateOf(CheckSumState state) {
 
 }  // namespace
 
-// cppcheck-suppress uninitDerivedMemberVar ; it does not see that an aggregate's members are initialised there
-ShownContent::ShownContent(const _st_ArchEntry& record, vole_form shownForm, ZOV_SPACE::IOBuffer& bytes)
-    : vole_content{shownForm,
-                   static_cast<std::uint64_t>(bytes.getSize()),
-                   record.member.packedSize,
-                   record.member.method,
-                   record.isPacked ? 1 : 0,
-                   stateOf(record.member.checkSum)},
+LocalContent::LocalContent(const _st_ArchEntry& record, vole_form shownForm, ZOV_SPACE::IOBuffer& bytes)
+    : ShownContent({shownForm, static_cast<std::uint64_t>(bytes.getSize()), record.member.packedSize,
+                    record.member.method, record.isPacked ? 1 : 0, stateOf(record.member.checkSum)}),
       _bytes(bytes) {}
 
-std::ptrdiff_t ShownContent::read(std::uint64_t offset, void* buffer, std::size_t count) const {
+std::ptrdiff_t LocalContent::read(std::uint64_t offset, void* buffer, std::size_t count) const {
     if (offset >= size) return 0;
     _bytes.seek(SEEK_SET, static_cast<long>(offset));
     const auto due = static_cast<int>(std::min<std::uint64_t>({count, INT_MAX, size - offset}));

@@ -1,5 +1,4 @@
 // ShownContent: the bytes that a scan is about to compare with signatures, as the event callback sees them.
-//   Borrows: the cursor over them, which it moves.
 //   Threads: the scan's.
 #ifndef ENGINE_CAPI_SHOWNCONTENT_H
 #define ENGINE_CAPI_SHOWNCONTENT_H
@@ -13,10 +12,21 @@
 
 class ShownContent : public vole_content {
 public:
-    ShownContent(const _st_ArchEntry& record, vole_form shownForm, ZOV_SPACE::IOBuffer& bytes);
+    explicit ShownContent(const vole_content& facts) : vole_content(facts) {}
+    ShownContent(const ShownContent&) = delete;
+    ShownContent& operator=(const ShownContent&) = delete;
+    virtual ~ShownContent() = default;
 
     // As vole_content_read() has it.
-    std::ptrdiff_t read(std::uint64_t offset, void* buffer, std::size_t count) const;
+    virtual std::ptrdiff_t read(std::uint64_t offset, void* buffer, std::size_t count) const = 0;
+};
+
+// One of a scan in this process. Borrows the cursor over its bytes, which it moves.
+class LocalContent final : public ShownContent {
+public:
+    LocalContent(const _st_ArchEntry& record, vole_form shownForm, ZOV_SPACE::IOBuffer& bytes);
+
+    std::ptrdiff_t read(std::uint64_t offset, void* buffer, std::size_t count) const override;
 
 private:
     ZOV_SPACE::IOBuffer& _bytes;

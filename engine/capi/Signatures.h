@@ -4,11 +4,14 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <string>
 
 #include "FalseAlarms.h"
 #include "MappedFile.h"
 #include "PatternContainer.h"
+#include "io/OwnFd.h"
 #include "vole.h"
 
 // A set: filled by one thread before anybody else knows of it, then the same for ever and shared by any number. Deleted
@@ -20,6 +23,9 @@ struct vole_signatures {
     std::string id;
     std::uint64_t memoryBytes = 0;
     std::atomic<std::size_t> references{1};
+    // For workers in other processes, while there are any; made by the first.
+    mutable std::mutex imageMutex;
+    mutable std::weak_ptr<const ZOV_SPACE::OwnFd> image;
 };
 
 #endif  // ENGINE_CAPI_SIGNATURES_H

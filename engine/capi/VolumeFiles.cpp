@@ -48,18 +48,31 @@ std::optional<std::string> pathOf(const std::string& first, int number) {
     return first.substr(0, stem + 1) + letter + digitsOf(index % kOfLetter, 2);
 }
 
+// Nothing for what is no volume, or too large for one.
+std::optional<std::uint64_t> sizeOf(const ZOV_SPACE::OwnFd& file) {
+    const auto size = file ? ZOV_SPACE::regularFileSize(file.get()) : std::nullopt;
+    if (!size || *size > static_cast<std::uint64_t>(FileViewBufferBase::kMaxSize)) return std::nullopt;
+    return size;
+}
+
 }  // namespace
 
-std::unique_ptr<ZOV_SPACE::BufferBase> VolumeFiles::open(int number) {
+ZOV_SPACE::OwnFd VolumeFiles::open(int number) {
     const auto path = pathOf(_first, number);
-    if (!path) return nullptr;
-    const auto file = ZOV_SPACE::openFile(path->c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
-    const auto size = file ? ZOV_SPACE::regularFileSize(file.get()) : std::nullopt;
-    if (!size || *size > static_cast<std::uint64_t>(FileViewBufferBase::kMaxSize)) return nullptr;
+    if (!path) return {};
+    auto file = ZOV_SPACE::openFile(path->c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    const auto size = sizeOf(file);
+    if (!size) return {};
     if (number > _latest) _opened += *size;
     _latest = std::max(_latest, number);
-    if (_most != 0 && _opened > _most) return nullptr;
-    auto content = std::make_unique<FileViewBufferBase>(file.get(), static_cast<long>(*size));
-    if (!content->isValid()) return nullptr;
-    return content;
+    if (_most != 0 && _opened > _most) return {};
+    return file;
+}
+
+std::unique_ptr<ZOV_SPACE::BufferBase> VolumeFiles::content(const ZOV_SPACE::OwnFd& file) {
+    const auto size = sizeOf(file);
+    if (!size) return nullptr;
+    auto bytes = std::make_unique<FileViewBufferBase>(file.get(), static_cast<long>(*size));
+    if (!bytes->isValid()) return nullptr;
+    return bytes;
 }

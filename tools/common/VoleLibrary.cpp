@@ -85,6 +85,13 @@ Outcome outcomeOf(vole_outcome outcome) {
     return Outcome::failed;
 }
 
+// A scanner that was made without an error, for which there would be this text.
+ScannerHandle withFlags(ScannerHandle scanner, std::uint32_t flags, vole_error error, const char* text) {
+    if (error == VOLE_OK) error = vole_scanner_set_flags(scanner.get(), flags);
+    if (error != VOLE_OK) throw LoadError(std::string("cannot make a scanner: ") + text);
+    return scanner;
+}
+
 }  // namespace
 
 Finding plainFinding(const vole_finding& finding) {
@@ -122,11 +129,18 @@ SignaturesHandle loadSignatures(const std::string& path, std::uint32_t flags, co
 
 ScannerHandle makeScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags) {
     vole_scanner* scanner = nullptr;
-    vole_error error = vole_scanner_new(signatures, &limits, &scanner);
-    ScannerHandle handle(scanner);
-    if (error == VOLE_OK) error = vole_scanner_set_flags(scanner, flags);
-    if (error != VOLE_OK) throw LoadError(std::string("cannot make a scanner: ") + vole_error_text(error));
-    return handle;
+    const vole_error error = vole_scanner_new(signatures, &limits, &scanner);
+    return withFlags(ScannerHandle(scanner), flags, error, vole_error_text(error));
+}
+
+ScannerHandle makeIsolatedScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags) {
+    char why[512] = "";
+    vole_isolation isolation = VOLE_ISOLATION_INIT;
+    isolation.why = why;
+    isolation.why_size = sizeof why;
+    vole_scanner* scanner = nullptr;
+    const vole_error error = vole_isolated_scanner_new(signatures, &limits, &isolation, &scanner);
+    return withFlags(ScannerHandle(scanner), flags, error, why[0] != '\0' ? why : vole_error_text(error));
 }
 
 FileReport reportOf(const vole_scanner* scanner, const std::string& path, vole_error error) {

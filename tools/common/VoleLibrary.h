@@ -47,6 +47,9 @@ Finding plainFinding(const vole_finding& finding);
 
 ScannerHandle makeScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
 
+// One whose contents are looked at in another process.
+ScannerHandle makeIsolatedScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
+
 // What the scanner's latest scan, which returned `error`, came to, under this path. Names and texts beyond 1 MiB are
 // left out, as is what the library does not keep; the counters tell of all.
 FileReport reportOf(const vole_scanner* scanner, const std::string& path, vole_error error);

@@ -33,15 +33,29 @@ SignaturesHandle loadTelling(const LibraryOptions& options) {
 LibraryEngine::LibraryEngine(const LibraryOptions& options)
     : _signatures(loadTelling(options)),
       _limits(options.limits),
-      _flags((options.allMatches ? VOLE_SCAN_ALL_MATCHES : 0U) | (options.shallow ? VOLE_SCAN_SHALLOW : 0U)) {
+      _flags((options.allMatches ? VOLE_SCAN_ALL_MATCHES : 0U) | (options.shallow ? VOLE_SCAN_SHALLOW : 0U)),
+      _isolation(options.isolation),
+      _warn(options.warn) {
     if (!options.cache.empty())
         _cache = std::make_unique<ScanCache>(options.cache, id(), termsKey() + vole_version(), options.warn);
 }
 
 std::unique_ptr<FileScanner> LibraryEngine::newScanner() const {
-    auto scanner = std::make_unique<LibraryScanner>(_signatures.get(), _limits, _flags);
+    auto scanner = std::make_unique<LibraryScanner>(newHandle());
     if (!_cache) return scanner;
     return std::make_unique<CachingScanner>(std::move(scanner), *_cache);
+}
+
+ScannerHandle LibraryEngine::newHandle() const {
+    if (_isolation == Isolation::no) return makeScanner(_signatures.get(), _limits, _flags);
+    try {
+        return makeIsolatedScanner(_signatures.get(), _limits, _flags);
+    } catch (const LoadError& error) {
+        if (_isolation == Isolation::required) throw;
+        if (_isolation == Isolation::yes) _warn(std::string("scanning without isolation: ") + error.what());
+    }
+    _isolation = Isolation::no;
+    return newHandle();
 }
 
 // What is clean on one of these terms need not be so on others.

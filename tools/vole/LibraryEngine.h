@@ -15,12 +15,17 @@
 #include "VoleLibrary.h"
 #include "vole.h"
 
+// Whether contents are looked at in processes of their own: never; if possible; the same, and it is told when not; or
+// not at all otherwise.
+enum class Isolation { no, quietly, yes, required };
+
 struct LibraryOptions {
     std::string patternDir = {};
     vole_limits limits = VOLE_LIMITS_INIT;
     bool allMatches = false;
     bool shallow = false;
     bool listProblems = false;  // Each problem of the set on standard error, instead of their number.
+    Isolation isolation = Isolation::no;
     std::string cache = {};     // The file that remembers what was clean; empty: none.
     ScanCache::Warn warn = complain;
 };
@@ -36,10 +41,13 @@ public:
 
 private:
     std::string termsKey() const;
+    ScannerHandle newHandle() const;
 
     SignaturesHandle _signatures;
     vole_limits _limits;
     std::uint32_t _flags;
+    mutable Isolation _isolation;
+    ScanCache::Warn _warn;
     std::unique_ptr<ScanCache> _cache;
 };
 

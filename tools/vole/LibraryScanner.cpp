@@ -27,9 +27,6 @@ ptrdiff_t readStandardInput(void* errorNumber, void* buffer, std::size_t size) {
 
 }  // namespace
 
-LibraryScanner::LibraryScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags)
-    : _scanner(makeScanner(signatures, limits, flags)), _cancelling(_scanner.get()) {}
-
 FileReport LibraryScanner::scan(const Target& target) {
     if (target.standardInput) return scanStandardInput(target.path);
     return reportOn(target.path, vole_scan_path(_scanner.get(), target.path.c_str(), nullptr));

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "FileScanner.h"
 #include "Interruption.h"
@@ -15,8 +16,7 @@
 
 class LibraryScanner : public FileScanner {
 public:
-    // Throws LoadError when the library refuses.
-    LibraryScanner(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags);
+    explicit LibraryScanner(ScannerHandle scanner) : _scanner(std::move(scanner)), _cancelling(_scanner.get()) {}
 
     FileReport scan(const Target& target) override;
     void scanAll(std::span<const Target> targets, const Told& told) override;

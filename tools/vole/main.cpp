@@ -79,6 +79,7 @@ public:
         });
         addWhat();
         addHow();
+        addIsolation();
         addLimits();
         addReport();
         addHostView();
@@ -103,6 +104,7 @@ public:
         // Taken as they were typed: a bound vector would be empty for a file named "{}".
         _options.paths = _paths->results();
         _options.rules.excluded = _exclude->results();
+        _options.engine.isolation = isolation();
         const ExitCode code = runScan(_options);
         dieIfInterrupted();
         return code;
@@ -148,6 +150,16 @@ private:
                            "where other unpackers may find some"));
     }
 
+    void addIsolation() {
+        CLI::Option* const isolate = _scan.add_flag(
+            "--isolate{auto},--no-isolate{no}", _isolate,
+            "Look at files in processes that can do nothing else, where the system allows it, or, with\n"
+            "--isolate=require, not at all elsewhere (default: where the system allows it)");
+        isolate->check(CLI::IsMember({"auto", "require", "no"}));
+        _libraryOnly.push_back(isolate);
+        _settable.push_back(isolate);
+    }
+
     void addLimits() {
         for (CLI::Option* const option : addLimitOptions(_scan, _options.engine.limits)) {
             _libraryOnly.push_back(option);
@@ -181,6 +193,12 @@ private:
         for (CLI::Option* const option : {_hostView, _dump}) {
             option->group("As a host of the older interface sees it (with the limits of voleeng.ini)");
         }
+    }
+
+    Isolation isolation() const {
+        if (_isolate.empty()) return Isolation::quietly;
+        if (_isolate == "no") return Isolation::no;
+        return _isolate == "require" ? Isolation::required : Isolation::yes;
     }
 
     CLI::Option* addValue(const std::string& names, const char* placeholder, const std::string& help, ReadValue read) {
@@ -249,6 +267,7 @@ private:
     std::unique_ptr<Command> _inspect = newInspect(_app);
     ScanOptions _options;
     std::string _listName;
+    std::string _isolate;  // Empty, or a value of the option.
     CLI::Option* _paths = nullptr;
     CLI::Option* _filesFrom = nullptr;
     CLI::Option* _exclude = nullptr;

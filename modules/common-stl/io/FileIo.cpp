@@ -1,8 +1,10 @@
 #include "io/FileIo.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 
 #include "NoCancel.h"
@@ -11,6 +13,8 @@ namespace ZOV_SPACE {
 namespace {
 
 constexpr mode_t kPrivateMode = S_IRUSR | S_IWUSR;
+
+std::atomic<bool> anonymousFilesAreInMemory = false;
 
 bool wroteAll(std::int64_t count, std::size_t n) {
     if (count == static_cast<std::int64_t>(n)) return true;
@@ -65,11 +69,14 @@ OwnFd createTemporaryFile(char* path) {
 }
 
 OwnFd createAnonymousFile() {
+    if (anonymousFilesAreInMemory) return OwnFd(::memfd_create("vole-temporary", MFD_CLOEXEC));
     if (OwnFd file = openFile("/tmp", O_TMPFILE | O_RDWR, kPrivateMode)) return file;
     char path[] = "/tmp/XXXXXX";  // The file system has no unnamed files.
     OwnFd file = createTemporaryFile(path);
     if (file) ::unlink(path);
     return file;
 }
+
+void keepAnonymousFilesInMemory() { anonymousFilesAreInMemory = true; }
 
 }  // namespace ZOV_SPACE

@@ -54,6 +54,8 @@ OwnFd openFileAt(int directory, const char* path, int flags, mode_t mode = 0);
 OwnFd createTemporaryFile(char* path);
 // The same in /tmp without a name: it is gone once it is closed.
 OwnFd createAnonymousFile();
+// From now on those are in memory, in the whole process: for one that may not open files.
+void keepAnonymousFilesInMemory();
 
 }  // namespace ZOV_SPACE
 

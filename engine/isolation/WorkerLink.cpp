@@ -1,0 +1,176 @@
+#include "WorkerLink.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <utility>
+
+#include "Raise.h"
+#include "Socket.h"
+
+namespace isolation {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kStartTime{30'000};  // For the program to be ready; the machine may be busy.
+constexpr milliseconds kGlance{200};        // Between looks at what no descriptor tells of.
+constexpr milliseconds kEndTime{2'000};     // From a closed socket to the process's end.
+constexpr std::uint64_t kLongestTime = 1'000'000'000'000;  // Milliseconds that are as good as any more.
+constexpr std::uint32_t kDeepestEver = 10'001;
+
+// Levels that a name can lie deep: a member of the deepest archive that is opened is one below it.
+std::uint32_t deepestName(const vole_limits& limits) {
+    return limits.max_depth == 0 ? kDeepestEver : std::min(limits.max_depth, kDeepestEver - 1) + 1;
+}
+
+}  // namespace
+
+WorkerLink::WorkerLink(WorkerTerms terms, const FalseAlarms& falseAlarms)
+    : _terms(std::move(terms)),
+      _inbox(SharedMemory<Inbox>::create("vole-inbox", SharedMemory<Inbox>::Writers::thisProcess)),
+      _outbox(SharedMemory<Outbox>::create("vole-outbox", SharedMemory<Outbox>::Writers::everybody)),
+      _reader(falseAlarms, deepestName(_terms.limits)) {}
+
+bool WorkerLink::start() {
+    int ends[2];
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+        _why = ZOV_SPACE::systemErrorText();
+        return false;
+    }
+    _socket.reset(ends[0]);
+    const ZOV_SPACE::OwnFd others(ends[1]);
+    (*_outbox)->used.store(0);
+    _taken = 0;
+    _allowed = {};
+    _reader.clear();
+    const int error = _process.start(_terms.program, {others.get(), _terms.set->get(), _inbox->fd(), _outbox->fd()});
+    if (error != 0) {
+        _why = _terms.program + ": " + ZOV_SPACE::systemErrorText(error);
+        return false;
+    }
+    try {
+        Order order{};
+        order.kind = OrderKind::start;
+        order.version = versionText();
+        order.maxMemory = _terms.maxMemory;
+        send(order);
+        if (wait().kind == BellKind::ready) return true;
+        vole_result none;
+        drop(_reader.next(none) == ReplyReader::Next::text
+                 ? std::string(reinterpret_cast<const char*>(_reader.bytes().data()), _reader.bytes().size())
+                 : "it cannot work here");
+    } catch (const WorkerLost&) {
+    } catch (const Nonsense&) {
+        drop("it makes no sense");
+    }
+    return false;
+}
+
+void WorkerLink::drop(std::string why) {
+    _process.end();
+    _socket.reset();
+    _why = std::move(why);
+}
+
+void WorkerLink::lose(std::string why) {
+    drop(std::move(why));
+    throw WorkerLost();
+}
+
+// What it wrote before it ended counts.
+void WorkerLink::loseEnded() {
+    pollfd ended{_process.endedFd(), POLLIN, 0};
+    while (::poll(&ended, 1, static_cast<int>(kEndTime.count())) < 0 && errno == EINTR) {
+    }
+    takeOutbox();
+    std::string how = _process.end();
+    lose(how.empty() ? "it closed its socket" : std::move(how));
+}
+
+void WorkerLink::send(const Order& order, int fd) {
+    if (!isRunning()) throw WorkerLost();
+    _taken = 0;
+    startClock(order);
+    // It reads what it is sent before it goes on, so there is room unless it does what it may not.
+    if (sendMessage(_socket.get(), order, fd, Waiting::no)) return;
+    if (errno == EPIPE || errno == ECONNRESET) loseEnded();
+    lose("it could not be told anything: " + ZOV_SPACE::systemErrorText());
+}
+
+void WorkerLink::startClock(const Order& order) {
+    const auto now = Clock::now();
+    if (order.kind != OrderKind::start && order.kind != OrderKind::scan) {
+        _start += now - _bell;
+        return;
+    }
+    const bool scans = order.kind == OrderKind::scan;
+    const auto limit = milliseconds(std::min(_terms.limits.max_time_ms, kLongestTime));
+    _patience = scans ? limit + (limit.count() == 0 ? milliseconds() : _terms.grace) : kStartTime;
+    _results = (*_outbox)->results.load(std::memory_order_acquire);
+    _contentsLeft = std::max<std::size_t>(order.itemCount, 1);
+    _cancelled = {};
+    giveTime(now);
+}
+
+void WorkerLink::giveTime(Clock::time_point now) {
+    constexpr milliseconds kSeldom{500};
+    _start = now;
+    if (_patience.count() == 0 || now - _allowed < kSeldom) return;
+    _allowed = now;
+    _process.allowSeconds(static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::seconds>(_patience).count()));
+}
+
+Bell WorkerLink::wait() {
+    if (!isRunning()) throw WorkerLost();
+    for (;;) {
+        pollfd sources[] = {{_socket.get(), POLLIN, 0}, {_process.endedFd(), POLLIN, 0}};
+        const int ready = ::poll(sources, std::size(sources), static_cast<int>(kGlance.count()));
+        if (ready < 0 && errno != EINTR) lose("it could not be waited for: " + ZOV_SPACE::systemErrorText());
+        if (ready <= 0) {
+            watchTime();
+            continue;
+        }
+        Bell bell{};
+        if (sources[0].revents == 0) loseEnded();
+        const auto received = receiveMessage(_socket.get(), std::as_writable_bytes(std::span(&bell, 1)), Waiting::no);
+        if (!received && errno == EAGAIN) continue;
+        if (!received || received->size == 0) loseEnded();
+        if (received->size != sizeof bell) lose("it answered what makes no sense");
+        takeOutbox();
+        _bell = Clock::now();
+        return bell;
+    }
+}
+
+void WorkerLink::takeOutbox() {
+    const std::uint32_t used = (*_outbox)->used.load(std::memory_order_acquire);
+    if (used < _taken || used > (*_outbox)->bytes.size()) lose("it answered what makes no sense");
+    try {
+        _reader.append(std::span((*_outbox)->bytes).subspan(_taken, used - _taken));
+    } catch (const Nonsense&) {
+        lose("it answered more than it may");
+    }
+    _taken = used;
+}
+
+void WorkerLink::watchTime() {
+    const auto now = Clock::now();
+    const std::uint32_t results = (*_outbox)->results.load(std::memory_order_acquire);
+    if (results != _results && _contentsLeft > 1) {
+        --_contentsLeft;
+        _results = results;
+        giveTime(now);
+    }
+    if (_patience.count() != 0 && now - _start > _patience) {
+        lose("it did not answer within " + std::to_string(_patience.count()) + " ms");
+    }
+    if (!(*_inbox)->cancelled.load(std::memory_order_relaxed)) return;
+    if (_cancelled == Clock::time_point{}) _cancelled = now;
+    if (now - _cancelled > _terms.grace) lose("it did not end its scan when it was told to");
+}
+
+}  // namespace isolation

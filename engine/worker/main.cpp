@@ -1,0 +1,66 @@
+// vole-worker: what isolated scanners have contents looked at by. Only libvole starts it, with the descriptors of
+// Wire.h.
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "CompiledSet.h"
+#include "Exception.h"
+#include "ReplyWriter.h"
+#include "Sandbox.h"
+#include "SharedMemory.h"
+#include "Signatures.h"
+#include "Wire.h"
+#include "WorkerLoop.h"
+#include "io/FileIo.h"
+
+namespace {
+
+using namespace isolation;
+
+// Everything that takes more rights than scanning does.
+void prepare(const Order& order, vole_signatures& signatures) {
+    if (order.kind != OrderKind::start || order.version != versionText()) {
+        throw worker::SandboxError{"it is of another version"};
+    }
+    compiled::mapSet(kSetFd, false, signatures);
+    ::close(kSetFd);
+    ZOV_SPACE::keepAnonymousFilesInMemory();
+    worker::enterSandbox({order.maxMemory});
+}
+
+[[noreturn]] void refuse(Outbox& outbox, std::string_view why) {
+    ReplyWriter(outbox, [] { std::_Exit(EXIT_FAILURE); }).text(why);
+    worker::ring(BellKind::failed);
+    std::_Exit(EXIT_FAILURE);
+}
+
+}  // namespace
+
+int main() {
+    ZOV_SPACE::OwnFd none;
+    const Order order = worker::nextOrder(none);
+    const auto* const inbox = SharedMemory<const Inbox>::mapping(kInboxFd, PROT_READ);
+    auto* const outbox = SharedMemory<Outbox>::mapping(kOutboxFd, PROT_READ | PROT_WRITE);
+    if (!inbox || !outbox) return EXIT_FAILURE;
+    ::close(kInboxFd);
+    ::close(kOutboxFd);
+    vole_signatures signatures;
+    try {
+        prepare(order, signatures);
+    } catch (const worker::SandboxError& error) {
+        refuse(*outbox, error.text);
+    } catch (ZOV_SPACE::Exception& error) {
+        refuse(*outbox, error.toString());
+    } catch (const std::exception& error) {
+        refuse(*outbox, error.what());
+    }
+    worker::WorkerLoop loop(signatures, *inbox, *outbox);
+    worker::ring(BellKind::ready);
+    loop.run();
+}
