@@ -178,8 +178,8 @@ typedef struct vole_isolation {
  * bytes, and can do nothing but scan them and report: not open, connect, fork, execute, or write to anything but memory
  * and that report. So whatever a content may have in it that the engine is wrong about costs that one scan, which fails
  * with VOLE_E_WORKER and a text; the next one has a new worker. After three in a row the next one is started only after
- * a pause, which gets longer. Nothing that a worker says is believed beyond what it says of the content itself. All calls
- * take such a scanner and mean the same. It needs Linux 5.4 with seccomp; Landlock is used where there is any.
+ * a pause, which gets longer. Nothing that a worker says is believed beyond what it says of the content itself. All
+ * calls take such a scanner and mean the same. It needs Linux 5.4 with seccomp; Landlock is used where there is any.
  *
  * The worker is a small program, started by posix_spawn(), so other threads do not matter, and it has nothing of this
  * process but the signatures: those of a compiled set it maps from the file, any others from a copy in memory, which

@@ -207,13 +207,9 @@ vole_error vole_scanner_set_events(vole_scanner* scanner, vole_event_fn callback
     return VOLE_OK;
 }
 
-void vole_scanner_cancel(vole_scanner* scanner) {
-    setCancelled(scanner, true);
-}
+void vole_scanner_cancel(vole_scanner* scanner) { setCancelled(scanner, true); }
 
-void vole_scanner_rearm(vole_scanner* scanner) {
-    setCancelled(scanner, false);
-}
+void vole_scanner_rearm(vole_scanner* scanner) { setCancelled(scanner, false); }
 
 const vole_result* vole_scanner_result(const vole_scanner* scanner) {
     static const vole_result kNone{VOLE_OUTCOME_FAILED, {}, {}, {}, {}, 0, 0};

@@ -19,8 +19,8 @@ public:
     // REQUIRES: room for kMostBytes.
     explicit SmallFiles(std::span<char> room) : _room(room) {}
 
-    // Forgets what it has, and reads the files that these paths begin with: at least one, no more than kTogether, and up
-    // to one that may take long, since much may happen meanwhile to those behind it. Throws std::bad_alloc.
+    // Forgets what it has, and reads the files that these paths begin with: at least one, no more than kTogether, and
+    // up to one that may take long, since much may happen meanwhile to those behind it. Throws std::bad_alloc.
     void read(std::span<const char* const> paths);
 
     // Of the paths in turn; nothing for one that is left to the caller. Valid until the next read.

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -17,6 +18,7 @@
 #include "Raise.h"
 #include "SharedMemory.h"
 #include "ShownContent.h"
+#include "VolumeFiles.h"
 #include "io/FileIo.h"
 
 namespace isolation {
@@ -112,6 +114,27 @@ bool moveBytes(int from, int to) {
 
 }  // namespace
 
+// The volumes beside some paths, which a worker scans in their order.
+class IsolatedScans::VolumesOf {
+public:
+    VolumesOf(std::span<const char* const> paths, std::uint64_t most) : _paths(paths), _most(most) {}
+
+    OwnFd open(const Bell& bell) {
+        if (bell.item < _item || bell.item >= _paths.size() || bell.number < 2 || bell.number > INT_MAX) {
+            throw Nonsense();
+        }
+        if (!_volumes || bell.item != _item) _volumes.emplace(_paths[bell.item], _most);
+        _item = bell.item;
+        return _volumes->open(static_cast<int>(bell.number));
+    }
+
+private:
+    std::span<const char* const> _paths;
+    std::uint64_t _most;
+    std::uint32_t _item = 0;
+    std::optional<VolumeFiles> _volumes;
+};
+
 IsolatedScans::IsolatedScans(const vole_signatures& signatures, ScanTerms& terms, vole_result& result,
                              WorkerTerms worker)
     : _signatures(signatures), _terms(terms), _result(result), _link(std::move(worker), signatures.falseAlarms) {
@@ -127,7 +150,7 @@ vole_error IsolatedScans::start() {
 
 // As a scan without a worker begins and ends; in between the worker is asked.
 template <class Hand>
-vole_error IsolatedScans::scan(VolumeFiles* volumes, Hand hand) {
+vole_error IsolatedScans::scan(VolumesOf* volumes, Hand hand) {
     const auto start = std::chrono::steady_clock::now();
     _result.clear();
     ReportingScan here(_signatures, _terms, _result);
@@ -150,7 +173,7 @@ vole_error IsolatedScans::scan(VolumeFiles* volumes, Hand hand) {
 }
 
 vole_error IsolatedScans::path(const char* path) {
-    VolumeFiles volumes(path, _terms.limits.max_content);
+    VolumesOf volumes({&path, 1}, _terms.limits.max_content);
     return scan(&volumes, [&](ReportingScan&) {
         auto opened = openContent(path);
         return Handed{std::move(opened.file), 0, opened.error, std::move(opened.errorText)};
@@ -235,7 +258,7 @@ Order IsolatedScans::scanOrder() const {
     return order;
 }
 
-vole_error IsolatedScans::ask(const Handed& handed, VolumeFiles* volumes, std::uint64_t spentUs) {
+vole_error IsolatedScans::ask(const Handed& handed, VolumesOf* volumes, std::uint64_t spentUs) {
     if (const vole_error error = runWorker()) return error;
     Order order = scanOrder();
     order.spentUs = spentUs;
@@ -284,7 +307,7 @@ void IsolatedScans::pause() const {
 }
 
 // Until the worker is done.
-void IsolatedScans::converse(const Order& scanned, int fd, VolumeFiles* volumes) {
+void IsolatedScans::converse(const Order& scanned, int fd, VolumesOf* volumes) {
     _link.replies().clear();
     _link.send(scanned, fd);
     for (;;) {
@@ -295,8 +318,8 @@ void IsolatedScans::converse(const Order& scanned, int fd, VolumeFiles* volumes)
         if (bell.kind == BellKind::done) return;
         if (bell.kind == BellKind::event) {
             if (!tellHost()) answer.kind = OrderKind::stop;
-        } else if (bell.kind == BellKind::volume && volumes && bell.number >= 2 && bell.number <= INT_MAX) {
-            volume = volumes->open(static_cast<int>(bell.number));
+        } else if (bell.kind == BellKind::volume && volumes) {
+            volume = volumes->open(bell);
         } else if (bell.kind != BellKind::full) {
             throw Nonsense();
         }
@@ -340,7 +363,7 @@ vole_error IsolatedScans::paths(std::span<const char* const> paths, const Told& 
         // A host that is told of what happens in a file is told of the end of the one before it first.
         if (!_terms.onEvent && !isCancelled()) count = readTogether(files, paths.subspan(index));
         if (count > 1) {
-            index += askTogether(files, count, index, told, wanted);
+            index += askTogether(files, paths.subspan(index, count), index, told, wanted);
         } else {
             const vole_error error = capi::guarded([&] { return path(paths[index]); });
             wanted = told(index++, error);
@@ -364,8 +387,9 @@ std::size_t IsolatedScans::readTogether(SmallFiles& files, std::span<const char*
 
 // The first of what was read. How many of them the host was told of: those that were not reached when a worker was lost
 // have not been tried.
-std::size_t IsolatedScans::askTogether(const SmallFiles& files, std::size_t count, std::size_t first, const Told& told,
-                                       bool& wanted) {
+std::size_t IsolatedScans::askTogether(const SmallFiles& files, std::span<const char* const> paths, std::size_t first,
+                                       const Told& told, bool& wanted) {
+    const std::size_t count = paths.size();
     _result.clear();
     vole_error error = runWorker();
     if (error != VOLE_OK) {
@@ -374,11 +398,13 @@ std::size_t IsolatedScans::askTogether(const SmallFiles& files, std::size_t coun
     }
     Order order = scanOrder();
     order.itemCount = static_cast<std::uint32_t>(count);
+    order.hasVolumes = 1;
     for (std::size_t i = 0; i < count; ++i) {
         const auto bytes = *files.contents()[i];
         order.items[i] = {static_cast<std::uint64_t>(bytes.data() - _link.inbox().bytes.data()), bytes.size()};
     }
-    tryTo([&] { converse(order, -1, nullptr); });  // What it had done before it was lost counts.
+    VolumesOf volumes(paths, _terms.limits.max_content);
+    tryTo([&] { converse(order, -1, &volumes); });  // What it had done before it was lost counts.
     for (std::size_t i = 0; i < count; ++i) {
         _result.clear();
         const bool hasResult = tryTo([&] { error = takeResult(); });

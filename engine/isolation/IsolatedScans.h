@@ -19,7 +19,6 @@
 #include "ReportingScan.h"
 #include "Signatures.h"
 #include "SmallFiles.h"
-#include "VolumeFiles.h"
 #include "WorkerLink.h"
 #include "vole.h"
 
@@ -36,8 +35,8 @@ public:
     // From any thread, and from a signal handler.
     void cancel(bool wanted) { _link.inbox().cancelled.store(wanted); }
 
-    // Each as the scan of vole.h that it is for. Throws what vole_scan_path() and the like turn into errors, after which
-    // the worker is gone.
+    // Each as the scan of vole.h that it is for. Throws what vole_scan_path() and the like turn into errors, after
+    // which the worker is gone.
     vole_error path(const char* path);
     vole_error descriptor(int fd);
     vole_error memory(const void* data, std::size_t size);
@@ -48,6 +47,7 @@ public:
     vole_error paths(std::span<const char* const> paths, const Told& told);
 
 private:
+    class VolumesOf;
     // What the worker is to look at, or why there is nothing.
     struct Handed {
         ZOV_SPACE::OwnFd file;
@@ -57,17 +57,17 @@ private:
         bool isRefused = false;  // A limit keeps it from being looked at, which the scan has been told.
     };
     template <class Hand>
-    vole_error scan(VolumeFiles* volumes, Hand hand);
+    vole_error scan(VolumesOf* volumes, Hand hand);
     Handed spool(vole_read_fn read, void* context, ReportingScan& scan);
-    vole_error ask(const Handed& handed, VolumeFiles* volumes, std::uint64_t spentUs);
+    vole_error ask(const Handed& handed, VolumesOf* volumes, std::uint64_t spentUs);
     static std::size_t readTogether(SmallFiles& files, std::span<const char* const> paths);
-    std::size_t askTogether(const SmallFiles& files, std::size_t count, std::size_t first, const Told& told,
-                            bool& wanted);
+    std::size_t askTogether(const SmallFiles& files, std::span<const char* const> paths, std::size_t first,
+                            const Told& told, bool& wanted);
     template <class Step>
     bool tryTo(Step step);
     vole_error runWorker();
     void pause() const;
-    void converse(const Order& scanned, int fd, VolumeFiles* volumes);
+    void converse(const Order& scanned, int fd, VolumesOf* volumes);
     bool tellHost();
     vole_error takeResult();
     vole_error lost();

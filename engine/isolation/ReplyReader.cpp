@@ -49,16 +49,15 @@ Enum checked(std::uint32_t number, Enum first, Enum last) {
     return static_cast<Enum>(number);
 }
 
-vole_reason_code reasonCode(std::uint32_t number) {
-    return checked(number, VOLE_REASON_ENCRYPTED, VOLE_REASON_IO);
-}
+vole_reason_code reasonCode(std::uint32_t number) { return checked(number, VOLE_REASON_ENCRYPTED, VOLE_REASON_IO); }
 vole_kind kindOf(std::uint32_t number) { return checked(number, VOLE_KIND_MD5, VOLE_KIND_CHECKSUM); }
 vole_form formOf(std::uint32_t number) { return checked(number, VOLE_FORM_RAW, VOLE_FORM_NORMALISED); }
 
 // The engine's own texts are printable English; a worker that is no longer the engine's may write what it likes.
 std::string printable(std::string_view text) {
     std::string copy(text);
-    std::replace_if(copy.begin(), copy.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    std::replace_if(
+        copy.begin(), copy.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
     return copy;
 }
 
@@ -70,9 +69,10 @@ std::string_view signatureName(std::string_view text) {
 
 // Hosts may keep these, so they have to be ours.
 const char* methodName(std::string_view name) {
-    static constexpr const char* kMethods[] = {
-        "",      "stored", "sparse", "shrink", "reduce", "implode", "deflate", "deflate64", "bzip2",   "lzma",    "terse",
-        "lz77",  "zstd",   "mp3",    "xz",     "jpeg",   "wavpack", "ppmd",    "aes",       "rar 1.5", "rar 2.0", "rar 2.9"};
+    static constexpr const char* kMethods[] = {"",        "stored",    "sparse",  "shrink", "reduce",  "implode",
+                                               "deflate", "deflate64", "bzip2",   "lzma",   "terse",   "lz77",
+                                               "zstd",    "mp3",       "xz",      "jpeg",   "wavpack", "ppmd",
+                                               "aes",     "rar 1.5",   "rar 2.0", "rar 2.9"};
     const auto* const found = std::find(std::begin(kMethods), std::end(kMethods), name);
     if (found == std::end(kMethods)) throw Nonsense();
     return *found;
@@ -205,16 +205,17 @@ void ReplyReader::readEvent(Frame frame) {
     event.bytes_done = head.bytesDone;
     if (event.type == VOLE_EVENT_FINDING) {
         static_cast<void>(signatureName(_event.text));
-        _event.finding = {_event.text.c_str(), kindOf(head.kind), formOf(head.form),
-                          _falseAlarms.contains(_event.text), head.offset, event.member};
+        _event.finding = {_event.text.c_str(), kindOf(head.kind), formOf(head.form), _falseAlarms.contains(_event.text),
+                          head.offset,         event.member};
         event.finding = &_event.finding;
     } else if (event.type == VOLE_EVENT_REASON) {
         _event.text = printable(_event.text);
         _event.reason = {reasonCode(head.kind), _event.text.c_str(), event.member};
         event.reason = &_event.reason;
     } else if (event.type == VOLE_EVENT_CONTENT) {
-        _event.content = {formOf(head.form), head.size, head.packedSize, methodName(_event.text), head.isPacked != 0,
-                          checked(head.checksum, VOLE_CHECKSUM_NONE, VOLE_CHECKSUM_WRONG)};
+        _event.content = {formOf(head.form),  head.size,
+                          head.packedSize,    methodName(_event.text),
+                          head.isPacked != 0, checked(head.checksum, VOLE_CHECKSUM_NONE, VOLE_CHECKSUM_WRONG)};
         event.content = &_event.content;
     }
 }

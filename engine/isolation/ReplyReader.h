@@ -41,8 +41,7 @@ public:
     static constexpr std::size_t kMostBytes = std::size_t{256} << 20;
 
     // `falseAlarms` is borrowed. Nothing lies deeper in archives than `deepest` levels.
-    ReplyReader(const FalseAlarms& falseAlarms, std::uint32_t deepest)
-        : _falseAlarms(falseAlarms), _deepest(deepest) {}
+    ReplyReader(const FalseAlarms& falseAlarms, std::uint32_t deepest) : _falseAlarms(falseAlarms), _deepest(deepest) {}
 
     // What came next.
     void append(std::span<const std::byte> bytes);
@@ -81,7 +80,7 @@ private:
     std::uint32_t _deepest;
     std::vector<std::byte> _unread;
     std::size_t _position = 0;  // In what was appended.
-    std::vector<Name> _names;  // Of the content whose result has not come yet.
+    std::vector<Name> _names;   // Of the content whose result has not come yet.
     std::size_t _nameBytes = 0;
     vole_error _error = VOLE_OK;
     ToldEvent _event;

@@ -20,8 +20,8 @@ struct Received {
     ZOV_SPACE::OwnFd fd = {};
 };
 
-// Waits for a message of at most `room` bytes; a longer one and more than one descriptor are errors. Nothing, with errno
-// set, on an error.
+// Waits for a message of at most `room` bytes; a longer one and more than one descriptor are errors. Nothing, with
+// errno set, on an error.
 std::optional<Received> receiveMessage(int socket, std::span<std::byte> room, Waiting waiting);
 
 template <class Message>

@@ -81,7 +81,7 @@ struct Order {
     std::uint32_t itemCount;
     std::uint64_t spentUs;     // Of the time limit, before the worker got to hear of the content.
     std::uint8_t hasFile;      // 1: the descriptor is what is scanned, and there are no items.
-    std::uint8_t hasVolumes;   // 1: others may lie beside the file, and the worker may ask for them.
+    std::uint8_t hasVolumes;   // 1: others may lie beside each content, and the worker may ask for them.
     std::uint8_t wantsEvents;  // 1: the host listens.
     std::array<Item, kMostItems> items;
     // Of read: what the host wants to see of the content that an event shows.
@@ -98,11 +98,13 @@ enum class BellKind : std::uint32_t {
     full,    // The outbox is; nothing is wanted but that it be read.
     event,   // There is an event frame, and the host is to be told.
     bytes,   // There is a bytes frame, as the scanner wanted.
-    volume   // The volume with that number is wanted. Its descriptor comes with goOn; without one there is none.
+    volume   // A volume is wanted. Its descriptor comes with goOn; without one there is none.
 };
 
 struct Bell {
     BellKind kind;
+    // Of a volume: of which item, and its own.
+    std::uint32_t item;
     std::uint32_t number;
 };
 

@@ -16,9 +16,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kStartTime{30'000};  // For the program to be ready; the machine may be busy.
-constexpr milliseconds kGlance{200};        // Between looks at what no descriptor tells of.
-constexpr milliseconds kEndTime{2'000};     // From a closed socket to the process's end.
+constexpr milliseconds kStartTime{30'000};                 // For the program to be ready; the machine may be busy.
+constexpr milliseconds kGlance{200};                       // Between looks at what no descriptor tells of.
+constexpr milliseconds kEndTime{2'000};                    // From a closed socket to the process's end.
 constexpr std::uint64_t kLongestTime = 1'000'000'000'000;  // Milliseconds that are as good as any more.
 constexpr std::uint32_t kDeepestEver = 10'001;
 

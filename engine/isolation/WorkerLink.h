@@ -1,6 +1,7 @@
 // WorkerLink: a worker and the conversation with it, from the scanner's side.
 //   Owns:    the worker, the socket to it and the memory that both share.
-//   Throws:  WorkerLost from whatever needs the worker, once it has ended, does not answer in time or says what makes no
+//   Throws:  WorkerLost from whatever needs the worker, once it has ended, does not answer in time or says what makes
+//   no
 //            sense; it is gone then. std::bad_alloc.
 //   Threads: one at a time.
 #ifndef ENGINE_ISOLATION_WORKERLINK_H
@@ -14,8 +15,8 @@
 #include "FalseAlarms.h"
 #include "ReplyReader.h"
 #include "SharedMemory.h"
-#include "WorkerProcess.h"
 #include "Wire.h"
+#include "WorkerProcess.h"
 #include "io/OwnFd.h"
 #include "vole.h"
 

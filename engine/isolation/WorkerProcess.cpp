@@ -43,8 +43,7 @@ public:
         ::posix_spawnattr_setsigmask(&_attributes, &none);
         ::posix_spawnattr_setsigdefault(&_attributes, &all);
         // What is typed at the host's terminal is not for workers.
-        ::posix_spawnattr_setflags(&_attributes,
-                                   POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
+        ::posix_spawnattr_setflags(&_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
     }
     SpawnAttributes(const SpawnAttributes&) = delete;
     SpawnAttributes& operator=(const SpawnAttributes&) = delete;
@@ -96,8 +95,8 @@ int WorkerProcess::start(const std::string& program, const std::array<int, kFdCo
     std::string name = "vole-worker";
     char* const arguments[] = {name.data(), nullptr};
     const ZOV_SPACE::NoCancel guard;
-    const int error = ::posix_spawn(&_id, program.c_str(), actions.get(), attributes.get(), arguments,
-                                    environmentForWorkers());
+    const int error =
+        ::posix_spawn(&_id, program.c_str(), actions.get(), attributes.get(), arguments, environmentForWorkers());
     if (error != 0) {
         _id = 0;
         return error;

@@ -37,8 +37,7 @@ Order nextOrder(OwnFd& file) {
     return order;
 }
 
-void ring(BellKind kind, std::uint32_t number) {
-    const Bell bell{kind, number};
+void ring(const Bell& bell) {
     if (!isolation::sendMessage(isolation::kSocketFd, bell, -1, isolation::Waiting::yes)) leave(EXIT_FAILURE);
 }
 
@@ -55,7 +54,7 @@ void WorkerLoop::run() {
         _writer.beginAnew();
         if (order.kind != OrderKind::scan) leave(EXIT_FAILURE);
         scan(order, file);
-        ring(BellKind::done);
+        ring({BellKind::done, 0, 0});
     }
 }
 
@@ -77,10 +76,11 @@ void WorkerLoop::scan(const Order& order, const OwnFd& file) {
 
 void WorkerLoop::scanFile(const Order& order, const OwnFd& file) {
     const auto open = [&](ReportingScan& scan) {
-        if (order.hasVolumes) scan.lookBeside([this](int number) { return volume(number); });
+        lookBeside(scan, order, 0);
         return contentOfDescriptor(file.get(), order.limits.max_content, scan);
     };
-    _writer.result(capi::runScan(_signatures, _terms, _result, open, std::chrono::microseconds(order.spentUs)), _result);
+    _writer.result(capi::runScan(_signatures, _terms, _result, open, std::chrono::microseconds(order.spentUs)),
+                   _result);
 }
 
 void WorkerLoop::scanItems(const Order& order) {
@@ -95,8 +95,10 @@ void WorkerLoop::scanItems(const Order& order) {
         if (contents.size() > 1) digestThose(contents, _signatures.patterns.md5List());
         return VOLE_OK;
     }));
-    for (const ContentAhead& content : contents) {
+    for (std::uint32_t i = 0; i < contents.size(); ++i) {
+        const ContentAhead& content = contents[i];
         const auto open = [&](ReportingScan& scan) {
+            lookBeside(scan, order, i);
             if (content.digest) scan.know(*content.digest);
             return contentOfMemory(content.bytes.data(), content.bytes.size(), order.limits.max_content, scan);
         };
@@ -105,8 +107,8 @@ void WorkerLoop::scanItems(const Order& order) {
     }
 }
 
-Order WorkerLoop::ask(BellKind kind, OwnFd& file, std::uint32_t number) {
-    ring(kind, number);
+Order WorkerLoop::ask(const Bell& bell, OwnFd& file) {
+    ring(bell);
     const Order order = nextOrder(file);
     _writer.beginAnew();
     return order;
@@ -114,13 +116,16 @@ Order WorkerLoop::ask(BellKind kind, OwnFd& file, std::uint32_t number) {
 
 Order WorkerLoop::ask(BellKind kind) {
     OwnFd none;
-    return ask(kind, none);
+    return ask({kind, 0, 0}, none);
 }
 
-std::unique_ptr<ZOV_SPACE::BufferBase> WorkerLoop::volume(int number) {
-    OwnFd file;
-    ask(BellKind::volume, file, static_cast<std::uint32_t>(number));
-    return VolumeFiles::content(file);
+void WorkerLoop::lookBeside(ReportingScan& scan, const Order& order, std::uint32_t item) {
+    if (!order.hasVolumes) return;
+    scan.lookBeside([this, item](int number) {
+        OwnFd file;
+        ask({BellKind::volume, item, static_cast<std::uint32_t>(number)}, file);
+        return VolumeFiles::content(file);
+    });
 }
 
 // False when the host wants the end.
@@ -128,7 +133,8 @@ bool WorkerLoop::tell(const vole_event& event) {
     _writer.event(event);
     Order order = ask(BellKind::event);
     while (order.kind == OrderKind::read && event.content) {
-        std::vector<std::byte> bytes(static_cast<std::size_t>(std::min<std::uint64_t>(order.size, isolation::kMostRead)));
+        std::vector<std::byte> bytes(
+            static_cast<std::size_t>(std::min<std::uint64_t>(order.size, isolation::kMostRead)));
         const std::ptrdiff_t count = vole_content_read(event.content, order.offset, bytes.data(), bytes.size());
         _writer.bytes(std::span(bytes).first(static_cast<std::size_t>(std::max<std::ptrdiff_t>(count, 0))));
         order = ask(BellKind::bytes);

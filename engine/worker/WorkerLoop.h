@@ -1,5 +1,5 @@
-// WorkerLoop: the worker's side of the conversation with an isolated scanner: takes orders to scan, and writes down what
-// each scan came to. Ends the process when the scanner is gone.
+// WorkerLoop: the worker's side of the conversation with an isolated scanner: takes orders to scan, and writes down
+// what each scan came to. Ends the process when the scanner is gone.
 //   Borrows: the set and both memories.
 //   Threads: one.
 #ifndef ENGINE_WORKER_WORKERLOOP_H
@@ -24,7 +24,7 @@ namespace worker {
 isolation::Order nextOrder(ZOV_SPACE::OwnFd& file);
 
 // Tells the scanner.
-void ring(isolation::BellKind kind, std::uint32_t number = 0);
+void ring(const isolation::Bell& bell);
 
 class WorkerLoop {
 public:
@@ -36,9 +36,9 @@ private:
     void scan(const isolation::Order& order, const ZOV_SPACE::OwnFd& file);
     void scanFile(const isolation::Order& order, const ZOV_SPACE::OwnFd& file);
     void scanItems(const isolation::Order& order);
-    isolation::Order ask(isolation::BellKind kind, ZOV_SPACE::OwnFd& file, std::uint32_t number = 0);
+    isolation::Order ask(const isolation::Bell& bell, ZOV_SPACE::OwnFd& file);
     isolation::Order ask(isolation::BellKind kind);
-    std::unique_ptr<ZOV_SPACE::BufferBase> volume(int number);
+    void lookBeside(ReportingScan& scan, const isolation::Order& order, std::uint32_t item);
     bool tell(const vole_event& event);
 
     const vole_signatures& _signatures;

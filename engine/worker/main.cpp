@@ -36,7 +36,7 @@ void prepare(const Order& order, vole_signatures& signatures) {
 
 [[noreturn]] void refuse(Outbox& outbox, std::string_view why) {
     ReplyWriter(outbox, [] { std::_Exit(EXIT_FAILURE); }).text(why);
-    worker::ring(BellKind::failed);
+    worker::ring({BellKind::failed, 0, 0});
     std::_Exit(EXIT_FAILURE);
 }
 
@@ -61,6 +61,6 @@ int main() {
         refuse(*outbox, error.what());
     }
     worker::WorkerLoop loop(signatures, *inbox, *outbox);
-    worker::ring(BellKind::ready);
+    worker::ring({BellKind::ready, 0, 0});
     loop.run();
 }

@@ -26,7 +26,7 @@ struct LibraryOptions {
     bool shallow = false;
     bool listProblems = false;  // Each problem of the set on standard error, instead of their number.
     Isolation isolation = Isolation::no;
-    std::string cache = {};     // The file that remembers what was clean; empty: none.
+    std::string cache = {};  // The file that remembers what was clean; empty: none.
     ScanCache::Warn warn = complain;
 };
 

@@ -151,10 +151,10 @@ private:
     }
 
     void addIsolation() {
-        CLI::Option* const isolate = _scan.add_flag(
-            "--isolate{auto},--no-isolate{no}", _isolate,
-            "Look at files in processes that can do nothing else, where the system allows it, or, with\n"
-            "--isolate=require, not at all elsewhere (default: where the system allows it)");
+        CLI::Option* const isolate =
+            _scan.add_flag("--isolate{auto},--no-isolate{no}", _isolate,
+                           "Look at files in processes that can do nothing else, where the system allows it, or, with\n"
+                           "--isolate=require, not at all elsewhere (default: where the system allows it)");
         isolate->check(CLI::IsMember({"auto", "require", "no"}));
         _libraryOnly.push_back(isolate);
         _settable.push_back(isolate);
