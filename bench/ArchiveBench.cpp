@@ -24,7 +24,7 @@ Command bsdtar(const std::string& archive) { return {"bsdtar", "-xOf", archive};
 Command unar(const std::string& archive) { return {"unar", "-q", "-o", "-", "-f", archive}; }
 Command vole(const std::string& patterns, const std::string& archive) {
     // A sample holds an archive of a format that is not opened.
-    return {buildDir() + "/vole", "scan", "-j1", "-i", "--incomplete=ok", "-d", patterns, archive};
+    return {buildDir() + "/vole", "scan", "-j1", "--no-isolate", "-i", "--incomplete=ok", "-d", patterns, archive};
 }
 
 // Copies of the starter patterns, with limits that let everything through.

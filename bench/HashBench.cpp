@@ -30,7 +30,8 @@ void benchHashed(Report& report, const corpus::Folder& folder, const std::string
         corpus::writeFile(files.back(), corpus::randomBytes(2000 + i, size));
     }
     std::vector<std::string> reference{"openssl", "md5"};
-    std::vector<std::string> subject{buildDir() + "/vole", "scan", "-j1", "-d", patternsWithSize(folder, size)};
+    std::vector<std::string> subject{buildDir() + "/vole", "scan", "-j1", "--no-isolate", "-d",
+                                     patternsWithSize(folder, size)};
     reference.insert(reference.end(), files.begin(), files.end());
     subject.insert(subject.end(), files.begin(), files.end());
     report.speed(what,
@@ -65,7 +66,7 @@ void benchUnlisted(Report& report, const corpus::Folder& folder, int rounds) {
     corpus::writeFile(file, "");
     std::filesystem::resize_file(file, kGiB);
     const std::string patterns = patternsWithSize(folder, 68);
-    const std::vector<std::string> subject{buildDir() + "/vole", "scan", "-j1", "-d", patterns, file};
+    const std::vector<std::string> subject{buildDir() + "/vole", "scan", "-j1", "--no-isolate", "-d", patterns, file};
     report.ratio("1 GiB, sparse, size not in the list: vole scan / cat",
                  bestOf(
                      rounds,

@@ -13,8 +13,9 @@ namespace {
 namespace fs = std::filesystem;
 using Command = std::vector<std::string>;
 
-Command voleScan(const std::string& folder, const Command& options) {
-    Command command{buildDir() + "/vole", "scan", "-i", "--no-progress", "--incomplete=ok", "-d", STARTER_PATTERNS};
+Command voleScan(const std::string& folder, const Command& options, const char* isolation = "--no-isolate") {
+    Command command{buildDir() + "/vole", "scan", "-i", isolation, "--no-progress", "--incomplete=ok",
+                    "-d",                 STARTER_PATTERNS};
     command.insert(command.end(), options.begin(), options.end());
     command.push_back(folder);
     return command;
@@ -65,6 +66,13 @@ public:
         twoAtATime("ZIP archives of ten files", _archives);
     }
 
+    void isolated() {
+        _report.section("Contents looked at in other processes: vole scan --isolate, relative to --no-isolate",
+                        "Whole programs, two files at a time; the isolated ones have two processes more to start.");
+        isolatedRow("small files", _files, 1.08);
+        isolatedRow("ZIP archives of ten files", _archives, 1.02);
+    }
+
     void cached() {
         _report.section("Second run over an unchanged tree: vole scan --cache / find -printf, as programs",
                         "The cache is the one that a first run over the same small files left.");
@@ -108,6 +116,15 @@ private:
                          _rounds, [&] { return secondsToRun(halves); }, two));
     }
 
+    void isolatedRow(const std::string& what, const std::string& folder, double target) {
+        const auto secondsFor = [&folder](const char* isolation) {
+            return secondsToRun(voleScan(folder, {"-j", "2"}, isolation));
+        };
+        const Times times = bestOf(
+            3 * _rounds, [&] { return secondsFor("--no-isolate"); }, [&] { return secondsFor("--isolate=require"); });
+        _report.ratio(what, times, target);
+    }
+
     void memoryRow(const std::string& what, const std::string& few, const std::string& many, const Command& options) {
         const std::string file = _folder / "peak";
         const auto kilobytes = [&](const std::string& folder) {
@@ -130,6 +147,7 @@ private:
 void benchScanRuns(const Settings& settings, Report& report) {
     ScanRuns runs(settings, report);
     runs.parallel();
+    runs.isolated();
     runs.cached();
     runs.memory();
 }

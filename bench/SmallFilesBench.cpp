@@ -63,7 +63,7 @@ public:
 
 private:
     static double secondsToScan(const std::string& patterns, const std::string& folder, const char* jobs = "-j1") {
-        return secondsToRun({buildDir() + "/vole", "scan", jobs, "-i", "-d", patterns, folder});
+        return secondsToRun({buildDir() + "/vole", "scan", jobs, "--no-isolate", "-i", "-d", patterns, folder});
     }
     double secondsToCat() const { return secondsToRun({"xargs", "-0", "-a", _names, "cat"}); }
 
