@@ -194,7 +194,7 @@ VOLE_API vole_error vole_isolated_scanner_new(vole_signatures* signatures, const
 /* Flags of a scanner. */
 #define VOLE_SCAN_ALL_MATCHES 1u /* Goes on behind the first finding, and reports all. */
 #define VOLE_SCAN_SHALLOW 2u     /* Opens ZIP and RAR archives alone, and by their formats' rules. */
-#define VOLE_SCAN_CONTENTS 4u    /* Shows the event callback each content: VOLE_EVENT_CONTENT. */
+#define VOLE_SCAN_CONTENTS 4u    /* Shows the event callback each content, and members that have none. */
 
 /* VOLE_E_ARGUMENT, and nothing changed, for unknown flags; VOLE_E_BUSY from inside a scan. */
 VOLE_API vole_error vole_scanner_set_flags(vole_scanner* scanner, uint32_t flags);
@@ -311,7 +311,10 @@ typedef enum vole_event_type {
     VOLE_EVENT_FINDING = 3,
     VOLE_EVENT_REASON = 4,
     VOLE_EVENT_PROGRESS = 5, /* 8 MiB more, or some more than that, went through. */
-    VOLE_EVENT_CONTENT = 6   /* Bytes are about to be compared with signatures. Under VOLE_SCAN_CONTENTS only. */
+    /* Under VOLE_SCAN_CONTENTS only. */
+    VOLE_EVENT_CONTENT = 6,     /* Bytes are about to be compared with signatures. */
+    VOLE_EVENT_FOLDER = 7,      /* A member that its archive calls a folder, and that has no bytes, is passed over. */
+    VOLE_EVENT_EMPTY_MEMBER = 8 /* Likewise another one that has none, not even packed ones. */
 } vole_event_type;
 
 typedef enum vole_checksum_state {

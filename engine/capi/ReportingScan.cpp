@@ -71,7 +71,7 @@ void ReportingScan::conclude() {
 Matched ReportingScan::match(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& content, long size,
                              MatchVisitor& visitor) {
     _givingUp = false;
-    if (_terms.onEvent && (_terms.flags & VOLE_SCAN_CONTENTS)) showContent(record, form, content);
+    if (showsContents()) showContent(record, form, content);
     const bool isKnown = _digest && record.level == 0 && form == Form::raw;
     return matchSignatures(_signatures.patterns, content, size, visitor, isKnown ? &*_digest : nullptr);
 }
@@ -134,7 +134,11 @@ std::optional<MemberTerms> ReportingScan::admit(const _st_ArchEntry& archive, co
     const bool isEmpty = packed == 0 && announced == 0;
     if (isEmpty && entry.name.empty()) return std::nullopt;  // No member at all.
     countMember(archive);
-    if (isEmpty) return std::nullopt;
+    if (isEmpty) {
+        const bool isFolder = entry.isFolder || entry.name.ends_with('/');
+        if (showsContents()) tellOfMember(isFolder ? VOLE_EVENT_FOLDER : VOLE_EVENT_EMPTY_MEMBER, archive, entry);
+        return std::nullopt;
+    }
     const vole_limits& limits = _terms.limits;
     const std::uint64_t mostByRatio = bounded(limits.max_ratio * std::max<std::uint64_t>(packed, 1));
     if (announced > bounded(limits.max_member)) {
@@ -145,7 +149,7 @@ std::optional<MemberTerms> ReportingScan::admit(const _st_ArchEntry& archive, co
         unseen(Unseen::ratioLimit, memberName(archive, entry.name), "it unpacks to more than the ratio allows");
         return std::nullopt;
     }
-    enter(archive, entry);
+    tellOfMember(VOLE_EVENT_MEMBER_ENTERED, archive, entry);
     constexpr std::uint64_t kMostEver = WrappedLimitedBufferBase::kHighestLimit;
     const std::uint64_t mostBySize = std::min(bounded(limits.max_member), kMostEver);
     return MemberTerms{static_cast<long>(std::min(mostBySize, mostByRatio)),
@@ -165,11 +169,11 @@ void ReportingScan::limitReached(Unseen what, const _st_ArchEntry& archive, cons
     ZOV_SPACE::raise<LimitReachedException>(text);
 }
 
-void ReportingScan::enter(const _st_ArchEntry& archive, const ArchiveEntryInfo& entry) {
+void ReportingScan::tellOfMember(vole_event_type what, const _st_ArchEntry& archive, const ArchiveEntryInfo& entry) {
     if (!_terms.onEvent) return;
     const KeptPath path(memberName(archive, entry.name));
     vole_event event{};
-    event.type = VOLE_EVENT_MEMBER_ENTERED;
+    event.type = what;
     event.member = path.view();
     event.size = sizeOf(entry.uncompressedSize);
     tell(event);

@@ -71,11 +71,12 @@ private:
     std::unique_ptr<ZOV_SPACE::BufferBase> volume(const _st_ArchEntry& archive, int number) override;
     void onWork(std::int64_t bytes) override;
 
+    bool showsContents() const { return _terms.onEvent && (_terms.flags & VOLE_SCAN_CONTENTS); }
     void showContent(const _st_ArchEntry& record, Form form, ZOV_SPACE::IOBuffer& bytes);
     void countMember(const _st_ArchEntry& archive);
     void limitReached(Unseen what, const _st_ArchEntry& archive, const char* text, bool& told);
     void unseen(Unseen what, const std::shared_ptr<const ContentName>& name, const char* text);
-    void enter(const _st_ArchEntry& archive, const ZOV_SPACE::ArchiveEntryInfo& entry);
+    void tellOfMember(vole_event_type what, const _st_ArchEntry& archive, const ZOV_SPACE::ArchiveEntryInfo& entry);
     [[noreturn]] void stop(Unseen what, const char* text);
     void tell(vole_event& event);
 

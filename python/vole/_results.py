@@ -105,7 +105,9 @@ class EventType(_Word):
     REASON = 4
     PROGRESS = 5
     CONTENT = 6
-    """Not told of here: scanners do not ask for it."""
+    """Not told of here: scanners do not ask for it, nor for the next two."""
+    FOLDER = 7
+    EMPTY_MEMBER = 8
 
     @classmethod
     def _missing_(cls, value: object) -> EventType:

@@ -227,7 +227,7 @@ struct Ear {
 
     static int hear(void* context, const vole_event* event) {
         Ear& ear = *static_cast<Ear*>(context);
-        static constexpr const char* kSigns[] = {"", ">", "<", "!", "?", ".", "="};
+        static constexpr const char* kSigns[] = {"", ">", "<", "!", "?", ".", "=", "+", "-"};
         ear.heard += kSigns[event->type] + textOf(event->member) + " ";
         return ear.react(*event);
     }
@@ -296,6 +296,29 @@ TEST_F(Outcomes, contentsAreShownWithWhatIsKnownOfThem) {
     EXPECT_EQ(contents,
               "2stored r:aa 2stored normalised r:aa\n 4deflate r:bb 4deflate normalised r:bb\n "
               "2stored w:CC 2stored normalised w:cc\n 2 packed n:dd 2 normalised packed n:dd\n ");
+}
+
+TEST_F(Outcomes, membersWithoutBytesAreTold) {
+    using ZOV_SPACE::RarBuilder;
+    const auto tar = [](const char* name, const char* type) { return tarEntry({{"name", name}, {"type", type}}); };
+    const std::string rar = RarBuilder::marker() + RarBuilder::archive() + RarBuilder::stored("f", "", 0xE0) +
+                            RarBuilder::stored("e", "", 0x60) + RarBuilder::end();
+    const std::tuple<std::string, const char*, const char*> rows[] = {
+        {zipOf({{"f/", "", 0}, {"e", "", 0}}), "= = +f/ -e ", "= = +f/ -e "},
+        {tar("f", "5") + tar("e", "2"), "= = +f -e ", "= = ? "},
+        {rar, "= +f -e ", "= +f -e "},
+    };
+    const VoleScanner scanner = scannerOf(set);
+    for (const auto& [content, deep, shallow] : rows) {
+        for (const auto& [flags, told] :
+             {std::pair(VOLE_SCAN_CONTENTS, deep), {VOLE_SCAN_CONTENTS | VOLE_SCAN_SHALLOW, shallow}}) {
+            Ear ear;
+            vole_scanner_set_events(scanner.get(), Ear::hear, &ear);
+            EXPECT_EQ(vole_scanner_set_flags(scanner.get(), flags), VOLE_OK);
+            toldOf(scanner.get(), content);
+            EXPECT_EQ(ear.heard, told);
+        }
+    }
 }
 
 TEST_F(Outcomes, workThatNoLimitCoversIsBounded) {

@@ -33,13 +33,35 @@ std::size_t announcedAt(const ContentPlace& place) {
     std::size_t found = end;
     for (std::size_t i = end; i > end - std::min(end, kFurthestBack); --i) {
         const ContentFacts& facts = place.contents[i - 1];
-        const bool isWaiting = !facts.isSeen && facts.size;
+        const bool isWaiting = facts.kind == ContentFacts::Kind::unseen && facts.size;
         if (isWaiting && (found == end || facts.reasons.empty())) found = i - 1;
     }
     return found;
 }
 
+// What an event makes of the member that it is of; nothing if that is not what it tells.
+std::optional<ContentFacts::Kind> kindBy(vole_event_type event) {
+    if (event == VOLE_EVENT_MEMBER_ENTERED) return ContentFacts::Kind::unseen;  // So far.
+    if (event == VOLE_EVENT_FOLDER) return ContentFacts::Kind::folder;
+    if (event == VOLE_EVENT_EMPTY_MEMBER) return ContentFacts::Kind::empty;
+    return std::nullopt;
+}
+
 }  // namespace
+
+const char* formWord(const ContentFacts& facts) {
+    switch (facts.kind) {
+        case ContentFacts::Kind::seen:
+            return vole_form_name(facts.form);
+        case ContentFacts::Kind::folder:
+            return "folder";
+        case ContentFacts::Kind::empty:
+            return "empty";
+        case ContentFacts::Kind::unseen:
+            break;
+    }
+    return "unseen";
+}
 
 const char* checksumWord(vole_checksum_state state) {
     if (state == VOLE_CHECKSUM_NONE) return "none";
@@ -107,7 +129,7 @@ void ContentTree::onContent(const SeenContent& seen) {
     if (!place) return;
     ContentFacts* const facts = factsFor(*place, seen.content);
     if (!facts) return;
-    facts->isSeen = true;
+    facts->kind = ContentFacts::Kind::seen;
     facts->form = seen.content.form;
     facts->size = seen.content.size;
     facts->md5 = md5Of(seen.content);
@@ -122,14 +144,16 @@ void ContentTree::onContent(const SeenContent& seen) {
 }
 
 void ContentTree::onOther(const vole_event& event) {
-    const bool matters = event.type == VOLE_EVENT_MEMBER_ENTERED || event.finding || event.reason;
+    const std::optional<ContentFacts::Kind> met = kindBy(event.type);
+    const bool matters = met || event.finding || event.reason;
     ContentPlace* const place = matters ? placeOf(memberOf(event.member)) : nullptr;
     if (!place) return;
     if (event.finding) {
         addFinding(*place, *event.finding);
     } else if (event.reason) {
         addReason(*place, *event.reason);
-    } else if (ContentFacts* const facts = addFacts(*place, place->contents.size())) {
+    } else if (ContentFacts* const facts = met ? addFacts(*place, place->contents.size()) : nullptr) {
+        facts->kind = *met;
         facts->size = event.size;
     }
 }

@@ -22,8 +22,11 @@
 
 // What is known of one content, or of a member that never became one.
 struct ContentFacts {
-    bool isSeen = false;                // It was compared with signatures. Otherwise only the announced size,
-    std::optional<std::uint64_t> size;  // and that only when unpacking began, and the reasons mean something.
+    // Compared with signatures; not compared; or passed over, since there are no bytes.
+    enum class Kind { seen, unseen, folder, empty };
+
+    Kind kind = Kind::unseen;           // Of what is not seen, nothing but size and reasons mean something, and the
+    std::optional<std::uint64_t> size;  // size is what was announced, if unpacking began.
     vole_form form = VOLE_FORM_RAW;
     std::uint64_t packedSize = 0;
     const char* method = "";  // Static.
@@ -35,8 +38,12 @@ struct ContentFacts {
     std::string extractedTo;        // Name of a file. Empty: none.
     std::vector<Finding> findings;  // Both without the member, which is the place.
     std::vector<Reason> reasons;
+
+    bool isSeen() const { return kind == Kind::seen; }
 };
 
+// "raw", "normalised", "unseen", "folder" or "empty".
+const char* formWord(const ContentFacts& facts);
 // "none", "right" or "wrong".
 const char* checksumWord(vole_checksum_state state);
 

@@ -60,12 +60,10 @@ void writeJson(const ContentTree& tree, const FileReport& report, std::ostream& 
     const Json path = json::textOf(report.path);
     tree.forEachPlace([&](const ContentPlace& place) {
         for (const ContentFacts& facts : place.contents) {
-            Json object = {{"path", path},
-                           {"member", json::memberOf(tree.pathOf(place))},
-                           {"form", facts.isSeen ? vole_form_name(facts.form) : "unseen"}};
+            Json object = {{"path", path}, {"member", json::memberOf(tree.pathOf(place))}, {"form", formWord(facts)}};
             if (facts.size) object["size"] = *facts.size;
-            if (facts.isSeen) object["md5"] = facts.md5;
-            if (facts.isSeen && facts.form == VOLE_FORM_RAW) addRaw(object, facts, place.level > 0);
+            if (facts.isSeen()) object["md5"] = facts.md5;
+            if (facts.isSeen() && facts.form == VOLE_FORM_RAW) addRaw(object, facts, place.level > 0);
             object["findings"] = findingsOf(facts);
             object["reasons"] = reasonsOf(facts);
             out << json::lineOf(object) << '\n';

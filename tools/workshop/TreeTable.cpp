@@ -26,13 +26,10 @@ std::string orNothing(std::string text) { return text.empty() ? kNothing : std::
 
 std::string indented(unsigned level) { return std::string(kIndent * std::min(level, kDeepestIndented), ' '); }
 
-std::string formOf(const ContentFacts& facts) {
-    if (!facts.isSeen) return "unseen";
-    return facts.isPacked ? "packed" : vole_form_name(facts.form);
-}
+std::string formOf(const ContentFacts& facts) { return facts.isPacked ? "packed" : formWord(facts); }
 
 Cells cellsOf(const ContentFacts& facts, const ContentPlace& place) {
-    const bool isMember = facts.isSeen && facts.form == VOLE_FORM_RAW && place.level > 0;
+    const bool isMember = facts.isSeen() && facts.form == VOLE_FORM_RAW && place.level > 0;
     return {formOf(facts),
             facts.size ? std::to_string(*facts.size) : kNothing,
             isMember ? std::to_string(facts.packedSize) : kNothing,

@@ -53,6 +53,7 @@ public:
     unsigned int checkSum = 0;        // CRC-32 of the unpacked bytes.
     bool hasCheckSum = true;          // Otherwise the archive gives none.
     const char* method = "";          // What packs it, a static word such as "deflate"; empty when it has no name.
+    bool isFolder = false;            // A folder, by more than a slash at the end of its name.
 };
 
 // What an entry processor tells the unarchiver to do with an entry. Any other value counts as kActionSkip.

@@ -120,7 +120,8 @@ public:
     static constexpr unsigned kSplitBefore = 0x0001;  // Continued from the previous volume.
     static constexpr unsigned kSplitAfter = 0x0002;   // Continued in the next volume.
     static constexpr unsigned kEncrypted = 0x0004;
-    static constexpr unsigned kSolid = 0x0010;  // Builds on the entries before it.
+    static constexpr unsigned kSolid = 0x0010;   // Builds on the entries before it.
+    static constexpr unsigned kFolder = 0x00E0;  // All of these. The other values are sizes of windows.
     static constexpr unsigned kLargeSizes = 0x0100;
     static constexpr unsigned kHasSalt = 0x0400;
     static constexpr unsigned kHasExtendedTime = 0x1000;
@@ -137,6 +138,7 @@ public:
     bool isSplitAfter() const { return h_flags & kSplitAfter; }
     bool isSplitBefore() const { return h_flags & kSplitBefore; }
     bool isSolid() const { return h_flags & kSolid; }
+    bool isFolder() const { return (h_flags & kFolder) == kFolder; }
     bool isStored() const { return method == kStored; }
     std::int64_t packedSize() const;
     std::int64_t unpackedSize() const;

@@ -47,6 +47,7 @@ void describe(const RarFileBlock& file, RarEntryInfo& info) {
     info.compressedSize = size32(file.packedSize());
     info.uncompressedSize = size32(file.unpackedSize());
     info.checkSum = file.file_crc;
+    info.isFolder = file.isFolder();
 }
 
 // A sink that takes no more ends the entry, not the walk; it keeps what it has.

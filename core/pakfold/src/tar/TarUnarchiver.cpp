@@ -13,7 +13,7 @@ namespace {
 constexpr std::int64_t kRecord = TarHeader::kRecord;
 
 constexpr char kLongName = 'L', kLongLink = 'K', kPax = 'x', kOldPax = 'X', kPaxOfAll = 'g', kSparse = 'S',
-               kContinued = 'M';
+               kContinued = 'M', kFolder = '5';
 
 bool isExtension(char type) {
     return type == kLongName || type == kLongLink || type == kPax || type == kOldPax || type == kPaxOfAll;
@@ -178,6 +178,7 @@ void TarUnarchiver::offer(const TarHeader& header, const Content& content) {
     entry.compressedSize = entrySize(available);
     entry.uncompressedSize = entrySize(content.isSparse ? content.fileSize : available);
     entry.hasCheckSum = false;
+    entry.isFolder = header.type == kFolder;
     OfferedEntry offered(_entries, entry);
     if (header.type == kContinued) offered.tell(ArchiveTrouble::otherVolume, "continued from another volume");
     if (available < content.size) offered.tell(ArchiveTrouble::truncated, "the archive ends inside the data");
