@@ -115,7 +115,8 @@ VOLE_API vole_error vole_signatures_load(const char* path, const vole_load_optio
 /* Writes the set to a file that vole_signatures_load() takes, on any machine of the same word order, 32 and 64 bits
  * alike. It replaces what has that name only when all of it is on the disk. The checksums in it find accidents; whoever
  * may write to the file decides what is found. VOLE_E_NOT_FILE when the name is that of anything but a file,
- * VOLE_E_IO when the disk is full. */
+ * VOLE_E_IO when the disk is full. SIGHUP, SIGINT, SIGTERM and SIGXFSZ wait on the calling thread while the new file
+ * has another name, for a moment, or, where the file system has no files without names, from the start. */
 VOLE_API vole_error vole_signatures_save(const vole_signatures* signatures, const char* path);
 
 /* One reference more; returns its argument. One less: the last one releases the set. Null is allowed in both. */

@@ -8,12 +8,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <unordered_set>
 
 #include "Exception.h"
 #include "Messages.h"
 #include "PatternLineReader.h"
 #include "RecordWriter.h"
+#include "SignalsHeld.h"
 #include "io/NewFile.h"
 #include "io/RegularFile.h"
 
@@ -21,16 +23,22 @@ namespace {
 
 using ZOV_SPACE::OwnFd;
 
+// The locked file. One that was missing is there for the lock's sake, and is gone unless it was replaced.
 class FileAtHand {
 public:
     explicit FileAtHand(std::string name) : _name(std::move(name)) {
-        constexpr mode_t kUsual = 0666;
         do {
-            _file = ZOV_SPACE::openFile(_name.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY, kUsual);
-            if (!_file) fail();
+            open();
             if (!ZOV_SPACE::regularFileSize(_file.get())) throw LoadError(_name + ": not a regular file");
             if (::flock(_file.get(), LOCK_EX) != 0) fail();
         } while (!hasName());
+    }
+    FileAtHand(const FileAtHand&) = delete;
+    FileAtHand& operator=(const FileAtHand&) = delete;
+    ~FileAtHand() {
+        struct stat named;
+        const bool isLeft = _new && ::stat(_path.c_str(), &named) == 0 && isThis(named) && named.st_size == 0;
+        if (isLeft) ::unlink(_path.c_str());
     }
 
     int fd() const { return _file.get(); }
@@ -41,6 +49,22 @@ public:
     [[noreturn]] void fail() const { throw LoadError(_name + ": " + systemText(errno)); }
 
 private:
+    void open() {
+        constexpr int kFlags = O_RDWR | O_NONBLOCK | O_NOCTTY;
+        constexpr mode_t kUsual = 0666;
+        _new.reset();
+        _file = ZOV_SPACE::openFile(_name.c_str(), kFlags);
+        if (!_file && errno == ENOENT) {
+            _new.emplace();
+            _file = ZOV_SPACE::openFile(_name.c_str(), kFlags | O_CREAT, kUsual);
+        }
+        if (!_file) fail();
+    }
+
+    bool isThis(const struct stat& named) const {
+        return named.st_dev == _status.st_dev && named.st_ino == _status.st_ino;
+    }
+
     // False when somebody put another file in its place before the lock was ours.
     bool hasName() {
         const std::unique_ptr<char, void (*)(void*)> real(::realpath(_name.c_str(), nullptr), std::free);
@@ -48,9 +72,10 @@ private:
         if (!real || ::stat(real.get(), &named) != 0) return false;
         if (::fstat(_file.get(), &_status) != 0) fail();
         _path = real.get();
-        return named.st_dev == _status.st_dev && named.st_ino == _status.st_ino;
+        return isThis(named);
     }
 
+    std::optional<ZOV_SPACE::SignalsHeld> _new;  // It was missing, at a first look.
     std::string _name;
     std::string _path;
     OwnFd _file;
