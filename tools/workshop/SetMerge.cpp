@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <filesystem>
 #include <set>
 #include <system_error>
@@ -16,11 +17,13 @@
 
 namespace {
 
-// A file that is written in pieces, and there when it is whole.
+// A file that is written in pieces, and there once it has taken its name.
 class Written {
 public:
     explicit Written(std::string path) : _path(std::move(path)), _file(_path) {
         if (!_file) fail();
+        std::error_code none;
+        if (std::filesystem::is_directory(_path, none)) throw LoadError("cannot write " + _path + ": it is a folder");
     }
 
     void add(std::string_view line) {
@@ -29,8 +32,13 @@ public:
         if (_text.size() >= kPiece) flush();
     }
 
-    void finish() {
+    // All is on the disk, and nothing replaced yet.
+    void settle() {
         flush();
+        if (!_file.settle()) fail();
+    }
+
+    void takeName() {
         if (!_file.takeName()) fail();
     }
 
@@ -112,18 +120,40 @@ std::string xmlItem(const std::string& name) {
     return item + "\"/>";
 }
 
-void writeLists(const Lists& lists, const std::string& path) {
-    Written file(path);
-    file.add("<pattern-assistant>");
-    for (const auto& [element, names] :
-         {std::pair("FalseAlarm", &lists.falseAlarms), std::pair("Spyware", &lists.spyware)}) {
-        file.add(std::string("  <") + element + ">");
-        for (const std::string& name : *names) file.add(xmlItem(name));
-        file.add(std::string("  </") + element + ">");
+// The files of the merged set, which are replaced when all of them are on the disk.
+class MergedFiles {
+public:
+    MergedFiles(const std::string& folder, const Lists& lists)
+        : _md5s(_files.emplace_back(inFolder(folder, kMd5File))),
+          _checkSums(_files.emplace_back(inFolder(folder, kCheckSumFile))) {
+        const std::string listFile = inFolder(folder, kVirusListFile);
+        const bool isThere = std::filesystem::exists(std::filesystem::symlink_status(listFile));
+        // An old one's false alarms are none of these sets'.
+        if (isThere || !lists.empty()) write(lists, _files.emplace_back(listFile));
     }
-    file.add("</pattern-assistant>");
-    file.finish();
-}
+
+    void add(const Record& record) { (record.kind == RecordKind::md5 ? _md5s : _checkSums).add(record.text); }
+
+    void finish() {
+        for (Written& file : _files) file.settle();
+        for (Written& file : _files) file.takeName();
+    }
+
+private:
+    static void write(const Lists& lists, Written& file) {
+        file.add("<pattern-assistant>");
+        for (const auto& [element, names] :
+             {std::pair("FalseAlarm", &lists.falseAlarms), std::pair("Spyware", &lists.spyware)}) {
+            file.add(std::string("  <") + element + ">");
+            for (const std::string& name : *names) file.add(xmlItem(name));
+            file.add(std::string("  </") + element + ">");
+        }
+        file.add("</pattern-assistant>");
+    }
+
+    std::deque<Written> _files;
+    Written &_md5s, &_checkSums;
+};
 
 }  // namespace
 
@@ -135,22 +165,17 @@ MergeTally mergeSets(const MergeOptions& options) {
     }
     const std::vector<bool> repeated = repeatedRecords(files, options.oneName);
     prepareFolder(options.folder);
-    Written md5s(inFolder(options.folder, kMd5File)), checkSums(inFolder(options.folder, kCheckSumFile));
+    MergedFiles merged(options.folder, lists);
     MergeTally tally;
     eachRecord(files, [&](const Record& record, std::uint64_t number) {
         if (number < repeated.size() && repeated[static_cast<std::size_t>(number)]) {
             ++tally.repeated;
         } else {
             ++tally.records;
-            (record.kind == RecordKind::md5 ? md5s : checkSums).add(record.text);
+            merged.add(record);
         }
     });
     if (tally.records + tally.repeated != repeated.size()) throw LoadError("the files changed meanwhile");
-    md5s.finish();
-    checkSums.finish();
-    const std::string listFile = inFolder(options.folder, kVirusListFile);
-    if (!lists.empty() || std::filesystem::exists(std::filesystem::symlink_status(listFile))) {
-        writeLists(lists, listFile);  // An old one's false alarms are none of these sets'.
-    }
+    merged.finish();
     return tally;
 }

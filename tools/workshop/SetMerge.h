@@ -20,8 +20,9 @@ struct MergeTally {
 
 // Writes "merged.hdb", "merged.chk" and, when there are lists, "pattern_assistant.xml". Records stay in the order in
 // which a load of all paths has them, where of equal ones the last counts, so that the same findings come first. Files
-// of these names are replaced, each when it is whole. Throws LoadError; also when the folder has other pattern files,
-// since a load of it would have those, too.
+// of these names are replaced when all new ones are on the disk, then one after the other: only a kill or a failure of
+// the machine between the two leaves old ones beside new ones. Throws LoadError, mostly with nothing replaced; also
+// when the folder has other pattern files, since a load of it would have those, too.
 MergeTally mergeSets(const MergeOptions& options);
 
 #endif  // VOLE_WORKSHOP_SET_MERGE_H
