@@ -1,30 +1,10 @@
 #include "CachingScanner.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <ctime>
 
-namespace {
-
-class Descriptor {
-public:
-    explicit Descriptor(const char* path) : _fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {}
-    ~Descriptor() {
-        if (_fd >= 0) ::close(_fd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int number() const { return _fd; }
-    bool status(struct stat& status) const { return _fd >= 0 && ::fstat(_fd, &status) == 0; }
-
-private:
-    int _fd;
-};
-
-}  // namespace
+#include "Descriptor.h"
 
 FileReport CachingScanner::scan(const Target& target) {
     if (target.standardInput) return _scanner->scan(target);

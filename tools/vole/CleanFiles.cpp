@@ -11,6 +11,7 @@
 #include <system_error>
 #include <tuple>
 
+#include "Descriptor.h"
 #include "Messages.h"
 
 namespace {
@@ -35,20 +36,6 @@ constexpr std::size_t kApplicationIdOffset = 68;
 constexpr std::size_t kTablesOffset = 100;
 constexpr std::string_view kNoTables("\x0d\0\0\0\0", 5);
 using Header = std::array<char, kTablesOffset + kNoTables.size()>;
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : _fd(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (_fd >= 0) ::close(_fd);
-    }
-    int number() const { return _fd; }
-
-private:
-    int _fd;
-};
 
 // An empty database is nobody's: makeEmpty() leaves it when it is interrupted.
 bool mayBeUsed(const Header& header) {

@@ -1,19 +1,18 @@
 #include "ReleaseTest.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <system_error>
 
+#include "Descriptor.h"
 #include "Interruption.h"
 #include "Messages.h"
 #include "Processors.h"
@@ -29,16 +28,18 @@ using Names = std::set<std::string>;
 // All of a file that people write.
 std::string readText(const std::string& path) {
     constexpr std::uint64_t kMost = std::uint64_t{256} << 20;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const Descriptor file(path.c_str());
     struct stat status;
-    const bool isFile = fd >= 0 && ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-    const std::string why = fd < 0 ? systemText(errno) : isFile ? "" : "not a regular file";
-    if (fd >= 0) ::close(fd);
-    if (!why.empty()) throw LoadError(path + ": " + why);
+    if (!file.status(status)) throw LoadError(path + ": " + systemText(errno));
+    if (!S_ISREG(status.st_mode)) throw LoadError(path + ": not a regular file");
     if (static_cast<std::uint64_t>(status.st_size) > kMost) throw LoadError(path + ": too large for a manifest");
-    std::ifstream file(path);
     std::string text(static_cast<std::size_t>(status.st_size), '\0');
-    if (!file.read(text.data(), static_cast<std::streamsize>(text.size()))) throw LoadError(path + ": cannot be read");
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t count = ::read(file.number(), &text[done], text.size() - done);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) throw LoadError(path + ": " + (count < 0 ? systemText(errno) : "it is being written to"));
+        done += static_cast<std::size_t>(count);
+    }
     return text;
 }
 
