@@ -41,7 +41,15 @@ void occupyStandardDescriptors() {
 }
 
 // The parser takes "[a,b]" for a list of values, "++" for the end of a command, and no path behind a "--" that follows
-// another path. "./[a,b]" names the same file and is left alone; every value that may begin so is a path, but patterns.
+// another path. "./[a,b]" names the same file and is left alone; every value that may begin so is a path, but those of
+// some options.
+bool takesText(std::string_view option, bool isFind) {
+    constexpr std::string_view kOptions[] = {"--exclude", "--member", "--name", "--names"};
+    // A flag elsewhere.
+    if (option == "--text") return isFind;
+    return std::find(std::begin(kOptions), std::end(kOptions), option) != std::end(kOptions);
+}
+
 bool readsAsSyntax(std::string_view argument, bool behindMark) {
     return argument.starts_with('[') || argument == "++" || (behindMark && argument.starts_with('-'));
 }
@@ -49,10 +57,11 @@ bool readsAsSyntax(std::string_view argument, bool behindMark) {
 // The arguments as the parser wants them, last one first.
 std::vector<std::string> plainArguments(int argc, char** argv) {
     std::vector<std::string> arguments;
+    const bool isFind = argc > 2 && argv[2] == std::string_view("find");
     bool behindMark = false;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
-        const bool isPattern = !behindMark && argv[i - 1] == std::string_view("--exclude");
+        const bool isText = !behindMark && takesText(argv[i - 1], isFind);
         if (argument == "--" && !behindMark) {
             behindMark = true;
         } else if (!behindMark && argument.starts_with("--") && argument.find('=') == argument.size() - 1) {
@@ -60,7 +69,7 @@ std::vector<std::string> plainArguments(int argc, char** argv) {
             arguments.push_back(argument.substr(0, argument.size() - 1));
             arguments.emplace_back();
         } else {
-            arguments.push_back(!isPattern && readsAsSyntax(argument, behindMark) ? "./" + argument : argument);
+            arguments.push_back(!isText && readsAsSyntax(argument, behindMark) ? "./" + argument : argument);
         }
     }
     std::reverse(arguments.begin(), arguments.end());
