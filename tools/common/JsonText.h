@@ -4,6 +4,7 @@
 #define VOLE_TOOL_JSON_TEXT_H
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,8 @@ using Json = nlohmann::ordered_json;
 Json textOf(std::string_view text);
 
 Json memberOf(const MemberPath& member);
+// The names that such a list in JSON has; nothing when the text is none, or has no names.
+std::optional<MemberPath> memberFrom(std::string_view text);
 Json findingOf(const Finding& finding);
 Json reasonOf(const Reason& reason);
 

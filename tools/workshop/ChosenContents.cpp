@@ -9,31 +9,34 @@ struct Enough {};
 
 class Choosing final : public ContentVisitor {
 public:
-    Choosing(const ContentChoice& choice, const std::function<void(const SeenContent& seen)>& take)
-        : _choice(choice), _take(take) {}
+    Choosing(const std::string& path, const ContentChoice& choice,
+             const std::function<void(const SeenContent& seen)>& take)
+        : _path(path), _choice(choice), _take(take) {}
 
     void onContent(const SeenContent& seen) override {
         // Behind the file's raw bytes comes its text at once, if it has one.
         if (_choice.isFileOnly() && !seen.member.empty()) throw Enough{};
         if (!_choice.takes(seen)) return;
-        ++_count;
+        if (_count++ == 0) _first = seen.member;
+        if (_choice.member && seen.member != _first) refuse(seen.member);
         _take(seen);
         if (_choice.isFileOnly()) throw Enough{};
     }
 
-    bool hasAny() const { return _count != 0; }
+    std::uint64_t count() const { return _count; }
 
 private:
+    [[noreturn]] void refuse(const MemberPath& other) const {
+        throw LoadError(_path + ": " + _choice.member->text() + " may be " + listOf(_first) + " or " + listOf(other) +
+                        ": give one of these instead");
+    }
+
+    const std::string& _path;
     const ContentChoice& _choice;
     const std::function<void(const SeenContent& seen)>& _take;
     std::uint64_t _count = 0;
+    MemberPath _first;
 };
-
-std::string joined(const MemberPath& member) {
-    std::string path;
-    for (std::size_t i = 0; i < member.size(); ++i) path += (i == 0 ? "" : "/") + member[i];
-    return path;
-}
 
 FileReport walk(vole_signatures* signatures, const std::string& path, const ReadingTerms& terms,
                 ContentVisitor& visitor) {
@@ -81,7 +84,7 @@ std::string contentName(const std::string& file, const MemberPath& member) {
 
 bool ContentChoice::takes(const SeenContent& seen) const {
     if (seen.content.form != form) return false;
-    if (!member.empty()) return joined(seen.member) == member;
+    if (member) return member->fits(seen.member);
     return members || seen.member.empty();
 }
 
@@ -93,12 +96,15 @@ bool noteUnseen(const FileReport& report, const ReadingTerms& terms) {
 
 bool forChosenContents(const std::string& path, const ContentChoice& choice, const ReadingTerms& terms,
                        const std::function<void(const SeenContent& seen)>& take) {
-    Choosing choosing(choice, take);
+    Choosing choosing(path, choice, take);
     const FileReport report = walk(scratchSet("").get(), path, terms, choosing);
     const bool isWhole = noteUnseen(report, terms);
-    if (choosing.hasAny()) return isWhole;
+    if (choice.member && choosing.count() > 1) {
+        terms.note(path + ": " + std::to_string(choosing.count()) + " members are called " + choice.member->text());
+    }
+    if (choosing.count() != 0) return isWhole;
     if (report.outcome != Outcome::failed && report.reasons.empty()) {
-        terms.note(path + (!choice.member.empty()                ? ": there is no member " + choice.member
+        terms.note(path + (choice.member                         ? ": there is no member " + choice.member->text()
                            : choice.form == VOLE_FORM_NORMALISED ? ": there is no normalised text"
                                                                  : ": there is no content"));
     }

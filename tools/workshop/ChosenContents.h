@@ -4,19 +4,21 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "Contents.h"
+#include "MemberName.h"
 
 // "a.zip/b/c": the file and the member in it, not escaped.
 std::string contentName(const std::string& file, const MemberPath& member);
 
 struct ContentChoice {
     vole_form form = VOLE_FORM_RAW;
-    bool members = false;  // All of them, besides the file itself.
-    std::string member;    // Or only those with this path in the file; empty: none.
+    bool members = false;                   // All of them, besides the file itself.
+    std::optional<MemberName> member = {};  // Or only those that are called so.
 
-    bool isFileOnly() const { return !members && member.empty(); }
+    bool isFileOnly() const { return !members && !member; }
     bool takes(const SeenContent& seen) const;
 };
 
@@ -29,8 +31,9 @@ struct ReadingTerms {
 };
 
 // Shows the chosen contents of the file, and unpacks no members when it is the only one. False when it could not be
-// read, when something in it was not seen that might be one of them, and when there is none; that was noted then.
-// Throws LoadError, and what `take` throws.
+// read, when something in it was not seen that might be one of them, and when there is none; that was noted then, as
+// is that several members are called the same. Throws LoadError, also when a path fits members of different names, and
+// what `take` throws.
 bool forChosenContents(const std::string& path, const ContentChoice& choice, const ReadingTerms& terms,
                        const std::function<void(const SeenContent& seen)>& take);
 

@@ -34,7 +34,13 @@ protected:
         this->app().footer("Exit status: 0 a record of everything, 2 something went wrong or was not seen.");
         _files = addFiles(this->app(), "FILE", "Files to make records of");
         this->app().add_flag("--members", _choice.members, "Of archive members, too");
-        addTextOption(this->app(), "--member", _choice.member, "NAME", "Only of the member with this path in the file");
+        addValueOption(this->app(), "--member", "NAME",
+                       "Only of the member with this path in the file, or with the names of this list in JSON",
+                       [this](const std::string& text) -> std::string {
+                           _choice.member.emplace(text);
+                           return "";
+                       })
+            ->check(notEmpty());
         this->app().add_flag_callback(
             "--text", [this] { _choice.form = VOLE_FORM_NORMALISED; }, "Of the normalised text instead of the bytes");
         addTextOption(this->app(), "--name", _name, "NAME",
