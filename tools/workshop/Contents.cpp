@@ -1,5 +1,6 @@
 #include "Contents.h"
 
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 
 #include "Escape.h"
 #include "Exception.h"
+#include "Messages.h"
 #include "Text.h"
 
 namespace {
@@ -52,19 +54,26 @@ FileReport walk(vole_signatures* signatures, const vole_limits& limits, std::uin
     return reportOf(scanner.get(), name, error);
 }
 
-ptrdiff_t readStandardInput(void*, void* buffer, std::size_t size) {
-    ssize_t count;
-    do {
-        count = ::read(STDIN_FILENO, buffer, size);
-    } while (count < 0 && errno == EINTR);
-    return count;
+// Leaves the number of the error, if one comes, in the int that it is given.
+ptrdiff_t readStandardInput(void* errorNumber, void* buffer, std::size_t size) {
+    for (;;) {
+        const ssize_t count = ::read(STDIN_FILENO, buffer, size);
+        if (count >= 0) return count;
+        if (errno == EAGAIN) {  // Somebody else's pipe may not wait by itself.
+            pollfd input{STDIN_FILENO, POLLIN, 0};
+            ::poll(&input, 1, -1);
+        } else if (errno != EINTR) {
+            *static_cast<int*>(errorNumber) = errno;
+            return count;
+        }
+    }
 }
 
-vole_error scanStandardInput(vole_scanner* scanner) {
+vole_error scanStandardInput(vole_scanner* scanner, int& errorNumber) {
     struct stat status;
     const bool isFile = ::fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode);
     return isFile ? vole_scan_fd(scanner, STDIN_FILENO, nullptr)
-                  : vole_scan_stream(scanner, readStandardInput, nullptr, nullptr);
+                  : vole_scan_stream(scanner, readStandardInput, &errorNumber, nullptr);
 }
 
 }  // namespace
@@ -79,7 +88,11 @@ FileReport walkContents(vole_signatures* signatures, const vole_limits& limits, 
 
 FileReport walkStandardInput(vole_signatures* signatures, const vole_limits& limits, std::uint32_t flags,
                              ContentVisitor& visitor) {
-    return walk(signatures, limits, flags, "-", visitor, scanStandardInput);
+    int readError = 0;
+    FileReport report = walk(signatures, limits, flags, "-", visitor,
+                             [&readError](vole_scanner* scanner) { return scanStandardInput(scanner, readError); });
+    if (readError != 0) report.error = "cannot read it: " + systemText(readError);
+    return report;
 }
 
 std::size_t contents::readPiece(const vole_content& content, std::uint64_t offset, char* buffer) {
