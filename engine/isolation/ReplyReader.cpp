@@ -199,7 +199,7 @@ void ReplyReader::readEvent(Frame frame) {
     for (const std::string& name : _event.names) _event.components.push_back({name.data(), name.size()});
     vole_event& event = _event.event;
     event = {};
-    event.type = checked(head.type, VOLE_EVENT_MEMBER_ENTERED, VOLE_EVENT_CONTENT);
+    event.type = checked(head.type, VOLE_EVENT_MEMBER_ENTERED, VOLE_EVENT_EMPTY_MEMBER);
     event.member = {_event.components.data(), _event.components.size()};
     event.size = head.size;
     event.bytes_done = head.bytesDone;
