@@ -232,8 +232,8 @@ IsolatedScans::Handed IsolatedScans::spool(vole_read_fn read, void* context, Rep
         const std::ptrdiff_t count = read(context, piece.data(), piece.size());
         if (count < 0 || static_cast<std::size_t>(count) > piece.size()) return failed(kUnreadableStream);
         if (count == 0) {
-            handed.file = readOnlyAgain(handed.file.get());
-            break;
+            if (OwnFd forReading = readOnlyAgain(handed.file.get())) handed.file = std::move(forReading);
+            return handed;
         }
         size += static_cast<std::uint64_t>(count);
         handed.isRefused = !fits(size, _terms.limits.max_content, scan);
@@ -244,9 +244,9 @@ IsolatedScans::Handed IsolatedScans::spool(vole_read_fn read, void* context, Rep
             handed.file = std::move(onDisk);
             isInMemory = false;
         }
-        if (!ZOV_SPACE::writeAll(handed.file.get(), piece.data(), static_cast<std::size_t>(count))) handed.file.reset();
+        if (!ZOV_SPACE::writeAll(handed.file.get(), piece.data(), static_cast<std::size_t>(count))) break;
     }
-    return handed.file ? std::move(handed) : failed(ZOV_SPACE::systemErrorText());
+    return failed(ZOV_SPACE::systemErrorText());
 }
 
 Order IsolatedScans::scanOrder() const {
