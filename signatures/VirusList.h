@@ -6,11 +6,14 @@
 #define SIGNATURES_VIRUSLIST_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ZOV_SPACE {
+class XMLNode;
 class XMLParser;
-}
+class XMLTree;
+}  // namespace ZOV_SPACE
 
 class VirusList {
 public:
@@ -41,8 +44,32 @@ private:
 // The file of a pattern directory that has the names.
 constexpr const char* kVirusListFile = "pattern_assistant.xml";
 
-// Adds the names in a file. False, with errno set, when it cannot be opened or is no regular file. Throws, with nothing
-// added, what the parser throws.
+// Is told what a document of lists has, in its order.
+class VirusListVisitor {
+public:
+    enum class Kind { falseAlarm, spyware };
+    enum class Ignored {
+        attribute,        // Of an element that is not.
+        unknownSection,   // Below the root, and neither of the two.
+        repeatedSection,  // One of the two, behind another of that name.
+        nameless,         // An entry without a name.
+        withinEntry,
+    };
+
+    VirusListVisitor() = default;
+    VirusListVisitor(const VirusListVisitor&) = delete;
+    VirusListVisitor& operator=(const VirusListVisitor&) = delete;
+    virtual ~VirusListVisitor() = default;
+
+    virtual void onEntry(Kind kind, std::string_view name, const ZOV_SPACE::XMLNode& element) = 0;
+    // What counts for nothing: the element with all in it, or the attribute. Default: nothing.
+    virtual void onIgnored(Ignored, const ZOV_SPACE::XMLNode&, std::string_view /*attribute*/) {}
+};
+
+void visitVirusList(const ZOV_SPACE::XMLTree& tree, VirusListVisitor& visitor);
+
+// Adds the names in a file, which the parser has the tree of then. False, with errno set, when it cannot be opened or
+// is no regular file. Throws, with nothing added, what the parser throws.
 bool readVirusList(ZOV_SPACE::XMLParser& parser, const std::string& path, VirusList& list);
 
 #endif  // SIGNATURES_VIRUSLIST_H

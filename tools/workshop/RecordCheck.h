@@ -27,6 +27,7 @@ public:
     // Behind the last of them.
     void findRepeats();
 
+    const PatternContainer& set() const { return _set; }
     std::uint64_t recordCount() const { return static_cast<std::uint64_t>(_set.loadedCount()); }
 
 private:

@@ -9,10 +9,9 @@
 #include <cstdio>
 #include <list>
 #include <map>
-#include <memory>
 
 #include "Decimal.h"
-#include "Exception.h"
+#include "ListCheck.h"
 #include "Messages.h"
 #include "OptionText.h"
 #include "RecordCheck.h"
@@ -22,7 +21,6 @@
 #include "VoleLibrary.h"
 #include "io/FileIo.h"
 #include "io/RegularFile.h"
-#include "util/XMLTree.h"
 
 namespace {
 
@@ -130,32 +128,6 @@ private:
     std::uint64_t _line = 1;
 };
 
-void checkLists(const std::string& file, const TakeRemark& take) {
-    const auto remark = [&](Severity severity, std::string text) {
-        take({severity, "list", file, 0, 0, std::move(text)});
-    };
-    const auto parser = ZOV_SPACE::XMLParser::createDefaultXMLParser();
-    if (!parser) throw std::bad_alloc();
-    VirusList list;
-    try {
-        if (!readVirusList(*parser, file, list)) return remark(Severity::error, systemText(errno));
-    } catch (const ZOV_SPACE::OutOfMemoryException&) {
-        throw std::bad_alloc();
-    } catch (ZOV_SPACE::Exception& e) {
-        return remark(Severity::error, e.getMessage());
-    }
-    if (list.empty()) remark(Severity::warning, "there is no entry in it, so it counts as not there");
-    for (const auto& [kind, names] : {std::pair("false alarm", list.falseAlarms()), {"spyware", list.spyware()}}) {
-        std::map<std::string, int> seen;
-        for (const std::string& name : names) {
-            if (name.empty()) remark(Severity::warning, std::string("an empty name, listed as ") + kind);
-            if (++seen[name] == 2) {
-                remark(Severity::warning, "\"" + name + "\" is listed more than once as " + kind);
-            }
-        }
-    }
-}
-
 }  // namespace
 
 CheckTally checkSet(const CheckOptions& options, const TakeRemark& take) {
@@ -170,7 +142,8 @@ CheckTally checkSet(const CheckOptions& options, const TakeRemark& take) {
     RecordCheck records(options.names, counted);
     for (const std::string& file : files.patterns) records.load(file);
     for (const std::string& file : files.options) OptionsCheck(file, counted).run();
-    for (const std::string& file : files.lists) checkLists(file, counted);
+    for (const std::string& file : files.lists)
+        checkLists(file, files.patterns.empty() ? nullptr : &records.set(), counted);
     records.findRepeats();
     tally.records = records.recordCount();
     const bool isSet = tally.files == 0 || !files.patterns.empty();

@@ -41,6 +41,11 @@ struct FreeParser {
 };
 using ParserHandle = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
 
+XMLPlace placeOf(XML_Parser parser) {
+    return {static_cast<std::uint32_t>(XML_GetCurrentLineNumber(parser)),
+            static_cast<std::uint32_t>(XML_GetCurrentColumnNumber(parser) + 1)};
+}
+
 std::string atLine(XML_Parser parser, const std::string& text) {
     return text + " at line " + std::to_string(XML_GetCurrentLineNumber(parser));
 }
@@ -123,7 +128,7 @@ private:
     void start(const XML_Char* name, const XML_Char** attributes) {
         takeToken();
         charge(sizeof(XMLNode) + 2 * sizeof(void*) + kOpenElement);  // The parent's list of children grows by half.
-        XMLNode& node = _tree._nodes.emplace_back(nameText(name));
+        XMLNode& node = _tree._nodes.emplace_back(nameText(name), placeOf(_parser));
         std::size_t count = 0;
         while (attributes[2 * count]) ++count;
         if (count > 0) setAttributes(node, attributes, count);
@@ -207,6 +212,8 @@ public:
         builder.feed(nullptr, 0, true);
         _tree = builder.takeTree();
     }
+
+    XMLPlace getPlace() const override { return placeOf(_parser.get()); }
 
 private:
     ParserHandle _parser;

@@ -30,21 +30,32 @@ struct XMLLimits {
     static constexpr std::size_t kDocumentBytes = 256u << 20;
     static constexpr std::size_t kTokenBytes = 256u << 10;  // One tag, comment, declaration or the like.
     // The tree, and what the parser keeps for open elements. By the size of a pointer, of which a tree mostly consists:
-    // so as many elements fit in both word sizes.
+    // so about as many elements fit in both word sizes.
     static constexpr std::size_t kMemoryBytes = sizeof(void*) << 28;
 };
+
+// Where something begins in a document. Both count from 1, columns in characters.
+struct XMLPlace {
+    std::uint32_t line = 1;
+    std::uint32_t column = 1;
+};
+static_assert(XMLLimits::kDocumentBytes < UINT32_MAX);
 
 // An element. Belongs to its tree, and so do its children and its texts.
 class XMLNode {
 public:
-    explicit XMLNode(std::string_view name) : _name(name) {}
+    XMLNode(std::string_view name, XMLPlace place) : _name(name), _place(place) {}
     XMLNode(const XMLNode&) = delete;
     XMLNode& operator=(const XMLNode&) = delete;
 
     std::string_view getName() const { return _name; }
+    XMLPlace getPlace() const { return _place; }
     int getChildLength() const { return static_cast<int>(_children.size()); }
     const XMLNode* getChild(int index) const;  // Null when there is none.
     std::optional<std::string_view> getAttribute(std::string_view name) const;
+    int getAttributeLength() const { return static_cast<int>(_attributeCount); }
+    // REQUIRES: 0 <= index < getAttributeLength().
+    std::string_view getAttributeName(int index) const { return _attributes[static_cast<std::size_t>(index)].name; }
 
 private:
     friend class XMLTree;
@@ -55,6 +66,7 @@ private:
     };
 
     std::string_view _name;
+    XMLPlace _place;
     std::unique_ptr<Attribute[]> _attributes;
     std::size_t _attributeCount = 0;
     std::vector<const XMLNode*> _children;
@@ -88,6 +100,9 @@ public:
     // well-formed, a text of its own and the line for what exceeds XMLLimits; std::bad_alloc; what the stream throws
     // passes through. The tree is empty then.
     virtual void load(InputStream& stream) = 0;
+
+    // How far the latest load() got: behind a document's fault, where that is.
+    virtual XMLPlace getPlace() const = 0;
 
     const XMLTree& getTree() const { return _tree; }
 
