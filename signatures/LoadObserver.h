@@ -1,5 +1,5 @@
-// LoadObserver: is told what becomes of the lines of pattern files while they are loaded. Without one, lines that are
-// no records are dropped without a word.
+// LoadObserver: is told what becomes of the lines of pattern files while they are loaded, in the order of the lines.
+// Without one, lines that are no records are dropped without a word.
 #ifndef SIGNATURES_LOADOBSERVER_H
 #define SIGNATURES_LOADOBSERVER_H
 
@@ -28,6 +28,10 @@ public:
     // The texts of one or more records that were accepted, in their order and with a line feed between each two; the
     // first one's line. Must not throw.
     virtual void onRecords(RecordKind kind, std::string_view texts, std::uint64_t firstLine) = 0;
+
+    // A file was read to its end. Its last line, without a line feed or not; 0 when it has none. Must not throw.
+    // Default: nothing.
+    virtual void onEnd(std::uint64_t /*lastLine*/) {}
 };
 
 #endif  // SIGNATURES_LOADOBSERVER_H

@@ -46,7 +46,9 @@ public:
 
     void onComment(const PatternLine& line, bool heeded) {
         if (line.cut) onCut(line);
-        if (line.kind == PatternLine::Kind::count) _observer.onCount(line, heeded);
+        if (line.kind != PatternLine::Kind::count) return;
+        endRun();
+        _observer.onCount(line, heeded);
     }
 
     void onData(const PatternLine& line, const std::optional<RecordFault>& fault) {
@@ -60,8 +62,10 @@ public:
 
     void onEnd() {
         PatternLine rest;
-        if (!_lines.rest(rest) || rest.kind != PatternLine::Kind::data || rest.text.empty()) return;
-        _observer.onProblem(rest, kNoLineFeed);
+        const bool hasRest = _lines.rest(rest);
+        const bool isLost = hasRest && rest.kind == PatternLine::Kind::data && !rest.text.empty();
+        if (isLost) onProblem(rest, kNoLineFeed);
+        _observer.onEnd(_lines.lineFeeds() + hasRest);
     }
 
 private:
@@ -69,22 +73,28 @@ private:
         if (line.cut) onCut(line);
         if (fault) {
             // Nobody takes an empty line for a record.
-            if (!line.text.empty() || line.hasNul) _observer.onProblem(line, *fault);
+            if (!line.text.empty() || line.hasNul) onProblem(line, *fault);
             return;
         }
-        if (!goesOn) {
+        if (line.hasNul) onProblem(line, kBehindNul);
+        if (!goesOn || !_begin) {
             endRun();
             _begin = line.text.data();
             _firstLine = line.number;
         }
         _end = line.text.data() + line.text.size();
-        if (line.hasNul) _observer.onProblem(line, kBehindNul);
     }
 
     // Only the first piece: others tell nothing new.
     void onCut(const PatternLine& line) {
-        if (line.number != _cutLine) _observer.onProblem(line, kCut);
+        if (line.number != _cutLine) onProblem(line, kCut);
         _cutLine = line.number;
+    }
+
+    // What comes behind the line does not lie behind the run, so ending that costs nothing.
+    void onProblem(const PatternLine& line, const RecordFault& fault) {
+        endRun();
+        _observer.onProblem(line, fault);
     }
 
     void endRun() {

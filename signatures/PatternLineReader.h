@@ -63,6 +63,9 @@ public:
     // Once there are no more lines: gets the rest behind the last one; false when there is none.
     bool rest(PatternLine& line) const;
 
+    // In the lines that were returned or taken.
+    std::uint64_t lineFeeds() const { return _lineNumber - 1; }
+
     // From now on, calls `action` before the texts of the lines that were returned so far go.
     void beforeRefill(std::function<void()> action) { _beforeRefill = std::move(action); }
 

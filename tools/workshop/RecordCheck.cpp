@@ -82,7 +82,7 @@ auto keyOf(const CheckSumRecord& record) {
 }  // namespace
 
 void RecordCheck::load(const std::string& file) {
-    _file = &file;
+    _files.push_back(&file);
     _announced.reset();
     _recordsBefore = recordCount();
     try {
@@ -93,8 +93,6 @@ void RecordCheck::load(const std::string& file) {
         remark(Severity::error, "file", 0, 0, e.getMessage());
     }
     if (_failure) std::rethrow_exception(_failure);
-    checkCount();
-    tellWaiting();
 }
 
 // What an observer throws would end the load, or the program.
@@ -110,16 +108,7 @@ void RecordCheck::attempt(Call call) {
 
 void RecordCheck::remark(Severity severity, std::string_view code, std::uint64_t line, std::size_t column,
                          std::string text) {
-    constexpr std::size_t kMostWaiting = 65536;
-    _waiting.push_back({severity, code, *_file, line, column, std::move(text)});
-    if (_waiting.size() == kMostWaiting) tellWaiting();
-}
-
-void RecordCheck::tellWaiting() {
-    std::stable_sort(_waiting.begin(), _waiting.end(),
-                     [](const Remark& a, const Remark& b) { return a.line < b.line; });
-    for (const Remark& remark : _waiting) _take(remark);
-    _waiting.clear();
+    _take({severity, code, file(), line, column, std::move(text)});
 }
 
 void RecordCheck::onProblem(const PatternLine& line, const RecordFault& fault) {
@@ -129,7 +118,7 @@ void RecordCheck::onProblem(const PatternLine& line, const RecordFault& fault) {
         std::string text = fault.kind == RecordFault::Kind::unannounced
                                ? "beyond the number that \"#count:\" announces, and left out"
                                : fault.message();
-        if (isDropped) text += sizeLeftBehind(line, *_file);
+        if (isDropped) text += sizeLeftBehind(line, file());
         remark(Severity::error, codeOf(fault.kind), line.number, columnOf(line, fault), std::move(text));
     });
 }
@@ -147,16 +136,20 @@ void RecordCheck::onCount(const PatternLine& line, bool heeded) {
     });
 }
 
-void RecordCheck::checkCount() {
-    const std::uint64_t records = recordCount() - _recordsBefore;
-    if (!_announced || !_file->ends_with(kMd5FileSuffix) || *_announced <= records) return;
-    remark(Severity::warning, "count", _countLine, 1,
-           "announces " + std::to_string(*_announced) + " records, and there are " + std::to_string(records));
+// Only now is it known how many there are.
+void RecordCheck::onEnd(std::uint64_t lastLine) {
+    attempt([&] {
+        const std::uint64_t records = recordCount() - _recordsBefore;
+        if (!_announced || !file().ends_with(kMd5FileSuffix) || *_announced <= records) return;
+        remark(Severity::warning, "count", lastLine, 0,
+               "the file ends with " + std::to_string(records) + " records; \"#count:\" in line " +
+                   std::to_string(_countLine) + " announces " + std::to_string(*_announced));
+    });
 }
 
 void RecordCheck::onRecords(RecordKind kind, std::string_view texts, std::uint64_t firstLine) {
     attempt([&] {
-        if (kind == RecordKind::md5) _runs.push_back({_md5Count, {_file, firstLine}});
+        if (kind == RecordKind::md5) _runs.push_back({_md5Count, here(firstLine)});
         std::uint32_t count = 0;
         for (std::size_t begin = 0; begin <= texts.size(); ++count) {
             const std::size_t end = std::min(texts.find('\n', begin), texts.size());
@@ -213,7 +206,7 @@ void RecordCheck::checkCheckSum(std::string_view line, std::uint64_t number) {
     CheckSumFields fields;
     std::string_view name;
     if (parseCheckSumRecord(line, fields, name)) return;
-    _checkSums[fields.target].push_back({_file, number});
+    _checkSums[fields.target].push_back(here(number));
     if (fields.target != kTargetAny && fields.target != kTargetPe) {
         remark(Severity::warning, "never", number, 1,
                "target " + std::to_string(fields.target) + " is accepted, and never matches");
@@ -265,11 +258,16 @@ void RecordCheck::findRepeatedMd5() {
                        list.nameOf(repeat.newer));
     }
     if (isWhole) return;
-    _take({Severity::warning, "repeated", *_file, 0, 0,
+    _take({Severity::warning, "repeated", file(), 0, 0,
            "so many digests are alike in part that repeated ones were not all found"});
 }
 
 void RecordCheck::findRepeatedCheckSums() {
+    struct Repeat {
+        Place older, newer;
+        const char *olderName, *newerName;
+    };
+    std::vector<Repeat> repeats;
     const CheckSumList& list = _set.checkSumList();
     for (std::size_t target = 0; target < kTargetCount; ++target) {
         const auto records = list.records(static_cast<TARGET_TYPE>(target));
@@ -281,16 +279,20 @@ void RecordCheck::findRepeatedCheckSums() {
             const CheckSumRecord &older = records[order[i - 1]], &newer = records[order[i]];
             if (keyOf(older) != keyOf(newer)) continue;
             const auto& places = _checkSums[target];
-            remarkOnRepeat(places[order[i - 1]], places[order[i]], list.nameOf(older), list.nameOf(newer));
+            repeats.push_back({places[order[i - 1]], places[order[i]], list.nameOf(older), list.nameOf(newer)});
         }
+    }
+    std::sort(repeats.begin(), repeats.end(), [](const Repeat& a, const Repeat& b) { return a.older < b.older; });
+    for (const Repeat& repeat : repeats) {
+        remarkOnRepeat(repeat.older, repeat.newer, repeat.olderName, repeat.newerName);
     }
 }
 
 void RecordCheck::remarkOnRepeat(const Place& older, const Place& newer, std::string_view olderName,
                                  std::string_view newerName) {
-    const std::string where = *newer.file + ":" + std::to_string(newer.line);
+    const std::string where = *_files[newer.file] + ":" + std::to_string(newer.line);
     const bool isSame = olderName == newerName;
-    _take({Severity::warning, isSame ? "repeated" : "shadowed", *older.file, older.line, 1,
+    _take({Severity::warning, isSame ? "repeated" : "shadowed", *_files[older.file], older.line, 1,
            isSame ? where + " has the same"
                   : where + " matches the same contents, and hides this one: " + std::string(newerName)});
 }

@@ -5,6 +5,7 @@
 #define VOLE_WORKSHOP_RECORD_CHECK_H
 
 #include <array>
+#include <compare>
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -31,9 +32,12 @@ public:
     std::uint64_t recordCount() const { return static_cast<std::uint64_t>(_set.loadedCount()); }
 
 private:
+    // In the order of files and lines.
     struct Place {
-        const std::string* file;
+        std::size_t file;  // Its number in _files.
         std::uint64_t line;
+
+        auto operator<=>(const Place&) const = default;
     };
     // MD5 records in lines behind each other.
     struct Run {
@@ -44,16 +48,17 @@ private:
     void onProblem(const PatternLine& line, const RecordFault& fault) override;
     void onCount(const PatternLine& line, bool heeded) override;
     void onRecords(RecordKind kind, std::string_view texts, std::uint64_t firstLine) override;
+    void onEnd(std::uint64_t lastLine) override;
 
     void checkMd5(std::string_view line, std::uint64_t number);
     void checkCheckSum(std::string_view line, std::uint64_t number);
     void checkName(std::string_view line, std::string_view name, std::uint64_t number);
-    void checkCount();
     void findRepeatedMd5();
     void findRepeatedCheckSums();
+    const std::string& file() const { return *_files.back(); }
+    Place here(std::uint64_t line) const { return {_files.size() - 1, line}; }
     Place placeOf(std::uint32_t number) const;
     void remarkOnRepeat(const Place& older, const Place& newer, std::string_view olderName, std::string_view newerName);
-    void tellWaiting();
     void remark(Remark::Severity severity, std::string_view code, std::uint64_t line, std::size_t column,
                 std::string text);
 
@@ -63,16 +68,15 @@ private:
     const std::string& _names;
     const TakeRemark& _take;
     PatternContainer _set;
+    std::vector<const std::string*> _files;
     std::vector<Run> _runs;
     std::array<std::vector<Place>, kTargetCount> _checkSums;
     std::uint32_t _md5Count = 0;
     std::exception_ptr _failure;
     // Of the file at hand.
-    const std::string* _file = nullptr;
-    std::optional<std::uint64_t> _announced;  // By a "#count:" that counts, and its line.
+    std::optional<std::uint64_t> _announced;  // By the latest "#count:" that counts, and its line.
     std::uint64_t _countLine = 0;
     std::uint64_t _recordsBefore = 0;
-    std::vector<Remark> _waiting;  // For those on lines before theirs: records come in runs, behind what is no record.
 };
 
 #endif  // VOLE_WORKSHOP_RECORD_CHECK_H

@@ -52,8 +52,7 @@ std::vector<std::string> patternFilesAt(const std::vector<std::string>& paths);
 // Adds the names in a folder's lists, if it has any. Throws LoadError when the file of that name cannot be used.
 void readListsOf(const std::string& folder, VirusList& list);
 
-// Loads one of them into a set and tells of its lines, problems in the order of lines, and records in theirs. Throws
-// LoadError when the file cannot be read.
+// Loads one of them into a set and tells of its lines, in their order. Throws LoadError when the file cannot be read.
 void readRecords(const std::string& file, PatternContainer& set, RecordVisitor& visitor);
 // The same when nobody wants the set.
 void readRecords(const std::string& file, RecordVisitor& visitor);

@@ -1,8 +1,10 @@
 // SetCheck.h: looks for what is wrong, or not what its author may think, in the files of a set of signatures: pattern
 // files, the options file and the lists. What the engine's loader makes of a line decides.
 //
-// Remarks on single lines come in the order of files and, unless there are very many, of lines; those on records that
-// others repeat come behind all of them, in the order of the older records.
+// Remarks come in the order of lines, file by file: pattern files, options files, lists; a remark on a whole file comes
+// where that is known. Those on records that others repeat come behind all of them, in the order of the older records:
+// of MD5 records, then of check-sums. No remark waits for others, so the number of these takes no memory, except that
+// of repeated records: 8 bytes each, of check-sums 48.
 #ifndef VOLE_WORKSHOP_SET_CHECK_H
 #define VOLE_WORKSHOP_SET_CHECK_H
 
