@@ -42,6 +42,7 @@ Target* findTarget(std::string_view name) {
         {"scan_file", scanWhole},    {"vm", runVmProgram},        {"zip", walk<ZipUnarchiver>},
         {"rar_deep", walkRarDeep},   {"zip_deep", walkZipDeep},   {"streams", walkContainer},
         {"tar", walkContainer},      {"deflate", inflateTwice},   {"vset", scanWithCompiledSet},
+        {"check", checkFiles},
 #ifdef VOLE_FUZZ_HTTP_BODY
         {"http_body", readHttpBody},
 #endif

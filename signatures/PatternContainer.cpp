@@ -63,8 +63,7 @@ public:
     void onEnd() {
         PatternLine rest;
         const bool hasRest = _lines.rest(rest);
-        const bool isLost = hasRest && rest.kind == PatternLine::Kind::data && !rest.text.empty();
-        if (isLost) onProblem(rest, kNoLineFeed);
+        if (hasRest && rest.kind == PatternLine::Kind::data && !isEmpty(rest)) onProblem(rest, kNoLineFeed);
         _observer.onEnd(_lines.lineFeeds() + hasRest);
     }
 
@@ -72,8 +71,7 @@ private:
     void onUnusualData(const PatternLine& line, const std::optional<RecordFault>& fault, bool goesOn) {
         if (line.cut) onCut(line);
         if (fault) {
-            // Nobody takes an empty line for a record.
-            if (!line.text.empty() || line.hasNul) onProblem(line, *fault);
+            if (!isEmpty(line)) onProblem(line, *fault);
             return;
         }
         if (line.hasNul) onProblem(line, kBehindNul);
@@ -84,6 +82,9 @@ private:
         }
         _end = line.text.data() + line.text.size();
     }
+
+    // Nobody takes such a line for a record.
+    static bool isEmpty(const PatternLine& line) { return line.text.empty() && !line.hasNul; }
 
     // Only the first piece: others tell nothing new.
     void onCut(const PatternLine& line) {

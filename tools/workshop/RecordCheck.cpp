@@ -182,10 +182,18 @@ void RecordCheck::checkMd5(std::string_view line, std::uint64_t number) {
         } else if (fields.size == INT_MAX && digits != "2147483647") {
             remark(Severity::warning, "never", number, kSizeColumn + 1, "contents that large are not looked into");
         }
+        checkFields(line, fields.name, number);
         return checkName(line, fields.name, number);
     }
     const std::string_view name = behind.substr(colon + 1);
     checkName(line, text::upTo(name, ':'), number);
+}
+
+// Of a line whose fields are not all where they usually are.
+void RecordCheck::checkFields(std::string_view line, std::string_view name, std::uint64_t number) {
+    const std::size_t empty = line.substr(0, placeIn(line, name)).find("::");
+    if (empty == line.npos) return;
+    remark(Severity::warning, "field", number, empty + 2, "an empty field is passed over, and the next taken for it");
 }
 
 void RecordCheck::checkName(std::string_view line, std::string_view name, std::uint64_t number) {
@@ -223,6 +231,7 @@ void RecordCheck::checkCheckSum(std::string_view line, std::uint64_t number) {
         remark(Severity::warning, "weak", number, placeIn(line, field) + 1,
                "a range without bytes tells nothing apart");
     }
+    checkFields(line, name, number);
     checkName(line, name, number);
 }
 

@@ -52,6 +52,7 @@ private:
 
     void checkMd5(std::string_view line, std::uint64_t number);
     void checkCheckSum(std::string_view line, std::uint64_t number);
+    void checkFields(std::string_view line, std::string_view name, std::uint64_t number);
     void checkName(std::string_view line, std::string_view name, std::uint64_t number);
     void findRepeatedMd5();
     void findRepeatedCheckSums();
