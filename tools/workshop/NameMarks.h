@@ -21,6 +21,7 @@ public:
     // Marks what applies to the name.
     void mark(std::string_view name);
 
+    // REQUIRES, of both: one of the names.
     bool isMarked(std::string_view listed) const { return _names[numberOf(listed)].isMarked; }
     // The line that was given when this was first called for the name; nothing that time.
     std::optional<std::uint32_t> noteLine(std::string_view listed, std::uint32_t line);
