@@ -182,8 +182,13 @@ void enterFilter() {
     filter.allowIf(SCMP_SYS(fcntl), {isEqual(1, F_DUPFD_CLOEXEC)});
     filter.allowIf(SCMP_SYS(fcntl64), {isEqual(1, F_DUPFD_CLOEXEC)});
     filter.allowIf(SCMP_SYS(ioctl), {isEqual(1, BLKGETSIZE64)});
-    filter.allowIf(SYS_sendmsg, {isEqual(0, isolation::kSocketFd)});
-    filter.allowIf(SYS_recvmsg, {isEqual(0, isolation::kSocketFd)});
+#ifndef __i386__
+    filter.allowIf(SCMP_SYS(sendmsg), {isEqual(0, isolation::kSocketFd)});
+    filter.allowIf(SCMP_SYS(recvmsg), {isEqual(0, isolation::kSocketFd)});
+#else
+    // Where all socket calls share one, the library cannot tell descriptors apart. There is no other socket.
+    filter.allow({SCMP_SYS(sendmsg), SCMP_SYS(recvmsg)});
+#endif
     // The status of what is open, which has become that of a path relative to it.
     filter.allow({SCMP_SYS(fstat), SCMP_SYS(fstat64)});
     filter.allowIf(SCMP_SYS(newfstatat), {hasBits(3, AT_EMPTY_PATH, AT_EMPTY_PATH)});
