@@ -30,8 +30,8 @@ void benchHashed(Report& report, const corpus::Folder& folder, const std::string
         corpus::writeFile(files.back(), corpus::randomBytes(2000 + i, size));
     }
     std::vector<std::string> reference{"openssl", "md5"};
-    std::vector<std::string> subject{buildDir() + "/vole", "scan", "-j1", "--no-isolate", "-d",
-                                     patternsWithSize(folder, size)};
+    std::vector<std::string> subject{buildDir() + "/vole", "scan", "-j1",
+                                     "--no-isolate",       "-d",   patternsWithSize(folder, size)};
     reference.insert(reference.end(), files.begin(), files.end());
     subject.insert(subject.end(), files.begin(), files.end());
     report.speed(what,

@@ -14,8 +14,8 @@ namespace fs = std::filesystem;
 using Command = std::vector<std::string>;
 
 Command voleScan(const std::string& folder, const Command& options, const char* isolation = "--no-isolate") {
-    Command command{buildDir() + "/vole", "scan", "-i", isolation, "--no-progress", "--incomplete=ok",
-                    "-d",                 STARTER_PATTERNS};
+    Command command{buildDir() + "/vole", "scan", "-i", isolation, "--no-progress", "--incomplete=ok", "-d",
+                    STARTER_PATTERNS};
     command.insert(command.end(), options.begin(), options.end());
     command.push_back(folder);
     return command;

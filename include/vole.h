@@ -188,7 +188,8 @@ typedef struct vole_isolation {
  * away, which only makes texts shorter. It runs as the user "_vole", or as nobody, if this process is root's.
  * Each scanner has one worker, a socket and 0.5 MiB of memory. `isolation` and `limits` may be null, for the defaults;
  * without max_time_ms a hung worker is not noticed unless the scan is cancelled. VOLE_E_ISOLATION where it cannot be
- * had. */
+ * had; so may scans answer, since later workers may fail to start, and those of a set that has had one are not waited
+ * for until the first scan. */
 VOLE_API vole_error vole_isolated_scanner_new(vole_signatures* signatures, const vole_limits* limits,
                                               const vole_isolation* isolation, vole_scanner** scanner);
 

@@ -11,8 +11,11 @@
 #include "FalseAlarms.h"
 #include "MappedFile.h"
 #include "PatternContainer.h"
-#include "io/OwnFd.h"
 #include "vole.h"
+
+namespace isolation {
+class SetImage;
+}
 
 // A set: filled by one thread before anybody else knows of it, then the same for ever and shared by any number. Deleted
 // by whoever gives the last reference back.
@@ -25,7 +28,7 @@ struct vole_signatures {
     std::atomic<std::size_t> references{1};
     // For workers in other processes, while there are any; made by the first.
     mutable std::mutex imageMutex;
-    mutable std::weak_ptr<const ZOV_SPACE::OwnFd> image;
+    mutable std::weak_ptr<const isolation::SetImage> image;
 };
 
 #endif  // ENGINE_CAPI_SIGNATURES_H

@@ -141,8 +141,9 @@ IsolatedScans::IsolatedScans(const vole_signatures& signatures, ScanTerms& terms
     if (_link.hasMemory()) _terms.cancelledAt = &_link.inbox().cancelled;
 }
 
-vole_error IsolatedScans::start() {
-    if (_link.hasMemory() && _link.start()) return VOLE_OK;
+vole_error IsolatedScans::start() { return _link.hasMemory() && _link.start() ? VOLE_OK : notStarted(); }
+
+vole_error IsolatedScans::notStarted() {
     _result.errorText = "no worker can be started: ";
     _result.errorText += _link.hasMemory() ? _link.whyNot() : ZOV_SPACE::systemErrorText();
     return VOLE_E_ISOLATION;
@@ -293,9 +294,14 @@ bool IsolatedScans::tryTo(Step step) {
 }
 
 vole_error IsolatedScans::runWorker() {
-    if (_link.isRunning()) return VOLE_OK;
-    pause();
-    const vole_error error = start();
+    vole_error error = VOLE_OK;
+    // What ended one that had nothing to do was not the content that comes now.
+    if (_link.isRunning() && _link.hasEnded()) _link.drop({});
+    if (!_link.isRunning()) {
+        pause();
+        error = start();
+    }
+    if (error == VOLE_OK && !_link.beReady()) error = notStarted();
     if (error != VOLE_OK) ++_lostInARow;
     return error;
 }

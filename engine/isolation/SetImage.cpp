@@ -25,12 +25,12 @@ ZOV_SPACE::OwnFd compiledCopy(const vole_signatures& set) {
 
 }  // namespace
 
-std::shared_ptr<const ZOV_SPACE::OwnFd> imageOf(const vole_signatures& set) {
+std::shared_ptr<const SetImage> imageOf(const vole_signatures& set) {
     const std::lock_guard lock(set.imageMutex);
     if (auto image = set.image.lock()) return image;
     ZOV_SPACE::OwnFd file = set.file.bytes().empty() ? compiledCopy(set) : set.file.duplicate();
     if (!file) return nullptr;
-    auto image = std::make_shared<const ZOV_SPACE::OwnFd>(std::move(file));
+    auto image = std::make_shared<const SetImage>(std::move(file));
     set.image = image;
     return image;
 }

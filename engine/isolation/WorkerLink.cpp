@@ -46,8 +46,9 @@ bool WorkerLink::start() {
     (*_outbox)->used.store(0);
     _taken = 0;
     _allowed = {};
+    _isReady = false;
     _reader.clear();
-    const int error = _process.start(_terms.program, {others.get(), _terms.set->get(), _inbox->fd(), _outbox->fd()});
+    const int error = _process.start(_terms.program, {others.get(), _terms.set->fd(), _inbox->fd(), _outbox->fd()});
     if (error != 0) {
         _why = _terms.program + ": " + ZOV_SPACE::systemErrorText(error);
         return false;
@@ -58,7 +59,20 @@ bool WorkerLink::start() {
         order.version = versionText();
         order.maxMemory = _terms.maxMemory;
         send(order);
-        if (wait().kind == BellKind::ready) return true;
+    } catch (const WorkerLost&) {
+        return false;
+    }
+    return _terms.set->suits(_terms.program) || beReady();
+}
+
+bool WorkerLink::beReady() {
+    if (_isReady) return true;
+    try {
+        _isReady = wait().kind == BellKind::ready;
+        if (_isReady) {
+            _terms.set->note(_terms.program);
+            return true;
+        }
         vole_result none;
         drop(_reader.next(none) == ReplyReader::Next::text
                  ? std::string(reinterpret_cast<const char*>(_reader.bytes().data()), _reader.bytes().size())
@@ -68,6 +82,11 @@ bool WorkerLink::start() {
         drop("it makes no sense");
     }
     return false;
+}
+
+bool WorkerLink::hasEnded() const {
+    pollfd ended{_process.endedFd(), POLLIN, 0};
+    return ::poll(&ended, 1, 0) == 1;
 }
 
 void WorkerLink::drop(std::string why) {

@@ -14,6 +14,7 @@
 
 #include "FalseAlarms.h"
 #include "ReplyReader.h"
+#include "SetImage.h"
 #include "SharedMemory.h"
 #include "Wire.h"
 #include "WorkerProcess.h"
@@ -30,7 +31,7 @@ struct WorkerTerms {
     std::uint64_t maxMemory = 0;
     std::chrono::milliseconds grace{};  // How long an answer may come after its time limit.
     vole_limits limits = VOLE_LIMITS_INIT;
-    std::shared_ptr<const ZOV_SPACE::OwnFd> set;
+    std::shared_ptr<const SetImage> set;
 };
 
 class WorkerLink {
@@ -46,8 +47,13 @@ public:
     Inbox& inbox() { return **_inbox; }
 
     bool isRunning() const { return _process.isRunning(); }
-    // Starts a worker, and waits until it may do no more than scan. False with a reason in whyNot().
+    // REQUIRES: it is running, as far as that was seen.
+    bool hasEnded() const;
+    // Starts a worker. Where one was ready before, nothing is waited for but by the first scan. False with a reason in
+    // whyNot().
     bool start();
+    // Waits until it may do no more than scan. False, and it is gone, with a reason in whyNot().
+    bool beReady();
     const std::string& whyNot() const { return _why; }
     // Ends it. `why` is what whyNot() says.
     void drop(std::string why);
@@ -75,6 +81,7 @@ private:
     ZOV_SPACE::OwnFd _socket;
     WorkerProcess _process;
     ReplyReader _reader;
+    bool _isReady = false;
     std::uint32_t _taken = 0;  // Of the outbox.
 
     std::chrono::milliseconds _patience{};  // For each content; 0 for any time.
