@@ -59,7 +59,7 @@ std::optional<Received> receiveMessage(int socket, std::span<std::byte> room, Wa
     header.msg_iov = &bytes;
     header.msg_iovlen = 1;
     header.msg_control = &control;
-    header.msg_controllen = sizeof control.bytes;
+    header.msg_controllen = CMSG_LEN(sizeof(int));  // In what follows for alignment another one would have room.
     const int flags = MSG_CMSG_CLOEXEC | (waiting == Waiting::no ? MSG_DONTWAIT : 0);
     long size;
     do {

@@ -16,6 +16,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
+constexpr const char* kNonsense = "it answered what makes no sense";
 constexpr milliseconds kStartTime{30'000};                 // For the program to be ready; the machine may be busy.
 constexpr milliseconds kGlance{200};                       // Between looks at what no descriptor tells of.
 constexpr milliseconds kEndTime{2'000};                    // From a closed socket to the process's end.
@@ -157,8 +158,9 @@ Bell WorkerLink::wait() {
         if (sources[0].revents == 0) loseEnded();
         const auto received = receiveMessage(_socket.get(), std::as_writable_bytes(std::span(&bell, 1)), Waiting::no);
         if (!received && errno == EAGAIN) continue;
+        if (!received && errno == EPROTO) lose(kNonsense);
         if (!received || received->size == 0) loseEnded();
-        if (received->size != sizeof bell) lose("it answered what makes no sense");
+        if (received->size != sizeof bell) lose(kNonsense);
         takeOutbox();
         _bell = Clock::now();
         return bell;
@@ -167,7 +169,7 @@ Bell WorkerLink::wait() {
 
 void WorkerLink::takeOutbox() {
     const std::uint32_t used = (*_outbox)->used.load(std::memory_order_acquire);
-    if (used < _taken || used > (*_outbox)->bytes.size()) lose("it answered what makes no sense");
+    if (used < _taken || used > (*_outbox)->bytes.size()) lose(kNonsense);
     try {
         _reader.append(std::span((*_outbox)->bytes).subspan(_taken, used - _taken));
     } catch (const Nonsense&) {
