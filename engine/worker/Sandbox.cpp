@@ -196,7 +196,9 @@ void enterFilter() {
     filter.allowIf(SCMP_SYS(statx), {hasBits(2, AT_EMPTY_PATH, AT_EMPTY_PATH)});
     // Memory, none of which can be executed.
     filter.allow({SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise)});
-    for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mmap2), SCMP_SYS(mprotect)}) {
+    // Where there are two ways to map, the older one has its arguments in memory, where a filter does not see them.
+    const int map = SCMP_SYS(mmap2) < 0 ? SCMP_SYS(mmap) : SCMP_SYS(mmap2);
+    for (const int call : {map, SCMP_SYS(mprotect)}) {
         filter.allowIf(call, {hasBits(2, PROT_EXEC, 0)});
     }
     // What takes nothing from anybody.
