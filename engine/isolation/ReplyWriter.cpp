@@ -6,8 +6,6 @@
 
 namespace isolation {
 
-void ReplyWriter::beginAnew() { _outbox.used.store(0, std::memory_order_relaxed); }
-
 void ReplyWriter::result(vole_error error, const vole_result& result) {
     _numbers.clear();
     for (const KeptFinding& finding : result.findings) {

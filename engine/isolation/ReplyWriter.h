@@ -23,9 +23,6 @@ public:
     // `onFull` comes back once the scanner has read all; anything may be thrown from it.
     ReplyWriter(Outbox& outbox, std::function<void()> onFull) : _outbox(outbox), _onFull(std::move(onFull)) {}
 
-    // The scanner has read all that was written.
-    void beginAnew();
-
     void result(vole_error error, const vole_result& result);
     void event(const vole_event& event);
     void bytes(std::span<const std::byte> bytes);

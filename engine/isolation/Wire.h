@@ -14,8 +14,8 @@
 //     goOn, stop, read                  ->   and says that it did
 //                                       <-   done, with a result frame for each content in the outbox
 //
-// With every bell the worker has written what it wants read, and it begins the outbox anew once it is answered. The
-// scanner believes nothing of what comes: see ReplyReader.
+// With every bell the worker has written what it wants read, and writes no more until it is answered. The scanner
+// empties the outbox before it answers. It believes nothing of what comes: see ReplyReader.
 #ifndef ENGINE_ISOLATION_WIRE_H
 #define ENGINE_ISOLATION_WIRE_H
 
@@ -49,7 +49,7 @@ struct Inbox {
 };
 
 struct Outbox {
-    // Of the bytes, how many the worker has written.
+    // Of the bytes, how many the worker has written since the scanner set this to 0.
     alignas(64) std::atomic<std::uint32_t> used;
     // Contents that it is done with, since it was started; the scanner's clock begins anew with each.
     std::atomic<std::uint32_t> results;

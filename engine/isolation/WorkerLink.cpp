@@ -113,6 +113,8 @@ void WorkerLink::loseEnded() {
 
 void WorkerLink::send(const Order& order, int fd) {
     if (!isRunning()) throw WorkerLost();
+    // By the scanner: a worker that ends before it reads the order must not leave its last answer there for this one.
+    (*_outbox)->used.store(0);
     _taken = 0;
     startClock(order);
     // It reads what it is sent before it goes on, so there is room unless it does what it may not.

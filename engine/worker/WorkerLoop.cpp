@@ -51,7 +51,6 @@ void WorkerLoop::run() {
     for (;;) {
         OwnFd file;
         const Order order = nextOrder(file);
-        _writer.beginAnew();
         if (order.kind != OrderKind::scan) leave(EXIT_FAILURE);
         scan(order, file);
         ring({BellKind::done, 0, 0});
@@ -109,9 +108,7 @@ void WorkerLoop::scanItems(const Order& order) {
 
 Order WorkerLoop::ask(const Bell& bell, OwnFd& file) {
     ring(bell);
-    const Order order = nextOrder(file);
-    _writer.beginAnew();
-    return order;
+    return nextOrder(file);
 }
 
 Order WorkerLoop::ask(BellKind kind) {
