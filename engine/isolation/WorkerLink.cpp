@@ -127,6 +127,7 @@ void WorkerLink::startClock(const Order& order) {
     const auto now = Clock::now();
     if (order.kind != OrderKind::start && order.kind != OrderKind::scan) {
         _start += now - _bell;
+        if (_cancelled != Clock::time_point{}) _cancelled += now - _bell;
         return;
     }
     const bool scans = order.kind == OrderKind::scan;
@@ -149,13 +150,11 @@ void WorkerLink::giveTime(Clock::time_point now) {
 Bell WorkerLink::wait() {
     if (!isRunning()) throw WorkerLost();
     for (;;) {
+        watchTime();  // Each time: who rings all the time, to no end, takes time as well.
         pollfd sources[] = {{_socket.get(), POLLIN, 0}, {_process.endedFd(), POLLIN, 0}};
         const int ready = ::poll(sources, std::size(sources), static_cast<int>(kGlance.count()));
         if (ready < 0 && errno != EINTR) lose("it could not be waited for: " + ZOV_SPACE::systemErrorText());
-        if (ready <= 0) {
-            watchTime();
-            continue;
-        }
+        if (ready <= 0) continue;
         Bell bell{};
         if (sources[0].revents == 0) loseEnded();
         const auto received = receiveMessage(_socket.get(), std::as_writable_bytes(std::span(&bell, 1)), Waiting::no);
