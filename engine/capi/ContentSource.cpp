@@ -60,7 +60,7 @@ ContentSource contentOfFile(int fd, std::uint64_t size, std::uint64_t most, Repo
     if (!fits(size, most, scan)) return {};
     ContentSource source;
     source.content = VoleUtil::getSmartBufferBase(fd, static_cast<unsigned int>(size));
-    if (!source.content) return failed(VOLE_E_IO, "the file could not be read");
+    if (!source.content) return failed(VOLE_E_IO, kUnreadableFile);
     if (static_cast<std::uint64_t>(source.content->getSize()) < size) {
         scan.refuse(Unseen::io, "the file became shorter while it was read");
     }

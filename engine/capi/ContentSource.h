@@ -36,6 +36,7 @@ std::optional<ContentSource> whyNotSeekable(int fd);
 // Whether a content of that size is looked into; if not, the scan is told. `most` is the host's limit, 0 for none.
 bool fits(std::uint64_t size, std::uint64_t most, ReportingScan& scan);
 
+constexpr const char* kUnreadableFile = "the file could not be read";
 constexpr const char* kUnreadableStream = "the stream could not be read";
 
 // Each throws std::bad_alloc. `most` is the host's limit on a content, 0 for none.

@@ -80,14 +80,21 @@ private:
 };
 
 // The same file for reading alone, with a position of its own: what the host may do with its descriptor a worker may
-// not. Nothing, with errno set, where the system has no way to it.
+// not, and what it may not do with it, that has no more rights here. Nothing, with errno set, where there is no way to
+// it.
 OwnFd readOnlyAgain(int fd) {
+    const int mode = ::fcntl(fd, F_GETFL);
+    if (mode < 0) return {};
+    const bool isReadable = (mode & O_PATH) == 0 && ((mode & O_ACCMODE) == O_RDONLY || (mode & O_ACCMODE) == O_RDWR);
+    if (!isReadable) {
+        errno = EBADF;
+        return {};
+    }
     const std::string path = "/proc/self/fd/" + std::to_string(fd);
     if (OwnFd file = ZOV_SPACE::openFile(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY)) return file;
     // One that may not be opened any more, but can be read as it is.
     const int error = errno;
-    const int mode = ::fcntl(fd, F_GETFL);
-    OwnFd same(mode >= 0 && (mode & O_ACCMODE) == O_RDONLY ? ::fcntl(fd, F_DUPFD_CLOEXEC, 0) : -1);
+    OwnFd same((mode & O_ACCMODE) == O_RDONLY ? ::fcntl(fd, F_DUPFD_CLOEXEC, 0) : -1);
     errno = error;
     return same;
 }
@@ -189,7 +196,7 @@ vole_error IsolatedScans::descriptor(int fd) {
             handed.errorText = fault->errorText;
         } else if (!(handed.file = readOnlyAgain(fd))) {
             handed.error = VOLE_E_IO;
-            handed.errorText = ZOV_SPACE::systemErrorText();
+            handed.errorText = errno == EBADF ? kUnreadableFile : ZOV_SPACE::systemErrorText();
         }
         return handed;
     });
