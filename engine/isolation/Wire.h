@@ -108,7 +108,8 @@ struct Bell {
     std::uint32_t number;
 };
 
-// Each frame has this head, then one of the structures below, then what that says.
+// Each frame has this head, then one of the structures below, then what that says. They are the same for 32 and 64
+// bits, so that what was kept of them to try the reader with is, too.
 enum class FrameKind : std::uint32_t { name, finding, reason, result, event, bytes, text };
 
 struct FrameHead {
@@ -126,7 +127,7 @@ struct FindingFrame {  // And the signature's name.
     std::uint32_t content;
     std::uint32_t kind;
     std::uint32_t form;
-    std::uint64_t offset;
+    alignas(8) std::uint64_t offset;
 };
 
 struct ReasonFrame {  // And the text.
@@ -136,7 +137,7 @@ struct ReasonFrame {  // And the text.
 
 struct ResultFrame {  // And the error's text. Ends what belongs to one content.
     std::uint32_t error;
-    vole_counters counters;
+    alignas(8) vole_counters counters;
 };
 
 // And the text, which is the signature's name, the reason's text or the packing method; and the components of the path,
@@ -149,11 +150,13 @@ struct EventFrame {
     std::uint32_t form;
     std::uint32_t isPacked;
     std::uint32_t checksum;
-    std::uint64_t size;
+    alignas(8) std::uint64_t size;
     std::uint64_t bytesDone;
     std::uint64_t offset;
     std::uint64_t packedSize;
 };
+
+static_assert(sizeof(FindingFrame) == 24 && sizeof(ResultFrame) == 64 && sizeof(EventFrame) == 64);
 
 // Bytes that one bytes frame may have.
 constexpr std::size_t kMostRead = std::size_t{64} << 10;
