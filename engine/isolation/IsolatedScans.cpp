@@ -68,8 +68,11 @@ private:
         _link.send(order);
         Bell bell = _link.wait();
         for (order.kind = OrderKind::goOn; bell.kind == BellKind::full; bell = _link.wait()) _link.send(order);
-        if (bell.kind == BellKind::bytes && _link.replies().next(_result) == ReplyReader::Next::bytes) {
-            return _link.replies().bytes();
+        try {
+            constexpr auto kWanted = ReplyReader::Next::bytes;
+            ReplyReader& replies = _link.replies();
+            if (bell.kind == BellKind::bytes && replies.next(kWanted, _result) == kWanted) return replies.bytes();
+        } catch (const Nonsense&) {
         }
         _link.drop(kNonsense);
         throw WorkerLost();
@@ -279,7 +282,7 @@ vole_error IsolatedScans::ask(const Handed& handed, VolumesOf* volumes, std::uin
     vole_error error = VOLE_OK;
     const bool isDone = tryTo([&] {
         converse(order, handed.file.get(), volumes);
-        error = takeResult();
+        error = takeResult(true);
     });
     return isDone ? error : lost();
 }
@@ -342,15 +345,19 @@ void IsolatedScans::converse(const Order& scanned, int fd, VolumesOf* volumes) {
 
 // False when the host wants the end.
 bool IsolatedScans::tellHost() {
-    if (!_terms.onEvent || _link.replies().next(_result) != ReplyReader::Next::event) throw Nonsense();
+    constexpr auto kWanted = ReplyReader::Next::event;
+    if (!_terms.onEvent || _link.replies().next(kWanted, _result) != kWanted) throw Nonsense();
     ToldEvent& told = _link.replies().event();
     const RemoteContent content(told.content, _link, _result);
     if (told.event.content) told.event.content = &content;
     return _terms.onEvent(_terms.context, &told.event) == 0;
 }
 
-vole_error IsolatedScans::takeResult() {
-    if (_link.replies().next(_result) != ReplyReader::Next::result) throw Nonsense();
+// Behind the last one there is nothing more.
+vole_error IsolatedScans::takeResult(bool isLast) {
+    ReplyReader& replies = _link.replies();
+    if (replies.next(ReplyReader::Next::result, _result) != ReplyReader::Next::result) throw Nonsense();
+    if (isLast && replies.hasMore()) throw Nonsense();
     _lostInARow = 0;
     return _link.replies().error();
 }
@@ -420,7 +427,7 @@ std::size_t IsolatedScans::askTogether(const SmallFiles& files, std::span<const 
     tryTo([&] { converse(order, -1, &volumes); });  // What it had done before it was lost counts.
     for (std::size_t i = 0; i < count; ++i) {
         _result.clear();
-        const bool hasResult = tryTo([&] { error = takeResult(); });
+        const bool hasResult = tryTo([&] { error = takeResult(i + 1 == count); });
         if (!hasResult) error = lost();
         wanted = told(first + i, error);
         if (!hasResult || !wanted) return i + 1;

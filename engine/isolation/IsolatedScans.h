@@ -70,7 +70,7 @@ private:
     void pause() const;
     void converse(const Order& scanned, int fd, VolumesOf* volumes);
     bool tellHost();
-    vole_error takeResult();
+    vole_error takeResult(bool isLast);
     vole_error lost();
     Order scanOrder() const;
     bool isCancelled() const { return _terms.cancelledAt->load(); }

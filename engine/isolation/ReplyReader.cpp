@@ -100,7 +100,10 @@ void ReplyReader::forgetNames() {
     _nameBytes = 0;
 }
 
-ReplyReader::Next ReplyReader::next(vole_result& result) {
+ReplyReader::Next ReplyReader::next(Next wanted, vole_result& result) {
+    const auto require = [wanted](Next found) {
+        if (found != wanted) throw Nonsense();
+    };
     for (;;) {
         const auto unread = std::span<const std::byte>(_unread).subspan(_position);
         if (unread.size() < sizeof(FrameHead)) return Next::nothing;
@@ -121,17 +124,21 @@ ReplyReader::Next ReplyReader::next(vole_result& result) {
                 readReason(frame, result);
                 break;
             case FrameKind::result:
+                require(Next::result);
                 readResult(frame, result);
-                return Next::result;
+                return wanted;
             case FrameKind::event:
+                require(Next::event);
                 readEvent(frame);
-                return Next::event;
+                return wanted;
             case FrameKind::bytes:
+                require(Next::bytes);
                 _bytes = unread.subspan(sizeof head, head.size);
-                return Next::bytes;
+                return wanted;
             case FrameKind::text:
+                require(Next::text);
                 _bytes = unread.subspan(sizeof head, head.size);
-                return Next::text;
+                return wanted;
         }
     }
 }

@@ -49,15 +49,19 @@ public:
     void clear();
 
     enum class Next { nothing, result, event, bytes, text };
-    // The next whole frame that is a matter of its own; nothing when more has to come first. Findings and reasons go to
-    // `result`, which they are all in once Next::result is answered, and which is empty before the first.
-    Next next(vole_result& result);
+    // The next whole frame that is a matter of its own, which has to be `wanted`; nothing when more has to come first.
+    // Findings and reasons go to `result`, which they are all in once Next::result is answered, and which is empty
+    // before the first. What an earlier call has read stays as it is unless the same is wanted again: the host may be
+    // looking at an event while bytes are.
+    Next next(Next wanted, vole_result& result);
+    // Something is left of what was appended.
+    bool hasMore() const { return _position < _unread.size(); }
 
     // After Next::result.
     vole_error error() const { return _error; }
-    // After Next::event, until the next call.
+    // After Next::event, until the next one is wanted.
     ToldEvent& event() { return _event; }
-    // After Next::bytes and Next::text, until the next call.
+    // After Next::bytes and Next::text, until more is appended.
     std::span<const std::byte> bytes() const { return _bytes; }
 
 private:

@@ -75,7 +75,7 @@ bool WorkerLink::beReady() {
             return true;
         }
         vole_result none;
-        drop(_reader.next(none) == ReplyReader::Next::text
+        drop(_reader.next(ReplyReader::Next::text, none) == ReplyReader::Next::text
                  ? std::string(reinterpret_cast<const char*>(_reader.bytes().data()), _reader.bytes().size())
                  : "it cannot work here");
     } catch (const WorkerLost&) {
