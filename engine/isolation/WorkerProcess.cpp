@@ -57,10 +57,10 @@ private:
 
 // Sanitizers take their settings from it, and nothing else does.
 char** environmentForWorkers() {
-    static char* none[] = {nullptr};
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     return environ;
 #else
+    static char* none[] = {nullptr};
     return none;
 #endif
 }
