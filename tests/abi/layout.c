@@ -11,6 +11,7 @@
 int main(void) {
     int number;
     const vole_limits limits = VOLE_LIMITS_INIT;
+    const vole_isolation isolation = VOLE_ISOLATION_INIT;
 
     SIZE(vole_load_problem);
     FIELD(vole_load_problem, line);
@@ -30,6 +31,12 @@ int main(void) {
     FIELD(vole_limits, max_depth);
     FIELD(vole_limits, max_ratio);
     FIELD(vole_limits, max_time_ms);
+    SIZE(vole_isolation);
+    FIELD(vole_isolation, worker);
+    FIELD(vole_isolation, max_memory);
+    FIELD(vole_isolation, grace_ms);
+    FIELD(vole_isolation, why);
+    FIELD(vole_isolation, why_size);
     SIZE(vole_bytes);
     SIZE(vole_path);
     SIZE(vole_finding);
@@ -64,7 +71,8 @@ int main(void) {
     printf("limits %lu %lu %lu %lu %lu %lu %lu\n", (unsigned long)limits.max_content, (unsigned long)limits.max_member,
            (unsigned long)limits.max_total, (unsigned long)limits.max_members, (unsigned long)limits.max_depth,
            (unsigned long)limits.max_ratio, (unsigned long)limits.max_time_ms);
-    for (number = 0; number <= VOLE_E_INTERNAL + 1; ++number) {
+    printf("isolation %lu %lu\n", (unsigned long)isolation.max_memory, (unsigned long)isolation.grace_ms);
+    for (number = 0; number <= VOLE_E_ISOLATION + 1; ++number) {
         printf("error %d %s\n", number, vole_error_text((vole_error)number));
     }
     for (number = 0; number <= VOLE_OUTCOME_FAILED + 1; ++number) {

@@ -4,10 +4,11 @@
 _vole() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
     # "--option=value" comes as three words, of which the last may be missing.
+    local joined=
     if [[ $word == = ]]; then
-        word=
+        word='' joined=1
     elif [[ $before == = ]]; then
-        before=${COMP_WORDS[COMP_CWORD - 2]}
+        before=${COMP_WORDS[COMP_CWORD - 2]} joined=1
     fi
     local options='-h --help --version' values kind=words
     if [[ ${COMP_WORDS[1]} == sig && $COMP_CWORD -gt 1 ]]; then
@@ -42,13 +43,15 @@ _vole() {
             options+=' --extract --normalised'
         else
             options+=' --files-from -0 --null --exclude --one-file-system -j --jobs --cache --all-matches --limits
-                --incomplete -i --infected --no-summary --no-progress --debug --host-view --dump'
+                --incomplete -i --infected --no-summary --no-progress --debug --host-view --dump
+                --isolate --no-isolate'
         fi
         case " ${COMP_WORDS[*]:2:COMP_CWORD-2} " in *' -- '*) before=-- ;; esac
         case $before in
             -d | --patterns | --dump | --extract) kind=directory ;;
             --files-from | --config | --cache) kind='file' ;;
             --incomplete) values='error ok' ;;
+            --isolate) if [[ $joined ]]; then values='auto require no'; else kind='file'; fi ;;
             -j | --jobs) values=$(seq "$(nproc)") ;;
             --max-size | --max-member | --max-total) values='0 64M 256M 1G 2G' ;;
             --exclude | --max-members | --max-depth | --max-ratio | --time-limit) values= ;;

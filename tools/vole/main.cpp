@@ -160,13 +160,18 @@ private:
     }
 
     void addIsolation() {
-        CLI::Option* const isolate =
-            _scan.add_flag("--isolate{auto},--no-isolate{no}", _isolate,
-                           "Look at files in processes that can do nothing else, where the system allows it, or, with\n"
-                           "--isolate=require, not at all elsewhere (default: where the system allows it)");
-        isolate->check(CLI::IsMember({"auto", "require", "no"}));
-        _libraryOnly.push_back(isolate);
-        _settable.push_back(isolate);
+        const auto problemWith = [](const std::string& word) {
+            const bool isKnown = word == kWithoutWord || word == "auto" || word == "require" || word == "no";
+            return isKnown ? "" : "must be auto, require or no, not \"" + word + '"';
+        };
+        _isolated =
+            _scan.add_flag("--isolate", _isolate,
+                           "Look at files in processes that can do nothing else, and tell when the system does not\n"
+                           "allow that; with --isolate=require, look at none then (default: without a word then)");
+        _isolated->check(CLI::Validator(problemWith, ""));
+        _notIsolated = _scan.add_flag("--no-isolate", _isInProcess, "Look at files in this process");
+        _libraryOnly.push_back(_isolated);
+        _settable.push_back(_isolated);
     }
 
     void addLimits() {
@@ -205,8 +210,8 @@ private:
     }
 
     Isolation isolation() const {
+        if (_isInProcess || _isolate == "no") return Isolation::no;
         if (_isolate.empty()) return Isolation::quietly;
-        if (_isolate == "no") return Isolation::no;
         return _isolate == "require" ? Isolation::required : Isolation::yes;
     }
 
@@ -265,6 +270,7 @@ private:
             for (const CLI::Option* const other : _libraryOnly) refuseTogether(face, other);
         }
         refuseTogether(_limits, _json);
+        refuseTogether(_isolated, _notIsolated);
         if (_options.nullSeparated && _filesFrom->count() == 0) throw CLI::RequiresError("--null", "--files-from");
         if (_filesFrom->count() != 0) _options.filesFrom = _listName;
         if (!_options.dumpDir.empty()) _options.hostView = true;
@@ -276,7 +282,11 @@ private:
     std::unique_ptr<Command> _inspect = newInspect(_app);
     ScanOptions _options;
     std::string _listName;
-    std::string _isolate;  // Empty, or a value of the option.
+    static constexpr const char* kWithoutWord = "true";  // What the parser makes of a flag.
+    std::string _isolate;                                // Empty: it was not given.
+    bool _isInProcess = false;
+    CLI::Option* _isolated = nullptr;
+    CLI::Option* _notIsolated = nullptr;
     CLI::Option* _paths = nullptr;
     CLI::Option* _filesFrom = nullptr;
     CLI::Option* _exclude = nullptr;
