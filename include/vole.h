@@ -193,6 +193,11 @@ typedef struct vole_isolation {
 VOLE_API vole_error vole_isolated_scanner_new(vole_signatures* signatures, const vole_limits* limits,
                                               const vole_isolation* isolation, vole_scanner** scanner);
 
+/* Other limits for the scans that follow; null for the defaults. VOLE_E_BUSY from inside a scan. The max_depth and
+ * max_time_ms of an isolated scanner can only be those that it was made with, or less: VOLE_E_ARGUMENT, and nothing
+ * changed. */
+VOLE_API vole_error vole_scanner_set_limits(vole_scanner* scanner, const vole_limits* limits);
+
 /* Flags of a scanner. */
 #define VOLE_SCAN_ALL_MATCHES 1u /* Goes on behind the first finding, and reports all. */
 #define VOLE_SCAN_SHALLOW 2u     /* Opens ZIP and RAR archives alone, and by their formats' rules. */

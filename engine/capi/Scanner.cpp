@@ -40,6 +40,7 @@ struct vole_scanner {
 
     std::unique_ptr<vole_signatures, Unref> signatures;
     ScanTerms terms;
+    vole_limits limitsAtFirst = VOLE_LIMITS_INIT;
     vole_result result;
     std::atomic<bool> busy = false;
     std::unique_ptr<isolation::IsolatedScans> isolated;  // Null for one that scans in this process.
@@ -120,7 +121,7 @@ vole_error newScanner(vole_signatures* signatures, const vole_limits* limits, vo
         const auto terms = capi::fromHost(limits, vole_limits VOLE_LIMITS_INIT);
         if (!terms) return VOLE_E_ARGUMENT;
         auto made = std::make_unique<vole_scanner>(signatures);
-        made->terms.limits = *terms;
+        made->terms.limits = made->limitsAtFirst = *terms;
         const vole_error error = complete(*made);
         if (error == VOLE_OK) *scanner = made.release();
         return error;
@@ -160,6 +161,9 @@ vole_error isolate(vole_scanner& scanner, const vole_isolation* isolation) {
     return error;
 }
 
+// Of limits for which 0 is none.
+bool isWithin(std::uint64_t limit, std::uint64_t most) { return most == 0 || (limit != 0 && limit <= most); }
+
 void setCancelled(vole_scanner* scanner, bool wanted) {
     if (!scanner) return;
     if (scanner->isolated) {
@@ -189,6 +193,20 @@ vole_error vole_isolated_scanner_new(vole_signatures* signatures, const vole_lim
 }
 
 void vole_scanner_free(vole_scanner* scanner) { const std::unique_ptr<vole_scanner> owner(scanner); }
+
+vole_error vole_scanner_set_limits(vole_scanner* scanner, const vole_limits* limits) {
+    if (!scanner) return VOLE_E_ARGUMENT;
+    const auto terms = capi::fromHost(limits, vole_limits VOLE_LIMITS_INIT);
+    const Turn turn(*scanner);
+    if (!turn) return VOLE_E_BUSY;
+    // What watches the worker was set up with these two.
+    const vole_limits& most = scanner->limitsAtFirst;
+    const bool isTaken = terms && (!scanner->isolated || (isWithin(terms->max_depth, most.max_depth) &&
+                                                          isWithin(terms->max_time_ms, most.max_time_ms)));
+    if (!isTaken) return VOLE_E_ARGUMENT;
+    scanner->terms.limits = *terms;
+    return VOLE_OK;
+}
 
 vole_error vole_scanner_set_flags(vole_scanner* scanner, uint32_t flags) {
     if (!scanner || (flags & ~kKnownFlags) != 0) return VOLE_E_ARGUMENT;

@@ -500,6 +500,21 @@ TEST_F(Outcomes, structuresOfOtherVersionsAreReadAsFarAsTheyAreKnown) {
     EXPECT_EQ(std::memcmp(&written, &defaults, sizeof written), 0);
 }
 
+TEST_F(Outcomes, limitsHoldFromTheNextScanOn) {
+    const VoleScanner scanner = scannerOf(set);
+    vole_limits small = VOLE_LIMITS_INIT;
+    small.max_content = 2;
+    vole_outcome outcome;
+    for (const auto& [limits, expected] : {std::pair{&small, VOLE_OUTCOME_INCOMPLETE}, {nullptr, VOLE_OUTCOME_CLEAN}}) {
+        EXPECT_EQ(vole_scanner_set_limits(scanner.get(), limits), VOLE_OK);
+        EXPECT_EQ(vole_scan_buffer(scanner.get(), "hay", 3, &outcome), VOLE_OK);
+        EXPECT_EQ(outcome, expected);
+    }
+    small.struct_size = 0;
+    EXPECT_EQ(vole_scanner_set_limits(scanner.get(), &small), VOLE_E_ARGUMENT);
+    EXPECT_EQ(vole_scanner_set_limits(nullptr, nullptr), VOLE_E_ARGUMENT);
+}
+
 TEST_F(Outcomes, manyScannersShareSetsThatAreSwapped) {
     TempDir other;
     other.write("a.hdb", md5Record(kNeedle, "Other"));
