@@ -41,8 +41,8 @@ void append(std::vector<Item>& all, std::vector<Item>&& more, const MemberPath& 
 
 }  // namespace
 
-Inspection::Inspection(vole_signatures* signatures, const Settings& settings, ClientWatch::Client& client)
-    : _signatures(signatures), _settings(settings), _client(client) {}
+Inspection::Inspection(ScannerPool& scanners, const Settings& settings, ClientWatch::Client& client)
+    : _scanners(scanners), _settings(settings), _client(client) {}
 
 FileReport Inspection::inspect(const Message& message, BodyStore& body) {
     _report.path = message.url;
@@ -124,11 +124,12 @@ void Inspection::scan(const MemberPath& prefix, Layer layer, Scan call) {
         if (_report.reasons.size() < kMostListed) _report.reasons.push_back(std::move(*reason));
         return;
     }
-    const ScannerHandle scanner = makeScanner(_signatures, limitsLeft(), 0);
+    ScannerHandle scanner = _scanners.take(limitsLeft());
     _client.setScanner(scanner.get());
     const vole_error error = call(scanner.get());
     _client.setScanner(nullptr);
     absorb(reportOf(scanner.get(), "", error), prefix, layer);
+    if (error == VOLE_OK) _scanners.giveBack(std::move(scanner));
 }
 
 void Inspection::absorb(FileReport piece, const MemberPath& prefix, Layer layer) {

@@ -14,6 +14,7 @@
 #include "BodyStore.h"
 #include "ClientWatch.h"
 #include "FileReport.h"
+#include "ScannerPool.h"
 #include "Settings.h"
 #include "vole.h"
 
@@ -29,7 +30,7 @@ struct Message {
 class Inspection {
 public:
     // All of it must outlive this.
-    Inspection(vole_signatures* signatures, const Settings& settings, ClientWatch::Client& client);
+    Inspection(ScannerPool& scanners, const Settings& settings, ClientWatch::Client& client);
 
     FileReport inspect(const Message& message, BodyStore& body);
 
@@ -49,7 +50,7 @@ private:
     vole_limits limitsLeft() const;
     bool isDecided() const;
 
-    vole_signatures* const _signatures;
+    ScannerPool& _scanners;
     const Settings& _settings;
     ClientWatch::Client& _client;
     const std::chrono::steady_clock::time_point _start = std::chrono::steady_clock::now();

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <exception>
 #include <system_error>
+#include <utility>
 
 #include "JsonReport.h"
 #include "Server.h"
@@ -48,6 +49,9 @@ void appendLine(const std::string& path, const std::string& line) {
 }
 
 }  // namespace
+
+Service::Service(std::function<void(const std::string& tag)> onSet)
+    : _onSet(std::move(onSet)), _store([](const std::string& text) { log(LogLevel::error, text); }) {}
 
 void Service::apply(const SettingOption& option, std::span<const std::string_view> words) {
     try {

@@ -28,7 +28,7 @@ namespace icap {
 class Service {
 public:
     // Told, on any thread, of the tag of a set that has just been taken into use.
-    explicit Service(std::function<void(const std::string& tag)> onSet) : _onSet(std::move(onSet)) {}
+    explicit Service(std::function<void(const std::string& tag)> onSet);
 
     // One line of the configuration. What is wrong with it is kept for prepare(), and the service will not serve.
     void apply(const SettingOption& option, std::span<const std::string_view> words);

@@ -69,6 +69,11 @@ std::optional<std::size_t> reasonNamed(std::string_view name) {
     return std::nullopt;
 }
 
+Isolation isolation(Words words) {
+    if (words.size() == 1 && words.front() == "require") return Isolation::required;
+    return onOrOff(words) ? Isolation::on : Isolation::off;
+}
+
 // "REASON... " or "all"; later lines win over earlier ones.
 void setReasons(Settings& settings, Words words, bool blocked) {
     if (words.empty()) throw SettingError("reasons are wanted, or \"all\"");
@@ -91,6 +96,8 @@ constexpr SettingOption kOptions[] = {
      [](Settings& s, Words w) { s.strictLoad = onOrOff(w); }},
     {"WatchInterval", "Seconds between two looks at the folder for changes; 0: none",
      [](Settings& s, Words w) { s.watchInterval = seconds(w); }},
+    {"Isolate", "on: scan in processes that can do nothing else; require: or not at all",
+     [](Settings& s, Words w) { s.isolation = isolation(w); }},
     {"MaxSize", "Largest body that is looked into", [](Settings& s, Words w) { applyLimit(s, "max-size", w); }},
     {"MaxMember", "Largest archive member, unpacked", [](Settings& s, Words w) { applyLimit(s, "max-member", w); }},
     {"MaxTotal", "Bytes unpacked from one body", [](Settings& s, Words w) { applyLimit(s, "max-total", w); }},

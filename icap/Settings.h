@@ -27,6 +27,9 @@ constexpr std::size_t kReasonCodes = 64;  // More than the interface has, so tha
 // A reason of the service's own: a range of a larger file, which nobody can judge.
 constexpr std::string_view kPartialContent = "partial";
 
+// Whether contents are looked at in processes of their own: never, where the system allows it, or not at all elsewhere.
+enum class Isolation { off, on, required };
+
 struct Settings {
     Settings();
 
@@ -37,6 +40,7 @@ struct Settings {
     bool strictLoad = false;
     std::chrono::seconds watchInterval{0};  // Between two looks at the directory; 0: none.
 
+    Isolation isolation = Isolation::off;
     vole_limits limits = VOLE_LIMITS_INIT;
     std::uint64_t bodyMemory = 1024 * 1024;  // Bytes of one body that are kept in memory; the rest goes to a file.
     std::string tempDir;                     // For that file; empty: the server's.

@@ -61,7 +61,9 @@ std::shared_ptr<const SignatureSet> SignatureStore::load(const Settings& setting
     _loadedFiles = _seenFiles = filesOf(settings.patternDir);
     auto signatures = loadSignatures(settings.patternDir, settings.strictLoad ? VOLE_LOAD_STRICT : 0, note);
     std::string tag = tagOf(signatures.get(), settings);
-    auto next = std::make_shared<const SignatureSet>(SignatureSet{std::move(signatures), std::move(tag)});
+    auto scanners = std::make_unique<ScannerPool>(signatures.get(), settings, _warn);
+    auto next =
+        std::make_shared<const SignatureSet>(SignatureSet{std::move(signatures), std::move(tag), std::move(scanners)});
     std::shared_ptr<const SignatureSet> last;
     {
         const std::lock_guard lock(_mutex);

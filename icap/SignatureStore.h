@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "ScannerPool.h"
 #include "Settings.h"
 #include "VoleLibrary.h"
 
@@ -18,10 +19,13 @@ namespace icap {
 struct SignatureSet {
     SignaturesHandle signatures;
     std::string tag;  // 26 hexadecimal digits, the same for equal sets, limits and rules, on every machine.
+    std::unique_ptr<ScannerPool> scanners;
 };
 
 class SignatureStore {
 public:
+    explicit SignatureStore(ScannerPool::Warn warn) : _warn(std::move(warn)) {}
+
     // Null: none is loaded.
     std::shared_ptr<const SignatureSet> current() const;
 
@@ -36,6 +40,7 @@ public:
     bool hasSettledChange(const Settings& settings);
 
 private:
+    const ScannerPool::Warn _warn;
     mutable std::mutex _mutex;  // guards _current
     std::shared_ptr<const SignatureSet> _current;
     std::mutex _loading;  // guards what follows, and is held while loading

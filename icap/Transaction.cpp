@@ -64,7 +64,7 @@ Verdict Transaction::judgeBody() {
     Verdict verdict{Action::pass, "unseen", "", ""};
     try {
         if (_failure.empty() && !_passesUnseen) {
-            if (!isTooLarge()) report = Inspection(_set->signatures.get(), settings, _watched).inspect(_message, _body);
+            if (!isTooLarge()) report = Inspection(*_set->scanners, settings, _watched).inspect(_message, _body);
             verdict = judge(report, settings);
         }
     } catch (const std::exception& error) {
