@@ -12,6 +12,7 @@ from ._errors import (
     ClosedError,
     ErrorCode,
     InternalError,
+    IsolationError,
     NotFileError,
     NotFoundError,
     OutOfMemoryError,
@@ -19,6 +20,7 @@ from ._errors import (
     ScannerBusyError,
     SignaturesError,
     VoleError,
+    WorkerLostError,
 )
 from ._library import LIBRARY as _LIBRARY
 from ._library import text_of as _text_of
@@ -53,6 +55,7 @@ __all__ = [
     "Finding",
     "Form",
     "InternalError",
+    "IsolationError",
     "Kind",
     "Limits",
     "MemberPath",
@@ -70,6 +73,7 @@ __all__ = [
     "Signatures",
     "SignaturesError",
     "VoleError",
+    "WorkerLostError",
     "engine_version",
     "shown_path",
 ]

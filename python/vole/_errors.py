@@ -24,6 +24,8 @@ class ErrorCode(enum.IntEnum):
     SIGNATURES = 7
     BUSY = 8
     INTERNAL = 9
+    WORKER = 10
+    ISOLATION = 11
 
 
 class VoleError(Exception):
@@ -88,6 +90,18 @@ class InternalError(VoleError, RuntimeError):
     """A fault in the library."""
 
 
+class WorkerLostError(VoleError, RuntimeError):
+    """The worker of an isolated scanner was lost over this content. The scanner's next scan has another one."""
+
+    code = ErrorCode.WORKER
+
+
+class IsolationError(VoleError, RuntimeError):
+    """No worker can be started, or be kept from what it may not do."""
+
+    code = ErrorCode.ISOLATION
+
+
 _CLASSES: dict[int, type[VoleError]] = {
     kind.code: kind
     for kind in (
@@ -100,6 +114,8 @@ _CLASSES: dict[int, type[VoleError]] = {
         SignaturesError,
         ScannerBusyError,
         InternalError,
+        WorkerLostError,
+        IsolationError,
     )
 }
 _SYSTEM_ERRORS = {

@@ -14,6 +14,8 @@ LOAD_THREADS = 2
 SCAN_ALL_MATCHES = 1
 SCAN_SHALLOW = 2
 NO_OFFSET = 2**64 - 1
+WORKER_MEMORY = 1 << 30
+WORKER_GRACE_MS = 5000
 
 
 class LoadProblemStruct(ctypes.Structure):
@@ -50,6 +52,17 @@ class LimitsStruct(ctypes.Structure):
         ("max_depth", c_uint32),
         ("max_ratio", c_uint32),
         ("max_time_ms", c_uint64),
+    ]
+
+
+class IsolationStruct(ctypes.Structure):
+    _fields_ = [
+        ("struct_size", c_size_t),
+        ("worker", c_char_p),
+        ("max_memory", c_uint64),
+        ("grace_ms", c_uint64),
+        ("why", c_char_p),
+        ("why_size", c_size_t),
     ]
 
 
@@ -127,6 +140,10 @@ _FUNCTIONS: dict[str, tuple[Any, list[Any]]] = {
     "vole_signatures_id": (c_char_p, [c_void_p]),
     "vole_signatures_is_false_alarm": (c_int, [c_void_p, c_char_p]),
     "vole_scanner_new": (c_int, [c_void_p, POINTER(LimitsStruct), POINTER(c_void_p)]),
+    "vole_isolated_scanner_new": (
+        c_int,
+        [c_void_p, POINTER(LimitsStruct), POINTER(IsolationStruct), POINTER(c_void_p)],
+    ),
     "vole_scanner_free": (None, [c_void_p]),
     "vole_scanner_set_flags": (c_int, [c_void_p, c_uint32]),
     "vole_scanner_cancel": (None, [c_void_p]),
@@ -150,6 +167,7 @@ _LONG = {
     "vole_signatures_load",
     "vole_signatures_save",
     "vole_signatures_unref",
+    "vole_isolated_scanner_new",
     "vole_scanner_free",
     "vole_scan_path",
     "vole_scan_fd",

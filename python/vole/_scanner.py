@@ -14,7 +14,19 @@ from typing import TYPE_CHECKING, Any
 from ._buffers import bytes_in
 from ._callbacks import Caught, Stream
 from ._errors import ErrorCode, ScannerBusyError, error_of
-from ._library import EVENT_FN, LIBRARY, OK, SCAN_ALL_MATCHES, SCAN_SHALLOW, LimitsStruct, c_string
+from ._library import (
+    EVENT_FN,
+    LIBRARY,
+    OK,
+    SCAN_ALL_MATCHES,
+    SCAN_SHALLOW,
+    WORKER_GRACE_MS,
+    WORKER_MEMORY,
+    IsolationStruct,
+    LimitsStruct,
+    c_string,
+    text_of,
+)
 from ._owned import Owned
 from ._results import Copier, Event, Outcome, Result
 from ._signatures import Signatures
@@ -61,6 +73,10 @@ class Scanner(Owned):
     `shallow` scans read archives by their formats' rules only; others look for members wherever some unpacker may find
     them.
 
+    An `isolated` scanner has its contents looked at in a process that can do nothing else: whatever they do to the
+    engine costs that one scan, a WorkerLostError. It takes some milliseconds to make. IsolationError where the system
+    does not allow it.
+
     `on_event` is called on the scanning thread with what happens. It may not use the scanner, except to cancel it.
     What it raises ends the scan, and is raised by it; so is what signal handlers raise, Ctrl-C's for example, which run
     when a callback is called or the scan is over."""
@@ -72,6 +88,7 @@ class Scanner(Owned):
         *,
         all_matches: bool = False,
         shallow: bool = False,
+        isolated: bool = False,
         on_event: Callable[[Event], object] | None = None,
     ) -> None:
         if not isinstance(signatures, Signatures):
@@ -84,6 +101,7 @@ class Scanner(Owned):
         self.limits = limits if limits is not None else Limits()
         self.all_matches = all_matches
         self.shallow = shallow
+        self.isolated = isolated
         self._on_event = on_event
         self._scanning = False
         super().__init__(self._made(), LIBRARY.vole_scanner_free)
@@ -138,15 +156,30 @@ class Scanner(Owned):
     def _made(self) -> Any:
         handle = ctypes.c_void_p()
         limits = self.limits._struct()
+        why = ctypes.create_string_buffer(512)
         with self.signatures._lock:
             signatures = self.signatures._open()
-            self._check(LIBRARY.vole_scanner_new(signatures, ctypes.byref(limits), ctypes.byref(handle)))
+            if self.isolated:
+                isolation = IsolationStruct(
+                    ctypes.sizeof(IsolationStruct),
+                    None,
+                    WORKER_MEMORY,
+                    WORKER_GRACE_MS,
+                    ctypes.addressof(why),
+                    len(why),
+                )
+                code = LIBRARY.vole_isolated_scanner_new(
+                    signatures, ctypes.byref(limits), ctypes.byref(isolation), ctypes.byref(handle)
+                )
+            else:
+                code = LIBRARY.vole_scanner_new(signatures, ctypes.byref(limits), ctypes.byref(handle))
+        self._check(code, text_of(why.value))
         return handle
 
     @staticmethod
-    def _check(code: int) -> None:
+    def _check(code: int, text: str = "") -> None:
         if code != OK:
-            raise error_of(code)
+            raise error_of(code, text)
 
     def _scan(self, caught: Caught, function: Callable[..., int], *arguments: Any, filename: Any = None) -> Result:
         with self._turn() as handle, self._told(handle, caught):

@@ -10,6 +10,7 @@ import mmap
 import os
 import pathlib
 import re
+import resource
 import shutil
 import signal
 import subprocess
@@ -80,6 +81,8 @@ class Vole(unittest.TestCase):
             elif name == "limits":
                 self.assertEqual([getattr(vole.Limits(), field[0]) or 0 for field in library.LimitsStruct._fields_[1:]],
                                  [int(word) for word in words])
+            elif name == "isolation":
+                self.assertEqual([library.WORKER_MEMORY, library.WORKER_GRACE_MS], [int(word) for word in words])
             elif number := re.match("VOLE_(KIND|FORM|EVENT)_(.*)", name):
                 kind = {"KIND": vole.Kind, "FORM": vole.Form, "EVENT": vole.EventType}[number[1]]
                 self.assertEqual(kind[number[2]], int(words[0]))
@@ -89,7 +92,7 @@ class Vole(unittest.TestCase):
         for kind, name in (vole.Outcome, "outcome"), (vole.ReasonCode, "reason"):
             self.assertEqual({n: word for n, word in numbers[name].items() if word != "unknown"},
                              {member.value: member.word for member in kind})
-        self.assertEqual({*vole.ErrorCode}, {*numbers["error"]} - {0, 10})
+        self.assertEqual({*vole.ErrorCode}, {*numbers["error"]} - {0, 12})
         self.assertEqual([vole.Outcome(99), vole.ReasonCode(99), vole.Kind(99)],
                          [vole.Outcome.INCOMPLETE, vole.ReasonCode.UNSUPPORTED, vole.Kind.UNKNOWN])
         self.assertEqual(vole.__version__, vole.engine_version())
@@ -124,6 +127,32 @@ class Vole(unittest.TestCase):
                 self.assertEqual(told(self.scanner.scan_bytes(data)), answer, type(data))
         with open(self.folder / "gz", "rb") as file, mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ) as data:
             self.assertEqual(self.scanner.scan_bytes(data).counters.bytes_read, len(data))
+
+    def test_isolated_scanners_outlive_their_workers(self):
+        def kill(event):
+            if event.type == kill_at:
+                for stat in pathlib.Path("/proc").glob("[0-9]*/stat"):
+                    if re.match(rf"\d+ \(vole-worker\) . {os.getpid()} ", stat.read_text()):
+                        os.kill(int(stat.parent.name), signal.SIGKILL)
+
+        kill_at = None
+        archive = zipped("a", EICAR)
+        with vole.Scanner(self.set, isolated=True, on_event=kill) as scanner:
+            for _ in range(2):
+                for content, answer in (archive, FOUND + "@a"), (archive[:60], "incomplete truncated@a truncated"):
+                    self.assertEqual(told(scanner.scan_bytes(content)), answer)
+                    self.assertEqual(told(scanner.scan_file(Unseekable(content))), answer)
+                kill_at = vole.EventType.MEMBER_ENTERED
+                with self.assertRaisesRegex(vole.WorkerLostError, r"killed by signal 9 \(KILL\)") as caught:
+                    scanner.scan_bytes(archive)
+                self.assertIs(caught.exception.result.outcome, vole.Outcome.FAILED)
+                kill_at = None
+        limit = resource.getrlimit(resource.RLIMIT_NOFILE)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (3, limit[1]))
+        try:
+            self.assertRaisesRegex(vole.IsolationError, "Too many open files", vole.Scanner, self.set, isolated=True)
+        finally:
+            resource.setrlimit(resource.RLIMIT_NOFILE, limit)
 
     def test_sets_tell_of_problems_and_false_alarms(self):
         folder = shutil.copytree(STARTER, self.folder / "set")
