@@ -164,7 +164,7 @@ VOLE_API void vole_scanner_free(vole_scanner* scanner); /* Null is allowed. Not 
 /* How a scanner is isolated. */
 typedef struct vole_isolation {
     size_t struct_size;
-    const char* worker;  /* Path of the worker program; null: "libvole/vole-worker" in the library's folder. */
+    const char* worker;  /* Path of the worker program; null: "libvole1/vole-worker" in the library's folder. */
     uint64_t max_memory; /* Bytes of addresses that a worker may use besides what it starts with; 0: any number. */
     uint64_t grace_ms;   /* Milliseconds beyond max_time_ms after which it counts as hung; at most an hour. */
     char* why;           /* Of VOLE_E_ISOLATION, why, in English, cut off to fit and ended by a NUL; may be null. */
@@ -193,9 +193,8 @@ typedef struct vole_isolation {
 VOLE_API vole_error vole_isolated_scanner_new(vole_signatures* signatures, const vole_limits* limits,
                                               const vole_isolation* isolation, vole_scanner** scanner);
 
-/* Other limits for the scans that follow; null for the defaults. VOLE_E_BUSY from inside a scan. The max_depth and
- * max_time_ms of an isolated scanner can only be those that it was made with, or less: VOLE_E_ARGUMENT, and nothing
- * changed. */
+/* Other limits for the scans that follow; null for the defaults. VOLE_E_ARGUMENT, and nothing changed, for what
+ * vole_scanner_new() would refuse; VOLE_E_BUSY from inside a scan. */
 VOLE_API vole_error vole_scanner_set_limits(vole_scanner* scanner, const vole_limits* limits);
 
 /* Flags of a scanner. */

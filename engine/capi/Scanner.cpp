@@ -40,7 +40,6 @@ struct vole_scanner {
 
     std::unique_ptr<vole_signatures, Unref> signatures;
     ScanTerms terms;
-    vole_limits limitsAtFirst = VOLE_LIMITS_INIT;
     vole_result result;
     std::atomic<bool> busy = false;
     std::unique_ptr<isolation::IsolatedScans> isolated;  // Null for one that scans in this process.
@@ -121,7 +120,7 @@ vole_error newScanner(vole_signatures* signatures, const vole_limits* limits, vo
         const auto terms = capi::fromHost(limits, vole_limits VOLE_LIMITS_INIT);
         if (!terms) return VOLE_E_ARGUMENT;
         auto made = std::make_unique<vole_scanner>(signatures);
-        made->terms.limits = made->limitsAtFirst = *terms;
+        made->terms.limits = *terms;
         const vole_error error = complete(*made);
         if (error == VOLE_OK) *scanner = made.release();
         return error;
@@ -133,7 +132,7 @@ std::string ownWorker() {
     Dl_info library{};
     if (::dladdr(reinterpret_cast<const void*>(&vole_isolated_scanner_new), &library) == 0) return {};
     const std::string_view path = library.dli_fname;
-    return std::string(path.substr(0, path.rfind('/') + 1)) + "libvole/vole-worker";
+    return std::string(path.substr(0, path.rfind('/') + 1)) + "libvole1/vole-worker";
 }
 
 void tellWhy(const vole_isolation& isolation, std::string_view text) {
@@ -148,7 +147,6 @@ vole_error isolate(vole_scanner& scanner, const vole_isolation* isolation) {
     worker.program = wanted->worker ? std::string(wanted->worker) : ownWorker();
     worker.maxMemory = wanted->max_memory;
     worker.grace = std::chrono::milliseconds(std::min<std::uint64_t>(wanted->grace_ms, 3'600'000));
-    worker.limits = scanner.terms.limits;
     worker.set = isolation::imageOf(*scanner.signatures);
     if (!worker.set) {
         tellWhy(*wanted, "the signatures cannot be shared: " + ZOV_SPACE::systemErrorText());
@@ -160,9 +158,6 @@ vole_error isolate(vole_scanner& scanner, const vole_isolation* isolation) {
     if (error != VOLE_OK) tellWhy(*wanted, scanner.result.errorText);
     return error;
 }
-
-// Of limits for which 0 is none.
-bool isWithin(std::uint64_t limit, std::uint64_t most) { return most == 0 || (limit != 0 && limit <= most); }
 
 void setCancelled(vole_scanner* scanner, bool wanted) {
     if (!scanner) return;
@@ -195,15 +190,10 @@ vole_error vole_isolated_scanner_new(vole_signatures* signatures, const vole_lim
 void vole_scanner_free(vole_scanner* scanner) { const std::unique_ptr<vole_scanner> owner(scanner); }
 
 vole_error vole_scanner_set_limits(vole_scanner* scanner, const vole_limits* limits) {
-    if (!scanner) return VOLE_E_ARGUMENT;
     const auto terms = capi::fromHost(limits, vole_limits VOLE_LIMITS_INIT);
+    if (!scanner || !terms) return VOLE_E_ARGUMENT;
     const Turn turn(*scanner);
     if (!turn) return VOLE_E_BUSY;
-    // What watches the worker was set up with these two.
-    const vole_limits& most = scanner->limitsAtFirst;
-    const bool isTaken = terms && (!scanner->isolated || (isWithin(terms->max_depth, most.max_depth) &&
-                                                          isWithin(terms->max_time_ms, most.max_time_ms)));
-    if (!isTaken) return VOLE_E_ARGUMENT;
     scanner->terms.limits = *terms;
     return VOLE_OK;
 }

@@ -40,8 +40,11 @@ class ReplyReader {
 public:
     static constexpr std::size_t kMostBytes = std::size_t{256} << 20;
 
-    // `falseAlarms` is borrowed. Nothing lies deeper in archives than `deepest` levels.
-    ReplyReader(const FalseAlarms& falseAlarms, std::uint32_t deepest) : _falseAlarms(falseAlarms), _deepest(deepest) {}
+    // `falseAlarms` is borrowed.
+    explicit ReplyReader(const FalseAlarms& falseAlarms) : _falseAlarms(falseAlarms) {}
+
+    // From now on nothing lies deeper in archives than so many levels; at first, nothing lies in any.
+    void expect(std::uint32_t deepest) { _deepest = deepest; }
 
     // What came next.
     void append(std::span<const std::byte> bytes);
@@ -81,7 +84,7 @@ private:
     };
 
     const FalseAlarms& _falseAlarms;
-    std::uint32_t _deepest;
+    std::uint32_t _deepest = 0;
     std::vector<std::byte> _unread;
     std::size_t _position = 0;  // In what was appended.
     std::vector<Name> _names;   // Of the content whose result has not come yet.

@@ -34,7 +34,7 @@ WorkerLink::WorkerLink(WorkerTerms terms, const FalseAlarms& falseAlarms)
     : _terms(std::move(terms)),
       _inbox(SharedMemory<Inbox>::create("vole-inbox", SharedMemory<Inbox>::Writers::thisProcess)),
       _outbox(SharedMemory<Outbox>::create("vole-outbox", SharedMemory<Outbox>::Writers::everybody)),
-      _reader(falseAlarms, deepestName(_terms.limits)) {}
+      _reader(falseAlarms) {}
 
 bool WorkerLink::start() {
     int ends[2];
@@ -131,7 +131,8 @@ void WorkerLink::startClock(const Order& order) {
         return;
     }
     const bool scans = order.kind == OrderKind::scan;
-    const auto limit = milliseconds(std::min(_terms.limits.max_time_ms, kLongestTime));
+    _reader.expect(deepestName(order.limits));
+    const auto limit = milliseconds(std::min(order.limits.max_time_ms, kLongestTime));
     _patience = scans ? limit + (limit.count() == 0 ? milliseconds() : _terms.grace) : kStartTime;
     _results = (*_outbox)->results.load(std::memory_order_acquire);
     _contentsLeft = std::max<std::size_t>(order.itemCount, 1);

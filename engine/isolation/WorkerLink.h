@@ -30,7 +30,6 @@ struct WorkerTerms {
     std::string program;
     std::uint64_t maxMemory = 0;
     std::chrono::milliseconds grace{};  // How long an answer may come after its time limit.
-    vole_limits limits = VOLE_LIMITS_INIT;
     std::shared_ptr<const SetImage> set;
 };
 

@@ -13,6 +13,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -92,10 +93,17 @@ void changeUser() {
     require(::setresuid(user, user, user) == 0, "another user");
 }
 
+// Where there are none there may be no right to say so.
 void dropCapabilities() {
+    using Capabilities = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none{};
-    require(::syscall(SYS_capset, &header, none.data()) == 0, "no capabilities");
+    Capabilities held{};
+    const Capabilities none{};
+    const bool hasNone = ::syscall(SYS_capget, &header, held.data()) == 0 &&
+                         std::all_of(held.begin(), held.end(), [](const __user_cap_data_struct& word) {
+                             return (word.effective | word.permitted | word.inheritable) == 0;
+                         });
+    require(hasNone || ::syscall(SYS_capset, &header, none.data()) == 0, "no capabilities");
 }
 
 // --------------------------------------------------------------------------------------------------------- Landlock
@@ -176,9 +184,10 @@ scmp_arg_cmp hasBits(unsigned argument, std::uint64_t mask, std::uint64_t bits) 
 void enterFilter() {
     Filter filter;
     // What is open for it: contents, which are open for reading alone, its own temporary files, and the socket.
-    filter.allow({SCMP_SYS(read), SCMP_SYS(pread64), SCMP_SYS(preadv), SCMP_SYS(write), SCMP_SYS(pwrite64),
-                  SCMP_SYS(close), SCMP_SYS(ftruncate), SCMP_SYS(ftruncate64), SCMP_SYS(fallocate),
-                  SCMP_SYS(memfd_create), SCMP_SYS(fadvise64), SCMP_SYS(fadvise64_64)});
+    // Contents are read at positions, and never from where they stand, which may be the host's position, too.
+    filter.allow({SCMP_SYS(pread64), SCMP_SYS(preadv), SCMP_SYS(write), SCMP_SYS(pwrite64), SCMP_SYS(close),
+                  SCMP_SYS(ftruncate), SCMP_SYS(ftruncate64), SCMP_SYS(fallocate), SCMP_SYS(memfd_create),
+                  SCMP_SYS(fadvise64), SCMP_SYS(fadvise64_64)});
     filter.allowIf(SCMP_SYS(fcntl), {isEqual(1, F_DUPFD_CLOEXEC)});
     filter.allowIf(SCMP_SYS(fcntl64), {isEqual(1, F_DUPFD_CLOEXEC)});
     filter.allowIf(SCMP_SYS(ioctl), {isEqual(1, BLKGETSIZE64)});
