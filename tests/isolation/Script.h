@@ -1,0 +1,59 @@
+// Script.h: what the misbehaving worker does instead of scanning a content that begins with one of these words. The
+// rest of such a content is steps.
+#ifndef TESTS_ISOLATION_SCRIPT_H
+#define TESTS_ISOLATION_SCRIPT_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "Wire.h"
+
+namespace script {
+
+inline constexpr std::string_view kAtScan = "when it scans:", kAtStart = "when it starts:";
+
+enum class Step : std::uint32_t {
+    put,       // Appends these bytes to the outbox.
+    use,       // Says that the outbox has so many.
+    finish,    // Counts a content as done.
+    send,      // Sends these bytes as a bell.
+    sendFds,   // The same, with two descriptors.
+    listen,    // Waits for an order.
+    call,      // Makes a system call: its number, then arguments, of which some stand for addresses.
+    oldCall,   // The same, as 32-bit programs do.
+    crash,     // Writes where nothing is.
+    scribble,  // Writes to the inbox.
+    eat,       // Uses as much memory as it gets, up to 4 GiB.
+    spin,      // Does nothing for ever.
+    again,     // Begins anew.
+    end        // Is the last: what was in the inbox before may be behind it.
+};
+
+struct StepHead {
+    Step step;
+    std::uint32_t size;
+};
+
+template <class T>
+std::string raw(const T& value) {
+    static_assert(std::is_trivially_copyable_v<T>);
+    return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+inline std::string step(Step what, const std::string& with = "") {
+    return raw(StepHead{what, static_cast<std::uint32_t>(with.size())}) + with;
+}
+
+inline std::string put(const std::string& bytes) { return step(Step::put, bytes); }
+inline std::string call(long number, const std::string& arguments = "") {
+    return step(Step::call, std::to_string(number) + " " + arguments);
+}
+inline std::string ring(isolation::BellKind kind, std::uint32_t item = 0, std::uint32_t number = 0) {
+    return step(Step::send, raw(isolation::Bell{kind, item, number}));
+}
+
+}  // namespace script
+
+#endif  // TESTS_ISOLATION_SCRIPT_H

@@ -1,0 +1,190 @@
+// A worker that does what contents tell it to. It is the worker program itself, in its own sandbox, but for this: all
+// that it sends and receives goes through syscall(), which is wrapped here, and an order to scan a script does not come
+// back before the script has ended, and another order with it.
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <span>
+#include <sstream>
+#include <vector>
+
+#include "Script.h"
+#include "SharedMemory.h"
+
+extern "C" long __real_syscall(long, long, long, long, long, long, long);
+extern "C" long __wrap_syscall(long, long, long, long, long, long, long);
+
+namespace {
+
+using namespace isolation;
+using script::Step;
+
+const Inbox* inbox = nullptr;
+Outbox* outbox = nullptr;
+
+void send(std::string_view bytes, bool withFds) {
+    iovec piece{const_cast<char*>(bytes.data()), bytes.size()};
+    msghdr message{};
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))]{};
+    if (withFds) {
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+        rights->cmsg_level = SOL_SOCKET;
+        rights->cmsg_type = SCM_RIGHTS;
+        rights->cmsg_len = CMSG_LEN(2 * sizeof(int));
+        const int both[] = {STDIN_FILENO, STDOUT_FILENO};
+        std::memcpy(CMSG_DATA(rights), both, sizeof both);
+    }
+    __real_syscall(SYS_sendmsg, kSocketFd, reinterpret_cast<long>(&message), MSG_NOSIGNAL, 0, 0, 0);
+}
+
+void listen() {
+    Order order{};
+    iovec piece{&order, sizeof order};
+    msghdr message{};
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    if (__real_syscall(SYS_recvmsg, kSocketFd, reinterpret_cast<long>(&message), 0, 0, 0, 0) <= 0) ::_exit(0);
+}
+
+long oldCall(const long* words) {
+#ifdef __x86_64__
+    long result;
+    asm volatile("int $0x80"
+                 : "=a"(result)
+                 : "a"(words[0]), "b"(words[1]), "c"(words[2]), "d"(words[3])
+                 : "memory", "r8", "r9", "r10", "r11");
+    return result;
+#else
+    return __real_syscall(words[0], words[1], words[2], words[3], 0, 0, 0);
+#endif
+}
+
+long addressOf(const void* what) { return reinterpret_cast<long>(what); }
+
+// Words that are no numbers are text, but for "zeros", a page of them, "soon", a tenth of a second, "self", and "code",
+// what the oldest form of mmap() takes.
+void call(const std::string& text, bool oldWay) {
+    alignas(4096) static char zeros[4096]{};
+    static const long soon[] = {0, 100'000'000};
+    static const long code[] = {0, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0};
+    std::istringstream line(text);
+    static std::vector<std::string> texts;
+    texts.assign(std::istream_iterator<std::string>(line), {});
+    long words[7]{};
+    for (std::size_t i = 0; i < texts.size() && i < std::size(words); ++i) {
+        const std::string& word = texts[i];
+        const std::map<std::string, long> known{
+            {"zeros", addressOf(zeros)}, {"soon", addressOf(soon)}, {"code", addressOf(code)}, {"self", ::getpid()}};
+        const bool isNumber = word.find_first_not_of("-0123456789") == std::string::npos;
+        words[i] = known.contains(word) ? known.at(word) : isNumber ? std::stol(word) : addressOf(word.c_str());
+    }
+    if (oldWay) {
+        oldCall(words);
+    } else {
+        __real_syscall(words[0], words[1], words[2], words[3], words[4], words[5], words[6]);
+    }
+}
+
+// Ends by itself only if nothing keeps it from taking this much.
+[[noreturn]] void eat() {
+    constexpr std::size_t kPiece = std::size_t{1} << 20;
+    std::vector<std::unique_ptr<char[]>> pieces;
+    while (pieces.size() < 4096) {
+        pieces.push_back(std::make_unique_for_overwrite<char[]>(kPiece));
+        std::memset(pieces.back().get(), 'x', kPiece);
+    }
+    ::_exit(3);
+}
+
+void scribble() {
+    auto* const first = const_cast<char*>(inbox->bytes.data());
+    *static_cast<volatile char*>(first) = 'x';
+}
+
+void take(Step step, const std::string& with) {
+    if (step == Step::put) {
+        const std::uint32_t used = outbox->used.load();
+        std::memcpy(outbox->bytes.data() + used, with.data(), std::min(with.size(), outbox->bytes.size() - used));
+        outbox->used.store(used + static_cast<std::uint32_t>(with.size()));
+    } else if (step == Step::use) {
+        outbox->used.store(static_cast<std::uint32_t>(std::stoul(with)));
+    } else if (step == Step::finish) {
+        outbox->results.fetch_add(1);
+    } else if (step == Step::send || step == Step::sendFds) {
+        send(with, step == Step::sendFds);
+    } else if (step == Step::listen) {
+        listen();
+    } else if (step == Step::call || step == Step::oldCall) {
+        call(with, step == Step::oldCall);
+    } else if (step == Step::crash) {
+        *static_cast<volatile char*>(nullptr) = 'x';
+    } else if (step == Step::scribble) {
+        scribble();
+    } else if (step == Step::eat) {
+        eat();
+    } else if (step == Step::spin) {
+        for (volatile bool forever = true; forever;) {
+        }
+    }
+}
+
+void run(const std::string& steps) {
+    for (std::size_t at = 0; steps.size() - at >= sizeof(script::StepHead);) {
+        script::StepHead head;
+        std::memcpy(&head, steps.data() + at, sizeof head);
+        at += sizeof head;
+        if (head.step == Step::end || head.size > steps.size() - at) return;
+        take(head.step, steps.substr(at, head.size));
+        at = head.step == Step::again ? 0 : at + head.size;
+    }
+}
+
+// What the order is about, as far as a script is long.
+std::string contentOf(const Order& order, const msghdr& message) {
+    if (order.kind == OrderKind::start) return {inbox->bytes.data(), inbox->bytes.size()};
+    if (order.kind != OrderKind::scan) return {};
+    if (!order.hasFile) {
+        return {inbox->bytes.data() + order.items[0].offset, static_cast<std::size_t>(order.items[0].size)};
+    }
+    int file;
+    std::memcpy(&file, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof file);
+    std::string content(4096, '\0');
+    content.resize(static_cast<std::size_t>(std::max<ssize_t>(::pread(file, content.data(), content.size(), 0), 0)));
+    return content;
+}
+
+}  // namespace
+
+long __wrap_syscall(long number, long a, long b, long c, long d, long e, long f) {
+    if (number != SYS_recvmsg) return __real_syscall(number, a, b, c, d, e, f);
+    auto& message = *reinterpret_cast<msghdr*>(b);
+    const msghdr asked = message;
+    for (;;) {
+        const long result = __real_syscall(number, a, b, c, 0, 0, 0);
+        Order order;
+        if (result != sizeof order) return result;
+        std::memcpy(&order, message.msg_iov->iov_base, sizeof order);
+        const bool starts = order.kind == OrderKind::start;
+        if (starts) {
+            inbox = SharedMemory<const Inbox>::mapping(kInboxFd, PROT_READ);
+            outbox = SharedMemory<Outbox>::mapping(kOutboxFd, PROT_READ | PROT_WRITE);
+        }
+        const std::string content = contentOf(order, message);
+        const std::string_view word = starts ? script::kAtStart : script::kAtScan;
+        if (!content.starts_with(word)) return result;
+        run(content.substr(word.size()));
+        if (starts) return result;
+        message = asked;
+    }
+}
