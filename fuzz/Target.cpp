@@ -36,13 +36,26 @@ static void walkZipDeep(std::string_view input) {
 
 Target* findTarget(std::string_view name) {
     static const std::map<std::string_view, Target*> kTargets{
-        {"list", readList},          {"options", readOptionFile}, {"patterns", scanWithPatterns},
-        {"pe", compareCheckSums},    {"ppm", unpackPpm},          {"rar", walk<RarUnarchiver>},
-        {"rar20", unpackRar20},      {"rar29", unpackRar29},      {"scan_buffer", scanBuffer},
-        {"scan_file", scanWhole},    {"vm", runVmProgram},        {"zip", walk<ZipUnarchiver>},
-        {"rar_deep", walkRarDeep},   {"zip_deep", walkZipDeep},   {"streams", walkContainer},
-        {"tar", walkContainer},      {"deflate", inflateTwice},   {"vset", scanWithCompiledSet},
+        {"list", readList},
+        {"options", readOptionFile},
+        {"patterns", scanWithPatterns},
+        {"pe", compareCheckSums},
+        {"ppm", unpackPpm},
+        {"rar", walk<RarUnarchiver>},
+        {"rar20", unpackRar20},
+        {"rar29", unpackRar29},
+        {"scan_buffer", scanBuffer},
+        {"scan_file", scanWhole},
+        {"vm", runVmProgram},
+        {"zip", walk<ZipUnarchiver>},
+        {"rar_deep", walkRarDeep},
+        {"zip_deep", walkZipDeep},
+        {"streams", walkContainer},
+        {"tar", walkContainer},
+        {"deflate", inflateTwice},
+        {"vset", scanWithCompiledSet},
         {"check", checkFiles},
+        {"worker_reply", readReplies},
 #ifdef VOLE_FUZZ_HTTP_BODY
         {"http_body", readHttpBody},
 #endif

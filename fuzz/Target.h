@@ -12,7 +12,7 @@
 using Target = void(std::string_view input);
 
 Target readList, readOptionFile, scanWithPatterns, compareCheckSums, unpackPpm, unpackRar20, unpackRar29, scanWhole,
-    runVmProgram, scanBuffer, readHttpBody, walkContainer, scanWithCompiledSet, inflateTwice, checkFiles;
+    runVmProgram, scanBuffer, readHttpBody, walkContainer, scanWithCompiledSet, inflateTwice, checkFiles, readReplies;
 
 Target* findTarget(std::string_view name);  // Or null.
 
