@@ -81,7 +81,8 @@ void readReplies(std::string_view input) {
     FalseAlarms falseAlarms;
     falseAlarms.add("Allowed");
     for (const Next wanted : {Next::result, Next::event, Next::bytes, Next::text}) {
-        ReplyReader reader(falseAlarms, kDeepest);
+        ReplyReader reader(falseAlarms);
+        reader.expect(kDeepest);
         vole_result result;
         try {
             for (std::string_view rest = input.substr(1); !rest.empty();) {
