@@ -12,6 +12,7 @@
 
 class ShownContent : public vole_content {
 public:
+    // cppcheck-suppress uninitDerivedMemberVar ; it does not see that the copy initialises an aggregate's members
     explicit ShownContent(const vole_content& facts) : vole_content(facts) {}
     ShownContent(const ShownContent&) = delete;
     ShownContent& operator=(const ShownContent&) = delete;

@@ -18,7 +18,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
-#include <cstdio>
+#include <fstream>
 #include <initializer_list>
 #include <iterator>
 #include <limits>
@@ -60,9 +60,9 @@ void limitTo(int resource, std::uint64_t most, const char* what) {
 
 // Bytes of addresses in use.
 std::uint64_t addressesInUse() {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen("/proc/self/statm", "re"), &std::fclose);
-    unsigned long long pages = 0;
-    if (!file || std::fscanf(file.get(), "%llu", &pages) != 1) fail("addresses in use", errno);
+    std::ifstream file("/proc/self/statm");
+    std::uint64_t pages = 0;
+    if (!(file >> pages)) fail("addresses in use", ENOENT);
     return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
 }
 
