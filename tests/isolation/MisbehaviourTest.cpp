@@ -136,6 +136,7 @@ TEST_F(Misbehaviour, whatWorkersMayNotDoEndsThem) {
         {"code by the oldest way", call(SYS_mmap, "code 0 0")},
 #endif
         {"a write to what it is given", step(Step::scribble), kCrash},
+        {"one that it makes way for", call(SYS_mprotect, "inbox 4096 3") + step(Step::scribble), kCrash},
         {"a crash", step(Step::crash), kCrash},
     };
     const VoleScanner with = scanner();

@@ -193,6 +193,9 @@ TEST_F(SameResults, ofEveryWayToHandOverAContent) {
                                       scene::words(80'000),
                                       scene::zipOf({{"stored", scene::words(5'500'000), 0}, {"n", scene::kNeedle}})};
     for (const scene::Content& content : scene::contents()) contents.push_back(content.bytes);
+    ZipBuilder methods;
+    for (int method = 0; method < 100; ++method) methods.add({"m", "packed", method});
+    contents.push_back(methods.archive());
     std::vector<std::string> names;
     for (const std::string& content : contents) {
         SCOPED_TRACE(names.size());

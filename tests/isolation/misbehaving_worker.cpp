@@ -72,8 +72,8 @@ long oldCall(const long* words) {
 
 long addressOf(const void* what) { return reinterpret_cast<long>(what); }
 
-// Words that are no numbers are text, but for "zeros", a page of them, "soon", a tenth of a second, "self", and "code",
-// what the oldest form of mmap() takes.
+// Words that are no numbers are text, but for "zeros", a page of them, "soon", a tenth of a second, "inbox", "self",
+// and "code", what the oldest form of mmap() takes.
 void call(const std::string& text, bool oldWay) {
     alignas(4096) static char zeros[4096]{};
     static const long soon[] = {0, 100'000'000};
@@ -84,8 +84,11 @@ void call(const std::string& text, bool oldWay) {
     long words[7]{};
     for (std::size_t i = 0; i < texts.size() && i < std::size(words); ++i) {
         const std::string& word = texts[i];
-        const std::map<std::string, long> known{
-            {"zeros", addressOf(zeros)}, {"soon", addressOf(soon)}, {"code", addressOf(code)}, {"self", ::getpid()}};
+        const std::map<std::string, long> known{{"zeros", addressOf(zeros)},
+                                                {"soon", addressOf(soon)},
+                                                {"code", addressOf(code)},
+                                                {"inbox", addressOf(inbox)},
+                                                {"self", ::getpid()}};
         const bool isNumber = word.find_first_not_of("-0123456789") == std::string::npos;
         words[i] = known.contains(word) ? known.at(word) : isNumber ? std::stol(word) : addressOf(word.c_str());
     }
