@@ -46,7 +46,7 @@ bool WorkerLink::start() {
     const ZOV_SPACE::OwnFd others(ends[1]);
     (*_outbox)->used.store(0);
     _taken = 0;
-    _allowed = {};
+    _allowedFor = {};
     _isReady = false;
     _reader.clear();
     const int error = _process.start(_terms.program, {others.get(), _terms.set->fd(), _inbox->fd(), _outbox->fd()});
@@ -68,6 +68,7 @@ bool WorkerLink::start() {
 
 bool WorkerLink::beReady() {
     if (_isReady) return true;
+    _start = Clock::now();  // Nobody may have wanted it for long, and its word lies there.
     try {
         _isReady = wait().kind == BellKind::ready;
         if (_isReady) {
@@ -133,17 +134,20 @@ void WorkerLink::startClock(const Order& order) {
     const bool scans = order.kind == OrderKind::scan;
     _reader.expect(deepestName(order.limits));
     const auto limit = milliseconds(std::min(order.limits.max_time_ms, kLongestTime));
+    _start = now;
     _patience = scans ? limit + (limit.count() == 0 ? milliseconds() : _terms.grace) : kStartTime;
     _results = (*_outbox)->results.load(std::memory_order_acquire);
     _contentsLeft = std::max<std::size_t>(order.itemCount, 1);
     _cancelled = {};
-    giveTime(now);
+    if (scans) giveTime(now);
 }
 
 void WorkerLink::giveTime(Clock::time_point now) {
     constexpr milliseconds kSeldom{500};
     _start = now;
-    if (_patience.count() == 0 || now - _allowed < kSeldom) return;
+    const bool isAnew = _patience.count() != 0 && now - _allowed >= kSeldom;
+    if (_patience == _allowedFor && !isAnew) return;
+    _allowedFor = _patience;
     _allowed = now;
     _process.allowSeconds(static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::seconds>(_patience).count()));
 }

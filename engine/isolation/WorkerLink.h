@@ -83,12 +83,13 @@ private:
     bool _isReady = false;
     std::uint32_t _taken = 0;  // Of the outbox.
 
-    std::chrono::milliseconds _patience{};  // For each content; 0 for any time.
-    Clock::time_point _start{};             // Of the content at hand.
-    Clock::time_point _allowed{};           // When it got processor time.
-    Clock::time_point _bell{};              // The last one.
-    Clock::time_point _cancelled{};         // When it was seen that the scan is to end; the epoch before that.
-    std::uint32_t _results = 0;             // As it last stood in the outbox.
+    std::chrono::milliseconds _patience{};    // For each content; 0 for any time.
+    Clock::time_point _start{};               // Of the content at hand.
+    std::chrono::milliseconds _allowedFor{};  // For how long it got processor time; 0 for any time.
+    Clock::time_point _allowed{};             // When that was.
+    Clock::time_point _bell{};                // The last one.
+    Clock::time_point _cancelled{};           // When it was seen that the scan is to end; the epoch before that.
+    std::uint32_t _results = 0;               // As it last stood in the outbox.
     std::size_t _contentsLeft = 0;
 
     std::string _why;

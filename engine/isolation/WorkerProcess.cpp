@@ -113,7 +113,8 @@ void WorkerProcess::allowSeconds(std::uint64_t seconds) const {
     clockid_t clock{};
     timespec used{};
     if (::clock_getcpuclockid(_id, &clock) != 0 || ::clock_gettime(clock, &used) != 0) return;
-    const rlimit limit{static_cast<rlim_t>(used.tv_sec) + 1 + static_cast<rlim_t>(seconds), RLIM_INFINITY};
+    const rlim_t most = static_cast<rlim_t>(used.tv_sec) + 1 + static_cast<rlim_t>(seconds);
+    const rlimit limit{seconds == 0 ? RLIM_INFINITY : most, RLIM_INFINITY};
     ::prlimit(_id, RLIMIT_CPU, &limit, nullptr);
 }
 

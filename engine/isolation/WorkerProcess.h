@@ -34,7 +34,7 @@ public:
     // Readable once the process has ended.
     int endedFd() const { return _ended.get(); }
 
-    // Lets it use so much processor time from now on, in whole seconds; it ends by SIGXCPU beyond that.
+    // Lets it use so much processor time from now on, in whole seconds, 0 for any; it ends by SIGXCPU beyond that.
     void allowSeconds(std::uint64_t seconds) const;
 
     // Ends it, unless it has ended by itself, and waits for that. How it ended, "it was killed by signal 11 (SEGV)",
