@@ -165,7 +165,8 @@ VOLE_API void vole_scanner_free(vole_scanner* scanner); /* Null is allowed. Not 
 typedef struct vole_isolation {
     size_t struct_size;
     const char* worker;  /* Path of the worker program; null: "libvole1/vole-worker" in the library's folder. */
-    uint64_t max_memory; /* Bytes of addresses that a worker may use besides what it starts with; 0: any number. */
+    uint64_t max_memory; /* Bytes of addresses that a worker may use besides what it starts with; 0: any number.
+                          * Members that are kept in memory files do not count: max_total bounds these. */
     uint64_t grace_ms;   /* Milliseconds beyond max_time_ms after which it counts as hung; at most an hour. */
     char* why;           /* Of VOLE_E_ISOLATION, why, in English, cut off to fit and ended by a NUL; may be null. */
     size_t why_size;     /* Bytes that fit there. */

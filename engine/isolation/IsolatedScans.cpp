@@ -29,6 +29,7 @@ using ZOV_SPACE::OwnFd;
 
 constexpr const char* kNonsense = "it answered what makes no sense";
 constexpr unsigned kMostLostAtOnce = 3;  // Workers in a row; from then on the next one has to wait.
+constexpr int kMostStarts = 3;           // Of workers that end before they are ready.
 constexpr std::size_t kStreamInMemory = std::size_t{16} << 20;
 constexpr std::size_t kStreamPiece = std::size_t{256} << 10;
 
@@ -151,7 +152,15 @@ IsolatedScans::IsolatedScans(const vole_signatures& signatures, ScanTerms& terms
     if (_link.hasMemory()) _terms.cancelledAt = &_link.inbox().cancelled;
 }
 
-vole_error IsolatedScans::start() { return _link.hasMemory() && _link.start() ? VOLE_OK : notStarted(); }
+vole_error IsolatedScans::start() { return _link.hasMemory() && haveWorker(false) ? VOLE_OK : notStarted(); }
+
+// One that something ended before it was ready had no content, and says nothing of the next one.
+bool IsolatedScans::haveWorker(bool andReady) {
+    for (int tries = 0; tries == 0 || (tries < kMostStarts && _link.hadEnded()); ++tries) {
+        if ((_link.isRunning() || _link.start()) && (!andReady || _link.beReady())) return true;
+    }
+    return false;
+}
 
 vole_error IsolatedScans::notStarted() {
     _result.errorText = "no worker can be started: ";
@@ -304,16 +313,12 @@ bool IsolatedScans::tryTo(Step step) {
 }
 
 vole_error IsolatedScans::runWorker() {
-    vole_error error = VOLE_OK;
     // What ended one that had nothing to do was not the content that comes now.
     if (_link.isRunning() && _link.hasEnded()) _link.drop({});
-    if (!_link.isRunning()) {
-        pause();
-        error = start();
-    }
-    if (error == VOLE_OK && !_link.beReady()) error = notStarted();
-    if (error != VOLE_OK) ++_lostInARow;
-    return error;
+    if (!_link.isRunning()) pause();
+    if (haveWorker(true)) return VOLE_OK;
+    ++_lostInARow;
+    return notStarted();
 }
 
 void IsolatedScans::pause() const {

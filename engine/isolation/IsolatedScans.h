@@ -66,6 +66,7 @@ private:
     template <class Step>
     bool tryTo(Step step);
     vole_error runWorker();
+    bool haveWorker(bool andReady);
     vole_error notStarted();
     void pause() const;
     void converse(const Order& scanned, int fd, VolumesOf* volumes);

@@ -10,7 +10,7 @@
 //     start  (the set, both memories)   ->
 //                                       <-   ready
 //     scan   (up to kMostItems contents)->
-//                                       <-   full, event, volume, bytes: the scanner has to do something meanwhile,
+//                                       <-   full, event, volume, bytes, file: the scanner has to do something meanwhile,
 //     goOn, stop, read                  ->   and says that it did
 //                                       <-   done, with a result frame for each content in the outbox
 //
@@ -98,7 +98,8 @@ enum class BellKind : std::uint32_t {
     full,    // The outbox is; nothing is wanted but that it be read.
     event,   // There is an event frame, and the host is to be told.
     bytes,   // There is a bytes frame, as the scanner wanted.
-    volume   // A volume is wanted. Its descriptor comes with goOn; without one there is none.
+    volume,  // A volume is wanted. Its descriptor comes with goOn; without one there is none.
+    file     // A temporary file is wanted, which comes in the same way, and stays the worker's for all its scans.
 };
 
 struct Bell {
@@ -157,6 +158,10 @@ struct EventFrame {
 };
 
 static_assert(sizeof(FindingFrame) == 24 && sizeof(ResultFrame) == 64 && sizeof(EventFrame) == 64);
+
+// Temporary files that a worker may have, and bytes of one; the scanner watches what they take together.
+constexpr std::size_t kMostTemporaryFiles = 192;
+constexpr std::uint64_t kMostTemporaryBytes = std::uint64_t{1} << 31;
 
 // Bytes that one bytes frame may have.
 constexpr std::size_t kMostRead = std::size_t{64} << 10;

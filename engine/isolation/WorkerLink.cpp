@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -18,7 +19,7 @@ using std::chrono::milliseconds;
 
 constexpr const char* kNonsense = "it answered what makes no sense";
 constexpr milliseconds kStartTime{30'000};                 // For the program to be ready; the machine may be busy.
-constexpr milliseconds kGlance{200};                       // Between looks at what no descriptor tells of.
+constexpr milliseconds kGlance{50};                        // Between looks at what no descriptor tells of.
 constexpr milliseconds kEndTime{2'000};                    // From a closed socket to the process's end.
 constexpr std::uint64_t kLongestTime = 1'000'000'000'000;  // Milliseconds that are as good as any more.
 constexpr std::uint32_t kDeepestEver = 10'001;
@@ -26,6 +27,18 @@ constexpr std::uint32_t kDeepestEver = 10'001;
 // Levels that a name can lie deep: a member of the deepest archive that is opened is one below it.
 std::uint32_t deepestName(const vole_limits& limits) {
     return limits.max_depth == 0 ? kDeepestEver : std::min(limits.max_depth, kDeepestEver - 1) + 1;
+}
+
+// Bytes of temporary files that a scan may need at a time: all that it unpacks, one text that is as long as what it is
+// made of, and what is written before a limit is seen.
+std::uint64_t mostTemporary(const vole_limits& limits) {
+    constexpr std::uint64_t kMargin = std::uint64_t{64} << 20;
+    const auto bounded = [](std::uint64_t limit) {
+        return limit == 0 ? kMostTemporaryBytes : std::min(limit, kMostTemporaryBytes);
+    };
+    const std::uint64_t besides = std::max(bounded(limits.max_content), bounded(limits.max_member)) + kMargin;
+    const std::uint64_t most = kMostTemporaryFiles * kMostTemporaryBytes;
+    return limits.max_total == 0 || limits.max_total > most - besides ? most : limits.max_total + besides;
 }
 
 }  // namespace
@@ -48,6 +61,8 @@ bool WorkerLink::start() {
     _taken = 0;
     _allowedFor = {};
     _isReady = false;
+    _hadEnded = false;
+    _files.clear();
     _reader.clear();
     const int error = _process.start(_terms.program, {others.get(), _terms.set->fd(), _inbox->fd(), _outbox->fd()});
     if (error != 0) {
@@ -94,6 +109,7 @@ bool WorkerLink::hasEnded() const {
 void WorkerLink::drop(std::string why) {
     _process.end();
     _socket.reset();
+    _files.clear();
     _why = std::move(why);
 }
 
@@ -109,6 +125,7 @@ void WorkerLink::loseEnded() {
     }
     takeOutbox();
     std::string how = _process.end();
+    _hadEnded = true;
     lose(how.empty() ? "it closed its socket" : std::move(how));
 }
 
@@ -138,6 +155,7 @@ void WorkerLink::startClock(const Order& order) {
     _patience = scans ? limit + (limit.count() == 0 ? milliseconds() : _terms.grace) : kStartTime;
     _results = (*_outbox)->results.load(std::memory_order_acquire);
     _contentsLeft = std::max<std::size_t>(order.itemCount, 1);
+    _mostTemporary = mostTemporary(order.limits);
     _cancelled = {};
     if (scans) giveTime(now);
 }
@@ -169,8 +187,18 @@ Bell WorkerLink::wait() {
         if (received->size != sizeof bell) lose(kNonsense);
         takeOutbox();
         _bell = Clock::now();
-        return bell;
+        if (bell.kind != BellKind::file) return bell;
+        giveFile();
     }
+}
+
+// None, without memory or descriptors here, or when it has as many as it may.
+void WorkerLink::giveFile() {
+    Order order{};
+    order.kind = OrderKind::goOn;
+    ZOV_SPACE::OwnFd file = _files.size() < kMostTemporaryFiles ? memoryFile("vole-temporary") : ZOV_SPACE::OwnFd();
+    send(order, file.get());
+    if (file) _files.push_back(std::move(file));
 }
 
 void WorkerLink::takeOutbox() {
@@ -195,9 +223,23 @@ void WorkerLink::watchTime() {
     if (_patience.count() != 0 && now - _start > _patience) {
         lose("it did not answer within " + std::to_string(_patience.count()) + " ms");
     }
+    watchFiles(now);
     if (!(*_inbox)->cancelled.load(std::memory_order_relaxed)) return;
     if (_cancelled == Clock::time_point{}) _cancelled = now;
     if (now - _cancelled > _terms.grace) lose("it did not end its scan when it was told to");
+}
+
+// Whatever takes memory there is seen here, mapped or not: holes do not count.
+void WorkerLink::watchFiles(Clock::time_point now) {
+    if (_files.empty() || now - _weighed < kGlance) return;
+    _weighed = now;
+    constexpr std::uint64_t kBlock = 512;
+    std::uint64_t bytes = 0;
+    for (const auto& file : _files) {
+        struct stat status {};
+        if (::fstat(file.get(), &status) == 0) bytes += static_cast<std::uint64_t>(status.st_blocks) * kBlock;
+    }
+    if (bytes > _mostTemporary) lose("its temporary files took more memory than its limits allow");
 }
 
 }  // namespace isolation

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "FalseAlarms.h"
 #include "ReplyReader.h"
@@ -54,6 +55,8 @@ public:
     // Waits until it may do no more than scan. False, and it is gone, with a reason in whyNot().
     bool beReady();
     const std::string& whyNot() const { return _why; }
+    // Whether the last one was lost because its process had ended.
+    bool hadEnded() const { return _hadEnded; }
     // Ends it. `why` is what whyNot() says.
     void drop(std::string why);
 
@@ -71,6 +74,8 @@ private:
     void startClock(const Order& order);
     void giveTime(Clock::time_point now);
     void watchTime();
+    void watchFiles(Clock::time_point now);
+    void giveFile();
     [[noreturn]] void lose(std::string why);
     [[noreturn]] void loseEnded();
 
@@ -79,8 +84,10 @@ private:
     std::unique_ptr<SharedMemory<Outbox>> _outbox;
     ZOV_SPACE::OwnFd _socket;
     WorkerProcess _process;
+    std::vector<ZOV_SPACE::OwnFd> _files;  // The worker's temporary files, which it got from here.
     ReplyReader _reader;
     bool _isReady = false;
+    bool _hadEnded = false;
     std::uint32_t _taken = 0;  // Of the outbox.
 
     std::chrono::milliseconds _patience{};    // For each content; 0 for any time.
@@ -89,6 +96,8 @@ private:
     Clock::time_point _allowed{};             // When that was.
     Clock::time_point _bell{};                // The last one.
     Clock::time_point _cancelled{};           // When it was seen that the scan is to end; the epoch before that.
+    std::uint64_t _mostTemporary = 0;         // Bytes that the files may take together.
+    Clock::time_point _weighed{};             // When they were last looked at.
     std::uint32_t _results = 0;               // As it last stood in the outbox.
     std::size_t _contentsLeft = 0;
 

@@ -67,11 +67,10 @@ std::uint64_t addressesInUse() {
 }
 
 void limitResources(const SandboxTerms& terms) {
-    constexpr std::uint64_t kMostFile = std::uint64_t{1} << 31;  // Bytes; of temporary files, in memory.
     constexpr std::uint64_t kMostOpen = 256;
     limitTo(RLIMIT_CORE, 0, "no core files");
     limitTo(RLIMIT_NOFILE, kMostOpen, "limit on descriptors");
-    limitTo(RLIMIT_FSIZE, kMostFile, "limit on temporary files");
+    limitTo(RLIMIT_FSIZE, isolation::kMostTemporaryBytes, "limit on temporary files");
     std::signal(SIGXFSZ, SIG_IGN);  // Beyond it writing fails, which scans know how to tell.
     // Sanitizers reserve more addresses than anybody has memory.
     if (terms.maxMemory != 0 && !kSanitized) {
@@ -185,9 +184,8 @@ void enterFilter() {
     Filter filter;
     // What is open for it: contents, which are open for reading alone, its own temporary files, and the socket.
     // Contents are read at positions, and never from where they stand, which may be the host's position, too.
-    filter.allow({SCMP_SYS(pread64), SCMP_SYS(preadv), SCMP_SYS(write), SCMP_SYS(pwrite64), SCMP_SYS(close),
-                  SCMP_SYS(ftruncate), SCMP_SYS(ftruncate64), SCMP_SYS(fallocate), SCMP_SYS(memfd_create),
-                  SCMP_SYS(fadvise64), SCMP_SYS(fadvise64_64)});
+    filter.allow({SCMP_SYS(pread64), SCMP_SYS(preadv), SCMP_SYS(pwrite64), SCMP_SYS(close), SCMP_SYS(ftruncate),
+                  SCMP_SYS(ftruncate64), SCMP_SYS(fallocate), SCMP_SYS(fadvise64), SCMP_SYS(fadvise64_64)});
     filter.allowIf(SCMP_SYS(fcntl), {isEqual(1, F_DUPFD_CLOEXEC)});
     filter.allowIf(SCMP_SYS(fcntl64), {isEqual(1, F_DUPFD_CLOEXEC)});
     filter.allowIf(SCMP_SYS(ioctl), {isEqual(1, BLKGETSIZE64)});
@@ -198,11 +196,8 @@ void enterFilter() {
     // Where all socket calls share one, the library cannot tell descriptors apart. There is no other socket.
     filter.allow({SCMP_SYS(sendmsg), SCMP_SYS(recvmsg)});
 #endif
-    // The status of what is open, which has become that of a path relative to it.
+    // The status of what is open: see Fstat.cpp.
     filter.allow({SCMP_SYS(fstat), SCMP_SYS(fstat64)});
-    filter.allowIf(SCMP_SYS(newfstatat), {hasBits(3, AT_EMPTY_PATH, AT_EMPTY_PATH)});
-    filter.allowIf(SCMP_SYS(fstatat64), {hasBits(3, AT_EMPTY_PATH, AT_EMPTY_PATH)});
-    filter.allowIf(SCMP_SYS(statx), {hasBits(2, AT_EMPTY_PATH, AT_EMPTY_PATH)});
     // Memory, none of which can be executed.
     filter.allow({SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise)});
     // Where there are two ways to map, the older one has its arguments in memory, where a filter does not see them.
@@ -214,13 +209,15 @@ void enterFilter() {
     filter.allow({SCMP_SYS(clock_gettime), SCMP_SYS(clock_gettime64), SCMP_SYS(gettimeofday), SCMP_SYS(getrandom),
                   SCMP_SYS(futex), SCMP_SYS(futex_time64), SCMP_SYS(restart_syscall), SCMP_SYS(exit),
                   SCMP_SYS(exit_group)});
-    // abort().
+    // abort(), and what the libraries write to standard error before, which is /dev/null.
+    filter.allowIf(SCMP_SYS(write), {isEqual(0, STDERR_FILENO)});
+    filter.allowIf(SCMP_SYS(writev), {isEqual(0, STDERR_FILENO)});
     filter.allow({SCMP_SYS(rt_sigprocmask), SCMP_SYS(getpid), SCMP_SYS(gettid)});
     filter.allowIf(SCMP_SYS(tgkill), {isEqual(0, static_cast<std::uint64_t>(::getpid())), isEqual(2, SIGABRT)});
     if (kSanitized) {
         // Whether an address can be read they find out by writing from there to a pipe.
         filter.allow({SCMP_SYS(sched_yield), SCMP_SYS(clock_nanosleep), SCMP_SYS(nanosleep), SCMP_SYS(sigaltstack),
-                      SCMP_SYS(pipe), SCMP_SYS(pipe2)});
+                      SCMP_SYS(pipe), SCMP_SYS(pipe2), SCMP_SYS(write)});
     }
     filter.enter();
 }

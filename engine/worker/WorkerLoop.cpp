@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "ContentSource.h"
@@ -41,10 +43,38 @@ void ring(const Bell& bell) {
     if (!isolation::sendMessage(isolation::kSocketFd, bell, -1, isolation::Waiting::yes)) leave(EXIT_FAILURE);
 }
 
+namespace {
+
+// Rings, and waits for the answer.
+Order ask(const Bell& bell, OwnFd& file) {
+    ring(bell);
+    return nextOrder(file);
+}
+
+Order ask(BellKind kind) {
+    OwnFd none;
+    return ask({kind, 0, 0}, none);
+}
+
+}  // namespace
+
+OwnFd TemporaryFiles::take() {
+    if (_idleCount > 0) return std::move(_idle[--_idleCount]);
+    OwnFd file;
+    ask({BellKind::file, 0, 0}, file);
+    if (!file) errno = EMFILE;
+    return file;
+}
+
+void TemporaryFiles::giveBack(OwnFd file) noexcept {
+    if (_idleCount < _idle.size() && ::ftruncate(file.get(), 0) == 0) _idle[_idleCount++] = std::move(file);
+}
+
 WorkerLoop::WorkerLoop(const vole_signatures& signatures, const isolation::Inbox& inbox, isolation::Outbox& outbox)
     : _signatures(signatures), _inbox(inbox), _writer(outbox, [this] { ask(BellKind::full); }) {
     _terms.cancelledAt = &inbox.cancelled;
     _terms.context = this;
+    ZOV_SPACE::takeAnonymousFilesFrom(&_files);
 }
 
 void WorkerLoop::run() {
@@ -104,16 +134,6 @@ void WorkerLoop::scanItems(const Order& order) {
         const std::chrono::microseconds spent(order.spentUs);
         _writer.result(capi::runScan(_signatures, _terms, _result, open, spent), _result);
     }
-}
-
-Order WorkerLoop::ask(const Bell& bell, OwnFd& file) {
-    ring(bell);
-    return nextOrder(file);
-}
-
-Order WorkerLoop::ask(BellKind kind) {
-    OwnFd none;
-    return ask({kind, 0, 0}, none);
 }
 
 void WorkerLoop::lookBeside(ReportingScan& scan, const Order& order, std::uint32_t item) {

@@ -5,6 +5,8 @@
 #ifndef ENGINE_WORKER_WORKERLOOP_H
 #define ENGINE_WORKER_WORKERLOOP_H
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string_view>
@@ -15,6 +17,7 @@
 #include "Result.h"
 #include "Signatures.h"
 #include "Wire.h"
+#include "io/FileIo.h"
 #include "io/OwnFd.h"
 #include "vole.h"
 
@@ -26,6 +29,17 @@ isolation::Order nextOrder(ZOV_SPACE::OwnFd& file);
 // Tells the scanner.
 void ring(const isolation::Bell& bell);
 
+// The scanner's files, which are kept for the next one who wants one.
+class TemporaryFiles final : public ZOV_SPACE::AnonymousFiles {
+public:
+    ZOV_SPACE::OwnFd take() override;
+    void giveBack(ZOV_SPACE::OwnFd file) noexcept override;
+
+private:
+    std::array<ZOV_SPACE::OwnFd, isolation::kMostTemporaryFiles> _idle;
+    std::size_t _idleCount = 0;
+};
+
 class WorkerLoop {
 public:
     WorkerLoop(const vole_signatures& signatures, const isolation::Inbox& inbox, isolation::Outbox& outbox);
@@ -36,14 +50,13 @@ private:
     void scan(const isolation::Order& order, const ZOV_SPACE::OwnFd& file);
     void scanFile(const isolation::Order& order, const ZOV_SPACE::OwnFd& file);
     void scanItems(const isolation::Order& order);
-    isolation::Order ask(const isolation::Bell& bell, ZOV_SPACE::OwnFd& file);
-    isolation::Order ask(isolation::BellKind kind);
     void lookBeside(ReportingScan& scan, const isolation::Order& order, std::uint32_t item);
     bool tell(const vole_event& event);
 
     const vole_signatures& _signatures;
     const isolation::Inbox& _inbox;
     isolation::ReplyWriter _writer;
+    TemporaryFiles _files;
     ScanTerms _terms;
     vole_result _result;
 };

@@ -30,7 +30,6 @@ void prepare(const Order& order, vole_signatures& signatures) {
     }
     compiled::mapSet(kSetFd, false, signatures);
     ::close(kSetFd);
-    ZOV_SPACE::keepAnonymousFilesInMemory();
     worker::enterSandbox({order.maxMemory});
 }
 

@@ -89,6 +89,9 @@ TEST_F(Misbehaviour, whatWorkersMayNotDoEndsThem) {
         {"open", call(SYS_open, "/etc/passwd 0")},
         {"openat", call(SYS_openat, "-100 /etc/passwd 0")},
         {"the status of a path", call(SYS_stat, "/etc/passwd zeros")},
+        {"the newest way to it", call(SYS_statx, "-100 /etc/passwd 4096 0 zeros")},
+        {"the same of a descriptor", call(SYS_statx, "3 zeros 4096 0 zeros")},
+        {"memory of its own", call(SYS_memfd_create, "zeros 0")},
         {"socket", call(SYS_socket, "1 1 0")},
         {"connect", call(SYS_connect, "3 zeros 16")},
         {"bind", call(SYS_bind, "3 zeros 16")},
@@ -128,11 +131,13 @@ TEST_F(Misbehaviour, whatWorkersMayNotDoEndsThem) {
         {"another filter", call(SYS_seccomp, "1 0 zeros")},
         {"a call that will be made one day", call(4000)},
 #ifdef __x86_64__
+        {"the status of a descriptor and a path", call(SYS_newfstatat, "3 zeros zeros 4096")},
         {"sendmsg to another", call(SYS_sendmsg, "0 zeros 0")},
         {"sendmsg to what only looks like the socket", call(SYS_sendmsg, "4294967299 zeros 0")},
         {"a call as 32-bit programs make it", step(Step::oldCall, "5 /etc/passwd 0")},
         {"one as small 64-bit programs do", call(0x40000002, "/etc/passwd 0")},
 #else
+        {"the status of a descriptor and a path", call(SYS_fstatat64, "3 zeros zeros 4096")},
         {"code by the oldest way", call(SYS_mmap, "code 0 0")},
 #endif
         {"a write to what it is given", step(Step::scribble), kCrash},
@@ -145,7 +150,29 @@ TEST_F(Misbehaviour, whatWorkersMayNotDoEndsThem) {
         SCOPED_TRACE(row.why);
         expectLost(with.get(), row.steps, row.how);
     }
-    if (!kSanitized) expectLost(with.get(), step(Step::eat), "it was killed by signal 6 (ABRT)");
+    if (kSanitized) return;
+    expectLost(with.get(), call(SYS_write, "3 zeros 1"), kForbidden);
+    limits.max_time_ms = 30'000;  // Memory comes slowly where there is much to do.
+    expectLost(scanner().get(), step(Step::eat), "it was killed by signal 6 (ABRT)");
+}
+
+// The first one is descriptor 4; the signatures have 5.
+TEST_F(Misbehaviour, temporaryFilesTakeNoMoreThanLimitsAllow) {
+    constexpr const char* k16MiB = sizeof(long) == 4 ? " 0 0 0 16777216 0" : " 0 0 16777216";
+    const std::string file = ring(BellKind::file) + step(Step::listen);
+    limits.max_content = limits.max_member = limits.max_total = 100'000;
+    const VoleScanner with = scanner();
+    std::string steps = file;
+    for (int fd = 6; fd < 11; ++fd) steps += file + call(SYS_fallocate, std::to_string(fd) + k16MiB);
+    expectLost(with.get(), steps + kSleep, "its temporary files took more memory than its limits allow");
+    const auto isGood = [&] { return toldOf(with.get(), std::string(kAtScan) + steps + kNap + kGood) == "clean"; };
+    const std::string before = possessions();
+    steps = file + call(SYS_fallocate, std::string("4") + k16MiB);
+    EXPECT_TRUE(isGood());
+    steps.clear();
+    for (int i = 0; i < 300; ++i) steps += file + call(SYS_close, i == 0 ? "6" : "4");
+    EXPECT_TRUE(isGood());
+    EXPECT_EQ(std::stoul(possessions()), std::stoul(before) + kMostTemporaryFiles);
 }
 
 TEST_F(Misbehaviour, answersThatMakeNoSenseAreNone) {
@@ -159,7 +186,7 @@ TEST_F(Misbehaviour, answersThatMakeNoSenseAreNone) {
     } rows[] = {
         {"a bell that is too short", step(Step::send, "abc")},
         {"a bell that is too long", step(Step::send, std::string(100, '\0'))},
-        {"a bell of no kind", ring(BellKind(7))},
+        {"a bell of no kind", ring(BellKind(8))},
         {"ready once more", ring(BellKind::ready)},
         {"failed", put(frame(FrameKind::text, 'x')) + ring(BellKind::failed)},
         {"bytes that nobody wants", put(frame(FrameKind::bytes, 'x')) + ring(BellKind::bytes)},
@@ -323,6 +350,11 @@ TEST_F(Misbehaviour, deathsCostOneContentAtAnyTime) {
     EXPECT_EQ(why, "no worker can be started: /nonexistent/worker: No such file or directory");
     EXPECT_FALSE(isolatedScanner(set, "/bin/true", limits, 0, &why));
     EXPECT_EQ(why, "no worker can be started: it ended with status 0");
+    // One that ended at its start is no reason to go without.
+    const std::string dies = files.write("dies", "#!/bin/sh\nmkdir " + files.path().string() + "/once && kill -9 $$\nexec " +
+                                                     VOLE_TEST_WORKER);
+    std::filesystem::permissions(dies, std::filesystem::perms::owner_all);
+    EXPECT_EQ(toldOf(isolatedScanner(set, dies.c_str(), limits, 100).get(), "needle"), "found Needle=md5,raw");
 }
 
 TEST_F(Misbehaviour, volumesAreOnlyThoseThatLieBeside) {

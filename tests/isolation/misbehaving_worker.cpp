@@ -48,12 +48,16 @@ void send(std::string_view bytes, bool withFds) {
     __real_syscall(SYS_sendmsg, kSocketFd, reinterpret_cast<long>(&message), MSG_NOSIGNAL, 0, 0, 0);
 }
 
+// What comes with the order stays open.
 void listen() {
     Order order{};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
     iovec piece{&order, sizeof order};
     msghdr message{};
     message.msg_iov = &piece;
     message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
     if (__real_syscall(SYS_recvmsg, kSocketFd, reinterpret_cast<long>(&message), 0, 0, 0, 0) <= 0) ::_exit(0);
 }
 

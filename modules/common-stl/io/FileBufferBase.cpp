@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "BufferSupport.h"
 #include "io/FileIo.h"
@@ -35,6 +36,7 @@ FileBufferBase::FileBufferBase(const char* dir) : _path(dir ? dir : "") { _init(
 
 FileBufferBase::~FileBufferBase() {
     if (_created) ::unlink(_path.c_str());
+    if (_path.empty()) releaseAnonymousFile(std::move(_file));
 }
 
 void FileBufferBase::_init() {

@@ -1,11 +1,11 @@
 #include "io/FileIo.h"
 
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <utility>
 
 #include "NoCancel.h"
 
@@ -14,7 +14,7 @@ namespace {
 
 constexpr mode_t kPrivateMode = S_IRUSR | S_IWUSR;
 
-std::atomic<bool> anonymousFilesAreInMemory = false;
+std::atomic<AnonymousFiles*> anonymousFiles = nullptr;
 
 bool wroteAll(std::int64_t count, std::size_t n) {
     if (count == static_cast<std::int64_t>(n)) return true;
@@ -69,7 +69,7 @@ OwnFd createTemporaryFile(char* path) {
 }
 
 OwnFd createAnonymousFile() {
-    if (anonymousFilesAreInMemory) return OwnFd(::memfd_create("vole-temporary", MFD_CLOEXEC));
+    if (AnonymousFiles* const files = anonymousFiles) return files->take();
     if (OwnFd file = openFile("/tmp", O_TMPFILE | O_RDWR, kPrivateMode)) return file;
     char path[] = "/tmp/XXXXXX";  // The file system has no unnamed files.
     OwnFd file = createTemporaryFile(path);
@@ -77,6 +77,10 @@ OwnFd createAnonymousFile() {
     return file;
 }
 
-void keepAnonymousFilesInMemory() { anonymousFilesAreInMemory = true; }
+void releaseAnonymousFile(OwnFd file) noexcept {
+    if (AnonymousFiles* const files = anonymousFiles; files && file) files->giveBack(std::move(file));
+}
+
+void takeAnonymousFilesFrom(AnonymousFiles* files) { anonymousFiles = files; }
 
 }  // namespace ZOV_SPACE

@@ -54,8 +54,18 @@ OwnFd openFileAt(int directory, const char* path, int flags, mode_t mode = 0);
 OwnFd createTemporaryFile(char* path);
 // The same in /tmp without a name: it is gone once it is closed.
 OwnFd createAnonymousFile();
-// From now on those are in memory, in the whole process: for one that may not open files.
-void keepAnonymousFilesInMemory();
+// Its end: whoever has one gives it back here rather than closing it.
+void releaseAnonymousFile(OwnFd file) noexcept;
+
+// Where anonymous files come from in a process that may not make any.
+class AnonymousFiles {
+public:
+    virtual ~AnonymousFiles() = default;
+    virtual OwnFd take() = 0;  // An empty one.
+    virtual void giveBack(OwnFd file) noexcept = 0;
+};
+// From now on, in the whole process; null for the system's. Borrowed.
+void takeAnonymousFilesFrom(AnonymousFiles* files);
 
 }  // namespace ZOV_SPACE
 
