@@ -10,8 +10,8 @@
 //     start  (the set, both memories)   ->
 //                                       <-   ready
 //     scan   (up to kMostItems contents)->
-//                                       <-   full, event, volume, bytes, file: the scanner has to do something meanwhile,
-//     goOn, stop, read                  ->   and says that it did
+//                                       <-   full, event, volume, bytes, file: the scanner has to do something
+//     goOn, stop, read                  ->   meanwhile, and says that it did
 //                                       <-   done, with a result frame for each content in the outbox
 //
 // With every bell the worker has written what it wants read, and writes no more until it is answered. The scanner
@@ -99,7 +99,7 @@ enum class BellKind : std::uint32_t {
     event,   // There is an event frame, and the host is to be told.
     bytes,   // There is a bytes frame, as the scanner wanted.
     volume,  // A volume is wanted. Its descriptor comes with goOn; without one there is none.
-    file     // A temporary file is wanted, which comes in the same way, and stays the worker's for all its scans.
+    file     // A temporary file is wanted, which comes in the same way. Behind done nothing can be written to it.
 };
 
 struct Bell {
@@ -159,7 +159,7 @@ struct EventFrame {
 
 static_assert(sizeof(FindingFrame) == 24 && sizeof(ResultFrame) == 64 && sizeof(EventFrame) == 64);
 
-// Temporary files that a worker may have, and bytes of one; the scanner watches what they take together.
+// Temporary files that a worker may have at a time, and bytes of one. The scanner watches what they take together.
 constexpr std::size_t kMostTemporaryFiles = 192;
 constexpr std::uint64_t kMostTemporaryBytes = std::uint64_t{1} << 31;
 

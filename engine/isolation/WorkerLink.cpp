@@ -1,8 +1,10 @@
 #include "WorkerLink.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -187,6 +189,7 @@ Bell WorkerLink::wait() {
         if (received->size != sizeof bell) lose(kNonsense);
         takeOutbox();
         _bell = Clock::now();
+        if (bell.kind == BellKind::done) takeFilesBack();
         if (bell.kind != BellKind::file) return bell;
         giveFile();
     }
@@ -199,6 +202,17 @@ void WorkerLink::giveFile() {
     ZOV_SPACE::OwnFd file = _files.size() < kMostTemporaryFiles ? memoryFile("vole-temporary") : ZOV_SPACE::OwnFd();
     send(order, file.get());
     if (file) _files.push_back(std::move(file));
+}
+
+// The worker may still have them, and nobody looks at what they take until the next scan. So they stay empty.
+void WorkerLink::takeFilesBack() {
+    for (const auto& file : _files) {
+        const bool isEmpty = ::ftruncate(file.get(), 0) == 0;
+        if (!isEmpty || ::fcntl(file.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SEAL) != 0) {
+            lose("its temporary files cannot be taken back: " + ZOV_SPACE::systemErrorText());
+        }
+    }
+    _files.clear();
 }
 
 void WorkerLink::takeOutbox() {

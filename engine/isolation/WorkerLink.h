@@ -76,6 +76,7 @@ private:
     void watchTime();
     void watchFiles(Clock::time_point now);
     void giveFile();
+    void takeFilesBack();
     [[noreturn]] void lose(std::string why);
     [[noreturn]] void loseEnded();
 
@@ -84,7 +85,7 @@ private:
     std::unique_ptr<SharedMemory<Outbox>> _outbox;
     ZOV_SPACE::OwnFd _socket;
     WorkerProcess _process;
-    std::vector<ZOV_SPACE::OwnFd> _files;  // The worker's temporary files, which it got from here.
+    std::vector<ZOV_SPACE::OwnFd> _files;  // That the worker keeps members in; made here.
     ReplyReader _reader;
     bool _isReady = false;
     bool _hadEnded = false;

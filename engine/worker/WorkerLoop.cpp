@@ -70,6 +70,10 @@ void TemporaryFiles::giveBack(OwnFd file) noexcept {
     if (_idleCount < _idle.size() && ::ftruncate(file.get(), 0) == 0) _idle[_idleCount++] = std::move(file);
 }
 
+void TemporaryFiles::close() {
+    while (_idleCount > 0) _idle[--_idleCount].reset();
+}
+
 WorkerLoop::WorkerLoop(const vole_signatures& signatures, const isolation::Inbox& inbox, isolation::Outbox& outbox)
     : _signatures(signatures), _inbox(inbox), _writer(outbox, [this] { ask(BellKind::full); }) {
     _terms.cancelledAt = &inbox.cancelled;
@@ -83,6 +87,7 @@ void WorkerLoop::run() {
         const Order order = nextOrder(file);
         if (order.kind != OrderKind::scan) leave(EXIT_FAILURE);
         scan(order, file);
+        _files.close();
         ring({BellKind::done, 0, 0});
     }
 }

@@ -29,11 +29,12 @@ isolation::Order nextOrder(ZOV_SPACE::OwnFd& file);
 // Tells the scanner.
 void ring(const isolation::Bell& bell);
 
-// The scanner's files, which are kept for the next one who wants one.
+// The scanner's files, which are kept for the next member that needs one until the scanner wants them back.
 class TemporaryFiles final : public ZOV_SPACE::AnonymousFiles {
 public:
     ZOV_SPACE::OwnFd take() override;
     void giveBack(ZOV_SPACE::OwnFd file) noexcept override;
+    void close();
 
 private:
     std::array<ZOV_SPACE::OwnFd, isolation::kMostTemporaryFiles> _idle;
