@@ -176,11 +176,6 @@ TEST_F(Outcomes, volumesAreReadWhereTheyLieBesideAPath) {
 TEST_F(Outcomes, limitsAreToldWhereTheyAreMet) {
     const ZipMember hay{"hay", kHay}, large{"large", std::string(5000, 'l')}, needle{"n", kNeedle};
     const ZipMember liar{"liar", std::string(5000, 'l'), 8, 0, 0, {}, {}, {}, 10U};
-    const auto limits = [](auto vole_limits::*field, unsigned value) {
-        vole_limits made = VOLE_LIMITS_INIT;
-        made.*field = value;
-        return made;
-    };
     const std::string nested = zipOf({{"a", zipOf({{"b", zipOf({needle})}})}});
     const struct {
         const char* why;
@@ -219,19 +214,6 @@ TEST_F(Outcomes, allMatchesAreReportedOnRequest) {
               "Second=md5,normalised@in/both "
               "First=md5,normalised@in/both");
 }
-
-// What a host hears, and what it does about it.
-struct Ear {
-    std::string heard;
-    std::function<int(const vole_event&)> react = [](const vole_event&) { return 0; };
-
-    static int hear(void* context, const vole_event* event) {
-        Ear& ear = *static_cast<Ear*>(context);
-        static constexpr const char* kSigns[] = {"", ">", "<", "!", "?", ".", "=", "+", "-"};
-        ear.heard += kSigns[event->type] + textOf(event->member) + " ";
-        return ear.react(*event);
-    }
-};
 
 TEST_F(Outcomes, eventsComeInOrderAndMayEndTheScan) {
     const VoleScanner scanner = scannerOf(set);
@@ -358,14 +340,7 @@ TEST_F(Outcomes, everySourceGivesTheSameAnswer) {
     EXPECT_EQ(told(scanner.get()), expected);
     EXPECT_EQ(::lseek(fd, 0, SEEK_CUR), 7);
     ::close(fd);
-    std::string_view rest = content;
-    const vole_read_fn read = [](void* context, void* buffer, std::size_t size) -> std::ptrdiff_t {
-        auto& left = *static_cast<std::string_view*>(context);
-        const std::size_t count = left.copy(static_cast<char*>(buffer), std::min<std::size_t>(size, 100'000));
-        left.remove_prefix(count);
-        return static_cast<std::ptrdiff_t>(count);
-    };
-    EXPECT_EQ(vole_scan_stream(scanner.get(), read, &rest, nullptr), VOLE_OK);
+    EXPECT_EQ(scanStream(scanner.get(), content), VOLE_OK);
     EXPECT_EQ(told(scanner.get()), expected);
     const vole_counters& counters = *vole_result_counters(vole_scanner_result(scanner.get()));
     EXPECT_EQ(counters.bytes_read, content.size());
@@ -449,8 +424,7 @@ TEST_F(Outcomes, whatCannotBeScannedFailsWithItsOwnCode) {
     EXPECT_EQ(vole_scan_path(nullptr, "x", &outcome), VOLE_E_ARGUMENT);
     EXPECT_EQ(vole_scan_fd(scanner.get(), -1, &outcome), VOLE_E_ARGUMENT);
     EXPECT_EQ(vole_scan_buffer(scanner.get(), nullptr, 1, &outcome), VOLE_E_ARGUMENT);
-    const auto broken = [](void*, void*, std::size_t) -> std::ptrdiff_t { return -1; };
-    EXPECT_EQ(vole_scan_stream(scanner.get(), broken, nullptr, &outcome), VOLE_E_IO);
+    EXPECT_EQ(scanStream(scanner.get(), "", true), VOLE_E_IO);
     vole_limits small = VOLE_LIMITS_INIT;
     small.max_content = 1'000'000;
     const VoleScanner limited = scannerOf(set, &small);

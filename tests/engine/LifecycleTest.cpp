@@ -11,6 +11,7 @@
 #include "support/EngineTest.h"
 #include "support/GoldenRows.h"
 #include "support/OwnProcess.h"
+#include "support/Process.h"
 #include "support/SignatureText.h"
 
 namespace {
@@ -144,9 +145,8 @@ TEST_F(LifecycleTest, aCancelledCallLeavesTheEngineUsable) {
     dir.write("b.chk", startRecord("some text", "Sum"));
     dir.write("pattern_assistant.xml", kList);
     const std::string path = samples.write("sample", "Some\ntext\n"), folder = dir.path();
-    const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     ASSERT_EQ(load(dir), 0);
-    const auto openBefore = openFiles();
+    const auto openBefore = openDescriptors();
     for (int turn = 0; turn < 200; ++turn) {
         std::thread caller([&] {
             for (std::string text;; reload(folder.c_str(), text)) verdictOf(path);
@@ -155,7 +155,7 @@ TEST_F(LifecycleTest, aCancelledCallLeavesTheEngineUsable) {
         ASSERT_EQ(pthread_cancel(caller.native_handle()), 0);
         caller.join();
     }
-    EXPECT_EQ(openFiles(), openBefore);
+    EXPECT_EQ(openDescriptors(), openBefore);
     for (int i = 0; i < 2; ++i) EXPECT_EQ(loadAnew(dir), 0) << message;
 #endif
 }

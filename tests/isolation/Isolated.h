@@ -1,59 +1,78 @@
-// Isolated.h: isolated scanners for tests, and what this process has open and running for them.
+// Isolated.h: isolated scanners for tests, what they come to for many files, and what this process has open for them.
 #ifndef TESTS_ISOLATION_ISOLATED_H
 #define TESTS_ISOLATION_ISOLATED_H
 
-#include <sys/types.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 
-#include <algorithm>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "support/Process.h"
+#include "support/TempDir.h"
 #include "support/VoleHost.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#else
-inline constexpr bool kSanitized = false;
-#endif
-
 // Null when there is none; `why` says why.
-inline VoleScanner isolatedScanner(const VoleSet& set, const char* worker, const vole_limits& limits = VOLE_LIMITS_INIT,
-                                   std::uint64_t graceMs = 5000, std::string* why = nullptr) {
+inline VoleScanner isolatedScanner(const VoleSet& set, const char* worker, std::uint64_t graceMs,
+                                   std::string* why = nullptr) {
     char text[200] = "";
-    vole_isolation isolation = VOLE_ISOLATION_INIT;
-    isolation.worker = worker;
-    isolation.max_memory = 256U << 20;
-    isolation.grace_ms = graceMs;
-    isolation.why = text;
-    isolation.why_size = sizeof text;
+    const vole_isolation isolation{sizeof isolation, worker, 256U << 20, graceMs, text, sizeof text};
     vole_scanner* scanner = nullptr;
-    vole_isolated_scanner_new(set.get(), &limits, &isolation, &scanner);
+    vole_isolated_scanner_new(set.get(), nullptr, &isolation, &scanner);
     if (why) *why = text;
     return VoleScanner(scanner);
 }
 
-// Of this process, those that nobody has waited for, too.
-inline std::vector<pid_t> children() {
-    std::vector<pid_t> all;
-    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::ifstream file(thread.path() / "children");
-        all.insert(all.end(), std::istream_iterator<pid_t>(file), {});
-    }
-    return all;
+// What `tell` makes of the scanner and a code when it is done with each file.
+template <class Tell>
+std::vector<std::string> toldOfEach(vole_scanner* scanner, const std::vector<std::string>& names, Tell tell) {
+    std::vector<const char*> paths;
+    for (const std::string& name : names) paths.push_back(name.c_str());
+    std::tuple context(scanner, tell, std::vector<std::string>());
+    const auto enter = [](void* of, std::size_t index, vole_error error, vole_outcome outcome) {
+        auto& [with, tellOf, answers] = *static_cast<decltype(context)*>(of);
+        EXPECT_EQ(index, answers.size());
+        EXPECT_EQ(outcome, vole_result_outcome(vole_scanner_result(with)));
+        answers.push_back(tellOf(with, error));
+        return 0;
+    };
+    EXPECT_EQ(vole_scan_paths(scanner, paths.data(), paths.size(), enter, &context), VOLE_OK);
+    return std::get<2>(context);
 }
 
-// Descriptors and mappings of shared memory.
-inline std::string possessions() {
-    const auto fds = std::filesystem::directory_iterator("/proc/self/fd");
-    std::ifstream maps("/proc/self/maps");
-    const std::string text(std::istreambuf_iterator<char>(maps), {});
-    std::size_t shared = 0;
-    for (std::size_t at = 0; (at = text.find("/memfd:vole", at)) != std::string::npos; ++at) ++shared;
-    return std::to_string(std::distance(begin(fds), end(fds))) + " descriptors, " + std::to_string(shared) +
-           " shared memories";
+inline std::string toldUnlessLost(vole_scanner* scanner, vole_error error) {
+    return error == VOLE_E_WORKER || error == VOLE_E_ISOLATION ? "lost" : told(scanner);
 }
+
+// Of this process: descriptors and mappings of shared memory.
+inline std::string possessions() {
+    std::ifstream maps("/proc/self/maps");
+    int shared = 0;
+    for (std::string line; std::getline(maps, line);) shared += line.find("/memfd:vole") != line.npos;
+    return std::to_string(openDescriptors()) + " descriptors, " + std::to_string(shared) + " shared memories";
+}
+
+// A fixture with an isolated scanner. Whatever its workers did, nothing of them is left in the end.
+class IsolatedTest : public testing::Test {
+protected:
+    void isolate(const char* worker, std::uint64_t graceMs) {
+        set = loadedSet(patterns.path());
+        isolated = isolatedScanner(set, worker, graceMs);
+        ASSERT_TRUE(isolated);
+    }
+
+    void TearDown() override {
+        isolated.reset();
+        EXPECT_EQ(possessions(), before);
+        EXPECT_EQ(::waitid(P_ALL, 0, nullptr, WEXITED | WNOHANG), -1) << "there is no child, dead or alive";
+    }
+
+    const std::string before = possessions();
+    TempDir patterns, files;
+    VoleSet set;
+    VoleScanner isolated;
+};
 
 #endif  // TESTS_ISOLATION_ISOLATED_H

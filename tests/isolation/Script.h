@@ -6,29 +6,26 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <type_traits>
 
 #include "Wire.h"
 
 namespace script {
 
+// When it starts there is no size: what was in the inbox before lies behind the steps.
 inline constexpr std::string_view kAtScan = "when it scans:", kAtStart = "when it starts:";
 
 enum class Step : std::uint32_t {
-    put,       // Appends these bytes to the outbox.
-    use,       // Says that the outbox has so many.
-    finish,    // Counts a content as done.
-    send,      // Sends these bytes as a bell.
-    sendFds,   // The same, with two descriptors.
-    listen,    // Waits for an order.
-    call,      // Makes a system call: its number, then arguments, of which some stand for addresses.
-    oldCall,   // The same, as 32-bit programs do.
-    crash,     // Writes where nothing is.
-    scribble,  // Writes to the inbox.
-    eat,       // Uses as much memory as it gets, up to 4 GiB.
-    spin,      // Does nothing for ever.
-    again,     // Begins anew.
-    end        // Is the last: what was in the inbox before may be behind it.
+    put,      // Appends these bytes to the outbox.
+    use,      // Says that the outbox has so many.
+    finish,   // Counts a content as done.
+    send,     // Sends these bytes as a bell.
+    sendFds,  // The same, with two descriptors.
+    listen,   // Waits for an order, and keeps what comes with it.
+    call,     // Makes a system call: its number, then arguments, of which some stand for addresses.
+    oldCall,  // The same, as 32-bit programs do.
+    write,    // Writes to this address.
+    eat,      // Uses 1 GiB of memory.
+    again     // Begins anew.
 };
 
 struct StepHead {
@@ -38,7 +35,6 @@ struct StepHead {
 
 template <class T>
 std::string raw(const T& value) {
-    static_assert(std::is_trivially_copyable_v<T>);
     return {reinterpret_cast<const char*>(&value), sizeof value};
 }
 

@@ -10,13 +10,12 @@
 #include <cstring>
 #include <iterator>
 #include <map>
-#include <memory>
-#include <span>
 #include <sstream>
 #include <vector>
 
 #include "Script.h"
 #include "SharedMemory.h"
+#include "WorkerLoop.h"
 
 extern "C" long __real_syscall(long, long, long, long, long, long, long);
 extern "C" long __wrap_syscall(long, long, long, long, long, long, long);
@@ -29,94 +28,52 @@ using script::Step;
 const Inbox* inbox = nullptr;
 Outbox* outbox = nullptr;
 
-void send(std::string_view bytes, bool withFds) {
-    iovec piece{const_cast<char*>(bytes.data()), bytes.size()};
-    msghdr message{};
-    message.msg_iov = &piece;
-    message.msg_iovlen = 1;
-    alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))]{};
-    if (withFds) {
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        cmsghdr* const rights = CMSG_FIRSTHDR(&message);
-        rights->cmsg_level = SOL_SOCKET;
-        rights->cmsg_type = SCM_RIGHTS;
-        rights->cmsg_len = CMSG_LEN(2 * sizeof(int));
-        const int both[] = {STDIN_FILENO, STDOUT_FILENO};
-        std::memcpy(CMSG_DATA(rights), both, sizeof both);
-    }
-    __real_syscall(SYS_sendmsg, kSocketFd, reinterpret_cast<long>(&message), MSG_NOSIGNAL, 0, 0, 0);
-}
-
-// What comes with the order stays open.
-void listen() {
-    Order order{};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
-    iovec piece{&order, sizeof order};
-    msghdr message{};
-    message.msg_iov = &piece;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    if (__real_syscall(SYS_recvmsg, kSocketFd, reinterpret_cast<long>(&message), 0, 0, 0, 0) <= 0) ::_exit(0);
-}
-
-long oldCall(const long* words) {
-#ifdef __x86_64__
-    long result;
-    asm volatile("int $0x80"
-                 : "=a"(result)
-                 : "a"(words[0]), "b"(words[1]), "c"(words[2]), "d"(words[3])
-                 : "memory", "r8", "r9", "r10", "r11");
-    return result;
-#else
-    return __real_syscall(words[0], words[1], words[2], words[3], 0, 0, 0);
-#endif
-}
-
 long addressOf(const void* what) { return reinterpret_cast<long>(what); }
+
+void send(std::string_view bytes, bool withFds) {
+    constexpr int kBoth[] = {STDIN_FILENO, STDOUT_FILENO};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof kBoth)]{};
+    iovec piece{const_cast<char*>(bytes.data()), bytes.size()};
+    msghdr message{nullptr, 0, &piece, 1, control, sizeof control, 0};
+    cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+    rights->cmsg_level = SOL_SOCKET;
+    rights->cmsg_type = SCM_RIGHTS;
+    rights->cmsg_len = CMSG_LEN(sizeof kBoth);
+    std::memcpy(CMSG_DATA(rights), kBoth, sizeof kBoth);
+    if (!withFds) message.msg_controllen = 0;
+    __real_syscall(SYS_sendmsg, kSocketFd, addressOf(&message), MSG_NOSIGNAL, 0, 0, 0);
+}
 
 // Words that are no numbers are text, but for "zeros", a page of them, "soon", a tenth of a second, "inbox", "self",
 // and "code", what the oldest form of mmap() takes.
-void call(const std::string& text, bool oldWay) {
+long valueOf(const std::string& word) {
     alignas(4096) static char zeros[4096]{};
     static const long soon[] = {0, 100'000'000};
     static const long code[] = {0, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0};
+    static const std::map<std::string, long> known{{"zeros", addressOf(zeros)},
+                                                   {"soon", addressOf(soon)},
+                                                   {"code", addressOf(code)},
+                                                   {"inbox", addressOf(inbox)},
+                                                   {"self", ::getpid()}};
+    if (const auto found = known.find(word); found != known.end()) return found->second;
+    return word.find_first_not_of("-0123456789") == word.npos ? std::stol(word) : addressOf(word.c_str());
+}
+
+void call(const std::string& text, [[maybe_unused]] bool oldWay) {
     std::istringstream line(text);
-    static std::vector<std::string> texts;
-    texts.assign(std::istream_iterator<std::string>(line), {});
+    const std::vector<std::string> texts(std::istream_iterator<std::string>(line), {});
     long words[7]{};
-    for (std::size_t i = 0; i < texts.size() && i < std::size(words); ++i) {
-        const std::string& word = texts[i];
-        const std::map<std::string, long> known{{"zeros", addressOf(zeros)},
-                                                {"soon", addressOf(soon)},
-                                                {"code", addressOf(code)},
-                                                {"inbox", addressOf(inbox)},
-                                                {"self", ::getpid()}};
-        const bool isNumber = word.find_first_not_of("-0123456789") == std::string::npos;
-        words[i] = known.contains(word) ? known.at(word) : isNumber ? std::stol(word) : addressOf(word.c_str());
-    }
+    std::transform(texts.begin(), texts.begin() + std::min<std::ptrdiff_t>(std::ssize(texts), 7), words, valueOf);
+#ifdef __x86_64__
     if (oldWay) {
-        oldCall(words);
-    } else {
-        __real_syscall(words[0], words[1], words[2], words[3], words[4], words[5], words[6]);
+        asm volatile("int $0x80"
+                     : "+a"(words[0])
+                     : "b"(words[1]), "c"(words[2]), "d"(words[3])
+                     : "memory", "r8", "r9", "r10", "r11");
+        return;
     }
-}
-
-// Ends by itself only if nothing keeps it from taking this much.
-[[noreturn]] void eat() {
-    constexpr std::size_t kPiece = std::size_t{1} << 20;
-    std::vector<std::unique_ptr<char[]>> pieces;
-    while (pieces.size() < 4096) {
-        pieces.push_back(std::make_unique_for_overwrite<char[]>(kPiece));
-        std::memset(pieces.back().get(), 'x', kPiece);
-    }
-    ::_exit(3);
-}
-
-void scribble() {
-    auto* const first = const_cast<char*>(inbox->bytes.data());
-    *static_cast<volatile char*>(first) = 'x';
+#endif
+    __real_syscall(words[0], words[1], words[2], words[3], words[4], words[5], words[6]);
 }
 
 void take(Step step, const std::string& with) {
@@ -131,18 +88,15 @@ void take(Step step, const std::string& with) {
     } else if (step == Step::send || step == Step::sendFds) {
         send(with, step == Step::sendFds);
     } else if (step == Step::listen) {
-        listen();
+        static std::vector<ZOV_SPACE::OwnFd> kept;
+        worker::nextOrder(kept.emplace_back());
     } else if (step == Step::call || step == Step::oldCall) {
         call(with, step == Step::oldCall);
-    } else if (step == Step::crash) {
-        *static_cast<volatile char*>(nullptr) = 'x';
-    } else if (step == Step::scribble) {
-        scribble();
+    } else if (step == Step::write) {
+        *reinterpret_cast<volatile char*>(valueOf(with)) = 'x';  // NOLINT(performance-no-int-to-ptr)
     } else if (step == Step::eat) {
-        eat();
-    } else if (step == Step::spin) {
-        for (volatile bool forever = true; forever;) {
-        }
+        const std::string much(std::size_t{1} << 30, 'x');
+        ::_exit(much.back());  // Only if nothing keeps it from taking this much.
     }
 }
 
@@ -151,7 +105,7 @@ void run(const std::string& steps) {
         script::StepHead head;
         std::memcpy(&head, steps.data() + at, sizeof head);
         at += sizeof head;
-        if (head.step == Step::end || head.size > steps.size() - at) return;
+        if (head.size > steps.size() - at) return;
         take(head.step, steps.substr(at, head.size));
         at = head.step == Step::again ? 0 : at + head.size;
     }
@@ -166,7 +120,7 @@ std::string contentOf(const Order& order, const msghdr& message) {
     }
     int file;
     std::memcpy(&file, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof file);
-    std::string content(4096, '\0');
+    std::string content(8192, '\0');
     content.resize(static_cast<std::size_t>(std::max<ssize_t>(::pread(file, content.data(), content.size(), 0), 0)));
     return content;
 }
@@ -175,7 +129,7 @@ std::string contentOf(const Order& order, const msghdr& message) {
 
 long __wrap_syscall(long number, long a, long b, long c, long d, long e, long f) {
     if (number != SYS_recvmsg) return __real_syscall(number, a, b, c, d, e, f);
-    auto& message = *reinterpret_cast<msghdr*>(b);
+    auto& message = *reinterpret_cast<msghdr*>(b);  // NOLINT(performance-no-int-to-ptr)
     const msghdr asked = message;
     for (;;) {
         const long result = __real_syscall(number, a, b, c, 0, 0, 0);

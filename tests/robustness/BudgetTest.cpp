@@ -10,6 +10,7 @@
 #include "support/EngineTest.h"
 #include "support/FileSizeLimit.h"
 #include "support/OwnProcess.h"
+#include "support/Process.h"
 #include "support/TarRecipe.h"
 #include "support/VoleHost.h"
 
@@ -25,11 +26,6 @@ using enum VmOperation;
 constexpr rlim_t kMemory = rlim_t{448} << 20;
 constexpr rlim_t kDisk = rlim_t{64} << 20;  // A scan without limits is to meet a full disk.
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;  // Such a process needs very much address space, and time.
-#else
-constexpr bool kSanitized = false;
-#endif
 constexpr rlim_t kSeconds = kSanitized ? 600 : 60;
 
 // What a file of twice the size may need more, and differences that are noise.

@@ -15,6 +15,7 @@
 #include "support/EngineTest.h"
 #include "support/FileSizeLimit.h"
 #include "support/OwnProcess.h"
+#include "support/Process.h"
 #include "support/VoleHost.h"
 
 namespace {
@@ -33,10 +34,6 @@ constexpr Plan kErrors{Target::calls, 0, false, EIO}, kNoDescriptors{Target::cal
 
 // What is interrupted or comes short is begun anew, or continued.
 bool mayFail(const Plan& plan) { return plan.target == Target::allocations || plan.target == Target::calls; }
-
-std::ptrdiff_t openDescriptors() {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-}
 
 // Calls attempt(plan) until a plan's first failure comes behind the last call; attempt() returns what end() said. Ends
 // with the first plan that a test fails under, and names it. Beyond a thousand, not every single call is met.

@@ -1,9 +1,13 @@
-// VoleHost.h: a host of vole.h, and what it is told in one line of text.
+// VoleHost.h: a host of vole.h, what it hears, and what it is told in one line of text.
 #ifndef TESTS_SUPPORT_VOLEHOST_H
 #define TESTS_SUPPORT_VOLEHOST_H
 
+#include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "vole.h"
 
@@ -24,6 +28,14 @@ inline VoleScanner scannerOf(const VoleSet& set, const vole_limits* limits = nul
     vole_scanner* scanner = nullptr;
     vole_scanner_new(set.get(), limits, &scanner);
     return VoleScanner(scanner);
+}
+
+// The usual limits, but for one.
+template <class Number>
+vole_limits limits(Number vole_limits::*field, unsigned value) {
+    vole_limits made = VOLE_LIMITS_INIT;
+    made.*field = value;
+    return made;
 }
 
 inline std::string textOf(const vole_path& path) {
@@ -57,5 +69,30 @@ inline std::string toldOf(vole_scanner* scanner, const std::string& content) {
     vole_scan_buffer(scanner, content.data(), content.size(), nullptr);
     return told(scanner);
 }
+
+// Hands over the content in pieces; fails, if it is to, where it should end.
+inline vole_error scanStream(vole_scanner* scanner, std::string_view content, bool fails = false) {
+    std::pair source(content, fails);
+    const vole_read_fn read = [](void* context, void* buffer, std::size_t size) -> std::ptrdiff_t {
+        auto& [left, isToFail] = *static_cast<decltype(source)*>(context);
+        const std::size_t count = left.copy(static_cast<char*>(buffer), std::min<std::size_t>(size, 100'000));
+        left.remove_prefix(count);
+        return count == 0 && isToFail ? -1 : static_cast<std::ptrdiff_t>(count);
+    };
+    return vole_scan_stream(scanner, read, &source, nullptr);
+}
+
+// What a host hears, and what it does about it.
+struct Ear {
+    std::string heard = {};
+    std::function<int(const vole_event&)> react = [](const vole_event&) { return 0; };
+
+    static int hear(void* context, const vole_event* event) {
+        Ear& ear = *static_cast<Ear*>(context);
+        static constexpr const char* kSigns[] = {"", ">", "<", "!", "?", ".", "=", "+", "-"};
+        ear.heard += kSigns[event->type] + textOf(event->member) + " ";
+        return ear.react(*event);
+    }
+};
 
 #endif  // TESTS_SUPPORT_VOLEHOST_H
