@@ -75,7 +75,7 @@ void TemporaryFiles::close() {
 }
 
 WorkerLoop::WorkerLoop(const vole_signatures& signatures, const isolation::Inbox& inbox, isolation::Outbox& outbox)
-    : _signatures(signatures), _inbox(inbox), _writer(outbox, [this] { ask(BellKind::full); }) {
+    : _signatures(signatures), _inbox(inbox), _writer(outbox, [] { ask(BellKind::full); }) {
     _terms.cancelledAt = &inbox.cancelled;
     _terms.context = this;
     ZOV_SPACE::takeAnonymousFilesFrom(&_files);
@@ -143,7 +143,7 @@ void WorkerLoop::scanItems(const Order& order) {
 
 void WorkerLoop::lookBeside(ReportingScan& scan, const Order& order, std::uint32_t item) {
     if (!order.hasVolumes) return;
-    scan.lookBeside([this, item](int number) {
+    scan.lookBeside([item](int number) {
         OwnFd file;
         ask({BellKind::volume, item, static_cast<std::uint32_t>(number)}, file);
         return VolumeFiles::content(file);
