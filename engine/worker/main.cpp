@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include <malloc.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -22,6 +23,13 @@
 namespace {
 
 using namespace isolation;
+
+// What one content needed is kept for the next, up to this much, rather than given back, cleared and faulted in again.
+void keepFreedMemory() {
+    constexpr int kKept = 4 << 20, kMostThatMayBeKept = sizeof(void*) == 4 ? 512 << 10 : kKept;
+    ::mallopt(M_TRIM_THRESHOLD, kKept);
+    ::mallopt(M_MMAP_THRESHOLD, kMostThatMayBeKept);
+}
 
 // Everything that takes more rights than scanning does.
 void prepare(const Order& order, vole_signatures& signatures) {
@@ -42,6 +50,7 @@ void prepare(const Order& order, vole_signatures& signatures) {
 }  // namespace
 
 int main() {
+    keepFreedMemory();
     ZOV_SPACE::OwnFd none;
     const Order order = worker::nextOrder(none);
     const auto* const inbox = SharedMemory<const Inbox>::mapping(kInboxFd, PROT_READ);

@@ -1,5 +1,6 @@
 // main.cpp: the words of the command line. What they do is in the command files beside this one.
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -38,6 +39,13 @@ void occupyStandardDescriptors() {
     fd = 0;
     while (fd >= 0 && fd <= STDERR_FILENO) fd = ::open("/dev/null", O_RDONLY);
     if (fd > STDERR_FILENO) ::close(fd);
+}
+
+// What one content needed is kept for the next, up to this much, rather than given back, cleared and faulted in again.
+void keepFreedMemory() {
+    constexpr int kKept = 4 << 20, kMostThatMayBeKept = sizeof(void*) == 4 ? 512 << 10 : kKept;
+    ::mallopt(M_TRIM_THRESHOLD, kKept);
+    ::mallopt(M_MMAP_THRESHOLD, kMostThatMayBeKept);
 }
 
 // The parser takes "[a,b]" for a list of values, "++" for the end of a command, and no path behind a "--" that follows
@@ -304,6 +312,7 @@ private:
 
 int main(int argc, char** argv) {
     occupyStandardDescriptors();
+    keepFreedMemory();
     std::signal(SIGXFSZ, SIG_IGN);  // A file that may not grow is a failed write.
     try {
         CommandLine commandLine;
