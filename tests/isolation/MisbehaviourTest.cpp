@@ -369,8 +369,8 @@ TEST_F(Misbehaviour, ofFilesTogetherOneIsLost) {
             for (std::size_t i = 0; i < results; ++i) steps += put(result()) + step(Step::finish);
             const std::vector<std::string> names{files.write("0", steps + end), files.write("1", "x"),
                                                  files.write("2", kNeedle), files.write("3", "y")};
-            EXPECT_EQ(toldOf(isolated.get(), "x"),
-                      "clean");  // Previously, this could be taken for the first one's answer.
+            // Once, this answer was taken for the first one's.
+            EXPECT_EQ(toldOf(isolated.get(), "x"), "clean");
             std::vector<std::string> expected{"clean", "clean", results <= 2 ? kFound : "clean", "clean"};
             if (results < 4 || end == more) expected[std::min<std::size_t>(results, 3)] = "lost";
             EXPECT_EQ(toldOfEach(isolated.get(), names, toldUnlessLost), expected);

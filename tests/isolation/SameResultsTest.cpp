@@ -197,7 +197,7 @@ TEST_F(SameResults, ofScansThatAreCancelledOrTakeTooLong) {
         EXPECT_NE(same(ofBuffer(content)).find("found"), std::string::npos);
     }
     const std::string endless = scene::zipOf({{"a", std::string(200 << 20, 'a')}, {"n", scene::kNeedle}});
-    const vole_limits hurried = limits(&vole_limits::max_time_ms, 30);
+    const vole_limits hurried = limits(&vole_limits::max_time_ms, 30), usual = limits(&vole_limits::max_time_ms, 500);
     for (vole_scanner* const scanner : {here.get(), isolated.get()}) {
         std::thread canceller([scanner] {
             ::usleep(50'000);
@@ -208,8 +208,9 @@ TEST_F(SameResults, ofScansThatAreCancelledOrTakeTooLong) {
         vole_scanner_rearm(scanner);
         vole_scanner_set_limits(scanner, &hurried);
         EXPECT_EQ(toldOf(scanner, endless), "incomplete time-limit");
+        vole_scanner_set_limits(scanner, &usual);
     }
-    Action* const dawdle = [](vole_scanner*) { ::usleep(60'000); };
+    Action* const dawdle = [](vole_scanner*) { ::usleep(600'000); };
     EXPECT_NE(same(ofBuffer(scene::zipOf({{"a", "a"}})), 0, dawdle).find("cancelled"), std::string::npos);
 }
 
