@@ -204,11 +204,12 @@ void WorkerLink::giveFile() {
     if (file) _files.push_back(std::move(file));
 }
 
-// The worker may still have them, and nobody looks at what they take until the next scan. So they stay empty.
+// The worker may still have them, and nobody looks at what they take until the next scan. So they stay empty: sealed
+// first, since it may be writing right now.
 void WorkerLink::takeFilesBack() {
     for (const auto& file : _files) {
-        const bool isEmpty = ::ftruncate(file.get(), 0) == 0;
-        if (!isEmpty || ::fcntl(file.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SEAL) != 0) {
+        const bool isSealed = ::fcntl(file.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SEAL) == 0;
+        if (!isSealed || ::ftruncate(file.get(), 0) != 0) {
             lose("its temporary files cannot be taken back: " + ZOV_SPACE::systemErrorText());
         }
     }
