@@ -187,7 +187,8 @@ typedef struct vole_isolation {
  * process but the signatures: those of a compiled set it maps from the file, any others from a copy in memory, which
  * all workers of the set share. It is a child of this process; whoever waits for just any child may take its status
  * away, which only makes texts shorter. It runs as the user "_vole", or as nobody, if this process is root's.
- * Each scanner has one worker, a socket and 0.5 MiB of memory. `isolation` and `limits` may be null, for the defaults;
+ * Each scanner has one worker, a socket and 0.5 MiB of memory; during a scan a descriptor, too, for each member that
+ * is too large to be kept but in a file, at most 192. `isolation` and `limits` may be null, for the defaults;
  * without max_time_ms a hung worker is not noticed unless the scan is cancelled. VOLE_E_ISOLATION where it cannot be
  * had; so may scans answer, since later workers may fail to start, and those of a set that has had one are not waited
  * for until the first scan. */

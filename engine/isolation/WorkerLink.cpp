@@ -195,13 +195,15 @@ Bell WorkerLink::wait() {
     }
 }
 
-// None, without memory or descriptors here, or when it has as many as it may.
+// None, where this process can have no more, or when the worker has as many as it may. What it has is watched from
+// before it gets it.
 void WorkerLink::giveFile() {
     Order order{};
     order.kind = OrderKind::goOn;
+    int given = -1;
     ZOV_SPACE::OwnFd file = _files.size() < kMostTemporaryFiles ? memoryFile("vole-temporary") : ZOV_SPACE::OwnFd();
-    send(order, file.get());
-    if (file) _files.push_back(std::move(file));
+    if (file) given = _files.emplace_back(std::move(file)).get();
+    send(order, given);
 }
 
 // The worker may still have them, and nobody looks at what they take until the next scan. So they stay empty: sealed
